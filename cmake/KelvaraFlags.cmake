@@ -1,0 +1,25 @@
+# Warnings are errors, sanitizers come from KELVARA_SANITIZE, optimised builds are hardened.
+set(KELVARA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+
+add_library(kelvara_flags INTERFACE)
+target_compile_options(kelvara_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  -fstack-protector-strong
+  $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
+target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now)
+if(KELVARA_SANITIZE)
+  target_compile_options(kelvara_flags INTERFACE
+    -fsanitize=${KELVARA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kelvara_flags INTERFACE -fsanitize=${KELVARA_SANITIZE})
+endif()
+include(CheckPIESupported)
+check_pie_supported()
+
+# Kelvara/ reaches the platform only through its ports: each of these headers, found first on that
+# target's include path, stops the build with the reason.
+set(KELVARA_FENCE_DIR ${PROJECT_BINARY_DIR}/fence)
+foreach(header glib.h glib-object.h gio/gio.h gtk/gtk.h webkit/webkit.h jsc/jsc.h curl/curl.h
+    sqlite3.h uriparser/Uri.h libmm-glib.h)
+  file(CONFIGURE OUTPUT ${KELVARA_FENCE_DIR}/${header}
+    CONTENT "#error \"Kelvara/ sees the platform only through Kelvara/platform; ${header} belongs in platform/\"\n")
+endforeach()
