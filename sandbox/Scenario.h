@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <expected>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kva::sandbox {
+
+/// How an endpoint answers. The first four answer in place of the endpoint, which then changes
+/// nothing; with the others the request has been carried out and its answer is what suffers.
+/// A request that fails its checks is refused as always, then suffers likewise.
+enum class Behaviour {
+  normal,
+  noFill,       ///< "no-fill": ok with an empty list of plans; "/bid/init" alone
+  serverError,  ///< "error": not ok with an error record
+  notOk,        ///< "not-ok": not ok without an error record
+  missingKey,   ///< "missing": `key` is left out
+  wrongType,    ///< "wrong-type": `key` holds a value of another JSON type
+  malformed,    ///< "malformed": a body that is not JSON
+  truncated,    ///< "truncated": half of the announced body, then the connection closes
+  emptyBody,    ///< "empty"
+  http500,      ///< "http-500": status 500 with the valid envelope
+  reset,        ///< "reset": the connection is reset before any answer
+  hang,         ///< "hang": no answer for as long as the client waits
+};
+
+struct Scenario {
+  Behaviour behaviour = Behaviour::normal;
+  std::chrono::milliseconds delay{0};  ///< before anything else happens
+  std::optional<std::int64_t> times;   ///< how many requests it holds for; absent is for good
+  std::int64_t code = 500;             ///< of serverError
+  std::string message = "Internal server error.";
+  std::string key;  ///< of missingKey and wrongType: a path such as "time" or "data.plans.0.ecpm"
+
+  /// Reads "NAME[:ARG[:ARG]][,delay:MS][,times:N]": "error:503:Busy,times:2", "missing:data.bid".
+  static std::expected<Scenario, std::string> parse(std::string_view text);
+  /// Reads {"scenario": "error", "code": 503, "message": "Busy", "key": "", "delay": 0, "times":
+  /// 2}.
+  static std::expected<Scenario, std::string> fromJson(const nlohmann::json& json);
+  nlohmann::json toJson() const;
+};
+
+}  // namespace kva::sandbox
