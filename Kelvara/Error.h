@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include <Kelvara/Export.h>
+
+namespace kva {
+
+/// What went wrong, as a value. The SDK's own errors have the domain "Kelvara" and a code of
+/// `KVAErrorCodes` or of the ad server; transport errors keep their own domain and code
+/// ("KVAURLErrorDomain", for example 1009 for no internet connection).
+class KVA_EXPORT Error {
+ public:
+  Error(std::string domain, std::int64_t code, std::string localizedDescription)
+      : domain_(std::move(domain)),
+        code_(code),
+        localizedDescription_(std::move(localizedDescription)) {}
+
+  const std::string& domain() const { return domain_; }
+  std::int64_t code() const { return code_; }
+  /// A short English sentence for people; never translated.
+  const std::string& localizedDescription() const { return localizedDescription_; }
+
+  bool operator==(const Error&) const = default;
+
+ private:
+  std::string domain_;
+  std::int64_t code_;
+  std::string localizedDescription_;
+};
+
+}  // namespace kva

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <concepts>
+#include <functional>
+#include <source_location>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include <Kelvara/core/Fatal.h>
+
+namespace kva {
+
+/// An asynchronous operation's last argument: called exactly once. Calling it twice, or (in debug
+/// builds) dropping it uncalled, stops the process with the place where it was made.
+template <class... Args>
+class Completion {
+ public:
+  template <class F>
+  requires(!std::same_as<std::remove_cvref_t<F>, Completion> && std::is_invocable_v<F&, Args...>)
+      Completion(F&& call, std::source_location origin = std::source_location::current())
+      : call_(std::forward<F>(call)), origin_(origin) {}
+
+  Completion(Completion&& other) noexcept
+      : call_(std::exchange(other.call_, nullptr)), origin_(other.origin_) {}
+  Completion& operator=(Completion&&) = delete;
+  ~Completion() {
+#ifndef NDEBUG
+    if (call_) complain("dropped uncalled");
+#endif
+  }
+
+  void operator()(Args... args) {
+    if (!call_) complain("called twice");
+    std::exchange(call_, nullptr)(std::forward<Args>(args)...);
+  }
+
+ private:
+  [[noreturn]] void complain(const char* what) const {
+    fatal("completion made at " + std::string(origin_.file_name()) + ":" +
+          std::to_string(origin_.line()) + " was " + what);
+  }
+
+  std::move_only_function<void(Args...)> call_;
+  std::source_location origin_;
+};
+
+}  // namespace kva

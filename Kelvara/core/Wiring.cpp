@@ -1,0 +1,7 @@
+#include <Kelvara/core/Wiring.h>
+
+namespace kva {
+
+void wireManagers(Runtime&) {}
+
+}  // namespace kva

@@ -1,0 +1,56 @@
+#include <Kelvara/platform/URL.h>
+
+#include <algorithm>
+#include <memory>
+
+#include <glib.h>
+#include <uriparser/Uri.h>
+
+namespace kva {
+namespace {
+
+std::optional<std::string> copyOf(const UriTextRangeA& range) {
+  if (!range.first || range.first == range.afterLast) return {};
+  return std::string(range.first, range.afterLast);
+}
+
+}  // namespace
+
+std::optional<URL> URL::parse(std::string_view text) {
+  if (text.empty()) return {};
+  UriUriA parsed;
+  if (uriParseSingleUriExA(&parsed, text.data(), text.data() + text.size(), nullptr) != URI_SUCCESS)
+    return {};
+  std::unique_ptr<UriUriA, decltype(&uriFreeUriMembersA)> guard(&parsed, &uriFreeUriMembersA);
+  URL url;
+  url.text_ = text;
+  url.scheme_ = copyOf(parsed.scheme);
+  url.host_ = copyOf(parsed.hostText);
+  if (parsed.query.first) url.query_ = std::string(parsed.query.first, parsed.query.afterLast);
+  return url;
+}
+
+std::optional<std::string> removingPercentEncoding(std::string_view text) {
+  std::string decoded;
+  decoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded += text[i];
+      continue;
+    }
+    if (i + 2 >= text.size() || !g_ascii_isxdigit(text[i + 1]) || !g_ascii_isxdigit(text[i + 2]))
+      return {};
+    decoded += static_cast<char>(g_ascii_xdigit_value(text[i + 1]) * 16 +
+                                 g_ascii_xdigit_value(text[i + 2]));
+    i += 2;
+  }
+  // A decoded NUL is a character like any other, though GLib's check stops at it.
+  if (!g_utf8_validate_len(decoded.data(), decoded.size(), nullptr)) {
+    std::string withoutNul = decoded;
+    std::replace(withoutNul.begin(), withoutNul.end(), '\0', ' ');
+    if (!g_utf8_validate_len(withoutNul.data(), withoutNul.size(), nullptr)) return {};
+  }
+  return decoded;
+}
+
+}  // namespace kva
