@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,7 +15,7 @@ namespace kva {
 enum class KVABidType : int { interstitial = 0, rewarded = 1 };
 
 /// A bid that this SDK makes to the host. Give it back to `loadAd` when it wins, to
-/// `KVABidLoader::sendBidLost` when it does not. Shared between threads: set the price before.
+/// `KVABidLoader::sendBidLost` when it does not. Thread-safe.
 class KVA_EXPORT KVABidResponse {
  public:
   KVABidResponse() = delete;
@@ -33,7 +34,7 @@ class KVA_EXPORT KVABidResponse {
  private:
   std::string planId_;
   std::string bidId_;
-  double price_;
+  std::atomic<double> price_;
 };
 
 /// Asks for bids. Thread-safe.
