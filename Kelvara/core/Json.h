@@ -88,6 +88,14 @@ class Reader {
     return {};
   }
 
+  /// The key must be there; its value may be null.
+  template <class T>
+  std::optional<T> nullable(const char* key) {
+    auto value = read<T>(key);
+    if (!value && !isNull(key)) fail(key);
+    return value;
+  }
+
   /// True when the key is there, whatever its value, null included.
   bool has(const char* key) const { return member(key) != nullptr; }
   bool isNull(const char* key) const;

@@ -1,8 +1,8 @@
 #include <Kelvara/platform/URL.h>
 
-#include <algorithm>
 #include <memory>
 
+#include <Kelvara/platform/Text.h>
 #include <glib.h>
 #include <uriparser/Uri.h>
 
@@ -44,12 +44,7 @@ std::optional<std::string> removingPercentEncoding(std::string_view text) {
                                  g_ascii_xdigit_value(text[i + 2]));
     i += 2;
   }
-  // A decoded NUL is a character like any other, though GLib's check stops at it.
-  if (!g_utf8_validate_len(decoded.data(), decoded.size(), nullptr)) {
-    std::string withoutNul = decoded;
-    std::replace(withoutNul.begin(), withoutNul.end(), '\0', ' ');
-    if (!g_utf8_validate_len(withoutNul.data(), withoutNul.size(), nullptr)) return {};
-  }
+  if (!isUTF8(decoded)) return {};
   return decoded;
 }
 

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/ads/Ad.h>
+#include <Kelvara/ads/Template.h>
+#include <Kelvara/api/Response.h>
+#include <Kelvara/core/Completion.h>
+#include <Kelvara/core/Result.h>
+#include <Kelvara/user/Application.h>
+#include <Kelvara/user/ReferralTracking.h>
+#include <Kelvara/user/User.h>
+
+namespace kva {
+
+/// What a reply tells beside its payload, for whoever keeps the user and the clock. Called on the
+/// session's thread. Kept by the runtime.
+struct ServerEvents {
+  std::function<void()> userNotFound;            ///< before the call's completion
+  std::function<void(std::int64_t)> serverTime;  ///< after it; milliseconds since 1970
+};
+
+/// The ad server's nine calls. Any thread; completions run on the session's.
+struct RequestManager {
+  /// The API base of this moment: the sandbox's on a test device that asks for it.
+  static std::string baseURL();
+
+  static void startSDK(std::map<std::string, std::optional<std::string>> parameters,
+                       Completion<Result<Application>> completion);
+  static void register_(const User& user, Completion<Result<RegisterResponse>> completion);
+  static void update(const User& user, const std::string& userId,
+                     Completion<Result<RegisterResponse>> completion);
+  static void loadBid(Json body, Completion<Result<BidLoadResponse>> completion);
+  /// A price that is not finite, or beyond 64 bits of thousandths, is fatal here and in `loadAd`.
+  static void sendLost(const std::string& bidId, double clearingPrice,
+                       Completion<Result<bool>> completion);
+  static void loadAd(const std::string& appId, const KVABidResponse& bidResponse,
+                     double clearingPrice, Completion<Result<Ad>> completion);
+  static void getTemplate(const std::string& appId, const std::string& templateId,
+                          std::optional<std::int64_t> templateVersion,
+                          Completion<Result<Template>> completion);
+  static void uploadReports(Json body, Completion<Result<bool>> completion);
+  static void trackCampaign(Json body, Completion<Result<TrackCampaignResponse>> completion);
+};
+
+}  // namespace kva

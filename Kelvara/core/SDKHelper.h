@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include <Kelvara/Error.h>
+#include <Kelvara/KVAErrorCodes.h>
+#include <Kelvara/user/Device.h>
+
+namespace kva {
+
+/// Small facts and constants that many parts of the SDK share.
+struct SDKHelper {
+  using Device = kva::Device;
+
+  /// The keys of everything that the SDK keeps in the host's user defaults. Stored data is looked
+  /// up under these exact texts, "Refferal" included.
+  struct UserDefaultKeys {
+    static constexpr const char* userId = "kKVAUserDefaultKeyUserId";
+    static constexpr const char* user = "kKVAUserDefaultKeyUser";
+    static constexpr const char* frequencyCappingMembers = "kKVAUserDefaultFrequencyCappingMembers";
+    static constexpr const char* templates = "kKVAUserDefaultTemplateManagerTemplates";
+    static constexpr const char* reports = "kKVAUserDefaultReportManagerReports";
+    static constexpr const char* reportsForUpload = "kKVAUserDefaultReportManagerReportsForUpload";
+    static constexpr const char* lastReportUploadedAt =
+        "kKVAUserDefaultReportManagerLastReportUploadedAt";
+    static constexpr const char* deltaTime = "kKVAUserDefaultAnalyticsDeltaTime";
+    static constexpr const char* lastUploadedIDFA = "kKVAUserDefaultRefferalLastUploadedIDFA";
+    static constexpr const char* isTrackCampaignNeeded =
+        "kKVAUserDefaultRefferalIsTrackCampaignNeeded";
+    static constexpr const char* isFirstCampaignTracked =
+        "kKVAUserDefaultRefferalIsFirstCampaignTracked";
+  };
+
+  /// The host application.
+  struct App {
+    static std::string appVersion();  ///< "" when unknown
+    static std::string bundleId();    ///< "" when unknown
+  };
+
+  struct Settings {
+    /// The application record's initial sound state; false (sound on) while there is none.
+    static bool isSoundMuted();
+  };
+
+  struct MRAID {
+    /// The page-side script of the resource bundle, read once and kept; absent, and then for the
+    /// rest of the runtime's life, when there is no such file or it is not UTF-8.
+    static std::optional<std::string> mraidJS();
+  };
+
+  /// Makes the SDK's own errors.
+  struct Error {
+    static kva::Error error(KVAErrorCodes code, std::string message = "Error");
+    static kva::Error error(std::int64_t code, std::string message = "Error");
+  };
+
+  struct GenericErrorCodes {
+    static constexpr std::int64_t noInternet = 1009;
+    static constexpr std::int64_t userNotFound = 404;
+    static constexpr std::int64_t badRequest = 400;
+    static constexpr std::int64_t internalServerError = 500;
+  };
+};
+
+inline constexpr const char* kvaBundleName = "KelvaraResources";
+
+/// The SDK's resource bundle in the host's main bundle; absent when it is not there.
+std::optional<std::filesystem::path> kvaBundle();
+/// The MRAID script in it.
+std::optional<std::filesystem::path> mraidJSFile();
+
+}  // namespace kva

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <Kelvara/Error.h>
+#include <Kelvara/core/Completion.h>
+#include <Kelvara/core/Guarded.h>
+#include <Kelvara/core/Result.h>
+#include <Kelvara/platform/NotificationCenter.h>
+#include <Kelvara/user/Application.h>
+
+namespace kva {
+
+class Reachability;
+
+/// Start-up and its state. Any thread; what it hands out are copies.
+class SDKManager {
+ public:
+  static SDKManager& shared();
+
+  SDKManager();
+  ~SDKManager();
+
+  /// See `Kelvara::start`.
+  void start(const std::string& appId, Completion<std::optional<Error>> completion);
+  /// Only stores it: whoever builds a user record reads it next time.
+  void setUserId(std::string userId);
+
+  /// The id of the last start that got past the id check.
+  std::optional<std::string> appId() const;
+  std::optional<std::string> userId() const;
+  /// The server's record; absent until start-up has succeeded.
+  std::optional<Application> application() const;
+  bool isInitialized() const;
+  bool isReachable() const;
+
+ private:
+  enum class InitStatus { notInitialized, initializing, initialized };
+  struct State {
+    std::optional<std::string> appId;
+    std::optional<std::string> userId;
+    std::optional<Application> application;
+    InitStatus initStatus = InitStatus::notInitialized;
+  };
+
+  void finishStart(Result<Application> result, Completion<std::optional<Error>> completion);
+  void reachabilityChanged();
+
+  Guarded<State> state_;
+  std::shared_ptr<Reachability> reachability_;
+  Observation observation_;
+};
+
+}  // namespace kva

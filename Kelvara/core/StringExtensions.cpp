@@ -1,0 +1,98 @@
+#include <Kelvara/core/StringExtensions.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <ranges>
+#include <utility>
+
+#include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Json.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/platform/Digest.h>
+#include <nlohmann/json.hpp>
+
+namespace kva {
+namespace {
+
+std::string replacingAll(std::string_view text, std::string_view wanted, char replacement) {
+  std::string replaced;
+  replaced.reserve(text.size());
+  std::size_t from = 0;
+  for (std::size_t at; (at = text.find(wanted, from)) != std::string_view::npos;) {
+    replaced.append(text, from, at - from);
+    replaced += replacement;
+    from = at + wanted.size();
+  }
+  replaced.append(text, from);
+  return replaced;
+}
+
+auto pieces(std::string_view query) {
+  return query | std::views::split('&') | std::views::transform([](auto piece) {
+           return std::string_view(piece.begin(), piece.end());
+         });
+}
+
+}  // namespace
+
+std::string md5Value(std::string_view text) { return md5Hex(text); }
+
+std::string unescaped(std::string_view text) {
+  constexpr std::pair<std::string_view, char> escapes[] = {
+      {"\\0", '\0'}, {"\\t", '\t'}, {"\\n", '\n'},  {"\\r", '\r'},
+      {"\\\"", '"'}, {"\\'", '\''}, {"\\\\", '\\'},
+  };
+  std::string current(text);
+  for (const auto& [escaped, character] : escapes)
+    current = replacingAll(current, escaped, character);
+  return current;
+}
+
+bool isValidUUID(std::string_view text) {
+  if (text.size() != 36) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool hyphenPlace = i == 8 || i == 13 || i == 18 || i == 23;
+    const char c = text[i];
+    const bool hex = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    if (hyphenPlace ? c != '-' : !hex) return false;
+  }
+  return true;
+}
+
+std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text) {
+  const auto json = parseJson(text);
+  if (!json) {
+    Log::e("convert json to dict: " + json.error().localizedDescription());
+    return {};
+  }
+  return readJson<std::map<std::string, std::string>>(*json);
+}
+
+std::int64_t millisecondsSince1970(double secondsSince1970) {
+  const double milliseconds = std::round(secondsSince1970 * 1000);
+  if (!(std::abs(milliseconds) < 0x1p63)) fatal("a date beyond 64 bits of milliseconds");
+  return static_cast<std::int64_t>(milliseconds);
+}
+
+bool hasWellFormedQuery(const URL& url) {
+  if (!url.query()) return true;
+  if (url.query()->empty()) return false;
+  return std::ranges::all_of(pieces(*url.query()),
+                             [](std::string_view piece) { return piece.contains('='); });
+}
+
+std::optional<std::map<std::string, std::string>> queryDictionary(const URL& url) {
+  if (!url.query()) return {};
+  if (!hasWellFormedQuery(url)) fatal("a query piece without \"=\" in " + url.absoluteString());
+  std::map<std::string, std::string> dictionary;
+  for (std::string_view piece : pieces(*url.query())) {
+    const std::size_t sign = piece.find('=');
+    std::string value(piece.substr(sign + 1, piece.find('=', sign + 1) - sign - 1));
+    std::ranges::replace(value, '+', ' ');
+    dictionary[std::string(piece.substr(0, sign))] = removingPercentEncoding(value).value_or("");
+  }
+  return dictionary;
+}
+
+}  // namespace kva

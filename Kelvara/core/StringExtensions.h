@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <Kelvara/platform/URL.h>
+
+namespace kva {
+
+/// The MD5 digest of the text's UTF-8 bytes, as 32 lower-case hexadecimal digits.
+std::string md5Value(std::string_view text);
+
+/// The text with the backslash escapes \0 \t \n \r \" \' and \\ turned back into what they stand
+/// for, each in the whole text before the next, the doubled backslash last.
+std::string unescaped(std::string_view text);
+
+/// True for the 8-4-4-4-12 hexadecimal form with hyphens, in either case.
+bool isValidUUID(std::string_view text);
+
+/// The JSON object of strings that the text holds; nothing for any other value (and, for text that
+/// is no JSON, an error line in the log).
+std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text);
+
+/// Seconds since 1970 as whole milliseconds, halves away from zero. A time beyond the 64-bit range
+/// is fatal.
+std::int64_t millisecondsSince1970(double secondsSince1970);
+
+/// True when every piece of the URL's query, if it has one, holds a "=".
+bool hasWellFormedQuery(const URL& url);
+
+/// The URL's query as names and decoded values; absent without one. The value ends at a second "=",
+/// "+" means a space, and a value that cannot be decoded counts as "". A query that is not well
+/// formed is fatal: whoever reads a page's URL checks first.
+std::optional<std::map<std::string, std::string>> queryDictionary(const URL& url);
+
+}  // namespace kva

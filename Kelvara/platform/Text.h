@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string_view>
+
+namespace kva {
+
+/// True for well-formed UTF-8, NUL characters included. Implemented by platform/foundation.
+bool isUTF8(std::string_view bytes);
+
+}  // namespace kva
