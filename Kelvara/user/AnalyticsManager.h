@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <Kelvara/Error.h>
+#include <Kelvara/core/Completion.h>
+#include <Kelvara/core/Guarded.h>
+#include <Kelvara/user/User.h>
+
+namespace kva {
+
+/// The installation's identity at the server, and the server's clock. Any thread.
+class AnalyticsManager {
+ public:
+  static AnalyticsManager& shared();
+
+  /// Takes up what an earlier launch has stored, and the user record of this moment, which then
+  /// stands for the whole run: a device value that changes reaches the server at the next launch.
+  AnalyticsManager();
+
+  /// Registers the user unless that has been done, in which case `completion` runs at once, with
+  /// no error. Otherwise it runs on the session's thread. Two calls at once may both register; the
+  /// later answer holds.
+  void register_(Completion<std::optional<Error>> completion);
+  /// Sends the record of a registered user if it differs from the last one that was accepted.
+  void updateIfNeeded();
+  /// Forgets the user, whom the server does not know, and registers anew at once.
+  void logout();
+
+  /// Sets this device's clock against the server's `serverTime`, milliseconds since 1970. A
+  /// difference beyond 64 bits is fatal.
+  void setDeltaTime(std::int64_t serverTime);
+  /// The time at the server, milliseconds since 1970. A sum beyond 64 bits is fatal.
+  std::int64_t serverTime() const;
+
+  bool isRegistered() const;
+  std::optional<std::string> userId() const;
+  const User& defaultUser() const { return defaultUser_; }
+
+ private:
+  struct State {
+    std::optional<std::string> userId;
+    std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds
+  };
+  void setUserId(std::optional<std::string> userId);
+  void accept(const std::string& userId);
+
+  const User defaultUser_;
+  Guarded<State> state_;
+};
+
+}  // namespace kva
