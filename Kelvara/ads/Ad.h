@@ -10,6 +10,7 @@
 #include <Kelvara/core/Json.h>
 #include <Kelvara/core/Result.h>
 #include <Kelvara/platform/URL.h>
+#include <Kelvara/user/Plan.h>
 
 // What the server sends as an ad: plain values, never changed after they are decoded.
 namespace kva {
@@ -69,6 +70,14 @@ struct Ad {
   static Result<Ad> decode(const Json& json);
   Json toJson() const;
   bool operator==(const Ad&) const = default;
+};
+
+/// The answer to a bid request.
+struct BidLoadResponse {
+  std::optional<std::string> bidId;  ///< present when there is a plan to bid with
+  std::vector<Plan> plans;           ///< in the server's order of preference
+
+  static Result<BidLoadResponse> decode(const Json& json);
 };
 
 }  // namespace kva
