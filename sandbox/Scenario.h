@@ -28,13 +28,16 @@ enum class Behaviour {
   hang,         ///< "hang": no answer for as long as the client waits
 };
 
+/// The name that the command line and the control endpoints use.
+std::string_view name(Behaviour behaviour);
+
 struct Scenario {
   Behaviour behaviour = Behaviour::normal;
-  std::chrono::milliseconds delay{0};  ///< before anything else happens
-  std::optional<std::int64_t> times;   ///< how many requests it holds for; absent is for good
-  std::int64_t code = 500;             ///< of serverError
+  std::chrono::milliseconds delay{0};   ///< before anything else happens
+  std::optional<std::int64_t> times{};  ///< how many requests it holds for; absent is for good
+  std::int64_t code = 500;              ///< of serverError
   std::string message = "Internal server error.";
-  std::string key;  ///< of missingKey and wrongType: a path such as "time" or "data.plans.0.ecpm"
+  std::string key{};  ///< of missingKey and wrongType: a path such as "time" or "data.plans.0.ecpm"
 
   /// Reads "NAME[:ARG[:ARG]][,delay:MS][,times:N]": "error:503:Busy,times:2", "missing:data.bid".
   static std::expected<Scenario, std::string> parse(std::string_view text);

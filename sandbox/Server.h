@@ -18,11 +18,11 @@ namespace kva::sandbox {
 struct Options {
   std::string listen = "127.0.0.1";  ///< numeric address or host name
   int port = 0;                      ///< 0 picks a free one
-  std::filesystem::path data;        ///< default: sandbox-data/ beside the executable
+  std::filesystem::path data{};      ///< default: sandbox-data/ beside the executable
   std::string database = ":memory:";
   std::chrono::milliseconds clockSkew{0};  ///< added to the clock that answers carry
-  std::vector<std::pair<std::string, Scenario>> scenarios;  ///< endpoint and scenario
-  std::function<void(const Exchange&)> onExchange;          ///< called on the connection's thread
+  std::vector<std::pair<std::string, Scenario>> scenarios{};  ///< endpoint and scenario
+  std::function<void(const Exchange&)> onExchange{};          ///< called on the connection's thread
 };
 
 /// The sandbox ad server: the nine endpoints under "/api/v1", its creatives under "/creatives",

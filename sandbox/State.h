@@ -10,21 +10,21 @@
 namespace kva::sandbox {
 
 struct UserRecord {
-  std::string uid;
-  std::string record;  ///< the JSON text of the last accepted registration or update
+  std::string uid{};
+  std::string record{};  ///< the JSON text of the last accepted registration or update
   std::int64_t updates = 0;
 };
 
 struct BidRecord {
-  std::string bid, uid, adUnit;
+  std::string bid{}, uid{}, adUnit{};
   enum class Status { open, lost, loaded } status = Status::open;
-  std::optional<std::string> plan;            ///< of a loaded bid
-  std::optional<std::int64_t> clearingPrice;  ///< of a lost or loaded bid, in thousandths
+  std::optional<std::string> plan{};            ///< of a loaded bid
+  std::optional<std::int64_t> clearingPrice{};  ///< of a lost or loaded bid, in thousandths
 };
 
 /// The reports for one bid, merged: a flag once true stays true, the highest quarter counts.
 struct ReportRecord {
-  std::string bid;
+  std::string bid{};
   bool bidKnown = false;  ///< false: this server never made the bid
   std::int64_t impressionAt = 0;
   bool impression = false, failToShow = false, dismissed = false, clicked = false,
@@ -34,8 +34,8 @@ struct ReportRecord {
 };
 
 struct TrackRecord {
-  std::string record;  ///< the JSON text of the request
-  std::string plan;    ///< the plan it was attributed to, or empty
+  std::string record{};  ///< the JSON text of the request
+  std::string plan{};    ///< the plan it was attributed to, or empty
 };
 
 struct State {
@@ -54,12 +54,12 @@ struct Exchange {
   std::int64_t number = 0;  ///< from 1, never reused until a reset
   std::int64_t time = 0;    ///< server clock, milliseconds since 1970, when the request had arrived
   std::int64_t micros = 0;  ///< from arrival to the end of its handling, delays included
-  std::string method, endpoint;
-  std::string request;   ///< the body of a POST, the query of a GET
-  std::string verdict;   ///< "ok", or the code and message of the error record
-  std::string scenario;  ///< the behaviour's name, "normal" as a rule
-  int status = 0;        ///< HTTP; 0 when nothing was answered
-  std::string response;  ///< the body as it left; empty for a reset or a hang
+  std::string method{}, endpoint{};
+  std::string request{};   ///< the body of a POST, the query of a GET
+  std::string verdict{};   ///< "ok", or the code and message of the error record
+  std::string scenario{};  ///< the behaviour's name, "normal" as a rule
+  int status = 0;          ///< HTTP; 0 when nothing was answered
+  std::string response{};  ///< the body as it left; empty for a reset or a hang
 
   nlohmann::json toJson() const;
 };

@@ -1,16 +1,7 @@
 #include <Kelvara/core/Wiring.h>
 
-#include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Runtime.h>
-#include <Kelvara/user/AnalyticsManager.h>
-
 namespace kva {
 
-void wireManagers(Runtime& runtime) {
-  runtime.get<ServerEvents>() = {
-      .userNotFound = [] { AnalyticsManager::shared().logout(); },
-      .serverTime = [](std::int64_t time) { AnalyticsManager::shared().setDeltaTime(time); },
-  };
-}
+void wireManagers(Runtime&) {}
 
 }  // namespace kva

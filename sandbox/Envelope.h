@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "sandbox/Scenario.h"
+#include "sandbox/Service.h"
+
+namespace kva::sandbox {
+
+/// An answer in the one shape that all endpoints share, and what a scenario makes of it.
+struct Envelope {
+  std::string verdict{};  ///< "ok", or the code and message of the error record
+  int status = 200;       ///< HTTP
+  std::string body{};
+
+  static Envelope of(const Service::Result& result, std::int64_t time, const Scenario& scenario);
+};
+
+}  // namespace kva::sandbox

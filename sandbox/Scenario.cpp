@@ -1,0 +1,128 @@
+#include "sandbox/Scenario.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+namespace kva::sandbox {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::pair<std::string_view, Behaviour> kNames[] = {
+    {"normal", Behaviour::normal},       {"no-fill", Behaviour::noFill},
+    {"error", Behaviour::serverError},   {"not-ok", Behaviour::notOk},
+    {"missing", Behaviour::missingKey},  {"wrong-type", Behaviour::wrongType},
+    {"malformed", Behaviour::malformed}, {"truncated", Behaviour::truncated},
+    {"empty", Behaviour::emptyBody},     {"http-500", Behaviour::http500},
+    {"reset", Behaviour::reset},         {"hang", Behaviour::hang},
+};
+
+std::optional<Behaviour> behaviourNamed(std::string_view name) {
+  auto found = std::ranges::find(kNames, name, &std::pair<std::string_view, Behaviour>::first);
+  if (found == std::end(kNames)) return std::nullopt;
+  return found->second;
+}
+
+std::optional<std::int64_t> number(std::string_view text) {
+  std::int64_t value = 0;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+/// Takes what stands before the next `mark` off the front of `rest`.
+std::string_view cut(std::string_view& rest, char mark) {
+  auto at = rest.find(mark);
+  std::string_view piece = rest.substr(0, at);
+  rest = at == std::string_view::npos ? std::string_view{} : rest.substr(at + 1);
+  return piece;
+}
+
+std::expected<Scenario, std::string> checked(Scenario scenario) {
+  bool damagesKey =
+      scenario.behaviour == Behaviour::missingKey || scenario.behaviour == Behaviour::wrongType;
+  if (damagesKey == scenario.key.empty()) {
+    return std::unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
+  }
+  if (scenario.delay.count() < 0) return std::unexpected("delay: expected milliseconds");
+  if (scenario.times && *scenario.times < 1) return std::unexpected("times: expected 1 or more");
+  return scenario;
+}
+
+}  // namespace
+
+std::string_view name(Behaviour behaviour) {
+  return std::ranges::find(kNames, behaviour, &std::pair<std::string_view, Behaviour>::second)
+      ->first;
+}
+
+std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
+  Scenario scenario;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    std::string_view arguments = cut(rest, ',');
+    std::string_view word = cut(arguments, ':');
+    if (word == "delay" || word == "times") {
+      auto value = number(arguments);
+      if (!value) return std::unexpected(std::string(word) + ": expected a number");
+      if (word == "delay") scenario.delay = std::chrono::milliseconds(*value);
+      if (word == "times") scenario.times = value;
+      continue;
+    }
+    auto behaviour = behaviourNamed(word);
+    if (!behaviour) return std::unexpected("scenario: no \"" + std::string(word) + "\"");
+    scenario.behaviour = *behaviour;
+    if (*behaviour != Behaviour::serverError) {
+      scenario.key = arguments;
+    } else if (!arguments.empty()) {
+      auto code = number(cut(arguments, ':'));
+      if (!code) return std::unexpected("error: expected a code");
+      scenario.code = *code;
+      if (!arguments.empty()) scenario.message = arguments;
+    }
+  }
+  return checked(std::move(scenario));
+}
+
+std::expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
+  Scenario scenario;
+  for (const auto& [key, value] : json.items()) {
+    const auto* text = value.get_ptr<const std::string*>();
+    if (key == "endpoint") continue;
+    if (key == "scenario" || key == "message" || key == "key") {
+      if (!text) return std::unexpected(key + ": expected a string");
+    } else if (!value.is_number_integer()) {
+      return std::unexpected(key + ": expected an integer");
+    }
+    if (key == "scenario") {
+      auto behaviour = behaviourNamed(*text);
+      if (!behaviour) return std::unexpected("scenario: no \"" + *text + "\"");
+      scenario.behaviour = *behaviour;
+    } else if (key == "message") {
+      scenario.message = *text;
+    } else if (key == "key") {
+      scenario.key = *text;
+    } else if (key == "code") {
+      scenario.code = value;
+    } else if (key == "delay") {
+      scenario.delay = std::chrono::milliseconds(value.get<std::int64_t>());
+    } else if (key == "times") {
+      scenario.times = value;
+    } else {
+      return std::unexpected(key + ": not expected here");
+    }
+  }
+  return checked(std::move(scenario));
+}
+
+Json Scenario::toJson() const {
+  Json json = {{"scenario", name(behaviour)}, {"delay", delay.count()}};
+  if (times) json["times"] = *times;
+  if (behaviour == Behaviour::serverError) json.update({{"code", code}, {"message", message}});
+  if (!key.empty()) json["key"] = key;
+  return json;
+}
+
+}  // namespace kva::sandbox

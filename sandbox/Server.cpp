@@ -1,0 +1,392 @@
+#include "sandbox/Server.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "Kelvara/core/Guarded.h"
+#include "sandbox/Envelope.h"
+#include "sandbox/ExchangeLog.h"
+#include "sandbox/HttpServer.h"
+#include "sandbox/Schema.h"
+#include "sandbox/Service.h"
+
+namespace kva::sandbox {
+namespace {
+
+using Json = nlohmann::json;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::string_view kBase = "/api/v1";
+constexpr const char* kJsonType = "application/json";
+constexpr const char* kTextType = "text/plain; charset=utf-8";
+
+constexpr const char* kIndex = R"(Kelvara sandbox ad server
+
+  /api/v1/...                 the ad server's nine endpoints
+  /creatives/...              what its ads show
+
+  GET  /control/log           every exchange, for reading        (?endpoint=/bid/init)
+  GET  /control/exchanges     the same as JSON                   (?endpoint=/bid/init)
+  GET  /control/state         users, bids, merged reports, tracked installations
+  GET  /control/scenarios     how each endpoint behaves
+  POST /control/scenario      {"endpoint": "/bid/init" or "*", "scenario": "error", "code": 503,
+                               "message": "Busy", "key": "data.bid", "delay": 250, "times": 2}
+  POST /control/clock         {"skew": -3600000}                 milliseconds
+  POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
+  POST /control/reset         forgets everything above
+
+Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, malformed, truncated, empty,
+http-500, reset, hang.
+)";
+
+std::filesystem::path dataBesideExecutable() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "sandbox-data";
+}
+
+/// A GET's body is nothing the HTTP library reads; left alone it would pass for the next request.
+std::string drainBody(const httplib::Request& request) {
+  if (request.has_header("Transfer-Encoding")) return "(chunked)";
+  std::string length = request.get_header_value("Content-Length");
+  std::size_t left = 0;
+  std::from_chars(length.data(), length.data() + length.size(), left);
+  std::string body;
+  char piece[1024];
+  while (left > 0) {
+    ssize_t got = Connection::current().read(piece, std::min(left, sizeof piece));
+    if (got <= 0) break;
+    body.append(piece, static_cast<std::size_t>(got));
+    left -= static_cast<std::size_t>(got);
+  }
+  return body;
+}
+
+RawRequest rawRequest(const httplib::Request& request, std::string path) {
+  return {.method = request.method,
+          .path = std::move(path),
+          .query = request.params,
+          .accept = request.get_header_value("Accept"),
+          .contentType = request.get_header_value("Content-Type"),
+          .body = request.method == "GET" ? drainBody(request) : request.body};
+}
+
+bool isHost(const std::string& host) {
+  return !host.empty() && std::ranges::all_of(host, [](unsigned char c) {
+    return (c < 128 && std::isalnum(c)) || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
+  });
+}
+
+void sendHalf(httplib::Response& response, std::string body) {
+  std::size_t size = body.size();
+  response.set_content_provider(
+      size, kJsonType, [body = std::move(body)](std::size_t, std::size_t, httplib::DataSink& sink) {
+        sink.write(body.data(), body.size() / 2);
+        return false;
+      });
+}
+
+}  // namespace
+
+class Server::Impl {
+ public:
+  explicit Impl(Options given)
+      : options(std::move(given)),
+        service(Service(options.database,
+                        options.data.empty() ? dataBesideExecutable() : options.data)) {
+    skew = options.clockSkew;
+    routeApi();
+    routeControl();
+    routeCreatives();
+  }
+
+  void routeApi();
+  void routeControl();
+  void routeCreatives();
+
+  void answerApi(const httplib::Request& request, httplib::Response& response,
+                 const std::string& path);
+  Service::Result carryOut(const RawRequest& request, const Scenario& scenario,
+                           const std::string& origin);
+  void deliver(Exchange exchange, httplib::Response& response, const Scenario& scenario,
+               steady_clock::time_point begun);
+  void control(const httplib::Request& request, httplib::Response& response,
+               const std::function<std::expected<void, std::string>(const Json&)>& act);
+
+  bool setScenario(std::string_view endpoint, const Scenario& scenario);
+  Scenario takeScenario(const std::string& endpoint);
+  std::int64_t now() const;
+  std::string originFor(const httplib::Request& request) const;
+  void reset();
+
+  Options options;
+  Guarded<Service> service;
+  Guarded<std::map<std::string, Scenario>> scenarios;
+  ExchangeLog log;
+  std::atomic<milliseconds> skew;
+  std::string origin;
+  int port = 0;
+  HttpServer http;  // last, so that its threads end before what they use
+};
+
+void Server::Impl::routeApi() {
+  auto handler = [this](const httplib::Request& request, httplib::Response& response) {
+    answerApi(request, response, request.path.substr(kBase.size()));
+  };
+  for (const Endpoint& endpoint : endpoints()) {
+    std::string pattern = std::string(kBase).append(endpoint.path);
+    http.Get(pattern, handler).Post(pattern, handler);
+  }
+  // Whatever else lies under the base gets an error record as well.
+  http.set_error_handler([handler](const httplib::Request& request, httplib::Response& response) {
+    bool unknown = response.status == 404 && request.path.starts_with(std::string(kBase) + "/");
+    if (unknown) handler(request, response);
+  });
+}
+
+void Server::Impl::answerApi(const httplib::Request& request, httplib::Response& response,
+                             const std::string& path) {
+  auto begun = steady_clock::now();
+  Exchange exchange{.time = now(), .method = request.method, .endpoint = path};
+  Scenario scenario = takeScenario(path);
+  RawRequest raw = rawRequest(request, path);
+  exchange.request = request.method == "GET" ? request.target : raw.body;
+  exchange.scenario = name(scenario.behaviour);
+  if (scenario.delay.count() > 0 && Connection::current().waitUntilOver(scenario.delay)) {
+    exchange.verdict = "client gone";
+    scenario.behaviour = Behaviour::hang;
+  } else {
+    auto envelope = Envelope::of(carryOut(raw, scenario, originFor(request)), now(), scenario);
+    exchange.verdict = std::move(envelope.verdict);
+    exchange.status = envelope.status;
+    exchange.response = std::move(envelope.body);
+  }
+  deliver(std::move(exchange), response, scenario, begun);
+}
+
+Service::Result Server::Impl::carryOut(const RawRequest& request, const Scenario& scenario,
+                                       const std::string& from) {
+  auto checked = checkRequest(request);
+  if (!checked) return std::unexpected(Refusal{400, checked.error()});
+  if (scenario.behaviour == Behaviour::serverError) {
+    return std::unexpected(Refusal{scenario.code, scenario.message});
+  }
+  if (scenario.behaviour == Behaviour::notOk) return Json(nullptr);
+  if (scenario.behaviour == Behaviour::noFill && request.path == "/bid/init") {
+    return Json{{"plans", Json::array()}};
+  }
+  return service.with([&](Service& rules) { return rules.handle(request.path, *checked, from); });
+}
+
+/// Notes the exchange before anything is sent: whoever has the answer finds it in the log.
+void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const Scenario& scenario,
+                           steady_clock::time_point begun) {
+  bool answers = scenario.behaviour != Behaviour::reset && scenario.behaviour != Behaviour::hang;
+  if (!answers) {
+    exchange.status = 0;
+    exchange.response.clear();
+  }
+  std::string body = exchange.response;
+  if (scenario.behaviour == Behaviour::truncated) exchange.response.resize(body.size() / 2);
+  response.status = answers ? exchange.status : 500;
+  exchange.micros = std::chrono::duration_cast<microseconds>(steady_clock::now() - begun).count();
+  exchange = log.add(std::move(exchange));
+  if (options.onExchange) options.onExchange(exchange);
+
+  switch (scenario.behaviour) {
+    case Behaviour::reset:
+      return Connection::current().abandon(Connection::Ending::reset);
+    case Behaviour::hang:
+      Connection::current().waitUntilOver(milliseconds(-1));
+      return Connection::current().abandon(Connection::Ending::close);
+    case Behaviour::truncated:
+      return sendHalf(response, std::move(body));
+    default:
+      return response.set_content(body, kJsonType);
+  }
+}
+
+void Server::Impl::control(
+    const httplib::Request& request, httplib::Response& response,
+    const std::function<std::expected<void, std::string>(const Json&)>& act) {
+  Json body = Json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
+  auto done = body.is_object() ? act(body) : std::unexpected("expected a JSON object");
+  if (!done) response.status = 400;
+  Json answer = {{"ok", done.has_value()}};
+  if (!done) answer["problem"] = done.error();
+  response.set_content(answer.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n",
+                       kJsonType);
+}
+
+void Server::Impl::routeControl() {
+  using httplib::Request, httplib::Response;
+  auto json = [](Response& response, const Json& value) {
+    response.set_content(value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n",
+                         kJsonType);
+  };
+  http.Get("/",
+           [](const Request&, Response& response) { response.set_content(kIndex, kTextType); });
+  http.Get("/control/log", [this](const Request& request, Response& response) {
+    response.set_content(plainText(log.list(request.get_param_value("endpoint"))), kTextType);
+  });
+  http.Get("/control/exchanges", [this, json](const Request& request, Response& response) {
+    Json list = Json::array();
+    for (const Exchange& exchange : log.list(request.get_param_value("endpoint"))) {
+      list.push_back(exchange.toJson());
+    }
+    json(response, list);
+  });
+  http.Get("/control/state", [this, json](const Request&, Response& response) {
+    json(response, service.with([](Service& rules) { return rules.state(); }).toJson());
+  });
+  http.Get("/control/scenarios", [this, json](const Request&, Response& response) {
+    Json map = Json::object();
+    auto current = scenarios.get();
+    for (const Endpoint& endpoint : endpoints()) {
+      map[std::string(endpoint.path)] = current[std::string(endpoint.path)].toJson();
+    }
+    json(response, map);
+  });
+
+  using Done = std::expected<void, std::string>;
+  auto post = [this](const char* path, std::function<Done(const Json&)> act) {
+    http.Post(path, [this, act = std::move(act)](const Request& request, Response& response) {
+      control(request, response, act);
+    });
+  };
+  post("/control/scenario", [this](const Json& body) -> Done {
+    auto scenario = Scenario::fromJson(body);
+    if (!scenario) return std::unexpected(scenario.error());
+    auto endpoint = body.find("endpoint");
+    bool known = endpoint != body.end() && endpoint->is_string() &&
+                 setScenario(endpoint->get<std::string>(), *scenario);
+    if (!known) return std::unexpected("endpoint: expected one of the nine, or \"*\"");
+    return {};
+  });
+  post("/control/clock", [this](const Json& body) -> Done {
+    auto given = body.find("skew");
+    if (given == body.end() || !given->is_number_integer()) {
+      return std::unexpected("skew: expected milliseconds");
+    }
+    skew = milliseconds(given->get<std::int64_t>());
+    return {};
+  });
+  post("/control/template", [this](const Json& body) -> Done {
+    auto id = body.find("tmpl"), html = body.find("html");
+    if (id == body.end() || html == body.end() || !id->is_string() || !html->is_string()) {
+      return std::unexpected("tmpl, html: expected two strings");
+    }
+    bool known = service.with([&](Service& rules) {
+      return rules.publishTemplate(id->get<std::string>(), html->get<std::string>());
+    });
+    if (!known) return std::unexpected("tmpl: no such template");
+    return {};
+  });
+  post("/control/reset", [this](const Json&) -> Done {
+    reset();
+    return {};
+  });
+}
+
+void Server::Impl::routeCreatives() {
+  auto data = options.data.empty() ? dataBesideExecutable() : options.data;
+  http.set_mount_point("/creatives", (data / "creatives").string());
+  http.set_file_extension_and_mimetype_mapping("webm", "video/webm");
+  http.set_file_request_handler([](const httplib::Request&, httplib::Response& response) {
+    response.set_header("Accept-Ranges", "bytes");
+    // A creative's page has no origin of its own, so every fetch of it counts as foreign.
+    response.set_header("Access-Control-Allow-Origin", "*");
+  });
+}
+
+bool Server::Impl::setScenario(std::string_view endpoint, const Scenario& scenario) {
+  if (endpoint != "*" && !findEndpoint(endpoint)) return false;
+  scenarios.with([&](auto& map) {
+    for (const Endpoint& each : endpoints()) {
+      if (endpoint == "*" || endpoint == each.path) map[std::string(each.path)] = scenario;
+    }
+  });
+  return true;
+}
+
+Scenario Server::Impl::takeScenario(const std::string& endpoint) {
+  return scenarios.with([&](auto& map) {
+    auto found = map.find(endpoint);
+    if (found == map.end()) return Scenario();
+    Scenario scenario = found->second;
+    if (found->second.times && --*found->second.times == 0) map.erase(found);
+    return scenario;
+  });
+}
+
+std::int64_t Server::Impl::now() const {
+  auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return (std::chrono::duration_cast<milliseconds>(sinceEpoch) + skew.load()).count();
+}
+
+/// A client elsewhere reaches the creatives under the name by which it reached the server.
+std::string Server::Impl::originFor(const httplib::Request& request) const {
+  std::string host = request.get_header_value("Host");
+  return isHost(host) ? "http://" + host : origin;
+}
+
+void Server::Impl::reset() {
+  service.with([](Service& rules) { rules.reset(); });
+  scenarios.set({});
+  log.clear();
+}
+
+Server::Server(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
+Server::~Server() { stop(); }
+
+std::expected<void, std::string> Server::start() {
+  for (const auto& [endpoint, scenario] : impl_->options.scenarios) {
+    if (!impl_->setScenario(endpoint, scenario)) {
+      return std::unexpected("no endpoint " + endpoint);
+    }
+  }
+  auto problem = impl_->service.with([](Service& rules) { return rules.takeError(); });
+  if (problem) return std::unexpected(*problem);
+  impl_->port = impl_->http.startServing(impl_->options.listen, impl_->options.port);
+  if (impl_->port < 0) {
+    return std::unexpected("cannot listen on " + impl_->options.listen + " port " +
+                           std::to_string(impl_->options.port));
+  }
+  bool isIPv6 = impl_->options.listen.contains(':');
+  impl_->origin = "http://" + (isIPv6 ? "[" + impl_->options.listen + "]" : impl_->options.listen) +
+                  ":" + std::to_string(impl_->port);
+  return {};
+}
+
+void Server::stop() { impl_->http.stopServing(); }
+
+std::string Server::origin() const { return impl_->origin; }
+std::string Server::baseURL() const { return impl_->origin + std::string(kBase); }
+int Server::port() const { return impl_->port; }
+
+bool Server::setScenario(std::string_view endpoint, Scenario scenario) {
+  return impl_->setScenario(endpoint, scenario);
+}
+void Server::clearScenarios() { impl_->scenarios.set({}); }
+void Server::setClockSkew(milliseconds skew) { impl_->skew = skew; }
+
+bool Server::publishTemplate(std::string_view id, std::string html) {
+  return impl_->service.with([&](Service& rules) { return rules.publishTemplate(id, html); });
+}
+
+std::vector<Exchange> Server::exchanges(std::string_view endpoint) const {
+  return impl_->log.list(endpoint);
+}
+bool Server::waitForExchanges(std::string_view endpoint, const ExchangeLog::Enough& enough,
+                              milliseconds limit) const {
+  return impl_->log.waitFor(endpoint, enough, limit);
+}
+State Server::state() const {
+  return impl_->service.with([](Service& rules) { return rules.state(); });
+}
+void Server::reset() { impl_->reset(); }
+
+}  // namespace kva::sandbox

@@ -1,0 +1,230 @@
+#include "sandbox/Service.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "sandbox/Catalogue.h"
+
+namespace kva::sandbox {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::int64_t kBadRequest = 400, kForbidden = 403, kUserNotFound = 404, kConflict = 409,
+                       kInternal = 500;
+
+std::unexpected<Refusal> refuse(std::int64_t code, std::string message) {
+  return std::unexpected(Refusal{code, std::move(message)});
+}
+
+std::string text(const Json& request, const char* key) { return request[key].get<std::string>(); }
+
+std::string address(std::string_view origin, std::string_view path) {
+  return std::string(origin).append(path);
+}
+
+/// Texts per language travel as a string that holds a JSON object.
+std::string localised(std::span<const Text> texts) {
+  Json map = Json::object();
+  for (const Text& entry : texts) map[std::string(entry.language)] = entry.text;
+  return map.dump();
+}
+
+Json planJson(const CataloguePlan& plan) {
+  return {
+      {"plan", plan.id}, {"capd", plan.capDaily}, {"caph", plan.capHourly}, {"ecpm", plan.ecpm}};
+}
+
+Json adJson(const std::string& bid, const CatalogueCreative& creative, std::string_view origin) {
+  Json files = Json::array();
+  for (const CatalogueFile& file : creative.files) {
+    files.push_back({{"id", file.id},
+                     {"furl", address(origin, file.path)},
+                     {"ornt", file.orientation},
+                     {"ftyp", file.type}});
+  }
+  return {{"bid", bid},
+          {"tmpl", creative.templateId},
+          {"fls", files},
+          {"crea",
+           {{"id", creative.id},
+            {"adt", creative.adType},
+            {"ctyp", creative.contentType},
+            {"adur", creative.countdown},
+            {"titl", creative.title},
+            {"bton", localised(creative.callToAction)},
+            {"deta", localised(creative.description)},
+            {"curl", creative.clickUrl},
+            {"icon", address(origin, creative.icon)},
+            {"shouldCareSafeArea", false}}}};
+}
+
+ReportRecord reportFrom(const Json& json) {
+  return {.bid = json["bid"],
+          .impressionAt = json["time"],
+          .impression = json["imp"],
+          .failToShow = json["fts"],
+          .dismissed = json["dism"],
+          .clicked = json["clck"],
+          .completed = json["comp"],
+          .quarter = json["quar"]};
+}
+
+}  // namespace
+
+Service::Service(const std::string& database, std::filesystem::path data)
+    : store_(database), data_(std::move(data)) {
+  seedTemplates();
+}
+
+void Service::seedTemplates() {
+  for (const CatalogueTemplate& entry : templates()) {
+    std::ifstream file(data_ / "templates" / entry.file, std::ios::binary);
+    std::string html{std::istreambuf_iterator<char>(file), {}};
+    if (file) {
+      store_.putTemplate(entry.id, entry.version, html);
+    } else {
+      store_.fail("data: cannot read " + (data_ / "templates" / entry.file).string());
+    }
+  }
+}
+
+void Service::reset() {
+  store_.forget();
+  seedTemplates();
+}
+
+bool Service::publishTemplate(std::string_view id, std::string_view html) {
+  std::int64_t newest = store_.newestTemplate(id);
+  if (newest == 0) return false;
+  store_.putTemplate(id, newest + 1, html);
+  return true;
+}
+
+Service::Result Service::handle(std::string_view endpoint, const Json& request,
+                                std::string_view origin) {
+  if (request.contains("aid") && request["aid"] != kApplicationId) {
+    return refuse(kForbidden, "aid: no such application");
+  }
+  Result result = endpoint == "/init"        ? init(request, origin)
+                  : endpoint == "/register"  ? registerUser(request)
+                  : endpoint == "/update"    ? update(request)
+                  : endpoint == "/bid/init"  ? bidInit(request)
+                  : endpoint == "/bid/lost"  ? bidLost(request)
+                  : endpoint == "/bid/load"  ? bidLoad(request, origin)
+                  : endpoint == "/template"  ? htmlTemplate(request)
+                  : endpoint == "/bid/stats" ? bidStats(request)
+                                             : track(request);
+  if (auto error = takeError()) return refuse(kInternal, *error);
+  return result;
+}
+
+Service::Result Service::init(const Json& request, std::string_view origin) {
+  Json versions = Json::object();
+  for (const CatalogueTemplate& entry : templates()) {
+    versions[std::string(entry.id)] = store_.newestTemplate(entry.id);
+  }
+  Json tester = {
+      {"idfa", kTesterDigest}, {"test", true}, {"suite", false}, {"log", true}, {"sandbox", true}};
+  // Both periods travel in hundredths of a second: reports every 2 s, 5 s of rest after a no-fill.
+  Json settings = {{"dip", 200}, {"nfsp", 500}, {"sndm", true}};
+  return Json{{"aid", request["aid"]},
+              {"tids", Json::array({tester})},
+              {"btyp", Json::array()},
+              {"bads", Json::array()},
+              {"tmpv", versions},
+              {"hasc", true},
+              {"pp", address(origin, "/creatives/privacy.html")},
+              {"sett", settings}};
+}
+
+Service::Result Service::registerUser(const Json& request) {
+  return Json{{"aid", request["aid"]},
+              {"uid", store_.addUser(text(request, "aid"), request.dump())}};
+}
+
+Service::Result Service::update(const Json& request) {
+  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  store_.updateUser(text(request, "uid"), request.dump());
+  return Json{{"aid", request["aid"]}, {"uid", request["uid"]}};
+}
+
+Service::Result Service::bidInit(const Json& request) {
+  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  const CatalogueAdUnit* unit = findAdUnit(text(request, "adid"));
+  if (!unit) return refuse(kBadRequest, "adid: no such ad unit");
+  if (request["adt"] != unit->adType) {
+    return refuse(kBadRequest, "adt: this ad unit is " + std::string(unit->adType));
+  }
+  Json plans = Json::array();
+  for (const CataloguePlan& plan : unit->plans) plans.push_back(planJson(plan));
+  return Json{{"bid", store_.addBid(text(request, "uid"), unit->id)}, {"plans", plans}};
+}
+
+Service::Result Service::bidLost(const Json& request) {
+  auto bid = openBid(request);
+  if (!bid) return std::unexpected(bid.error());
+  bid->status = BidRecord::Status::lost;
+  bid->clearingPrice = request["lecpm"];
+  store_.closeBid(*bid);
+  return Json(true);
+}
+
+Service::Result Service::bidLoad(const Json& request, std::string_view origin) {
+  auto bid = openBid(request);
+  if (!bid) return std::unexpected(bid.error());
+  const CatalogueAdUnit* unit = findAdUnit(bid->adUnit);
+  std::string plan = text(request, "plan");
+  if (!unit || std::ranges::find(unit->plans, plan, &CataloguePlan::id) == unit->plans.end()) {
+    return refuse(kBadRequest, "plan: not one that was offered for this bid");
+  }
+  bid->status = BidRecord::Status::loaded;
+  bid->plan = plan;
+  bid->clearingPrice = request["recpm"];
+  store_.closeBid(*bid);
+  return adJson(bid->bid, *unit->creative, origin);
+}
+
+Service::Result Service::htmlTemplate(const Json& request) {
+  std::string id = text(request, "tmpl");
+  auto entry = std::ranges::find(templates(), id, &CatalogueTemplate::id);
+  if (entry == templates().end()) return refuse(kBadRequest, "tmpl: no such template");
+  std::int64_t version = request.value("tver", store_.newestTemplate(id));
+  auto html = store_.templateHtml(id, version);
+  if (!html) return refuse(kBadRequest, "tver: this template has no such version");
+  return Json{{"tmpl", id},
+              {"adt", entry->adType},
+              {"name", entry->name},
+              {"html", *html},
+              {"tver", version}};
+}
+
+Service::Result Service::bidStats(const Json& request) {
+  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  for (const Json& report : request["stats"]) store_.mergeReport(reportFrom(report));
+  return Json("accepted");
+}
+
+Service::Result Service::track(const Json& request) {
+  // Without an advertising identifier there is nothing to attribute the installation by.
+  bool attributed = !text(request, "idfa").empty();
+  store_.addTrack(request.dump(), attributed ? kCampaignPlan : std::string_view{});
+  return Json{{"plan", attributed ? Json(kCampaignPlan) : Json(nullptr)}};
+}
+
+std::expected<void, Refusal> Service::knownUser(const Json& request) {
+  if (store_.hasUser(text(request, "aid"), text(request, "uid"))) return {};
+  return refuse(kUserNotFound, "uid: no such user");
+}
+
+std::expected<BidRecord, Refusal> Service::openBid(const Json& request) {
+  auto bid = store_.bid(text(request, "bid"));
+  if (!bid) return refuse(kBadRequest, "bid: no such bid");
+  if (bid->status == BidRecord::Status::lost) return refuse(kConflict, "bid: already lost");
+  if (bid->status == BidRecord::Status::loaded) return refuse(kConflict, "bid: already loaded");
+  return *bid;
+}
+
+}  // namespace kva::sandbox

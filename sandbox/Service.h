@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <filesystem>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+
+#include "sandbox/Store.h"
+
+namespace kva::sandbox {
+
+/// Why a request is refused; becomes the answer's error record.
+struct Refusal {
+  std::int64_t code;
+  std::string message;
+};
+
+/// The rules behind the nine endpoints. For one thread at a time.
+class Service {
+ public:
+  using Result = std::expected<nlohmann::json, Refusal>;
+
+  Service(const std::string& database, std::filesystem::path data);
+
+  /// Carries out a checked request and returns the payload of its answer. `origin` begins the
+  /// addresses of what the server itself serves.
+  Result handle(std::string_view endpoint, const nlohmann::json& request, std::string_view origin);
+
+  bool publishTemplate(std::string_view id, std::string_view html);
+  State state() { return store_.state(); }
+  void reset();
+  /// What is wrong with the database or the data folder, once per failure.
+  std::optional<std::string> takeError() { return store_.takeError(); }
+
+ private:
+  using Json = nlohmann::json;
+  Result init(const Json& request, std::string_view origin);
+  Result registerUser(const Json& request);
+  Result update(const Json& request);
+  Result bidInit(const Json& request);
+  Result bidLost(const Json& request);
+  Result bidLoad(const Json& request, std::string_view origin);
+  Result htmlTemplate(const Json& request);
+  Result bidStats(const Json& request);
+  Result track(const Json& request);
+
+  std::expected<void, Refusal> knownUser(const Json& request);
+  std::expected<BidRecord, Refusal> openBid(const Json& request);
+  void seedTemplates();
+
+  Store store_;
+  std::filesystem::path data_;
+};
+
+}  // namespace kva::sandbox
