@@ -1,0 +1,189 @@
+#include <Kelvara/reporting/ReportManager.h>
+
+#include <cmath>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include <nlohmann/json.hpp>
+
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/SDKManager.h>
+#include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/PrivacyManager.h>
+
+namespace kva {
+namespace {
+
+using Keys = SDKHelper::UserDefaultKeys;
+
+constexpr int kExpiryDays = 2;
+constexpr int kUnfinishedHours = 1;
+/// How far back the last upload counts on a first launch.
+constexpr double kSecondsSinceUpload = 4;
+
+const Platform& platform() { return Runtime::current().platform(); }
+
+std::optional<double> storedNumber(const char* key) {
+  const auto value = platform().userDefaults->value(key);
+  if (!value) return {};
+  if (const auto* number = std::get_if<double>(&*value)) return *number;
+  if (const auto* number = std::get_if<std::int64_t>(&*value)) return static_cast<double>(*number);
+  return {};
+}
+
+Json uploadBody(const std::vector<BidReport>& batch) {
+  Json stats = Json::array();
+  for (const auto& report : batch) stats.push_back(report.dictionaryValue());
+  Json body = {{"aid", SDKManager::shared().appId().value_or("")},
+               {"uid", AnalyticsManager::shared().userId().value_or("")},
+               {"stats", std::move(stats)}};
+  if (auto idfa = PrivacyManager::shared().idfaWithPrivacy()) body["idfa"] = *std::move(idfa);
+  return body;
+}
+
+}  // namespace
+
+ReportManager& ReportManager::shared() { return Runtime::current().get<ReportManager>(); }
+
+ReportManager::ReportManager() : state_(storedState()) { setupTimer(); }
+
+ReportManager::State ReportManager::storedState() {
+  const double now = platform().clock->now();
+  return {.uploadTimer = {},
+          .isUploading = false,
+          .reports = ReportStore(platform().userDefaults, Keys::reports),
+          .reportsForUpload = ReportStore(platform().userDefaults, Keys::reportsForUpload),
+          .serverErrorCount = 1,
+          .lastTrackActionAt = now,
+          .lastReportUploadedAt =
+              storedNumber(Keys::lastReportUploadedAt).value_or(now - kSecondsSinceUpload)};
+}
+
+void ReportManager::trackAction(const std::string& bidId, const BidReportAction& reportAction) {
+  Log::d("ReportManager: track action: " + reportAction.description());
+  const bool isImpression = reportAction.kind == BidReportAction::impression;
+  const std::int64_t serverTime = isImpression ? AnalyticsManager::shared().serverTime() : 0;
+  const double now = platform().clock->now();
+  // Stored under the guard, so that an older state never overwrites a newer one.
+  state_.with([&](State& state) {
+    const BidReport* known = state.reports.find(bidId);
+    BidReport report = known ? *known : BidReport{.bidId = bidId, .createdAt = now};
+    report.apply(reportAction, serverTime);
+    state.lastTrackActionAt = now;
+    state.reports.set(std::move(report));
+    state.reports.persist();
+  });
+}
+
+void ReportManager::setupTimer() {
+  const auto application = SDKManager::shared().application();
+  if (!application) fatal("the report timer was set up before there was an application record");
+  const auto exponent = state_.with([](State& state) { return state.serverErrorCount; });
+  const double interval = std::pow(static_cast<double>(application->setting.statsSendPeriod),
+                                   static_cast<double>(exponent));
+  Timer timer = platform().runLoop->schedule(interval, Repeats::yes,
+                                             [] { ReportManager::shared().uploadTimerTick(); });
+  // The old timer goes outside of the guard.
+  state_.with([&](State& state) { std::swap(state.uploadTimer, timer); });
+}
+
+void ReportManager::uploadTimerTick() { startUpload(); }
+
+void ReportManager::startUpload() {
+  const bool wasUploading =
+      state_.with([](State& state) { return std::exchange(state.isUploading, true); });
+  if (wasUploading) return Log::d("ReportManager: is already uploading.");
+  const auto batch = preparedReportsForUpload();
+  if (batch.empty()) return setUploading(false);
+  if (!AnalyticsManager::shared().isRegistered()) {
+    Log::e("ReportManager: user is not registered.");
+    return setUploading(false);
+  }
+  RequestManager::uploadReports(uploadBody(batch),
+                                [this](const Result<bool>& result) { finishUpload(result); });
+}
+
+void ReportManager::finishUpload(const Result<bool>& result) {
+  setUploading(false);
+  if (!result) return backOff(result.error());
+  Log::d("ReportManager: report uploaded.");
+  const double now = platform().clock->now();
+  state_.with([&](State& state) {
+    state.lastReportUploadedAt = now;
+    platform().userDefaults->set(Keys::lastReportUploadedAt, now);
+    // The timer stays: an interval that errors have grown lasts until the next one.
+    state.serverErrorCount = 1;
+  });
+  validateUploadedReports();
+}
+
+void ReportManager::backOff(const Error& error) {
+  Log::e("ReportManager: upload error: " + error.localizedDescription());
+  const bool isServerError = error.code() == SDKHelper::GenericErrorCodes::internalServerError;
+  state_.with([&](State& state) {
+    state.serverErrorCount = isServerError ? state.serverErrorCount + 1 : 1;
+  });
+  // The interval grows by the exponent, not by a factor, as intended.
+  if (isServerError) return setupTimer();
+  if (error.code() == SDKHelper::GenericErrorCodes::badRequest) resetReports();
+}
+
+std::vector<BidReport> ReportManager::preparedReportsForUpload() {
+  const Clock& clock = *platform().clock;
+  const double cutoff = clock.addingDays(clock.now(), -kExpiryDays);
+  return state_.with([&](State& state) {
+    std::vector<BidReport> batch;
+    if (state.lastReportUploadedAt > state.lastTrackActionAt) return batch;
+    state.reportsForUpload.merge(state.reports);
+    for (const auto& [bidId, entry] : state.reportsForUpload.entries())
+      batch.push_back(entry.report);
+    for (const auto& report : batch) {
+      // Sent this last time, then forgotten.
+      if (report.createdAt >= cutoff) continue;
+      state.reports.remove(report.bidId);
+      state.reportsForUpload.remove(report.bidId);
+    }
+    state.reports.persist();
+    state.reportsForUpload.persist();
+    return batch;
+  });
+}
+
+void ReportManager::validateUploadedReports() {
+  const Clock& clock = *platform().clock;
+  const double cutoff = clock.addingHours(clock.now(), -kUnfinishedHours);
+  state_.with([&](State& state) {
+    for (const auto& [bidId, entry] : state.reportsForUpload.entries()) {
+      if (!entry.report.isFinished() && entry.report.createdAt >= cutoff) continue;
+      // One that has changed since it was sent is not lost.
+      const BidReport* live = state.reports.find(bidId);
+      if (live && *live == entry.report) state.reports.remove(bidId);
+    }
+    state.reports.persist();
+    state.reportsForUpload.clear();
+    state.reportsForUpload.persist();
+  });
+}
+
+void ReportManager::resetReports() {
+  const double now = platform().clock->now();
+  state_.with([&](State& state) {
+    state.lastReportUploadedAt = now;
+    platform().userDefaults->set(Keys::lastReportUploadedAt, now);
+    state.reports.clear();
+    state.reports.persist();
+    state.reportsForUpload.clear();
+    state.reportsForUpload.persist();
+  });
+}
+
+void ReportManager::setUploading(bool isUploading) {
+  state_.with([&](State& state) { state.isUploading = isUploading; });
+}
+
+}  // namespace kva

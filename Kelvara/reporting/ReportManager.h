@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <Kelvara/core/Guarded.h>
+#include <Kelvara/core/Json.h>
+#include <Kelvara/core/Result.h>
+#include <Kelvara/platform/RunLoop.h>
+#include <Kelvara/reporting/BidReport.h>
+#include <Kelvara/reporting/ReportStore.h>
+
+namespace kva {
+
+/// Collects a report for every bid whose ad is shown, keeps the reports across restarts and sends
+/// them to the server in batches. The server may get one report more than once: until it is
+/// finished, or an hour old, it stays. Any thread.
+class ReportManager {
+ public:
+  /// First used once start-up has the application record, whose `statsSendPeriod` sets the upload
+  /// timer; fatal before. The timer runs on the loop of the thread that comes first.
+  static ReportManager& shared();
+
+  ReportManager();
+
+  /// Does no more than to have `shared` made.
+  void start() {}
+
+  /// Stored when it returns.
+  void trackAction(const std::string& bidId, const BidReportAction& reportAction);
+
+ private:
+  struct State {
+    Timer uploadTimer;
+    bool isUploading = false;
+    ReportStore reports;
+    ReportStore reportsForUpload;
+    std::int64_t serverErrorCount = 1;  ///< 1 when healthy
+    // Seconds since 1970.
+    double lastTrackActionAt;
+    double lastReportUploadedAt;
+  };
+
+  static State storedState();
+  void setupTimer();
+  void uploadTimerTick();
+  void startUpload();
+  void finishUpload(const Result<bool>& result);
+  void backOff(const Error& error);
+  std::vector<BidReport> preparedReportsForUpload();
+  void validateUploadedReports();
+  void resetReports();
+  void setUploading(bool isUploading);
+
+  Guarded<State> state_;
+};
+
+}  // namespace kva
