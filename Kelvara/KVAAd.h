@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+
+#include <Kelvara/Error.h>
+#include <Kelvara/Export.h>
+#include <Kelvara/KVABidLoader.h>
+
+namespace kva {
+
+class FullscreenAd;
+class ViewController;
+
+/// What the full-screen ads have in common. Each load and each show is answered by one call of the
+/// delegate. An ad object can be loaded again, with a new bid, once its ad has been dismissed.
+class KVA_EXPORT KVAAd {
+ public:
+  virtual ~KVAAd();
+  KVAAd(const KVAAd&) = delete;
+  KVAAd& operator=(const KVAAd&) = delete;
+
+  /// Loads the ad of the bid that has won at `clearingPrice` (finite). Any thread. The delegate
+  /// hears of a refusal before this returns, of another failure on the network session's thread or
+  /// on the main thread, of success on the main thread.
+  void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
+  /// Covers the window that `host` stands for with the ad. Main thread, as everything that the
+  /// delegate hears of the shown ad. An ad that is on screen stays there until the user closes it
+  /// or the window goes away (which counts as dismissed), also when this object is let go.
+  void showAdFrom(std::shared_ptr<ViewController> host);
+
+  /// Ready to be shown, and not yet shown. Any thread.
+  bool isLoaded() const;
+  /// From `loadAd` until the creative is ready or has failed; also after the ad could not be had
+  /// from the server, until the next load. Any thread.
+  bool isLoading() const;
+
+ protected:
+  explicit KVAAd(std::shared_ptr<FullscreenAd> fullscreenAd);
+  FullscreenAd& fullscreenAd() const { return *fullscreenAd_; }
+
+ private:
+  const std::shared_ptr<FullscreenAd> fullscreenAd_;
+};
+
+}  // namespace kva

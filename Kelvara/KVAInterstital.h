@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+
+#include <Kelvara/KVAAd.h>
+
+namespace kva {
+
+class KVAInterstital;
+
+/// Every method is optional. The threads are told at `KVAAd`.
+class KVA_EXPORT KVAInterstitialDelegate {
+ public:
+  virtual ~KVAInterstitialDelegate() = default;
+  virtual void interstitialDidReceive(KVAInterstital&) {}  ///< ready to be shown
+  virtual void interstitialDidFailToReceive(KVAInterstital&, const Error&) {}
+  virtual void interstitialDidPresent(KVAInterstital&) {}
+  virtual void interstitialDidFailToPresent(KVAInterstital&, const Error&) {}
+  virtual void interstitialDidClick(KVAInterstital&) {}
+  virtual void interstitialDidDismiss(KVAInterstital&) {}
+};
+
+/// A full-screen ad that the user may skip or close.
+/// The name, one letter short of its delegate's, is intended.
+class KVA_EXPORT KVAInterstital : public KVAAd,
+                                  public std::enable_shared_from_this<KVAInterstital> {
+ public:
+  static std::shared_ptr<KVAInterstital> create();
+  ~KVAInterstital() override;
+
+  /// Not kept alive. Any thread.
+  void setDelegate(std::weak_ptr<KVAInterstitialDelegate> delegate);
+
+ private:
+  KVAInterstital();
+};
+
+}  // namespace kva

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+
+#include <Kelvara/KVAAd.h>
+
+namespace kva {
+
+class KVARewarded;
+
+/// Every method is optional. The threads are told at `KVAAd`.
+class KVA_EXPORT KVARewardedDelegate {
+ public:
+  virtual ~KVARewardedDelegate() = default;
+  virtual void rewardedDidReceive(KVARewarded&) {}  ///< ready to be shown
+  virtual void rewardedDidFailToReceive(KVARewarded&, const Error&) {}
+  virtual void rewardedDidPresent(KVARewarded&) {}
+  virtual void rewardedDidFailToPresent(KVARewarded&, const Error&) {}
+  virtual void rewardedDidClick(KVARewarded&) {}
+  virtual void rewardedDidComplete(KVARewarded&) {}  ///< the reward is earned
+  virtual void rewardedDidDismiss(KVARewarded&) {}
+};
+
+/// A full-screen ad that earns the user a reward.
+class KVA_EXPORT KVARewarded : public KVAAd, public std::enable_shared_from_this<KVARewarded> {
+ public:
+  static std::shared_ptr<KVARewarded> create();
+  ~KVARewarded() override;
+
+  /// Not kept alive. Any thread.
+  void setDelegate(std::weak_ptr<KVARewardedDelegate> delegate);
+
+ private:
+  KVARewarded();
+};
+
+}  // namespace kva

@@ -1,0 +1,160 @@
+#include <Kelvara/presentation/AdView.h>
+
+#include <filesystem>
+#include <utility>
+
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/presentation/ApplicationFrame.h>
+
+namespace kva {
+namespace {
+
+constexpr double kButtonWidth = 60.0;
+constexpr EdgeInsets kImageInsets{10, 10, 10, 10};
+constexpr double kPrivacyAlpha = 0.8;
+
+void setImage(Button& button, const std::string& name) {
+  button.setImage({.bundle = kvaBundle().value_or(std::filesystem::path()), .name = name},
+                  kImageInsets);
+}
+
+}  // namespace
+
+std::shared_ptr<AdView> AdView::create(Rect frame, Creative::ContentType contentType) {
+  std::shared_ptr<AdView> adView(new AdView(contentType));
+  adView->setup(frame);
+  return adView;
+}
+
+AdView::AdView(Creative::ContentType contentType)
+    : contentType_(contentType), isSoundMuted_(SDKHelper::Settings::isSoundMuted()) {}
+
+void AdView::setup(Rect frame) {
+  using Corner = Layout::Corner;
+  view_ = hostApplication().makeView(frame);
+  view_->setDelegate(weak_from_this());
+  view_->setBackgroundColor(Color::clear);
+  closeButton_ = makeButton(Corner::topTrailing, "icon.close", "Close", &AdView::closeButtonTapped);
+  privacyButton_ =
+      makeButton(Corner::bottomTrailing, "icon.adchoices", "Privacy", &AdView::privacyButtonTapped);
+  privacyButton_->view()->setHidden(true);
+  privacyButton_->view()->setAlpha(kPrivacyAlpha);
+  if (contentType_ != Creative::ContentType::video) return;
+  skipButton_ = makeButton(Corner::topTrailing, "icon.skip", "Skip", &AdView::skipButtonTapped);
+  setupSoundButton();
+}
+
+std::shared_ptr<Button> AdView::makeButton(Layout::Corner corner, const std::string& imageName,
+                                           const std::string& accessibleName, Action action) {
+  auto button = hostApplication().makeButton();
+  button->view()->setBackgroundColor(Color::clear);
+  setImage(*button, imageName);
+  button->setAccessibleName(accessibleName);
+  button->setAction([weak = weak_from_this(), action] {
+    if (auto self = weak.lock()) (self.get()->*action)();
+  });
+  view_->addSubview(button->view(),
+                    Layout::atCorner(corner, {kButtonWidth, kButtonWidth}, Layout::Area::safe));
+  button->view()->bringToFront();
+  return button;
+}
+
+// Makes the button, or brings its image up to date. Once the video is over it is gone for good.
+void AdView::setupSoundButton() {
+  if (contentType_ != Creative::ContentType::video || isVideoOver_) return;
+  // "soundonn" is the image's name.
+  const std::string imageName = isSoundMuted_ ? "icon.soundoff" : "icon.soundonn";
+  const std::string accessibleName = isSoundMuted_ ? "Unmute" : "Mute";
+  if (!soundButton_) {
+    soundButton_ = makeButton(Layout::Corner::topLeading, imageName, accessibleName,
+                              &AdView::soundButtonTapped);
+    soundButton_->view()->setHidden(true);
+    return;
+  }
+  setImage(*soundButton_, imageName);
+  soundButton_->setAccessibleName(accessibleName);
+}
+
+void AdView::setDelegate(std::weak_ptr<AdViewDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+void AdView::setWebView(std::shared_ptr<KVAWebView> webView) {
+  webView_ = std::move(webView);
+  view_->addSubview(webView_->view(), Layout::edges(Layout::Area::plain));
+  webView_->view()->sendToBack();
+}
+
+void AdView::setCloseButtonHidden(bool isHidden) {
+  isCloseButtonHidden_ = isHidden;
+  onMainQueue(&AdView::showCloseControl);
+}
+
+void AdView::showCloseControl() {
+  if (contentType_ != Creative::ContentType::video) {
+    closeButton_->view()->setHidden(isCloseButtonHidden_);
+  } else if (!isVideoOver_) {
+    // A countdown that outlasts the video must not take the close button away again.
+    skipButton_->view()->setHidden(isCloseButtonHidden_);
+    closeButton_->view()->setHidden(true);
+  }
+}
+
+void AdView::adviewDidPresent() {
+  closeButton_->view()->setHidden(isCloseButtonHidden_ && !isVideoOver_);
+  if (soundButton_) soundButton_->view()->setHidden(false);
+  privacyButton_->view()->setHidden(false);
+}
+
+void AdView::videoCompleted() { onMainQueue(&AdView::endVideo); }
+
+void AdView::endVideo() {
+  isVideoOver_ = true;
+  if (skipButton_) skipButton_->view()->setHidden(true);
+  closeButton_->view()->setHidden(false);
+  if (soundButton_) std::exchange(soundButton_, nullptr)->view()->removeFromSuperview();
+}
+
+// Skip lies over close where both are shown, so it comes first.
+void AdView::cancel() {
+  if (skipButton_ && !skipButton_->view()->isHidden()) return skipButtonTapped();
+  if (!closeButton_->view()->isHidden()) closeButtonTapped();
+}
+
+void AdView::viewDidMoveToWindow() {
+  if (auto delegate = delegate_.lock()) delegate->adViewDidMoveToWindow(*this);
+}
+
+void AdView::viewWasTouched() {
+  Log::d("AdView tapped.");
+  wasTapped_ = true;
+}
+
+void AdView::closeButtonTapped() {
+  if (auto delegate = delegate_.lock()) delegate->adViewDidTapClose(*this);
+}
+
+void AdView::skipButtonTapped() {
+  if (auto delegate = delegate_.lock()) delegate->adViewDidTapSkip(*this);
+  onMainQueue(&AdView::endVideo);
+}
+
+void AdView::privacyButtonTapped() {
+  if (auto delegate = delegate_.lock()) delegate->adViewDidTapPrivacy(*this);
+}
+
+void AdView::soundButtonTapped() {
+  isSoundMuted_ = !isSoundMuted_;
+  onMainQueue(&AdView::setupSoundButton);
+  if (auto delegate = delegate_.lock()) delegate->adViewDidTapSoundMute(*this, isSoundMuted_);
+}
+
+void AdView::onMainQueue(Action action) {
+  Runtime::current().platform().mainQueue->async([weak = weak_from_this(), action] {
+    if (auto self = weak.lock()) (self.get()->*action)();
+  });
+}
+
+}  // namespace kva

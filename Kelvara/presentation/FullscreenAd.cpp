@@ -1,0 +1,131 @@
+#include <Kelvara/presentation/FullscreenAd.h>
+
+#include <utility>
+
+#include <Kelvara/ads/FrequencyCappingManager.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+
+namespace kva {
+
+FullscreenAd::FullscreenAd(AdType adType)
+    : adType_(adType), mainQueue_(Runtime::current().platform().mainQueue) {}
+
+// The controller's views may only go on the main thread.
+FullscreenAd::~FullscreenAd() {
+  auto controller = state_.with([](State& state) { return std::move(state.fullscreenVC); });
+  if (controller && !mainQueue_->isMainThread())
+    mainQueue_->async([controller = std::move(controller)] {});
+}
+
+void FullscreenAd::setListener(Listener listener) { listener_.set(std::move(listener)); }
+
+void FullscreenAd::tell(AdEvent event, const std::optional<Error>& error) {
+  if (const auto listener = listener_.get()) listener(event, error);
+}
+
+void FullscreenAd::setStatus(AdStatus adStatus) {
+  state_.with([&](State& state) { state.adStatus = adStatus; });
+}
+
+bool FullscreenAd::hasStatus(AdStatus adStatus) const {
+  return state_.with([&](const State& state) { return state.adStatus == adStatus; });
+}
+
+bool FullscreenAd::isLoaded() const { return hasStatus(AdStatus::loaded); }
+
+bool FullscreenAd::isLoading() const { return hasStatus(AdStatus::loading); }
+
+void FullscreenAd::loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice) {
+  auto loader = AdLoader::create();
+  loader->setDelegate(weak_from_this());
+  state_.with([&](State& state) {
+    state.adStatus = AdStatus::loading;
+    state.bidResponse = bidResponse;
+    state.adLoader = loader;
+  });
+  loader->load(bidResponse, clearingPrice);
+}
+
+void FullscreenAd::adLoaderDidReceiveAd(AdLoader&) {
+  // Of the last load, whichever has answered.
+  const auto loader = state_.with([](State& state) { return state.adLoader; });
+  auto ad = loader ? loader->adData() : std::nullopt;
+  if (!ad) {
+    return tell(
+        AdEvent::didFailToReceive,
+        SDKHelper::Error::error(KVAErrorCodes::adDataNotAvailable, "Ad data isn't available."));
+  }
+  mainQueue_->async([weak = weak_from_this(), ad = *std::move(ad)]() mutable {
+    if (auto self = weak.lock()) self->setupFullscreenVC(std::move(ad));
+  });
+}
+
+void FullscreenAd::adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) {
+  // The status stays as it is, as intended.
+  tell(AdEvent::didFailToReceive, error);
+}
+
+void FullscreenAd::setupFullscreenVC(Ad ad) {
+  auto controller = FullscreenAdVC::create(std::move(ad));
+  auto previous =
+      state_.with([&](State& state) { return std::exchange(state.fullscreenVC, controller); });
+  controller->setDelegate(weak_from_this());
+  controller->loadAd();
+}
+
+void FullscreenAd::fullscreenAdReady(FullscreenAdVC&) {
+  setStatus(AdStatus::loaded);
+  tell(AdEvent::didReceive);
+}
+
+void FullscreenAd::fullscreenAdFailed(FullscreenAdVC&, const Error& error) {
+  setStatus(AdStatus::idle);
+  tell(AdEvent::didFailToReceive, error);
+}
+
+void FullscreenAd::showAdFrom(ViewController& host) {
+  const bool isAccepted = state_.with([](State& state) {
+    if (state.adStatus != AdStatus::loaded) return false;
+    state.adStatus = AdStatus::willShow;
+    return true;
+  });
+  if (!isAccepted) {
+    return tell(AdEvent::didFailToPresent,
+                SDKHelper::Error::error(KVAErrorCodes::adNotReady, "Ad isn't ready."));
+  }
+  const auto controller = state_.with([](State& state) { return state.fullscreenVC; });
+  if (!controller) return;
+  controller->show(host, [weak = weak_from_this()](const Result<bool>& result) {
+    if (auto self = weak.lock()) self->didShow(result);
+  });
+}
+
+void FullscreenAd::didShow(const Result<bool>& result) {
+  if (!result) {
+    setStatus(AdStatus::idle);
+    return tell(AdEvent::didFailToPresent, result.error());
+  }
+  setStatus(AdStatus::shown);
+  tell(AdEvent::didPresent);
+  const auto bidResponse = state_.with([](State& state) { return state.bidResponse; });
+  FrequencyCappingManager::shared().trackImpression(
+      bidResponse ? std::optional(bidResponse->planId()) : std::nullopt);
+}
+
+void FullscreenAd::fullscreenAdClicked(FullscreenAdVC&) { tell(AdEvent::didClick); }
+
+void FullscreenAd::fullscreenAdRewardEarned(FullscreenAdVC&) {
+  if (adType_ == AdType::rewarded) tell(AdEvent::didComplete);
+}
+
+void FullscreenAd::fullscreenAdDismissed(FullscreenAdVC&) {
+  const auto controller = state_.with([](State& state) {
+    state.adStatus = AdStatus::idle;
+    return std::exchange(state.fullscreenVC, nullptr);
+  });
+  if (controller) controller->setDelegate({});
+  tell(AdEvent::didDismiss);
+}
+
+}  // namespace kva

@@ -1,0 +1,152 @@
+#include <Kelvara/presentation/FullscreenAdVC.h>
+
+#include <set>
+#include <utility>
+
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/SDKManager.h>
+#include <Kelvara/presentation/ApplicationFrame.h>
+#include <Kelvara/reporting/ReportManager.h>
+
+namespace kva {
+namespace {
+
+constexpr double kVideoQuarters = 4.0;
+
+/// The ads on screen, which the runtime keeps.
+struct PresentedAds {
+  std::set<std::shared_ptr<FullscreenAdVC>> all;
+
+  static PresentedAds& shared() { return Runtime::current().get<PresentedAds>(); }
+};
+
+}  // namespace
+
+std::shared_ptr<FullscreenAdVC> FullscreenAdVC::create(Ad adData) {
+  std::shared_ptr<FullscreenAdVC> controller(new FullscreenAdVC(std::move(adData)));
+  controller->setup();
+  return controller;
+}
+
+FullscreenAdVC::FullscreenAdVC(Ad adData) : adData_(std::move(adData)) {}
+
+// Only the end of the runtime takes an ad that is on screen: nothing of it is left over the host.
+FullscreenAdVC::~FullscreenAdVC() {
+  if (viewController_->isPresented()) viewController_->dismiss([] {});
+}
+
+void FullscreenAdVC::setup() {
+  viewController_ = hostApplication().makeViewController();
+  viewController_->setDelegate(weak_from_this());
+  viewController_->view()->setBackgroundColor(Color::black);
+}
+
+void FullscreenAdVC::setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+void FullscreenAdVC::loadAd() {
+  mrController_ = MRController::create(adData_);
+  mrController_->setDelegate(weak_from_this());
+  mrController_->loadAd();
+}
+
+void FullscreenAdVC::track(const BidReportAction& action) {
+  ReportManager::shared().trackAction(adData_.bidId, action);
+}
+
+void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool>)> completion) {
+  // Before the checks, as intended: a refused show leaves the page's updates paused.
+  if (mrController_) mrController_->willPresentVC();
+  // Code 13 stands for both refusals.
+  const auto refuse = [&](const char* message) {
+    completion(failure(SDKHelper::Error::error(KVAErrorCodes::adAlreadyShown, message)));
+  };
+  if (viewController_->isPresented()) return refuse("Ad is already shown.");
+  if (!SDKManager::shared().isReachable()) return refuse("No internet connection.");
+  PresentedAds::shared().all.insert(shared_from_this());
+  fromVC.present(viewController_, [weak = weak_from_this(), completion = std::move(completion)] {
+    if (auto self = weak.lock()) self->didPresent(completion);
+  });
+}
+
+void FullscreenAdVC::didPresent(const std::function<void(Result<bool>)>& completion) {
+  // The completion comes first, then the report and the page.
+  Runtime::current().platform().mainQueue->async(
+      [bidId = adData_.bidId, controller = std::weak_ptr(mrController_)] {
+        ReportManager::shared().trackAction(bidId, {BidReportAction::impression});
+        if (auto shown = controller.lock()) shown->didPresentVC();
+      });
+  completion(true);
+}
+
+void FullscreenAdVC::controllerAdReady(MRController&, std::shared_ptr<AdView> adView) {
+  adView_ = std::move(adView);
+  const auto area = adData_.creative.shouldCareSafeArea ? Layout::Area::safe : Layout::Area::plain;
+  viewController_->view()->addSubview(adView_->view(), Layout::edges(area));
+  if (auto delegate = delegate_.lock()) delegate->fullscreenAdReady(*this);
+}
+
+void FullscreenAdVC::controllerAdFailed(MRController&, const Error& error) {
+  if (auto delegate = delegate_.lock()) delegate->fullscreenAdFailed(*this, error);
+}
+
+void FullscreenAdVC::controllerAdClicked(MRController&) {
+  if (std::exchange(isClicked_, true)) return;
+  track({BidReportAction::click});
+  if (auto delegate = delegate_.lock()) delegate->fullscreenAdClicked(*this);
+}
+
+void FullscreenAdVC::controllerRewardEarned(MRController&) {
+  if (std::exchange(isRewardEarned_, true)) return;
+  track({BidReportAction::complete});
+  if (auto delegate = delegate_.lock()) delegate->fullscreenAdRewardEarned(*this);
+}
+
+void FullscreenAdVC::controllerVideoEvent(MRController&, double duration, double currentDuration) {
+  if ((duration == 0 && currentDuration == 0) || currentDuration > duration) return;
+  // Only a page that makes its times up, infinite ones say, comes past the fourth.
+  if (currentVideoQuarter_ > kVideoQuarters) return;
+  const double threshold = duration / kVideoQuarters * currentVideoQuarter_;
+  if (!(threshold <= currentDuration)) return;
+  track({BidReportAction::videoQuarter, static_cast<std::int64_t>(currentVideoQuarter_)});
+  currentVideoQuarter_ += 1;
+}
+
+void FullscreenAdVC::controllerVideoComplete(MRController&) {
+  currentVideoQuarter_ = kVideoQuarters;
+  track({BidReportAction::videoQuarter, static_cast<std::int64_t>(currentVideoQuarter_)});
+}
+
+void FullscreenAdVC::controllerAdDismiss(MRController&) {
+  close();
+  viewController_->dismiss([weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->didDismiss();
+  });
+}
+
+// The user is done with the ad, by the close control or with the window.
+void FullscreenAdVC::close() {
+  if (std::exchange(isClosed_, true)) return;
+  if (mrController_) std::exchange(mrController_, nullptr)->setDelegate({});
+  track({BidReportAction::dismiss});
+}
+
+void FullscreenAdVC::didDismiss() {
+  if (std::exchange(isDismissed_, true)) return;
+  const auto self = shared_from_this();
+  PresentedAds::shared().all.erase(self);
+  if (auto delegate = delegate_.lock()) delegate->fullscreenAdDismissed(*this);
+}
+
+void FullscreenAdVC::viewControllerDidRequestCancel() {
+  if (adView_) adView_->cancel();
+}
+
+void FullscreenAdVC::viewControllerWasTornDown() {
+  close();
+  didDismiss();
+}
+
+}  // namespace kva

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <Kelvara/ads/Ad.h>
+#include <Kelvara/core/Result.h>
+#include <Kelvara/platform/View.h>
+#include <Kelvara/presentation/AdView.h>
+#include <Kelvara/presentation/MRController.h>
+#include <Kelvara/reporting/BidReport.h>
+
+namespace kva {
+
+class FullscreenAdVC;
+
+/// Hears what becomes of a full-screen ad. Main thread.
+class FullscreenAdVCDelegate {
+ public:
+  virtual ~FullscreenAdVCDelegate() = default;
+  virtual void fullscreenAdReady(FullscreenAdVC&) = 0;
+  virtual void fullscreenAdFailed(FullscreenAdVC&, const Error& error) = 0;
+  virtual void fullscreenAdClicked(FullscreenAdVC&) = 0;       ///< at most once
+  virtual void fullscreenAdRewardEarned(FullscreenAdVC&) = 0;  ///< at most once
+  virtual void fullscreenAdDismissed(FullscreenAdVC&) = 0;     ///< at most once, the last call
+};
+
+/// Shows one ad full screen and reports what happens to it. On screen it lives until it is
+/// dismissed, whoever else lets go of it: the user can always close. Main thread.
+///
+/// When the window that it was to cover, or covers, goes away, the ad counts as dismissed by the
+/// user: one report, one `fullscreenAdDismissed`, no completion of `show`.
+class FullscreenAdVC : public MRControllerDelegate,
+                       public ViewControllerDelegate,
+                       public std::enable_shared_from_this<FullscreenAdVC> {
+ public:
+  static std::shared_ptr<FullscreenAdVC> create(Ad adData);
+  ~FullscreenAdVC() override;
+
+  void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
+  void loadAd();
+  /// `completion` comes at most once: before this returns when the ad is on screen already or there
+  /// is no network (error 13 for both), otherwise when the ad has taken the screen.
+  void show(ViewController& fromVC, std::function<void(Result<bool>)> completion);
+
+  void controllerAdReady(MRController&, std::shared_ptr<AdView> adView) override;
+  void controllerAdFailed(MRController&, const Error& error) override;
+  void controllerAdClicked(MRController&) override;
+  void controllerRewardEarned(MRController&) override;
+  void controllerVideoComplete(MRController&) override;
+  void controllerAdDismiss(MRController&) override;
+  void controllerVideoEvent(MRController&, double duration, double currentDuration) override;
+
+  void viewControllerDidRequestCancel() override;
+  void viewControllerWasTornDown() override;
+
+ private:
+  explicit FullscreenAdVC(Ad adData);
+  void setup();
+  void track(const BidReportAction& action);
+  void didPresent(const std::function<void(Result<bool>)>& completion);
+  void close();
+  void didDismiss();
+
+  const Ad adData_;
+  std::shared_ptr<ViewController> viewController_;
+  std::shared_ptr<AdView> adView_;
+  std::shared_ptr<MRController> mrController_;
+  std::weak_ptr<FullscreenAdVCDelegate> delegate_;
+  bool isClicked_ = false;
+  bool isRewardEarned_ = false;
+  bool isClosed_ = false;
+  bool isDismissed_ = false;
+  double currentVideoQuarter_ = 1.0;  ///< the next one to report
+};
+
+}  // namespace kva
