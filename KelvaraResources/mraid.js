@@ -8,7 +8,7 @@
  *                       The bridge carries open and resize. Every other action ends in an `error`
  *                       event that names it, and changes nothing.
  *   window.MRAID_ENV    Who hosts the ad. It never holds an identifier.
- *   window.mraidbridge  What the SDK calls: geometry, state, errors. Not for creatives.
+ *   window.mraidbridge  What the SDK calls. Not for creatives.
  *   window.kelvara      What Kelvara's own templates tell the SDK about their video:
  *                         preloadComplete()               the creative can be shown
  *                         videoEvent(duration, current)   progress, in seconds
@@ -27,6 +27,9 @@
  * Events reach their listeners in the order in which they arose, each only after the listeners of
  * the one before have returned. What a page's own call brings about comes after that call returned.
  * A creative that comes late asks getState(): `ready` and stateChange are not repeated for it.
+ *
+ * Commands are navigations of hidden iframes, mraid: and kva:, which the SDK catches and refuses.
+ * A page with a Content-Security-Policy must allow both in frame-src.
  */
 (function () {
   'use strict';
@@ -38,7 +41,7 @@
   // Taken before the page can replace them. The rest of the script uses no method of Array, so
   // a page that alters Array.prototype does not alter who hears what.
   const {apply} = Reflect;
-  const {create, freeze, defineProperty} = Object;
+  const {freeze, defineProperty} = Object;
   const createElement = document.createElement.bind(document);
   const encode = window.encodeURIComponent;
   const later = window.setTimeout.bind(window);
@@ -49,7 +52,7 @@
   window.MRAID_ENV = {version: VERSION, sdk: 'Kelvara', sdkVersion: '1.2.0'};
 
   // ---------------------------------------------------------------------------------------------
-  // Commands: navigations that the SDK catches and refuses.
+  // Commands.
 
   // Setting the page's location twice in one turn delivers only the second, so every command has
   // an iframe of its own. A page may hold a thousand frames; more commands than this at once wait.
@@ -57,7 +60,6 @@
   let commands = [];
   let nextCommand = 0;
   let framesInUse = 0;
-  let rootObserver = null;
 
   function send(url) {
     commands[commands.length] = url;
@@ -65,13 +67,10 @@
   }
 
   function sendWaiting() {
-    if (!document.documentElement) {
-      awaitRoot();
-      return;
-    }
+    if (!document.documentElement) return;   // until there is one, see below
     while (nextCommand < commands.length && framesInUse < FRAMES_AT_ONCE) {
-      navigateFrame(commands[nextCommand]);
       nextCommand += 1;
+      navigateFrame(commands[nextCommand - 1]);
     }
     if (nextCommand === commands.length) {
       commands = [];
@@ -92,45 +91,29 @@
     }, 0);
   }
 
-  function awaitRoot() {
-    if (rootObserver) return;
-    rootObserver = new MutationObserver(function () {
-      if (!document.documentElement) return;
-      rootObserver.disconnect();
-      rootObserver = null;
-      sendWaiting();
-    });
-    rootObserver.observe(document, {childList: true});
-  }
-
   // ---------------------------------------------------------------------------------------------
   // Events.
 
   // One list of {listener, removed, owed} per event. A list is replaced, never altered, so
   // a delivery under way keeps the list it began with; `removed` keeps it from calling one that
   // another listener has just taken out.
-  const listeners = create(null);
-  listeners.ready = [];
-  listeners.error = [];
-  listeners.stateChange = [];
-  listeners.sizeChange = [];
-  listeners.viewableChange = [];
-  listeners.exposureChange = [];
-  listeners.audioVolumeChange = [];
-  listeners.videoMuted = [];
-  listeners.skipTapped = [];
+  const listeners = {
+    __proto__: null,
+    ready: [], error: [], stateChange: [], sizeChange: [], viewableChange: [],
+    exposureChange: [], audioVolumeChange: [], videoMuted: [], skipTapped: []
+  };
 
   // Events whose present value a new listener is told once, soon after it registered.
-  const presentValue = create(null);
-  presentValue.exposureChange = exposure;
-  presentValue.audioVolumeChange = function () { return [audioVolume]; };
+  const presentValue = {
+    __proto__: null,
+    exposureChange: exposure,
+    audioVolumeChange() { return [audioVolume]; }
+  };
 
   let queue = [];
   let delivering = false;
 
-  function emit(event, ...args) {
-    enqueue({event, args, only: null});
-  }
+  function emit(event, ...args) { enqueue({event, args, only: null}); }
 
   function enqueue(delivery) {
     queue[queue.length] = delivery;
@@ -187,11 +170,10 @@
     }
     entries[entries.length] = entry;
     listeners[name] = entries;
-    if (entry.owed) later(function () { tellPresentValue(name, entry); }, 0);
-  }
-
-  function tellPresentValue(event, entry) {
-    if (entry.owed) enqueue({event, args: presentValue[event](), only: entry});
+    if (!entry.owed) return;
+    later(function () {
+      if (entry.owed) enqueue({event: name, args: presentValue[name](), only: entry});
+    }, 0);
   }
 
   function removeEventListener(event, listener) {
@@ -206,8 +188,8 @@
     listeners[name] = kept;
   }
 
-  // Tells the page that `action` came to nothing. A task of its own, because a creative may well
-  // answer an error with the call that failed: that must not hold the page up for ever.
+  // Tells the page that `action` came to nothing. A task of its own: a creative may well answer
+  // an error with the call that failed, and that must not hold the page up for ever.
   function fail(action, message) {
     later(function () { emit('error', message, action); }, 0);
   }
@@ -224,7 +206,7 @@
   let viewable = false;
   let isMuted = null;       // null until the SDK tells
   let audioVolume = null;   // percent; null while unknown
-  let features = create(null);
+  let features = {__proto__: null};
   let screenSize = {width: 0, height: 0};
   let maxSize = {width: 0, height: 0};
   let currentPosition = {x: 0, y: 0, width: 0, height: 0};
@@ -252,7 +234,7 @@
   }
 
   function setFeatures(supported) {
-    features = create(null);
+    features = {__proto__: null};
     for (const feature in supported) features[feature] = supported[feature] === true;
   }
 
@@ -349,7 +331,7 @@
 
   let clickOpened = false;   // an address was opened while a click was being handled
   let resizeProperties = null;
-  let expandProperties = null;
+  let expandSize = null;
 
   function open(url) {
     clickOpened = true;
@@ -386,17 +368,6 @@
          '&offsetX=' + offsetX + '&offsetY=' + offsetY);
   }
 
-  // The close control is always the SDK's, and an expanded ad would be modal.
-  function getExpandProperties() {
-    const {width, height} = expandProperties || screenSize;
-    return {width, height, useCustomClose: false, isModal: true};
-  }
-
-  function setExpandProperties(properties) {
-    const {width, height} = properties || {};
-    expandProperties = {width: width || screenSize.width, height: height || screenSize.height};
-  }
-
   const mraid = {
     addEventListener,
     removeEventListener,
@@ -421,8 +392,13 @@
     resize,
     getResizeProperties() { return resizeProperties && {...resizeProperties}; },
     setResizeProperties,
-    getExpandProperties,
-    setExpandProperties,
+    // The close control is always the SDK's, and an expanded ad would be modal.
+    getExpandProperties() {
+      return {...screenSize, ...expandSize, useCustomClose: false, isModal: true};
+    },
+    setExpandProperties({width, height} = {}) {
+      expandSize = {width: width || screenSize.width, height: height || screenSize.height};
+    },
     useCustomClose() {},
 
     close: notCarried('close'),
@@ -464,6 +440,8 @@
     }
   }
 
+  const RIGHT_BUTTON = 2;
+
   function linkOf(event) {
     const path = event.composedPath();
     for (let i = 0; i < path.length; i += 1) {
@@ -473,13 +451,12 @@
     return null;
   }
 
-  function clickBegins() {
-    clickOpened = false;
-  }
+  function clickBegins() { clickOpened = false; }
 
   // Last to hear of a click, so that the page can cancel it first.
   function clickEnds(event) {
-    const link = event.defaultPrevented ? null : linkOf(event);
+    const isFollowed = !event.defaultPrevented && event.button !== RIGHT_BUTTON;
+    const link = isFollowed ? linkOf(event) : null;
     if (!link) return;
     const href = link.getAttribute('href') || link.href.baseVal || '';
     if (href[0] === '#') return;
@@ -506,10 +483,22 @@
     script.dispatchEvent(new Event('load'));
   }
 
-  window.addEventListener('click', clickBegins, true);
-  window.addEventListener('click', clickEnds);
-  window.addEventListener('error', scriptFailed, true);
-  window.addEventListener('pagehide', leave);
+  function listen() {
+    for (const click of ['click', 'auxclick']) {
+      window.addEventListener(click, clickBegins, true);
+      window.addEventListener(click, clickEnds);
+    }
+    window.addEventListener('error', scriptFailed, true);
+    window.addEventListener('pagehide', leave);
+  }
+
+  // A page that writes its document anew takes every listener off the window, and one without
+  // a root element has no place for commands: both end when there is a new root.
+  listen();
+  new MutationObserver(function () {
+    listen();
+    sendWaiting();
+  }).observe(document, {childList: true});
 
   window.mraid = mraid;
   window.kelvara = kelvara;

@@ -48,6 +48,37 @@ if(KELVARA_DISPLAY)
     KELVARA_SANDBOX_API_BASE="${KELVARA_SANDBOX_API_BASE}")
 endif()
 
+# The resource bundle as it ships: the script and the images, not their sources.
+set(KELVARA_RESOURCE_BUNDLE ${PROJECT_BINARY_DIR}/KelvaraResources.bundle)
+file(GLOB resources CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/KelvaraResources/*.js ${PROJECT_SOURCE_DIR}/KelvaraResources/*.png)
+add_custom_target(kelvara_resources ALL
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${KELVARA_RESOURCE_BUNDLE}
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${resources} ${KELVARA_RESOURCE_BUNDLE}
+  DEPENDS ${resources})
+include(KelvaraEmbedResources)
+
+if(KELVARA_DISPLAY)
+  add_library(kelvara SHARED $<TARGET_OBJECTS:kelvara_sdk> $<TARGET_OBJECTS:kelvara_foundation>
+    $<TARGET_OBJECTS:kelvara_linux> $<TARGET_OBJECTS:kelvara_gtk>)
+  add_library(Kelvara::Kelvara ALIAS kelvara)
+  set_target_properties(kelvara PROPERTIES EXPORT_NAME Kelvara
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/kelvara.map)
+  target_include_directories(kelvara INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include>)
+  target_compile_features(kelvara INTERFACE cxx_std_23)
+  # What hosts compile against needs GTK's headers for <Kelvara/KelvaraGtk.h>, and nothing else.
+  pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
+  target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
+    $<BUILD_INTERFACE:kelvara_flags> $<BUILD_INTERFACE:PkgConfig::GTK> $<BUILD_INTERFACE:PkgConfig::WEBKIT> $<BUILD_INTERFACE:PkgConfig::GIO>
+    $<BUILD_INTERFACE:PkgConfig::CURL> $<BUILD_INTERFACE:PkgConfig::SQLITE> $<BUILD_INTERFACE:PkgConfig::URIPARSER>)
+  target_link_options(kelvara PRIVATE
+    -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/kelvara.map -Wl,--no-undefined)
+  add_dependencies(kelvara kelvara_resources)
+  include(KelvaraInstall)
+endif()
+
 foreach(part sandbox demo)
   if(EXISTS ${PROJECT_SOURCE_DIR}/${part}/CMakeLists.txt)
     add_subdirectory(${part})

@@ -15,19 +15,6 @@
 namespace kva {
 namespace {
 
-std::string replacingAll(std::string_view text, std::string_view wanted, char replacement) {
-  std::string replaced;
-  replaced.reserve(text.size());
-  std::size_t from = 0;
-  for (std::size_t at; (at = text.find(wanted, from)) != std::string_view::npos;) {
-    replaced.append(text, from, at - from);
-    replaced += replacement;
-    from = at + wanted.size();
-  }
-  replaced.append(text, from);
-  return replaced;
-}
-
 auto pieces(std::string_view query) {
   return query | std::views::split('&') | std::views::transform([](auto piece) {
            return std::string_view(piece.begin(), piece.end());
@@ -38,6 +25,20 @@ auto pieces(std::string_view query) {
 
 std::string md5Value(std::string_view text) { return md5Hex(text); }
 
+std::string replacingOccurrences(std::string_view text, std::string_view target,
+                                 std::string_view replacement) {
+  std::string replaced;
+  replaced.reserve(text.size());
+  std::size_t from = 0;
+  for (std::size_t at; (at = text.find(target, from)) != std::string_view::npos;) {
+    replaced.append(text, from, at - from);
+    replaced.append(replacement);
+    from = at + target.size();
+  }
+  replaced.append(text, from);
+  return replaced;
+}
+
 std::string unescaped(std::string_view text) {
   constexpr std::pair<std::string_view, char> escapes[] = {
       {"\\0", '\0'}, {"\\t", '\t'}, {"\\n", '\n'},  {"\\r", '\r'},
@@ -45,7 +46,7 @@ std::string unescaped(std::string_view text) {
   };
   std::string current(text);
   for (const auto& [escaped, character] : escapes)
-    current = replacingAll(current, escaped, character);
+    current = replacingOccurrences(current, escaped, {&character, 1});
   return current;
 }
 

@@ -13,6 +13,10 @@ namespace kva {
 /// The MD5 digest of the text's UTF-8 bytes, as 32 lower-case hexadecimal digits.
 std::string md5Value(std::string_view text);
 
+/// The text with every occurrence of `target`, which is not empty, replaced as it stands.
+std::string replacingOccurrences(std::string_view text, std::string_view target,
+                                 std::string_view replacement);
+
 /// The text with the backslash escapes \0 \t \n \r \" \' and \\ turned back into what they stand
 /// for, each in the whole text before the next, the doubled backslash last.
 std::string unescaped(std::string_view text);

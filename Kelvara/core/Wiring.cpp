@@ -1,7 +1,16 @@
 #include <Kelvara/core/Wiring.h>
 
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/user/AnalyticsManager.h>
+
 namespace kva {
 
-void wireManagers(Runtime&) {}
+void wireManagers(Runtime& runtime) {
+  runtime.get<ServerEvents>() = {
+      .userNotFound = [] { AnalyticsManager::shared().logout(); },
+      .serverTime = [](std::int64_t time) { AnalyticsManager::shared().setDeltaTime(time); },
+  };
+}
 
 }  // namespace kva

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/platform/Digest.h>
+#include <Kelvara/core/StringExtensions.h>
 
 namespace kva {
 namespace {
@@ -72,7 +72,7 @@ std::optional<std::string> PrivacyManager::idfaWithPrivacy() const {
 }
 
 std::optional<std::string> PrivacyManager::encryptedIDFA() const {
-  if (const auto idfa = idfaWithPrivacy()) return md5Hex(*idfa);
+  if (const auto idfa = idfaWithPrivacy()) return md5Value(*idfa);
   return {};
 }
 

@@ -1,0 +1,74 @@
+#include <Kelvara/ads/AdHelper.h>
+
+#include <string_view>
+
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/StringExtensions.h>
+
+namespace kva {
+namespace {
+
+struct ChosenFiles {
+  const CreativeFile* main = nullptr;
+  const CreativeFile* endCard = nullptr;
+};
+
+std::string_view wantedOrientation() {
+  switch (Runtime::current().platform().device->orientation()) {
+    case DeviceOrientation::portrait:
+    case DeviceOrientation::portraitUpsideDown:
+      return "portrait";
+    default:
+      return "landscape";
+  }
+}
+
+/// Of each type the last file that is made for the orientation, else the first.
+ChosenFiles chooseFiles(const Ad& ad) {
+  ChosenFiles chosen;
+  if (!ad.files) return chosen;
+  const auto orientation = wantedOrientation();
+  for (const auto& file : *ad.files) {
+    auto& choice = file.fileType == CreativeFile::FileType::main ? chosen.main : chosen.endCard;
+    if (!choice || file.orientation == orientation) choice = &file;
+  }
+  return chosen;
+}
+
+std::string absoluteString(const std::optional<URL>& url) {
+  return url ? url->absoluteString() : "";
+}
+
+}  // namespace
+
+std::string AdHelper::finalize(std::string html, const Ad& ad) {
+  const auto replace = [&html](std::string_view placeholder, std::string_view value) {
+    html = replacingOccurrences(html, placeholder, value);
+  };
+  const auto& creative = ad.creative;
+  const auto [main, endCard] = chooseFiles(ad);
+
+  // Each on what the one before it left, so a value may bring a later placeholder with it.
+  replace("[@CLICK_URL]", absoluteString(creative.clickUrl));
+  if (main) replace("[@MAIN_ASSET]", main->fileUrl.absoluteString());
+  if (endCard) replace("[@END_CARD_IMAGE]", endCard->fileUrl.absoluteString());
+  replace("[@ICON_IMAGE]", absoluteString(creative.iconUrl));
+  replace("[@DESCRIPTION_TEXT]", creative.detailTitle());
+  replace("[@TITLE_TEXT]", creative.title);
+  replace("[@CTA_TEXT]", creative.buttonTitle());
+  return unescaped(html);
+}
+
+std::optional<std::string> AdHelper::localizedString(const LocalizedTexts& dictionary) {
+  if (dictionary.empty()) return std::nullopt;
+  const auto languages = Runtime::current().platform().locale->preferredLanguages();
+  const std::string language = languages.empty() ? "" : languages.front();
+
+  for (const auto& [code, text] : dictionary)
+    if (language.contains(code)) return text;
+  if (const auto english = dictionary.find("en"); english != dictionary.end())
+    return english->second;
+  return dictionary.begin()->second;
+}
+
+}  // namespace kva

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <Kelvara/ads/AdType.h>
+#include <Kelvara/core/Json.h>
+#include <Kelvara/core/Result.h>
+
+namespace kva {
+
+/// An HTML document with placeholders for what an ad fills in. The same JSON arrives from the
+/// server and is stored.
+struct Template {
+  std::string id;
+  AdType adType = AdType::interstitial;
+  std::optional<std::string> name;
+  std::string htmlData;
+  std::int64_t version = 0;
+
+  static Result<Template> decode(const Json& json);
+  Json toJson() const;
+  bool operator==(const Template&) const = default;
+};
+
+}  // namespace kva

@@ -1,0 +1,80 @@
+#include <Kelvara/ads/TemplateManager.h>
+
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/SDKManager.h>
+
+namespace kva {
+
+TemplateManager& TemplateManager::shared() { return Runtime::current().get<TemplateManager>(); }
+
+TemplateManager::TemplateManager()
+    : store_(Runtime::current().platform().userDefaults),
+      state_({.templates = storedTemplates(*Runtime::current().platform().userDefaults),
+              .templateVersions = {}}) {}
+
+void TemplateManager::setTemplateVersions(std::map<std::string, std::int64_t> templateVersions) {
+  state_.with([&](State& state) { state.templateVersions = std::move(templateVersions); });
+}
+
+void TemplateManager::templateFor(const std::string& id,
+                                  Completion<std::optional<Template>> completion) {
+  std::optional<std::int64_t> required;
+  std::shared_ptr<const Template> cached;
+  state_.with([&](const State& state) {
+    if (const auto found = state.templateVersions.find(id); found != state.templateVersions.end())
+      required = found->second;
+    if (const auto found = state.templates.find(id); found != state.templates.end())
+      cached = found->second;
+  });
+  if (required && cached && *required <= cached->version) return completion(*cached);
+
+  const auto appId = SDKManager::shared().appId();
+  if (!appId) fatal("a template is asked for and the SDK has no application id");
+  RequestManager::getTemplate(
+      *appId, id, required,
+      [this, id, completion = std::move(completion)](Result<Template> result) mutable {
+        if (!result) {
+          Log::e("Get template error: " + result.error().localizedDescription());
+          return completion(std::nullopt);
+        }
+        Log::d("Get template: " + result->id + " - version: " + std::to_string(result->version));
+        keep(id, *result);
+        completion(*std::move(result));
+      });
+}
+
+void TemplateManager::keep(const std::string& id, Template fetched) {
+  auto shared = std::make_shared<const Template>(std::move(fetched));
+  state_.with([&](State& state) { state.templates[id] = std::move(shared); });
+  store_.with([&](const std::shared_ptr<UserDefaults>& store) {
+    Json json = Json::object();
+    for (const auto& [key, kept] : state_.with([](const State& state) { return state.templates; }))
+      json[key] = kept->toJson();
+    store->set(SDKHelper::UserDefaultKeys::templates,
+               toBytes(json.dump(-1, ' ', false, Json::error_handler_t::replace)));
+  });
+}
+
+TemplateManager::Templates TemplateManager::storedTemplates(const UserDefaults& defaults) {
+  const auto bytes = defaults.get<Bytes>(SDKHelper::UserDefaultKeys::templates);
+  if (!bytes) return {};
+  const auto json = parseJson(asText(*bytes));
+  if (!json || !json->is_object()) return {};
+  Templates templates;
+  for (const auto& [id, element] : json->items()) {
+    auto stored = Template::decode(element);
+    if (!stored) return {};
+    templates.emplace(id, std::make_shared<const Template>(*std::move(stored)));
+  }
+  return templates;
+}
+
+}  // namespace kva

@@ -1,0 +1,71 @@
+#include <Kelvara/core/SDKHelper.h>
+
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKManager.h>
+#include <Kelvara/platform/Text.h>
+
+namespace kva {
+namespace {
+
+const MainBundle& mainBundle() { return *Runtime::current().platform().mainBundle; }
+
+std::optional<std::filesystem::path> bundleFor(const std::string& name) {
+  const auto path = mainBundle().path() / (name + ".bundle");
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(path, ignored)) return {};
+  return path;
+}
+
+/// Kept by the runtime.
+struct MRAIDScript {
+  std::optional<std::string> text;
+
+  MRAIDScript() {
+    const auto path = mraidJSFile();
+    if (!path) return;
+    std::ifstream file(*path, std::ios::binary);
+    std::string contents(std::istreambuf_iterator<char>(file), {});
+    if (file && isUTF8(contents)) text = std::move(contents);
+  }
+};
+
+}  // namespace
+
+std::optional<std::filesystem::path> kvaBundle() { return bundleFor(kvaBundleName); }
+
+std::optional<std::filesystem::path> mraidJSFile() {
+  const auto bundle = kvaBundle();
+  std::error_code ignored;
+  if (!bundle || !std::filesystem::is_regular_file(*bundle / "mraid.js", ignored)) return {};
+  return *bundle / "mraid.js";
+}
+
+std::string SDKHelper::App::appVersion() {
+  return mainBundle().infoString("CFBundleShortVersionString").value_or("");
+}
+
+std::string SDKHelper::App::bundleId() { return mainBundle().bundleIdentifier().value_or(""); }
+
+bool SDKHelper::Settings::isSoundMuted() {
+  const auto application = SDKManager::shared().application();
+  return application && application->setting.isSoundMuted;
+}
+
+std::optional<std::string> SDKHelper::MRAID::mraidJS() {
+  return Runtime::current().get<MRAIDScript>().text;
+}
+
+kva::Error SDKHelper::Error::error(KVAErrorCodes code, std::string message) {
+  return error(static_cast<std::int64_t>(code), std::move(message));
+}
+
+kva::Error SDKHelper::Error::error(std::int64_t code, std::string message) {
+  return {"Kelvara", code, std::move(message)};
+}
+
+}  // namespace kva

@@ -1,0 +1,100 @@
+#include <Kelvara/user/AnalyticsManager.h>
+
+#include <utility>
+
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/StringExtensions.h>
+
+namespace kva {
+namespace {
+
+using Keys = SDKHelper::UserDefaultKeys;
+
+UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
+
+std::int64_t deviceTime() {
+  return millisecondsSince1970(Runtime::current().platform().clock->now());
+}
+
+}  // namespace
+
+AnalyticsManager& AnalyticsManager::shared() { return Runtime::current().get<AnalyticsManager>(); }
+
+AnalyticsManager::AnalyticsManager()
+    : state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
+                   .deltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime).value_or(0)}) {}
+
+void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
+  if (isRegistered()) return completion(std::nullopt);
+  RequestManager::register_(
+      defaultUser_, [this, completion = std::move(completion)](auto response) mutable {
+        if (!response) {
+          Log::e("Register error: " + response.error().localizedDescription());
+          return completion(response.error());
+        }
+        Log::d("Register success: " + response->userId);
+        accept(response->userId);
+        completion(std::nullopt);
+      });
+}
+
+void AnalyticsManager::updateIfNeeded() {
+  if (!isRegistered()) return;
+  if (User::lastUploaded() == defaultUser_) return Log::d("No need to user update.");
+  RequestManager::update(defaultUser_, userId().value_or(""), [this](auto response) {
+    if (!response) return Log::e("User update error: " + response.error().localizedDescription());
+    Log::d("User update success: " + response->userId);
+    accept(response->userId);
+  });
+}
+
+void AnalyticsManager::accept(const std::string& userId) {
+  setUserId(userId);
+  defaultUser_.save();
+}
+
+void AnalyticsManager::logout() {
+  setUserId(std::nullopt);
+  register_([](std::optional<Error>) {});
+}
+
+void AnalyticsManager::setUserId(std::optional<std::string> userId) {
+  // Stored under the guard, so that what is kept is what was set last.
+  state_.with([&](State& state) {
+    if (userId)
+      userDefaults().set(Keys::userId, *userId);
+    else
+      userDefaults().remove(Keys::userId);
+    state.userId = std::move(userId);
+  });
+}
+
+void AnalyticsManager::setDeltaTime(std::int64_t serverTime) {
+  std::int64_t deltaTime = 0;
+  if (__builtin_sub_overflow(serverTime, deviceTime(), &deltaTime))
+    fatal("the difference between the server's clock and the device's is beyond 64 bits");
+  state_.with([&](State& state) {
+    state.deltaTime = deltaTime;
+    userDefaults().set(Keys::deltaTime, deltaTime);
+  });
+}
+
+std::int64_t AnalyticsManager::serverTime() const {
+  const std::int64_t deltaTime = state_.with([](const State& state) { return state.deltaTime; });
+  std::int64_t serverTime = 0;
+  if (__builtin_add_overflow(deviceTime(), deltaTime, &serverTime))
+    fatal("the server's time is beyond 64 bits");
+  return serverTime;
+}
+
+bool AnalyticsManager::isRegistered() const { return userId().has_value(); }
+
+std::optional<std::string> AnalyticsManager::userId() const {
+  return state_.with([](const State& state) { return state.userId; });
+}
+
+}  // namespace kva

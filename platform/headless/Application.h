@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Kelvara/platform/HostApplication.h>
+#include <platform/headless/Views.h>
+#include <platform/headless/WebViews.h>
+
+namespace kva::headless {
+
+/// The host application, active and without a window at first. Lives on the thread that runs
+/// virtual time.
+class HeadlessApplication final : public HostApplication {
+ public:
+  explicit HeadlessApplication(VirtualTime& time) : time_(time) {}
+
+  /// A new window, which becomes the key window.
+  std::shared_ptr<HeadlessWindow> makeWindow(Rect frame = {0, 0, 400, 800},
+                                             EdgeInsets safeAreaInsets = {});
+  void setKeyWindow(std::shared_ptr<HeadlessWindow> window) { keyWindow_ = window; }
+  void setState(State state) { state_ = state; }
+  void setScreenSize(Size size) { screenSize_ = size; }
+
+  const std::vector<std::string>& openedURLs() const { return openedURLs_; }
+
+  // What this application made and is still alive.
+  int liveViews() const;  ///< buttons, web views and the views of controllers among them
+  int liveWebViews() const { return static_cast<int>(live<HeadlessWebView>().size()); }
+  int liveButtons() const { return static_cast<int>(live<HeadlessButton>().size()); }
+  int liveViewControllers() const;
+  /// The last web view that was made and lives; null when there is none.
+  std::shared_ptr<HeadlessWebView> webView() const;
+  /// The last button with this image that was made and lives; null when there is none.
+  std::shared_ptr<HeadlessButton> button(std::string_view imageName) const;
+
+  State state() const override { return state_; }
+  std::shared_ptr<Window> keyWindow() const override;
+  void openURL(const URL& url) override { openedURLs_.push_back(url.absoluteString()); }
+  Size screenSize() const override { return screenSize_; }
+  std::shared_ptr<View> makeView(Rect frame) override;
+  std::shared_ptr<Button> makeButton() override;
+  std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) override;
+  std::shared_ptr<ViewController> makeViewController() override;
+
+ private:
+  template <class T>
+  std::vector<std::shared_ptr<T>> live() const;
+
+  VirtualTime& time_;
+  State state_ = State::active;
+  Size screenSize_{1280, 1024};
+  std::vector<std::shared_ptr<HeadlessWindow>> windows_;
+  std::weak_ptr<HeadlessWindow> keyWindow_;
+  std::vector<std::string> openedURLs_;
+  std::vector<std::weak_ptr<HeadlessView>> views_;  // in the order of making
+  std::vector<std::weak_ptr<HeadlessViewController>> viewControllers_;
+};
+
+}  // namespace kva::headless

@@ -1,0 +1,169 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Kelvara/core/Guarded.h>
+#include <Kelvara/platform/DeviceInfo.h>
+#include <Kelvara/platform/Locale.h>
+#include <Kelvara/platform/MainBundle.h>
+#include <Kelvara/platform/UserDefaults.h>
+
+// The device and the host application as a test wants them. Thread-safe, setters included.
+namespace kva::headless {
+
+/// Copies share one store, as two launches of an application do.
+class MemoryUserDefaults final : public UserDefaults {
+ public:
+  std::optional<Value> value(std::string_view key) const override;
+  void set(std::string_view key, Value value) override;
+  void remove(std::string_view key) override;
+
+  std::vector<std::string> keys() const;
+  /// How many times `set` and `remove` were called.
+  int writes() const;
+
+ private:
+  struct Store {
+    std::map<std::string, Value, std::less<>> values;
+    int writes = 0;
+  };
+  std::shared_ptr<Guarded<Store>> store_ = std::make_shared<Guarded<Store>>();
+};
+
+class HeadlessOutput final : public StandardOutput {
+ public:
+  void print(std::string_view text) override;
+  std::vector<std::string> lines() const { return lines_.get(); }
+  /// How many lines contain `text`.
+  int count(std::string_view text) const;
+  void clear() { lines_.set({}); }
+
+ private:
+  Guarded<std::vector<std::string>> lines_;
+};
+
+struct LocaleFacts {
+  std::vector<std::string> preferredLanguages{"en-US"};
+  std::optional<std::string> countryCode = "US";
+  std::optional<std::string> languageCode = "en";
+  std::optional<std::string> timeZoneAbbreviation = "UTC";
+};
+
+class HeadlessLocale final : public Locale {
+ public:
+  void set(LocaleFacts facts) { facts_.set(std::move(facts)); }
+
+  std::vector<std::string> preferredLanguages() const override {
+    return facts_.get().preferredLanguages;
+  }
+  std::optional<std::string> countryCode() const override { return facts_.get().countryCode; }
+  std::optional<std::string> languageCode() const override { return facts_.get().languageCode; }
+  std::optional<std::string> timeZoneAbbreviation() const override {
+    return facts_.get().timeZoneAbbreviation;
+  }
+
+ private:
+  Guarded<LocaleFacts> facts_;
+};
+
+class HeadlessDevice final : public DeviceInfo {
+ public:
+  void setSystemVersion(std::string version) { systemVersion_.set(std::move(version)); }
+  void setMachine(std::string machine) { machine_.set(std::move(machine)); }
+  /// Posts the notification through the main queue.
+  void setOrientation(DeviceOrientation orientation);
+  /// Posts the notification before it returns.
+  void setOrientationNow(DeviceOrientation orientation);
+  /// `Headless` says where notifications go.
+  void connect(std::function<void(bool now)> postChange) { postChange_.set(std::move(postChange)); }
+
+  std::string systemVersion() const override { return systemVersion_.get(); }
+  std::string machine() const override { return machine_.get(); }
+  DeviceOrientation orientation() const override { return orientation_.get(); }
+
+ private:
+  Guarded<std::string> systemVersion_{"6.1.0"};
+  Guarded<std::string> machine_{"x86_64"};
+  Guarded<DeviceOrientation> orientation_{DeviceOrientation::portrait};
+  Guarded<std::function<void(bool)>> postChange_;
+};
+
+/// No cellular service until one is set.
+class HeadlessTelephony final : public Telephony {
+ public:
+  void set(std::optional<RadioAccessTechnology> technology, std::optional<std::string> carrier) {
+    technology_.set(technology);
+    carrier_.set(std::move(carrier));
+  }
+  std::optional<RadioAccessTechnology> currentRadioAccessTechnology() const override {
+    return technology_.get();
+  }
+  std::optional<std::string> carrierName() const override { return carrier_.get(); }
+
+ private:
+  Guarded<std::optional<RadioAccessTechnology>> technology_;
+  Guarded<std::optional<std::string>> carrier_;
+};
+
+struct IdentifierFacts {
+  std::string advertisingIdentifier = "00000000-0000-0000-0000-000000000000";
+  std::optional<IdentifierManager::AuthorizationStatus> trackingAuthorizationStatus =
+      IdentifierManager::AuthorizationStatus::notDetermined;
+  bool isAdvertisingTrackingEnabled = false;
+};
+
+/// Withheld until it is set.
+class HeadlessIdentifiers final : public IdentifierManager {
+ public:
+  void set(IdentifierFacts facts) { facts_.set(std::move(facts)); }
+  /// An identifier that the user lets be used.
+  void authorize(std::string identifier) {
+    facts_.set({std::move(identifier), AuthorizationStatus::authorized, true});
+  }
+
+  std::string advertisingIdentifier() const override { return facts_.get().advertisingIdentifier; }
+  std::optional<AuthorizationStatus> trackingAuthorizationStatus() const override {
+    return facts_.get().trackingAuthorizationStatus;
+  }
+  bool isAdvertisingTrackingEnabled() const override {
+    return facts_.get().isAdvertisingTrackingEnabled;
+  }
+
+ private:
+  Guarded<IdentifierFacts> facts_;
+};
+
+/// Without resources until `embedResources`.
+class HeadlessMainBundle final : public MainBundle {
+ public:
+  HeadlessMainBundle() = default;
+  ~HeadlessMainBundle() override;
+  HeadlessMainBundle(const HeadlessMainBundle&) = delete;
+  HeadlessMainBundle& operator=(const HeadlessMainBundle&) = delete;
+
+  void setPath(std::filesystem::path path) { path_.set(std::move(path)); }
+  /// Makes a temporary folder the bundle's path, in which "KelvaraResources.bundle" is `resources`.
+  void embedResources(const std::filesystem::path& resources);
+  void setBundleIdentifier(std::optional<std::string> identifier) {
+    identifier_.set(std::move(identifier));
+  }
+  void setInfoString(const std::string& key, std::optional<std::string> value);
+
+  std::filesystem::path path() const override { return path_.get(); }
+  std::optional<std::string> bundleIdentifier() const override { return identifier_.get(); }
+  std::optional<std::string> infoString(const std::string& key) const override;
+
+ private:
+  Guarded<std::filesystem::path> path_{"/nonexistent"};
+  Guarded<std::vector<std::filesystem::path>> temporary_;
+  Guarded<std::optional<std::string>> identifier_{"org.example.host"};
+  Guarded<std::map<std::string, std::string>> info_{{{"CFBundleShortVersionString", "3.2.1"}}};
+};
+
+}  // namespace kva::headless

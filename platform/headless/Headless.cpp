@@ -1,0 +1,57 @@
+#include <platform/headless/Headless.h>
+
+#include <string>
+
+namespace kva::headless {
+namespace {
+
+// A pointer to a member of Headless, which outlives whoever holds it.
+template <class T>
+std::shared_ptr<T> borrowed(T& member) {
+  return {std::shared_ptr<void>(), &member};
+}
+
+}  // namespace
+
+Headless::Headless(const MemoryUserDefaults& sharedDefaults) : defaults(sharedDefaults) {
+  startProcess();
+  device.connect([this](bool now) {
+    auto post = [center = notificationCenter_, sender = &device] {
+      center->post(kOrientationDidChangeNotification, sender);
+    };
+    if (now)
+      post();
+    else
+      mainQueue_->async(post);
+  });
+}
+
+// What waits may hold views and queues, so it goes while they are there.
+Headless::~Headless() { time.clear(); }
+
+void Headless::startProcess() {
+  session_ = std::make_shared<HeadlessURLSession>(time, server);
+  mainQueue_ = std::make_shared<HeadlessMainQueue>(time);
+  notificationCenter_ = std::make_shared<NotificationCenter>();
+}
+
+Platform Headless::platform() {
+  if (session_->isInvalidated()) startProcess();
+  return {.urlSession = session_,
+          .userDefaults = borrowed(defaults),
+          .mainQueue = mainQueue_,
+          .runLoop = borrowed(time),
+          .notificationCenter = notificationCenter_,
+          .clock = borrowed(time),
+          .locale = borrowed(locale),
+          .device = borrowed(device),
+          .telephony = borrowed(telephony),
+          .identifiers = borrowed(identifiers),
+          .reachability = borrowed(reachability),
+          .mainBundle = borrowed(mainBundle),
+          .standardOutput = borrowed(output),
+          .application = borrowed(application),
+          .apiBases = apiBases};
+}
+
+}  // namespace kva::headless

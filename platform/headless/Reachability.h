@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <Kelvara/platform/ReachabilityService.h>
+#include <platform/headless/VirtualTime.h>
+
+namespace kva::headless {
+
+/// The network as a test wants it; reachable at first. Thread-safe.
+class HeadlessReachability final : public ReachabilityService {
+ public:
+  static constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
+
+  /// The operations that can be made to fail.
+  enum class Operation { create, setCallback, setDispatchQueue, flags };
+
+  explicit HeadlessReachability(VirtualTime& time);
+
+  /// Tells every reference that watches, also when the flags are the same as before.
+  void setFlags(std::uint32_t flags);
+  /// The operation fails with this system error until it is called with nothing.
+  void fail(Operation operation, std::optional<std::int32_t> systemError);
+  /// The references that have a callback and a queue.
+  int watchers() const;
+  /// The target of the last reference: a host name, or "0.0.0.0".
+  std::string lastTarget() const;
+
+  std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) override;
+  std::unique_ptr<ReachabilityReference> createWithName(const std::string& hostname) override;
+  std::int32_t lastError() const override;
+  std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label) override;
+
+ private:
+  class Reference;
+  struct Watch;
+  struct State;
+  std::unique_ptr<ReachabilityReference> create(std::string target);
+
+  VirtualTime& time_;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace kva::headless

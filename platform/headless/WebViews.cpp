@@ -1,0 +1,66 @@
+#include <platform/headless/WebViews.h>
+
+namespace kva::headless {
+namespace {
+
+NavigationAction makeAction(const std::string& text, NavigationAction::TargetFrame target) {
+  NavigationAction action{.request = std::nullopt, .target = target};
+  if (auto url = URL::parse(text))
+    action.request = URLRequest{.url = *url, .method = "GET", .headers = {}, .body = {}};
+  return action;
+}
+
+}  // namespace
+
+HeadlessWebView::HeadlessWebView(VirtualTime& time, Rect frame, WebViewConfiguration configuration)
+    : HeadlessView(frame), time_(time), configuration_(std::move(configuration)) {}
+
+void HeadlessWebView::setDelegate(std::weak_ptr<WebViewDelegate> delegate) {
+  pageDelegate_ = std::move(delegate);
+}
+
+void HeadlessWebView::loadHTML(const std::string& html, const std::optional<URL>& baseURL) {
+  loads_.push_back({.html = html, .baseURL = baseURL, .request = std::nullopt});
+}
+
+void HeadlessWebView::load(const URLRequest& request) {
+  loads_.push_back({.html = std::nullopt, .baseURL = std::nullopt, .request = request});
+}
+
+void HeadlessWebView::evaluateJavaScript(const std::string& script, Evaluated evaluated) {
+  scripts_.push_back(script);
+  if (!evaluated) return;
+  time_.after(0, [evaluated = std::move(evaluated), answer = answer_, script]() mutable {
+    evaluated(answer ? answer(script) : Result<std::string>("null"));
+  });
+}
+
+std::string HeadlessWebView::html() const {
+  for (auto load = loads_.rbegin(); load != loads_.rend(); ++load)
+    if (load->html) return *load->html;
+  return {};
+}
+
+void HeadlessWebView::finishNavigation() {
+  if (auto delegate = pageDelegate_.lock()) delegate->webViewDidFinishNavigation();
+}
+
+void HeadlessWebView::failNavigation(const Error& error) {
+  if (auto delegate = pageDelegate_.lock()) delegate->webViewDidFailNavigation(error);
+}
+
+bool HeadlessWebView::navigate(const std::string& url, NavigationAction::TargetFrame target) {
+  auto delegate = pageDelegate_.lock();
+  return !delegate || delegate->webViewDecidePolicy(makeAction(url, target));
+}
+
+void HeadlessWebView::createWebView(const std::string& url, NavigationAction::TargetFrame target) {
+  if (auto delegate = pageDelegate_.lock()) delegate->webViewCreateWebView(makeAction(url, target));
+}
+
+ScriptDialogAnswer HeadlessWebView::dialog(const ScriptDialog& dialog) {
+  auto delegate = pageDelegate_.lock();
+  return delegate ? delegate->webViewRunScriptDialog(dialog) : ScriptDialogAnswer{};
+}
+
+}  // namespace kva::headless
