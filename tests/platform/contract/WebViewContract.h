@@ -1,0 +1,179 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <Kelvara/platform/HostApplication.h>
+
+namespace kva::test {
+
+/// `Subject` makes an application with one window on show, and has
+///   HostApplication& application();
+///   std::shared_ptr<Window> window();
+///   bool spinUntil(const std::function<bool()>&);  // turns the main loop; false after a limit
+///   void letLoad(WebView&);   // what was loaded last now finishes, where it does not by itself
+///   void letFail(WebView&);   // likewise fails
+///   void navigatePage(WebView&, const std::string& url);  // location.href = url
+///   std::string runDialog(WebView&, const ScriptDialog&);  // what the page gets, as JSON; it
+///   turns
+///                                                          // the loop until the page has it
+template <class Subject>
+class WebViewContract : public testing::Test {
+ protected:
+  struct Listener : WebViewDelegate {
+    int finished = 0, failed = 0;
+    std::vector<NavigationAction> asked;
+    std::function<bool(const NavigationAction&)> decide;
+    std::vector<std::string> dialogs;
+    ScriptDialogAnswer answer;
+
+    void webViewDidFinishNavigation() override { ++finished; }
+    void webViewDidFailNavigation(const Error&) override { ++failed; }
+    bool webViewDecidePolicy(const NavigationAction& action) override {
+      asked.push_back(action);
+      return !decide || decide(action);
+    }
+    void webViewCreateWebView(const NavigationAction&) override {}
+    ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog& dialog) override {
+      dialogs.push_back(dialog.message + "|" + dialog.defaultText);
+      return answer;
+    }
+    bool wasAskedFor(const std::string& url) const {
+      for (const auto& action : asked)
+        if (action.request && action.request->url.absoluteString() == url) return true;
+      return false;
+    }
+  };
+
+  WebViewContract() {
+    webView = subject.application().makeWebView(
+        {0, 0, 200, 200},
+        {.userScript = "", .isOpaque = false, .bounces = false, .allowsZooming = false});
+    webView->setDelegate(listener);
+    subject.window()->view()->addSubview(webView->view(), Layout::frame({0, 0, 200, 200}));
+  }
+  ~WebViewContract() override {
+    if (webView) webView->view()->removeFromSuperview();
+  }
+
+  void loadPage() {
+    const int before = listener->finished;
+    webView->loadHTML("<!doctype html><title>page</title><p>Hello", std::nullopt);
+    EXPECT_EQ(listener->finished, before);
+    subject.letLoad(*webView);
+    ASSERT_TRUE(subject.spinUntil([&] { return listener->finished > before; }));
+  }
+  /// Waits for an answer of the page, before which all that was asked of it has come about.
+  void settle() {
+    bool answered = false;
+    webView->evaluateJavaScript("1", [&](Result<std::string>) { answered = true; });
+    ASSERT_TRUE(subject.spinUntil([&] { return answered; }));
+  }
+
+  Subject subject;
+  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::shared_ptr<WebView> webView;
+};
+TYPED_TEST_SUITE_P(WebViewContract);
+
+TYPED_TEST_P(WebViewContract, LoadsAPageAndSaysSoOnce) {
+  EXPECT_EQ(this->webView->view()->window(), this->subject.window());
+  this->loadPage();
+  this->settle();
+  EXPECT_EQ(this->listener->finished, 1);
+  EXPECT_EQ(this->listener->failed, 0);
+}
+
+TYPED_TEST_P(WebViewContract, SaysOnceThatALoadFailed) {
+  // Port 9 of this machine: no one listens there, and browsers refuse it besides.
+  this->webView->load(
+      {.url = *URL::parse("http://127.0.0.1:9/"), .method = "GET", .headers = {}, .body = {}});
+  EXPECT_EQ(this->listener->failed, 0);
+  this->subject.letFail(*this->webView);
+  ASSERT_TRUE(this->subject.spinUntil([&] { return this->listener->failed > 0; }));
+  this->settle();
+  EXPECT_EQ(this->listener->failed, 1);
+}
+
+TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheOrderGiven) {
+  this->loadPage();
+  std::vector<int> order;
+  for (int i = 0; i < 10; ++i) {
+    this->webView->evaluateJavaScript("null", nullptr);
+    this->webView->evaluateJavaScript("null", [&, i](Result<std::string> value) {
+      EXPECT_EQ(value, "null");
+      order.push_back(i);
+    });
+  }
+  EXPECT_TRUE(order.empty());
+  ASSERT_TRUE(this->subject.spinUntil([&] { return order.size() == 10; }));
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+}
+
+TYPED_TEST_P(WebViewContract, AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot) {
+  this->loadPage();
+  this->listener->decide = [](const NavigationAction&) { return false; };
+  for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
+                                "https://example.test/elsewhere?q=%20"}) {
+    this->subject.navigatePage(*this->webView, url);
+    EXPECT_TRUE(this->subject.spinUntil([&] { return this->listener->wasAskedFor(url); })) << url;
+    ASSERT_FALSE(this->listener->asked.empty());
+    EXPECT_EQ(this->listener->asked.back().target, NavigationAction::TargetFrame::main);
+    EXPECT_EQ(this->listener->asked.back().request->method, "GET");
+  }
+  this->settle();
+  EXPECT_EQ(this->listener->finished, 1) << "the page stayed where it was";
+}
+
+TYPED_TEST_P(WebViewContract, GivesThePageTheDelegatesAnswersToItsDialogs) {
+  using Kind = ScriptDialog::Kind;
+  this->loadPage();
+  const struct {
+    ScriptDialog dialog;
+    ScriptDialogAnswer answer;
+    std::string pageGets;
+  } cases[] = {
+      {{Kind::alert, "hello", ""}, {false, std::nullopt}, "null"},
+      {{Kind::confirm, "sure?", ""}, {false, std::nullopt}, "false"},
+      {{Kind::confirm, "really?", ""}, {true, std::nullopt}, "true"},
+      {{Kind::prompt, "name?", "default"}, {false, std::nullopt}, "null"},
+      {{Kind::prompt, "name!", "default"}, {true, "text"}, "\"text\""},
+  };
+  for (const auto& one : cases) {
+    this->listener->answer = one.answer;
+    EXPECT_EQ(this->subject.runDialog(*this->webView, one.dialog), one.pageGets)
+        << one.dialog.message;
+    ASSERT_FALSE(this->listener->dialogs.empty());
+    EXPECT_EQ(this->listener->dialogs.back(), one.dialog.message + "|" + one.dialog.defaultText);
+  }
+}
+
+TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndGoesWithAnswersUnderWay) {
+  this->loadPage();
+  this->listener.reset();
+  this->subject.navigatePage(*this->webView, "about:blank#somewhere");
+  this->settle();
+
+  bool answered = false;
+  this->webView->evaluateJavaScript("1", [&](Result<std::string>) { answered = true; });
+  this->webView->view()->removeFromSuperview();
+  const std::weak_ptr<WebView> watched = this->webView;
+  this->webView.reset();
+  EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
+  EXPECT_TRUE(this->subject.spinUntil([&] { return answered; }))
+      << "an answer, or that there is none";
+}
+
+REGISTER_TYPED_TEST_SUITE_P(WebViewContract, LoadsAPageAndSaysSoOnce, SaysOnceThatALoadFailed,
+                            AnswersScriptsLaterInTheOrderGiven,
+                            AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot,
+                            GivesThePageTheDelegatesAnswersToItsDialogs,
+                            OutlivesItsDelegateAndGoesWithAnswersUnderWay);
+
+}  // namespace kva::test

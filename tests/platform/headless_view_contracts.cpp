@@ -1,0 +1,53 @@
+// The headless views keep the promises of the view ports.
+#include <platform/contract/ViewContract.h>
+#include <platform/contract/WebViewContract.h>
+#include <platform/headless/Headless.h>
+
+namespace kva::test {
+namespace {
+
+using namespace headless;
+
+struct Stage {
+  HostApplication& application() { return h.application; }
+  std::shared_ptr<Window> window() { return window_; }
+  std::shared_ptr<ViewController> host() { return window_->viewController(); }
+  bool spinUntil(const std::function<bool()>& done) { return h.time.runUntil(done); }
+  void resize(Size size) { window_->setFrame({0, 0, size.width, size.height}); }
+  void tap(Point point) { window_->tap(point); }
+  void pressEscape() { window_->pressEscape(); }
+  void destroyWindow() { window_->destroy(); }
+
+  Headless h;
+  std::shared_ptr<HeadlessWindow> window_ =
+      h.application.makeWindow({0, 0, 640, 480}, {.top = 20, .left = 5, .bottom = 10, .right = 15});
+};
+INSTANTIATE_TYPED_TEST_SUITE_P(Headless, ViewContract, Stage);
+
+struct Page : Stage {
+  static HeadlessWebView& fake(WebView& webView) { return dynamic_cast<HeadlessWebView&>(webView); }
+  void letLoad(WebView& webView) {
+    h.time.after(0.05, [&webView] { fake(webView).finishNavigation(); });
+  }
+  void letFail(WebView& webView) {
+    h.time.after(0.05, [&webView] { fake(webView).failNavigation(*refused_.error); });
+  }
+  void navigatePage(WebView& webView, const std::string& url) { fake(webView).navigate(url); }
+  std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
+    const auto answer = fake(webView).dialog(dialog);
+    switch (dialog.kind) {
+      case ScriptDialog::Kind::alert:
+        return "null";
+      case ScriptDialog::Kind::confirm:
+        return answer.confirmed ? "true" : "false";
+      case ScriptDialog::Kind::prompt:
+        return answer.text ? "\"" + *answer.text + "\"" : "null";
+    }
+    return {};
+  }
+  static inline const URLSession::Outcome refused_ = failure(URLError::cannotConnectToHost);
+};
+INSTANTIATE_TYPED_TEST_SUITE_P(Headless, WebViewContract, Page);
+
+}  // namespace
+}  // namespace kva::test
