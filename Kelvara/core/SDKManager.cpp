@@ -1,0 +1,122 @@
+#include <Kelvara/core/SDKManager.h>
+
+#include <utility>
+
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/ads/TemplateManager.h>
+#include <Kelvara/api/Reachability.h>
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/StringExtensions.h>
+#include <Kelvara/reporting/ReportManager.h>
+#include <Kelvara/user/AdminManager.h>
+#include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/ReferralTracking.h>
+
+namespace kva {
+
+SDKManager& SDKManager::shared() { return Runtime::current().get<SDKManager>(); }
+
+SDKManager::SDKManager() {
+  auto reachability = Reachability::create();
+  if (reachability) {
+    reachability_ = *std::move(reachability);
+    observation_ = Runtime::current().platform().notificationCenter->addObserver(
+        kReachabilityChanged, reachability_.get(), [this] { reachabilityChanged(); });
+  }
+  if (!reachability_ || !reachability_->startNotifier()) Log::e("Reachability could not start.");
+}
+
+SDKManager::~SDKManager() = default;
+
+void SDKManager::start(const std::string& appId, Completion<std::optional<Error>> completion) {
+  const bool isValid = isValidUUID(appId);
+  const bool isAlreadyStarted = state_.with([&](State& state) {
+    if (state.initStatus != InitStatus::notInitialized) return true;
+    if (isValid) {
+      state.initStatus = InitStatus::initializing;
+      state.appId = appId;
+    }
+    return false;
+  });
+  if (isAlreadyStarted) {
+    Log::e("SDK already initialized/initializing.");
+    return completion(std::nullopt);
+  }
+  if (!isValid)
+    return completion(SDKHelper::Error::error(KVAErrorCodes::invalidAppId, "App id isn't valid."));
+
+  if (!isReachable()) {
+    Log::e("Wait connection for initialization.");
+    state_.with([](State& state) { state.initStatus = InitStatus::notInitialized; });
+    return completion(
+        SDKHelper::Error::error(KVAErrorCodes::noInternetConnection, "No internet connection."));
+  }
+
+  RequestManager::startSDK({{"aid", appId},
+                            {"sdkv", Kelvara::sdkVersion()},
+                            {"appv", SDKHelper::App::appVersion()},
+                            {"pl", SDKHelper::Device::platform()},
+                            {"osv", SDKHelper::Device::osVersion()},
+                            {"pkg", SDKHelper::App::bundleId()}},
+                           [this, completion = std::move(completion)](auto result) mutable {
+                             finishStart(std::move(result), std::move(completion));
+                           });
+}
+
+void SDKManager::finishStart(Result<Application> result,
+                             Completion<std::optional<Error>> completion) {
+  if (!result) {
+    Log::e("Init error: " + result.error().localizedDescription());
+    state_.with([](State& state) { state.initStatus = InitStatus::notInitialized; });
+    return completion(result.error());
+  }
+  const Application& application = *result;
+  Log::i("Application initalized: " + application.applicationId);
+  state_.with([&](State& state) { state.application = application; });
+  AdminManager::shared().setTesters(application.testers);
+  ReportManager::shared().start();
+  TemplateManager::shared().setTemplateVersions(application.templateVersions);
+  AnalyticsManager::shared().updateIfNeeded();
+  if (application.hasCampaign) ReferralTracking::shared().trackCampaign();
+  // Last, so that what the managers have just started still sees the SDK uninitialised.
+  state_.with([](State& state) { state.initStatus = InitStatus::initialized; });
+  completion(std::nullopt);
+}
+
+void SDKManager::reachabilityChanged() {
+  if (!isReachable()) return;
+  const auto appId = state_.with([](const State& state) {
+    return state.initStatus == InitStatus::notInitialized ? state.appId : std::nullopt;
+  });
+  if (appId) start(*appId, [](std::optional<Error>) {});
+}
+
+void SDKManager::setUserId(std::string userId) {
+  state_.with([&](State& state) { state.userId = std::move(userId); });
+}
+
+std::optional<std::string> SDKManager::appId() const {
+  return state_.with([](const State& state) { return state.appId; });
+}
+
+std::optional<std::string> SDKManager::userId() const {
+  return state_.with([](const State& state) { return state.userId; });
+}
+
+std::optional<Application> SDKManager::application() const {
+  return state_.with([](const State& state) { return state.application; });
+}
+
+bool SDKManager::isInitialized() const {
+  return state_.with(
+      [](const State& state) { return state.initStatus == InitStatus::initialized; });
+}
+
+bool SDKManager::isReachable() const {
+  return reachability_ && reachability_->connection() != Connection::unavailable;
+}
+
+}  // namespace kva
