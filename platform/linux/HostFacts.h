@@ -1,0 +1,64 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include <Kelvara/platform/Clock.h>
+#include <Kelvara/platform/DeviceInfo.h>
+#include <Kelvara/platform/Locale.h>
+#include <Kelvara/platform/MainBundle.h>
+
+namespace kva {
+
+/// The system's clock and GLib's calendar.
+class LinuxClock final : public Clock {
+ public:
+  double now() const override;
+  double addingDays(double time, int days) const override;
+  double addingHours(double time, int hours) const override;
+};
+
+/// What LANGUAGE, LC_ALL, LC_MESSAGES and LANG say. "C" and "POSIX" name no language.
+class LinuxLocale final : public Locale {
+ public:
+  std::vector<std::string> preferredLanguages() const override;
+  std::optional<std::string> countryCode() const override;
+  std::optional<std::string> languageCode() const override;
+  std::optional<std::string> timeZoneAbbreviation() const override;
+};
+
+/// The host application as its options describe it.
+class HostBundle final : public MainBundle {
+ public:
+  /// An empty `folder` is the folder of the executable; an empty text is an absent one.
+  HostBundle(std::filesystem::path folder, std::string identifier, std::string version);
+  std::filesystem::path path() const override { return folder_; }
+  std::optional<std::string> bundleIdentifier() const override;
+  std::optional<std::string> infoString(const std::string& key) const override;
+
+ private:
+  std::filesystem::path folder_;
+  std::string identifier_, version_;
+};
+
+/// The advertising identifier that the host supplies; withheld when it supplies none, or a text
+/// that is no UUID.
+class HostIdentifiers final : public IdentifierManager {
+ public:
+  HostIdentifiers(const std::string& advertisingIdentifier, bool trackingAuthorized);
+  std::string advertisingIdentifier() const override { return identifier_; }
+  std::optional<AuthorizationStatus> trackingAuthorizationStatus() const override;
+  bool isAdvertisingTrackingEnabled() const override { return authorized_; }
+
+ private:
+  std::string identifier_;
+  bool authorized_;
+};
+
+/// Standard output, unbuffered.
+class ProcessOutput final : public StandardOutput {
+ public:
+  void print(std::string_view text) override;
+};
+
+}  // namespace kva

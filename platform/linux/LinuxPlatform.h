@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <Kelvara/platform/Platform.h>
+
+#include "platform/linux/LinuxDevice.h"
+#include "platform/linux/NetworkReachability.h"
+
+namespace kva {
+
+struct LinuxOptions {
+  std::string bundleId, appVersion;    ///< the host application's identity
+  std::filesystem::path mainBundle;    ///< default: the executable's folder
+  std::filesystem::path userDefaults;  ///< default: $XDG_DATA_HOME/<bundleId>/defaults.sqlite
+  APIBases apiBases;
+  std::string advertisingIdentifier;  ///< default: all zeros (withheld)
+  bool trackingAuthorized = false;
+  ReachabilityPolicy reachability = ReachabilityPolicy::followSystem;
+};
+
+struct LinuxPlatform {
+  Platform ports;                       ///< all but `application`
+  std::shared_ptr<LinuxDevice> device;  ///< to tell it the shape of the host's window
+};
+
+/// The ports on this machine. On the main thread, which is also where the last reference to a
+/// port should be dropped; needs no running main loop. When all are dropped, every thread that
+/// they had has ended.
+LinuxPlatform makeLinuxPlatform(const LinuxOptions& options);
+
+}  // namespace kva

@@ -1,0 +1,111 @@
+#include "platform/linux/MainLoop.h"
+
+#include <deque>
+#include <utility>
+#include <variant>
+
+#include <Kelvara/core/Guarded.h>
+
+#include "platform/linux/GlibSupport.h"
+#include "platform/linux/TimerQueue.h"
+
+namespace kva {
+namespace {
+
+/// A source without a file descriptor or a condition of its own: its ready time says it all.
+gboolean dispatchSource(GSource*, GSourceFunc callback, gpointer data) { return callback(data); }
+GSourceFuncs sourceFunctions{.prepare = nullptr,
+                             .check = nullptr,
+                             .dispatch = dispatchSource,
+                             .finalize = nullptr,
+                             .closure_callback = nullptr,
+                             .closure_marshal = nullptr};
+
+}  // namespace
+
+struct MainLoop::State : std::enable_shared_from_this<State> {
+  struct Tasks {
+    std::deque<Task> waiting;
+    bool closed = false;
+  };
+
+  std::unique_ptr<GSource, Release<g_source_unref>> source{
+      g_source_new(&sourceFunctions, sizeof(GSource))};
+  Guarded<Tasks> tasks;
+  TimerQueue timers{[this] { rearm(); }};
+  Guarded<std::monostate> arming;
+
+  void attach() {
+    g_source_set_static_name(source.get(), "Kelvara");
+    g_source_set_can_recurse(source.get(), TRUE);
+    g_source_set_ready_time(source.get(), -1);
+    g_source_set_callback(
+        source.get(),
+        [](gpointer data) -> gboolean {
+          auto state = *static_cast<std::shared_ptr<State>*>(data);
+          state->run();
+          return G_SOURCE_CONTINUE;
+        },
+        new std::shared_ptr<State>(shared_from_this()),
+        [](gpointer data) { delete static_cast<std::shared_ptr<State>*>(data); });
+    g_source_attach(source.get(), nullptr);
+  }
+
+  /// Whoever changed something calls this afterwards; the last call sees every change.
+  void rearm() {
+    arming.with([&](auto&) { g_source_set_ready_time(source.get(), readyTime()); });
+  }
+
+  /// In microseconds of GLib's monotonic time, which is the steady clock's; -1: never.
+  gint64 readyTime() const {
+    if (tasks.with([](const Tasks& all) { return !all.waiting.empty(); })) return 0;
+    const auto due = timers.nextDue();
+    if (!due) return -1;
+    return std::chrono::ceil<std::chrono::microseconds>(due->time_since_epoch()).count();
+  }
+
+  void run() {
+    // Only what is there now: tasks that post tasks must not keep the rest of the loop waiting.
+    auto count = tasks.with([](const Tasks& all) { return all.waiting.size(); });
+    while (count-- > 0) {
+      Task task = tasks.with([](Tasks& all) -> Task {
+        if (all.waiting.empty()) return nullptr;
+        Task first = std::move(all.waiting.front());
+        all.waiting.pop_front();
+        return first;
+      });
+      if (!task) break;
+      task();  // a loop that it runs finds the tasks behind it: the source is still ready
+    }
+    timers.fireDue();
+    rearm();
+  }
+};
+
+MainLoop::MainLoop() : state_(std::make_shared<State>()), mainThread_(std::this_thread::get_id()) {
+  state_->attach();
+}
+
+MainLoop::~MainLoop() {
+  g_source_destroy(state_->source.get());
+  state_->timers.close();
+  auto dropped = state_->tasks.with([](State::Tasks& all) {
+    all.closed = true;
+    return std::exchange(all.waiting, {});
+  });
+}
+
+void MainLoop::async(Task task) {
+  state_->tasks.with([&](State::Tasks& all) {
+    if (!all.closed) all.waiting.push_back(std::move(task));
+  });
+  state_->rearm();
+}
+
+bool MainLoop::isMainThread() const { return std::this_thread::get_id() == mainThread_; }
+
+Timer MainLoop::schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire) {
+  return state_->timers.schedule(seconds, repeats, std::move(fire));
+}
+
+}  // namespace kva

@@ -1,0 +1,84 @@
+#include "platform/linux/Threads.h"
+
+#include <csignal>
+#include <deque>
+#include <utility>
+
+#include <pthread.h>
+
+#include <Kelvara/core/Guarded.h>
+
+namespace kva {
+
+std::thread startThread(const std::string& name, std::function<void()> run) {
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread thread(std::move(run));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_setname_np(thread.native_handle(), name.substr(0, 15).c_str());
+  return thread;
+}
+
+struct ThreadQueue::State {
+  struct Tasks {
+    std::deque<Task> waiting;
+    bool closed = false;
+  };
+  Guarded<Tasks> tasks;
+  Semaphore available;
+
+  void run();
+};
+
+namespace {
+thread_local const void* queueOfThisThread = nullptr;
+}
+
+void ThreadQueue::State::run() {
+  queueOfThisThread = this;
+  for (;;) {
+    available.acquire();
+    Task task = tasks.with([](Tasks& all) -> Task {
+      if (all.closed) return nullptr;
+      Task first = std::move(all.waiting.front());
+      all.waiting.pop_front();
+      return first;
+    });
+    if (!task) return;
+    task();
+  }
+}
+
+ThreadQueue::ThreadQueue(const std::string& label)
+    : state_(std::make_shared<State>()),
+      thread_(startThread(label, [state = state_] { state->run(); })) {}
+
+ThreadQueue::~ThreadQueue() {
+  auto dropped = state_->tasks.with([](State::Tasks& all) {
+    all.closed = true;
+    return std::exchange(all.waiting, {});
+  });
+  state_->available.release();
+  if (queueOfThisThread == state_.get())
+    thread_.detach();
+  else
+    thread_.join();
+}
+
+void ThreadQueue::async(Task task) {
+  state_->tasks.with([&](State::Tasks& all) { all.waiting.push_back(std::move(task)); });
+  state_->available.release();
+}
+
+void ThreadQueue::sync(Task task) {
+  if (queueOfThisThread == state_.get()) return task();
+  auto ran = std::make_shared<Semaphore>();
+  async([&task, ran] {
+    task();
+    ran->release();
+  });
+  ran->acquire();
+}
+
+}  // namespace kva
