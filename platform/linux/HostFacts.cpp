@@ -68,6 +68,7 @@ std::vector<std::string> LinuxLocale::preferredLanguages() const {
     const auto tag = parts.tag();
     if (!parts.language.empty() && std::ranges::find(tags, tag) == tags.end()) tags.push_back(tag);
   }
+  if (tags.empty()) tags.push_back("en");
   return tags;
 }
 

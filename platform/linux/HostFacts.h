@@ -18,7 +18,8 @@ class LinuxClock final : public Clock {
   double addingHours(double time, int hours) const override;
 };
 
-/// What LANGUAGE, LC_ALL, LC_MESSAGES and LANG say. "C" and "POSIX" name no language.
+/// What LANGUAGE, LC_ALL, LC_MESSAGES and LANG say. "C" and "POSIX" name no language;
+/// where there is no other, English is preferred.
 class LinuxLocale final : public Locale {
  public:
   std::vector<std::string> preferredLanguages() const override;

@@ -24,7 +24,7 @@ void preparePrivateFile(const std::filesystem::path& file) {
   }
 }
 
-int bind(sqlite3_stmt* statement, int index, std::string_view text) {
+int bindText(sqlite3_stmt* statement, int index, std::string_view text) {
   return sqlite3_bind_text64(statement, index, text.empty() ? "" : text.data(), text.size(),
                              SQLITE_STATIC, SQLITE_UTF8);
 }
@@ -34,7 +34,7 @@ struct Binder {
   int index;
 
   StoredType operator()(const std::string& text) const {
-    bind(statement, index, text);
+    bindText(statement, index, text);
     return StoredType::string;
   }
   StoredType operator()(const Bytes& bytes) const {
@@ -162,7 +162,7 @@ int SqliteStore::prepareStatements(Access access) {
 
 std::optional<UserDefaults::Value> SqliteStore::read(std::string_view key) {
   if (!select_) return std::nullopt;
-  bind(select_.get(), 1, key);
+  bindText(select_.get(), 1, key);
   std::optional<Value> found;
   if (sqlite3_step(select_.get()) == SQLITE_ROW) found = valueOf(select_.get());
   sqlite3_reset(select_.get());
@@ -183,7 +183,7 @@ int SqliteStore::write(const Changes& changes) {
 int SqliteStore::writeOne(const std::string& key, const std::optional<Value>& value) {
   sqlite3_stmt* statement = value ? upsert_.get() : erase_.get();
   if (!statement) return SQLITE_READONLY;
-  bind(statement, 1, key);
+  bindText(statement, 1, key);
   if (value) {
     const auto type = std::visit(Binder{statement, 3}, *value);
     sqlite3_bind_int(statement, 2, static_cast<int>(type));

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <glib.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <Kelvara/platform/URL.h>
+
+namespace kva::test {
+
+/// Turns the main context until `done`; false after half a minute.
+inline bool spinMainLoopUntil(const std::function<bool()>& done) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    if (!g_main_context_iteration(nullptr, FALSE))
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+struct TemporaryFolder {
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "kelvara-XXXXXX").native();
+    path = mkdtemp(name.data());
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  std::filesystem::path path;
+};
+
+/// A socket on a free port of 127.0.0.1.
+struct LoopbackSocket {
+  LoopbackSocket() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    socklen_t size = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  }
+  ~LoopbackSocket() { close(fd); }
+  LoopbackSocket(const LoopbackSocket&) = delete;
+  LoopbackSocket& operator=(const LoopbackSocket&) = delete;
+  std::string base() const { return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)); }
+  URL url() const { return *URL::parse(base() + "/"); }
+
+  int fd;
+  sockaddr_in address{};
+};
+
+/// A port that nobody listens on, kept for this process.
+inline URL refusingUrl() {
+  static const LoopbackSocket unheard;
+  return unheard.url();
+}
+
+/// An HTTP server with the answers that the contract asks for; tests add their own.
+class LoopbackServer {
+ public:
+  using Prepare = std::function<void(httplib::Server&)>;
+  explicit LoopbackServer(const Prepare& prepare = nullptr) {
+    server_.Get("/ok", [](const auto&, auto& answer) { answer.set_content("ok", "text/plain"); });
+    server_.Get("/empty", [](const auto&, auto& answer) { answer.status = 200; });
+    server_.Get("/error", [](const auto&, auto& answer) {
+      answer.status = 500;
+      answer.set_content("broken", "text/plain");
+    });
+    server_.Post("/echo", [](const auto& request, auto& answer) {
+      answer.set_content(request.body, "application/json");
+    });
+    server_.new_task_queue = [] { return new httplib::ThreadPool(8); };
+    server_.set_keep_alive_timeout(1);
+    if (prepare) prepare(server_);
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    listen(silent_.fd, 64);  // the kernel accepts, and nobody ever answers
+  }
+  ~LoopbackServer() {
+    while (!server_.is_running()) std::this_thread::yield();
+    server_.stop();
+    thread_.join();
+  }
+  std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
+  URL url(const std::string& path) const {
+    return path == "/never" ? silent_.url() : *URL::parse(base() + path);
+  }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+  LoopbackSocket silent_;
+};
+
+}  // namespace kva::test
