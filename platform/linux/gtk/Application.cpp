@@ -1,0 +1,135 @@
+#include <platform/linux/gtk/Application.h>
+
+#include <algorithm>
+
+#include <platform/linux/gtk/NativeButton.h>
+#include <platform/linux/gtk/NativeViewController.h>
+#include <platform/linux/gtk/NativeWebView.h>
+
+#ifdef GDK_WINDOWING_X11
+#include <gdk/x11/gdkx.h>
+#endif
+
+namespace kva::gtk {
+
+namespace {
+
+bool displayTellsActiveWindow(GdkDisplay* display) {
+#ifdef GDK_WINDOWING_X11
+  if (GDK_IS_X11_DISPLAY(display)) {
+    return gdk_x11_screen_supports_net_wm_hint(gdk_x11_display_get_screen(display),
+                                               g_intern_static_string("_NET_ACTIVE_WINDOW"));
+  }
+#endif
+  (void)display;
+  return true;
+}
+
+bool shows(GtkWindow* window) {
+  if (!gtk_widget_get_mapped(GTK_WIDGET(window))) return false;
+  auto* surface = gtk_native_get_surface(GTK_NATIVE(window));
+  return !(gdk_toplevel_get_state(GDK_TOPLEVEL(surface)) & GDK_TOPLEVEL_STATE_MINIMIZED);
+}
+
+bool anyWindowIsActive() {
+  auto* windows = gtk_window_get_toplevels();
+  for (guint i = 0; i < g_list_model_get_n_items(windows); ++i) {
+    auto window = Ref<GtkWindow>::adopt(GTK_WINDOW(g_list_model_get_item(windows, i)));
+    if (gtk_window_is_active(window.get())) return true;
+  }
+  return false;
+}
+
+Ref<GdkMonitor> monitorOf(GtkWindow* window) {
+  auto* display = gdk_display_get_default();
+  auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
+  if (surface)
+    if (auto* monitor = gdk_display_get_monitor_at_surface(display, surface))
+      return Ref<GdkMonitor>::sink(monitor);
+  return Ref<GdkMonitor>::adopt(
+      static_cast<GdkMonitor*>(g_list_model_get_item(gdk_display_get_monitors(display), 0)));
+}
+
+}  // namespace
+
+Application::Application(Options options) : options_(std::move(options)) {}
+
+Application::~Application() {
+  for (auto& host : std::exchange(windows_, {})) host.window->leave();
+}
+
+std::shared_ptr<ViewController> Application::viewController(GtkWindow* window) {
+  auto known =
+      std::ranges::find(windows_, window, [](auto& host) { return host.window->gtkWindow(); });
+  if (known != windows_.end()) {
+    std::rotate(known, known + 1, windows_.end());
+  } else {
+    auto made = NativeWindow::create(
+        window, options_.safeAreaInsets,
+        {.resized =
+             [this](NativeWindow& resized) {
+               auto* key = keyHostWindow();
+               if (!key || key->window.get() != &resized || !options_.shapeChanged) return;
+               auto size = resized.frame().size();
+               options_.shapeChanged(size.width > size.height ? DeviceOrientation::landscapeLeft
+                                                              : DeviceOrientation::portrait);
+             },
+         .destroyed = [this](NativeWindow& gone) { forget(gone); }});
+    windows_.push_back({made, std::make_shared<NativeViewController>(made)});
+  }
+  return windows_.back().controller;
+}
+
+void Application::forget(const NativeWindow& window) {
+  std::erase_if(windows_, [&](auto& host) { return host.window.get() == &window; });
+}
+
+const Application::HostWindow* Application::keyHostWindow() const {
+  auto active = std::ranges::find_if(
+      windows_, [](auto& host) { return gtk_window_is_active(host.window->gtkWindow()); });
+  if (active != windows_.end()) return &*active;
+  return windows_.empty() ? nullptr : &windows_.back();
+}
+
+HostApplication::State Application::state() const {
+  auto* key = keyHostWindow();
+  if (!key || !shows(key->window->gtkWindow())) return State::background;
+  if (anyWindowIsActive()) return State::active;
+  return displayTellsActiveWindow(gdk_display_get_default()) ? State::inactive : State::active;
+}
+
+std::shared_ptr<Window> Application::keyWindow() const {
+  auto* key = keyHostWindow();
+  return key ? key->window : nullptr;
+}
+
+void Application::openURL(const URL& url) {
+  if (options_.openURL) return options_.openURL(url.absoluteString());
+  g_app_info_launch_default_for_uri_async(url.absoluteString().c_str(), nullptr, nullptr, nullptr,
+                                          nullptr);
+}
+
+Size Application::screenSize() const {
+  auto* key = keyHostWindow();
+  auto monitor = monitorOf(key ? key->window->gtkWindow() : nullptr);
+  if (!monitor) return {};
+  GdkRectangle area{};
+  gdk_monitor_get_geometry(monitor.get(), &area);
+  return {static_cast<double>(area.width), static_cast<double>(area.height)};
+}
+
+std::shared_ptr<View> Application::makeView(Rect frame) {
+  return std::make_shared<NativeView>(frame);
+}
+
+std::shared_ptr<Button> Application::makeButton() { return std::make_shared<NativeButton>(); }
+
+std::shared_ptr<WebView> Application::makeWebView(Rect frame, WebViewConfiguration configuration) {
+  return NativeWebView::create(pool_.take(), frame, configuration);
+}
+
+std::shared_ptr<ViewController> Application::makeViewController() {
+  return std::make_shared<NativeViewController>();
+}
+
+}  // namespace kva::gtk

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <Kelvara/platform/DeviceInfo.h>
+#include <Kelvara/platform/HostApplication.h>
+#include <platform/linux/gtk/NativeWindow.h>
+#include <platform/linux/gtk/WebViewPool.h>
+
+namespace kva::gtk {
+
+/// The host's GTK application, as far as the SDK is told of its windows: those that
+/// `viewController` was asked for. Main thread only.
+///
+/// Its state is that of the key window: in the background while that is minimised or not shown,
+/// otherwise active when any of the process's windows has the user's attention. A display without
+/// a window manager says so of no window; there, a window that shows counts as active.
+class Application final : public kva::HostApplication {
+ public:
+  struct Options {
+    EdgeInsets safeAreaInsets;
+    /// Opens an address; the desktop's handler when empty.
+    std::function<void(const std::string&)> openURL;
+    /// Called with the shape of the key window, as an orientation, whenever it may have changed.
+    std::function<void(DeviceOrientation)> shapeChanged;
+  };
+  explicit Application(Options options);
+  ~Application() override;
+
+  /// The host's own controller for one of its windows; the same one each time.
+  std::shared_ptr<ViewController> viewController(GtkWindow* window);
+  const WebViewPool& webViewPool() const { return pool_; }
+
+  State state() const override;
+  std::shared_ptr<Window> keyWindow() const override;
+  void openURL(const URL& url) override;
+  Size screenSize() const override;
+  std::shared_ptr<View> makeView(Rect frame) override;
+  std::shared_ptr<Button> makeButton() override;
+  std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) override;
+  std::shared_ptr<ViewController> makeViewController() override;
+
+ private:
+  struct HostWindow {
+    std::shared_ptr<NativeWindow> window;
+    std::shared_ptr<NativeViewController> controller;
+  };
+  const HostWindow* keyHostWindow() const;
+  void forget(const NativeWindow& window);
+
+  Options options_;
+  WebViewPool pool_;
+  std::vector<HostWindow> windows_;  ///< the one asked for last is the last
+};
+
+}  // namespace kva::gtk

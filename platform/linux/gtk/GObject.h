@@ -1,0 +1,137 @@
+#pragma once
+
+#include <glib-object.h>
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+// Owners for what GLib counts and connects by hand.
+namespace kva::gtk {
+
+/// A strong reference to a GObject.
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  /// Takes over the caller's reference.
+  static Ref adopt(T* object) { return Ref(object); }
+  /// Adds a reference; sinks a floating one.
+  static Ref sink(T* object) {
+    return Ref(object ? static_cast<T*>(g_object_ref_sink(object)) : nullptr);
+  }
+
+  Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  Ref& operator=(Ref&& other) noexcept {
+    std::swap(object_, other.object_);
+    return *this;
+  }
+  ~Ref() {
+    if (object_) g_object_unref(object_);
+  }
+
+  T* get() const { return object_; }
+  T* release() { return std::exchange(object_, nullptr); }
+  explicit operator bool() const { return object_ != nullptr; }
+
+ private:
+  explicit Ref(T* object) : object_(object) {}
+  T* object_ = nullptr;
+};
+
+/// A pointer to a GObject that turns null when the object goes.
+template <class T>
+class WeakRef {
+ public:
+  WeakRef() { g_weak_ref_init(&ref_, nullptr); }
+  explicit WeakRef(T* object) { g_weak_ref_init(&ref_, object); }
+  ~WeakRef() { g_weak_ref_clear(&ref_); }
+  WeakRef(const WeakRef&) = delete;
+  WeakRef& operator=(const WeakRef&) = delete;
+
+  void set(T* object) { g_weak_ref_set(&ref_, object); }
+  Ref<T> get() const { return Ref<T>::adopt(static_cast<T*>(g_weak_ref_get(&ref_))); }
+
+ private:
+  mutable GWeakRef ref_;
+};
+
+/// A handler's connection to a signal; dropping it disconnects. The object may go first.
+class SignalConnection {
+ public:
+  SignalConnection() = default;
+  SignalConnection(gpointer object, gulong handler)
+      : state_(std::make_unique<State>(static_cast<GObject*>(object), handler)) {}
+
+ private:
+  struct State {
+    State(GObject* instance, gulong id) : object(instance), handler(id) {}
+    State(const State&) = delete;
+    ~State() {
+      if (auto alive = object.get()) g_clear_signal_handler(&handler, alive.get());
+    }
+    WeakRef<GObject> object;
+    gulong handler;
+  };
+  std::unique_ptr<State> state_;
+};
+
+template <class Signature>
+struct SignalHandler;
+template <class Result, class... Args>
+struct SignalHandler<Result(Args...)> {
+  using Function = std::function<Result(Args...)>;
+  static Result call(gpointer, Args... args, gpointer data) {
+    return (*static_cast<Function*>(data))(args...);
+  }
+  static void destroy(gpointer data, GClosure*) { delete static_cast<Function*>(data); }
+};
+
+/// Connects `handler` to `signal`; `Signature` is the signal's own, without the instance.
+template <class Signature>
+[[nodiscard]] SignalConnection connect(gpointer object, const char* signal,
+                                       std::function<Signature> handler) {
+  using Handler = SignalHandler<Signature>;
+  return {object, g_signal_connect_data(object, signal, G_CALLBACK(Handler::call),
+                                        new std::function<Signature>(std::move(handler)),
+                                        Handler::destroy, GConnectFlags{})};
+}
+
+/// A call that the main loop will make once; dropping it means silence.
+class PendingCall {
+ public:
+  using Call = std::move_only_function<void()>;
+
+  PendingCall() = default;
+  /// Never before `after` returns.
+  static PendingCall after(guint milliseconds, Call call, int priority = G_PRIORITY_DEFAULT) {
+    PendingCall pending;
+    pending.source_ = g_timeout_source_new(milliseconds);
+    g_source_set_priority(pending.source_, priority);
+    g_source_set_callback(pending.source_, run, new Call(std::move(call)),
+                          [](gpointer data) { delete static_cast<Call*>(data); });
+    g_source_attach(pending.source_, nullptr);
+    return pending;
+  }
+  PendingCall(PendingCall&& other) noexcept : source_(std::exchange(other.source_, nullptr)) {}
+  PendingCall& operator=(PendingCall&& other) noexcept {
+    std::swap(source_, other.source_);
+    return *this;
+  }
+  ~PendingCall() { cancel(); }
+
+  void cancel() {
+    if (!source_) return;
+    g_source_destroy(source_);
+    g_source_unref(std::exchange(source_, nullptr));
+  }
+
+ private:
+  static gboolean run(gpointer data) {
+    (*static_cast<Call*>(data))();
+    return G_SOURCE_REMOVE;
+  }
+  GSource* source_ = nullptr;
+};
+
+}  // namespace kva::gtk

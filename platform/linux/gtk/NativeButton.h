@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include <Kelvara/platform/View.h>
+#include <platform/linux/gtk/NativeView.h>
+
+namespace kva::gtk {
+
+/// A GTK button that looks like its image alone: dimmed while it is pressed, ringed while the
+/// keyboard's focus is on it. Main thread only.
+class NativeButton final : public kva::Button, public std::enable_shared_from_this<NativeButton> {
+ public:
+  NativeButton();
+
+  std::shared_ptr<View> view() override { return view_; }
+  void setImage(Image image, EdgeInsets insets) override;
+  void setAccessibleName(const std::string& name) override;
+  void setAction(std::function<void()> touchedUpInside) override {
+    action_ = std::move(touchedUpInside);
+  }
+
+ private:
+  void showImage();
+
+  GtkWidget* picture_;
+  GtkWidget* button_;
+  std::shared_ptr<NativeView> view_;
+  Image image_;
+  std::function<void()> action_;
+  SignalConnection clicked_, activated_, scaled_;
+};
+
+}  // namespace kva::gtk

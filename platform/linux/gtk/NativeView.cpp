@@ -1,0 +1,216 @@
+#include <platform/linux/gtk/NativeView.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include <platform/linux/gtk/NativeWindow.h>
+
+namespace kva::gtk {
+
+namespace {
+
+Rect inset(const Rect& rect, const EdgeInsets& by) {
+  return {rect.x + by.left, rect.y + by.top, std::max(0.0, rect.width - by.left - by.right),
+          std::max(0.0, rect.height - by.top - by.bottom)};
+}
+
+Rect place(const Layout& layout, Size superview, const EdgeInsets& safe) {
+  Rect area{0, 0, superview.width, superview.height};
+  if (layout.area == Layout::Area::safe) area = inset(area, safe);
+  if (layout.kind == Layout::Kind::edges) return area;
+  if (layout.kind == Layout::Kind::frame) return layout.rect;
+
+  using enum Layout::Corner;
+  const bool leading = layout.corner == topLeading || layout.corner == bottomLeading;
+  const bool top = layout.corner == topLeading || layout.corner == topTrailing;
+  const bool left = leading == (gtk_widget_get_default_direction() != GTK_TEXT_DIR_RTL);
+  auto [width, height] = layout.rect.size();
+  return {left ? area.x : area.x + area.width - width, top ? area.y : area.y + area.height - height,
+          width, height};
+}
+
+void allocateIn(GtkWidget* child, const Rect& frame) {
+  if (!gtk_widget_should_layout(child)) return;
+  auto origin = GRAPHENE_POINT_INIT(static_cast<float>(std::round(frame.x)),
+                                    static_cast<float>(std::round(frame.y)));
+  gtk_widget_allocate(child, static_cast<int>(std::lround(frame.width)),
+                      static_cast<int>(std::lround(frame.height)), -1,
+                      gsk_transform_translate(nullptr, &origin));
+}
+
+EdgeInsets overlap(const EdgeInsets& insets, const Rect& frame, Size window) {
+  return {std::max(0.0, insets.top - frame.y), std::max(0.0, insets.left - frame.x),
+          std::max(0.0, frame.y + frame.height - (window.height - insets.bottom)),
+          std::max(0.0, frame.x + frame.width - (window.width - insets.right))};
+}
+
+}  // namespace
+
+NativeView::NativeView(Rect frame) : NativeView(frame, nullptr) {}
+
+NativeView::NativeView(Rect frame, GtkWidget* content)
+    : frame_(frame), widget_(Ref<GtkWidget>::sink(layoutWidgetNew(this))), content_(content) {
+  if (content_) gtk_widget_set_parent(content_, widget());
+  auto* presses = gtk_event_controller_legacy_new();
+  gtk_event_controller_set_propagation_phase(presses, GTK_PHASE_CAPTURE);
+  presses_ = connect<gboolean(GdkEvent*)>(presses, "event", [this](GdkEvent* event) {
+    auto type = gdk_event_get_event_type(event);
+    auto self = shared_from_this();
+    if (type == GDK_BUTTON_PRESS || type == GDK_TOUCH_BEGIN)
+      if (auto delegate = delegate_.lock()) delegate->viewWasTouched();
+    return GDK_EVENT_PROPAGATE;
+  });
+  gtk_widget_add_controller(widget(), presses);
+}
+
+NativeView::~NativeView() {
+  for (auto& subview : subviews_) {
+    subview->superview_.reset();
+    gtk_widget_unparent(subview->widget());
+  }
+  if (content_) gtk_widget_unparent(content_);
+  layoutWidgetDropClient(widget());
+}
+
+void NativeView::becomeRoot(std::weak_ptr<NativeWindow> window) {
+  rootOf_ = std::move(window);
+  tellOfWindow();
+}
+
+void NativeView::setRootSize(Size size) { frame_ = {0, 0, size.width, size.height}; }
+
+void NativeView::setTransition(double visible) {
+  transition_ = visible;
+  gtk_widget_set_opacity(widget(), alpha_ * transition_);
+}
+
+void NativeView::reportTouch() {
+  auto self = shared_from_this();
+  if (auto superview = superview_.lock()) superview->reportTouch();
+  if (auto delegate = delegate_.lock()) delegate->viewWasTouched();
+}
+
+void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
+  auto child = std::static_pointer_cast<NativeView>(subview);
+  const auto before = child->window();
+  child->leaveSuperview();
+  child->layout_ = layout;
+  child->superview_ = weak_from_this();
+  subviews_.push_back(child);
+  gtk_widget_insert_before(child->widget(), widget(), nullptr);
+  if (child->window() != before) child->tellOfWindow();
+}
+
+void NativeView::removeFromSuperview() {
+  auto self = shared_from_this();
+  const bool hadWindow = window() != nullptr;
+  leaveSuperview();
+  if (hadWindow) tellOfWindow();
+}
+
+void NativeView::leaveSuperview() {
+  auto superview = superview_.lock();
+  if (!superview) return;
+  frame_ = frame();
+  superview_.reset();
+  gtk_widget_unparent(widget());
+  std::erase_if(superview->subviews_, [this](auto& subview) { return subview.get() == this; });
+}
+
+void NativeView::sendToBack() {
+  auto superview = superview_.lock();
+  if (!superview) return;
+  auto& views = superview->subviews_;
+  auto self = std::ranges::find(views, this, [](auto& view) { return view.get(); });
+  std::rotate(views.begin(), self, self + 1);
+  gtk_widget_insert_after(widget(), superview->widget(), superview->content_);
+}
+
+void NativeView::bringToFront() {
+  auto superview = superview_.lock();
+  if (!superview) return;
+  auto& views = superview->subviews_;
+  auto self = std::ranges::find(views, this, [](auto& view) { return view.get(); });
+  std::rotate(self, self + 1, views.end());
+  gtk_widget_insert_before(widget(), superview->widget(), nullptr);
+}
+
+std::shared_ptr<NativeWindow> NativeView::nativeWindow() const {
+  auto superview = superview_.lock();
+  return superview ? superview->nativeWindow() : rootOf_.lock();
+}
+
+std::shared_ptr<Window> NativeView::window() const { return nativeWindow(); }
+
+void NativeView::tellOfWindow() {
+  auto self = shared_from_this();
+  if (auto delegate = delegate_.lock()) delegate->viewDidMoveToWindow();
+  // A delegate may move views about: whoever has left meanwhile has heard of it already.
+  for (auto& subview : std::vector(subviews_))
+    if (subview->superview_.lock() == self) subview->tellOfWindow();
+}
+
+Rect NativeView::frame() const {
+  auto superview = superview_.lock();
+  if (!superview) return frame_;
+  return place(layout_, superview->frame().size(), superview->safeAreaInsets());
+}
+
+std::optional<Rect> NativeView::frameInWindow() const {
+  auto superview = superview_.lock();
+  if (!superview) return rootOf_.expired() ? std::nullopt : std::optional(frame_);
+  auto outer = superview->frameInWindow();
+  if (!outer) return std::nullopt;
+  auto own = frame();
+  return Rect{outer->x + own.x, outer->y + own.y, own.width, own.height};
+}
+
+EdgeInsets NativeView::safeAreaInsets() const {
+  auto window = nativeWindow();
+  if (!window) return {};
+  return overlap(window->safeAreaInsets(), *frameInWindow(), window->frame().size());
+}
+
+void NativeView::setHidden(bool hidden) { gtk_widget_set_visible(widget(), !hidden); }
+
+bool NativeView::isHidden() const { return !gtk_widget_get_visible(widget()); }
+
+void NativeView::setAlpha(double alpha) {
+  alpha_ = alpha;
+  gtk_widget_set_opacity(widget(), alpha_ * transition_);
+}
+
+void NativeView::setBackgroundColor(Color color) {
+  background_ = color;
+  gtk_widget_queue_draw(widget());
+}
+
+void NativeView::setClipsToBounds(bool clips) {
+  gtk_widget_set_overflow(widget(), clips ? GTK_OVERFLOW_HIDDEN : GTK_OVERFLOW_VISIBLE);
+}
+
+void NativeView::allocate(Size size) {
+  if (content_) allocateIn(content_, {0, 0, size.width, size.height});
+  for (auto& subview : subviews_) allocateIn(subview->widget(), subview->frame());
+}
+
+void NativeView::snapshot(GtkSnapshot* snapshot) {
+  if (background_ == Color::clear) return;
+  const GdkRGBA black{0, 0, 0, 1};
+  auto bounds = GRAPHENE_RECT_INIT(0, 0, static_cast<float>(gtk_widget_get_width(widget())),
+                                   static_cast<float>(gtk_widget_get_height(widget())));
+  gtk_snapshot_append_color(snapshot, &black, &bounds);
+}
+
+bool NativeView::takesPresses() const {
+  auto window = rootOf_.lock();
+  return !window || window->isCovered();
+}
+
+std::optional<bool> NativeView::moveFocus(GtkDirectionType direction) {
+  auto window = rootOf_.lock();
+  if (!window || !window->isCovered()) return std::nullopt;
+  return window->moveFocusInCover(direction);
+}
+
+}  // namespace kva::gtk

@@ -1,0 +1,146 @@
+#include <platform/linux/gtk/NativeViewController.h>
+
+#include <algorithm>
+
+#include <Kelvara/core/Fatal.h>
+#include <platform/linux/gtk/NativeWindow.h>
+
+namespace kva::gtk {
+
+namespace {
+
+constexpr guint kFadeMilliseconds = 200;
+
+bool animationsAreOn(GtkWidget* widget) {
+  gboolean on = TRUE;
+  g_object_get(gtk_widget_get_settings(widget), "gtk-enable-animations", &on, nullptr);
+  return on;
+}
+
+struct Fade {
+  NativeView* view;
+  double from, to;
+  gint64 start = g_get_monotonic_time();
+};
+
+gboolean fadeFrame(GtkWidget*, GdkFrameClock*, gpointer data) {
+  auto& fade = *static_cast<Fade*>(data);
+  auto elapsed = static_cast<double>(g_get_monotonic_time() - fade.start) / 1000;
+  auto left = 1 - std::min(1.0, elapsed / kFadeMilliseconds);
+  fade.view->setTransition(fade.to + (fade.from - fade.to) * left * left);
+  return G_SOURCE_CONTINUE;
+}
+
+}  // namespace
+
+NativeViewController::NativeViewController() : view_(std::make_shared<NativeView>(Rect{})) {}
+
+NativeViewController::NativeViewController(std::weak_ptr<NativeWindow> window)
+    : window_(std::move(window)),
+      view_(std::static_pointer_cast<NativeView>(window_.lock()->view())) {}
+
+void NativeViewController::cancelRequested() {
+  if (phase_ != Phase::appearing && phase_ != Phase::shown) return;
+  if (auto delegate = delegate_.lock()) delegate->viewControllerDidRequestCancel();
+}
+
+void NativeViewController::present(std::shared_ptr<ViewController> controller,
+                                   Completion completed) {
+  auto other = std::static_pointer_cast<NativeViewController>(controller);
+  if (other->isPresented()) fatal("A view controller is presented that is presented already.");
+  auto window = window_.lock();
+  if (window && window->gtkWindow()) return other->appear(window, std::move(completed));
+  other->callLater([other = other.get()] {
+    if (auto delegate = other->delegate_.lock()) delegate->viewControllerWasTornDown();
+  });
+}
+
+void NativeViewController::dismiss(Completion completed) {
+  if (phase_ == Phase::away) return callLater(std::move(completed));
+  disappeared_.push_back(std::move(completed));
+  if (phase_ == Phase::appearing) didAppear();
+  if (phase_ == Phase::shown) disappear();
+}
+
+void NativeViewController::windowIsGone() {
+  auto self = shared_from_this();
+  stopFading();
+  phase_ = Phase::away;
+  window_.reset();
+  appeared_ = nullptr;
+  disappeared_.clear();
+  calls_.clear();
+  nextCall_.cancel();
+  view_->setTransition(1);
+  view_->removeFromSuperview();
+  if (auto delegate = delegate_.lock()) delegate->viewControllerWasTornDown();
+}
+
+void NativeViewController::appear(std::shared_ptr<NativeWindow> window, Completion completed) {
+  phase_ = Phase::appearing;
+  window_ = window;
+  appeared_ = std::move(completed);
+  fade(0, 1, &NativeViewController::didAppear);
+  window->cover(shared_from_this());
+}
+
+void NativeViewController::didAppear() {
+  stopFading();
+  view_->setTransition(1);
+  phase_ = Phase::shown;
+  window_.lock()->didCover();
+  callLater(std::move(appeared_));
+}
+
+void NativeViewController::disappear() {
+  phase_ = Phase::disappearing;
+  gtk_widget_set_can_target(view_->widget(), FALSE);
+  window_.lock()->willUncover(*this);
+  fade(1, 0, &NativeViewController::didDisappear);
+}
+
+void NativeViewController::didDisappear() {
+  auto self = shared_from_this();
+  auto window = window_.lock();
+  stopFading();
+  phase_ = Phase::away;
+  window_.reset();
+  window->uncover(*this);
+  view_->removeFromSuperview();
+  view_->setTransition(1);
+  gtk_widget_set_can_target(view_->widget(), TRUE);
+  for (auto& completed : std::exchange(disappeared_, {})) callLater(std::move(completed));
+}
+
+void NativeViewController::fade(double from, double to, void (NativeViewController::*done)()) {
+  guint duration = 0;
+  if (animationsAreOn(view_->widget())) {
+    duration = kFadeMilliseconds;
+    view_->setTransition(from);
+    ticks_ =
+        gtk_widget_add_tick_callback(view_->widget(), fadeFrame, new Fade{view_.get(), from, to},
+                                     [](gpointer data) { delete static_cast<Fade*>(data); });
+  }
+  // Not the frame clock's to end: a window that is minimised or not yet shown has no frames.
+  fadeEnd_ = PendingCall::after(duration, [this, done] { (this->*done)(); });
+}
+
+void NativeViewController::stopFading() {
+  fadeEnd_.cancel();
+  if (ticks_) gtk_widget_remove_tick_callback(view_->widget(), std::exchange(ticks_, 0));
+}
+
+void NativeViewController::callLater(Completion call) {
+  calls_.push_back(std::move(call));
+  if (calls_.size() == 1) nextCall_ = PendingCall::after(0, [this] { callNext(); });
+}
+
+void NativeViewController::callNext() {
+  auto self = shared_from_this();
+  auto call = std::move(calls_.front());
+  calls_.erase(calls_.begin());
+  if (!calls_.empty()) nextCall_ = PendingCall::after(0, [this] { callNext(); });
+  if (call) call();
+}
+
+}  // namespace kva::gtk

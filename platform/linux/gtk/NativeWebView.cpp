@@ -1,0 +1,296 @@
+#include <platform/linux/gtk/NativeWebView.h>
+
+#include <string_view>
+
+namespace kva::gtk {
+
+namespace {
+
+Error errorFrom(const GError& error) {
+  return {g_quark_to_string(error.domain), error.code, error.message};
+}
+
+/// WebKit's own account of loads that were stopped on purpose: by our refusal or by a newer load.
+bool wasStopped(const GError& error) {
+  return g_error_matches(&error, WEBKIT_POLICY_ERROR,
+                         WEBKIT_POLICY_ERROR_FRAME_LOAD_INTERRUPTED_BY_POLICY_CHANGE) ||
+         g_error_matches(&error, WEBKIT_NETWORK_ERROR, WEBKIT_NETWORK_ERROR_CANCELLED);
+}
+
+NavigationAction actionFrom(WebKitNavigationAction* action, NavigationAction::TargetFrame target) {
+  auto* request = webkit_navigation_action_get_request(action);
+  NavigationAction made;
+  made.target = target;
+  auto url = URL::parse(webkit_uri_request_get_uri(request));
+  if (!url) return made;
+  made.request.emplace(URLRequest{*url, webkit_uri_request_get_http_method(request), {}, {}});
+  return made;
+}
+
+bool isDownload(WebKitResponsePolicyDecision* decision) {
+  if (!webkit_response_policy_decision_is_mime_type_supported(decision)) return true;
+  auto* headers =
+      webkit_uri_response_get_http_headers(webkit_response_policy_decision_get_response(decision));
+  g_autofree char* disposition = nullptr;
+  return headers && soup_message_headers_get_content_disposition(headers, &disposition, nullptr) &&
+         g_ascii_strcasecmp(disposition, "attachment") == 0;
+}
+
+struct Evaluation {
+  std::weak_ptr<NativeWebView> view;
+  WebView::Evaluated evaluated;
+};
+
+void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
+  std::unique_ptr<Evaluation> evaluation(static_cast<Evaluation*>(data));
+  g_autoptr(GError) error = nullptr;
+  g_autoptr(JSCValue) value =
+      webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(page), result, &error);
+  auto view = evaluation->view.lock();
+  if (!view) return;
+  if (!value) return evaluation->evaluated(failure(errorFrom(*error)));
+  g_autofree char* json = jsc_value_to_json(value, 0);
+  evaluation->evaluated(json ? json : "null");  // JSON has no word for "undefined"
+}
+
+/// Ends the page's process, however busy it is, and the page with it: on the next turn of the
+/// main loop, because WebKit may be in the midst of telling us something about that page.
+void end(Ref<WebKitWebView> page) {
+  g_idle_add_once(
+      [](gpointer data) {
+        auto ending = Ref<WebKitWebView>::adopt(WEBKIT_WEB_VIEW(data));
+        webkit_web_view_terminate_web_process(ending.get());
+      },
+      page.release());
+}
+
+}  // namespace
+
+std::shared_ptr<NativeWebView> NativeWebView::create(Ref<WebKitWebView> page, Rect frame,
+                                                     const WebViewConfiguration& configuration) {
+  std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), frame));
+  made->configure(configuration);
+  made->followLoads();
+  made->answerQuestions();
+  made->refuseRequests();
+  made->watchKeys();
+  return made;
+}
+
+NativeWebView::NativeWebView(Ref<WebKitWebView> page, Rect frame)
+    : page_(std::move(page)), view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))) {}
+
+NativeWebView::~NativeWebView() {
+  connections_.clear();
+  view_->removeFromSuperview();
+  end(std::move(page_));
+}
+
+void NativeWebView::configure(const WebViewConfiguration& configuration) {
+  auto* settings = webkit_web_view_get_settings(page());
+  g_object_set(settings, "media-playback-allows-inline",
+               gboolean{configuration.allowsInlineMediaPlayback},
+               "media-playback-requires-user-gesture",
+               gboolean{configuration.requiresUserActionForMediaPlayback}, "enable-fullscreen",
+               FALSE, "enable-page-cache", FALSE, nullptr);
+  auto* script =
+      webkit_user_script_new(configuration.userScript.c_str(), WEBKIT_USER_CONTENT_INJECT_TOP_FRAME,
+                             WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr);
+  webkit_user_content_manager_add_script(webkit_web_view_get_user_content_manager(page()), script);
+  webkit_user_script_unref(script);
+  const float shade = configuration.isOpaque ? 1 : 0;
+  const GdkRGBA background{shade, shade, shade, shade};
+  webkit_web_view_set_background_color(page(), &background);
+  if (!configuration.allowsZooming) forbidZooming();
+  // Nothing to do for `bounces`: a page of WebKitGTK never scrolls beyond its ends.
+}
+
+void NativeWebView::forbidZooming() {
+  auto controllers =
+      Ref<GListModel>::adopt(gtk_widget_observe_controllers(GTK_WIDGET(page_.get())));
+  for (guint i = 0; i < g_list_model_get_n_items(controllers.get()); ++i) {
+    auto controller = Ref<GtkEventController>::adopt(
+        GTK_EVENT_CONTROLLER(g_list_model_get_item(controllers.get(), i)));
+    if (GTK_IS_GESTURE_ZOOM(controller.get()))
+      gtk_event_controller_set_propagation_phase(controller.get(), GTK_PHASE_NONE);
+  }
+}
+
+void NativeWebView::followLoads() {
+  on<void(WebKitLoadEvent)>("load-changed", [this](WebKitLoadEvent event) { loadChanged(event); });
+  on<gboolean(WebKitLoadEvent, const char*, GError*)>(
+      "load-failed",
+      [this](WebKitLoadEvent, const char*, GError* error) { return loadFailed(*error); });
+  on<void(WebKitWebProcessTerminationReason)>(
+      "web-process-terminated", [this](WebKitWebProcessTerminationReason) { processTerminated(); });
+}
+
+void NativeWebView::answerQuestions() {
+  using enum NavigationAction::TargetFrame;
+  on<gboolean(WebKitPolicyDecision*, WebKitPolicyDecisionType)>(
+      "decide-policy", [this](WebKitPolicyDecision* decision, WebKitPolicyDecisionType type) {
+        if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
+          isDownload(WEBKIT_RESPONSE_POLICY_DECISION(decision))
+              ? webkit_policy_decision_ignore(decision)
+              : webkit_policy_decision_use(decision);
+          return TRUE;
+        }
+        const bool isNewWindow = type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION;
+        decideNavigation(WEBKIT_NAVIGATION_POLICY_DECISION(decision),
+                         isNewWindow ? std::optional(none) : std::nullopt)
+            ? webkit_policy_decision_use(decision)
+            : webkit_policy_decision_ignore(decision);
+        return TRUE;
+      });
+  on<GtkWidget*(WebKitNavigationAction*)>("create", [this](WebKitNavigationAction* action) {
+    auto self = shared_from_this();
+    if (auto delegate = delegate_.lock()) delegate->webViewCreateWebView(actionFrom(action, none));
+    return static_cast<GtkWidget*>(nullptr);
+  });
+  on<gboolean(WebKitScriptDialog*)>(
+      "script-dialog", [this](WebKitScriptDialog* dialog) { return runDialog(dialog); });
+}
+
+void NativeWebView::refuseRequests() {
+  on<gboolean(WebKitPermissionRequest*)>("permission-request", [](WebKitPermissionRequest* asked) {
+    webkit_permission_request_deny(asked);
+    return TRUE;
+  });
+  on<gboolean(WebKitPermissionStateQuery*)>(
+      "query-permission-state", [](WebKitPermissionStateQuery* asked) {
+        webkit_permission_state_query_finish(asked, WEBKIT_PERMISSION_STATE_DENIED);
+        return TRUE;
+      });
+  on<gboolean(WebKitFileChooserRequest*)>("run-file-chooser", [](WebKitFileChooserRequest* asked) {
+    webkit_file_chooser_request_cancel(asked);
+    return TRUE;
+  });
+  on<gboolean(WebKitColorChooserRequest*)>("run-color-chooser",
+                                           [](WebKitColorChooserRequest* asked) {
+                                             webkit_color_chooser_request_cancel(asked);
+                                             return TRUE;
+                                           });
+  on<gboolean(WebKitAuthenticationRequest*)>("authenticate",
+                                             [](WebKitAuthenticationRequest* asked) {
+                                               webkit_authentication_request_cancel(asked);
+                                               return TRUE;
+                                             });
+  on<gboolean(WebKitPrintOperation*)>("print", [](WebKitPrintOperation*) { return TRUE; });
+  on<gboolean(WebKitNotification*)>("show-notification", [](WebKitNotification*) { return TRUE; });
+  on<gboolean(WebKitContextMenu*, WebKitHitTestResult*)>(
+      "context-menu", [](WebKitContextMenu*, WebKitHitTestResult*) { return TRUE; });
+}
+
+void NativeWebView::watchKeys() {
+  auto* keys = gtk_event_controller_key_new();
+  gtk_event_controller_set_propagation_phase(keys, GTK_PHASE_CAPTURE);
+  connections_.push_back(connect<gboolean(guint, guint, GdkModifierType)>(
+      keys, "key-pressed", [this](guint key, guint, GdkModifierType) {
+        // The keys that follow a link or press a button of the page.
+        if (key == GDK_KEY_Return || key == GDK_KEY_KP_Enter || key == GDK_KEY_ISO_Enter ||
+            key == GDK_KEY_space || key == GDK_KEY_KP_Space)
+          view_->reportTouch();
+        return GDK_EVENT_PROPAGATE;
+      }));
+  gtk_widget_add_controller(view_->widget(), keys);
+}
+
+void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& baseURL) {
+  load_ = Load::asked;
+  ownNavigation_ = baseURL ? baseURL->absoluteString() : "about:blank";
+  auto* bytes = g_bytes_new(html.data(), html.size());
+  webkit_web_view_load_bytes(page(), bytes, "text/html", "UTF-8",
+                             baseURL ? baseURL->absoluteString().c_str() : nullptr);
+  g_bytes_unref(bytes);
+}
+
+void NativeWebView::load(const URLRequest& request) {
+  load_ = Load::asked;
+  ownNavigation_.reset();
+  auto made =
+      Ref<WebKitURIRequest>::adopt(webkit_uri_request_new(request.url.absoluteString().c_str()));
+  if (auto* headers = webkit_uri_request_get_http_headers(made.get()))
+    for (const auto& [name, value] : request.headers)
+      soup_message_headers_replace(headers, name.c_str(), value.c_str());
+  webkit_web_view_load_request(page(), made.get());
+}
+
+void NativeWebView::evaluateJavaScript(const std::string& script, Evaluated evaluated) {
+  auto* evaluation = evaluated ? new Evaluation{weak_from_this(), std::move(evaluated)} : nullptr;
+  webkit_web_view_evaluate_javascript(page(), script.data(), static_cast<gssize>(script.size()),
+                                      nullptr, nullptr, nullptr,
+                                      evaluation ? evaluationEnded : nullptr, evaluation);
+}
+
+void NativeWebView::loadChanged(WebKitLoadEvent event) {
+  auto self = shared_from_this();
+  if (event == WEBKIT_LOAD_STARTED) load_ = Load::running;
+  // A failed load ends with this event too, and so does one that a newer load has stopped.
+  if (event != WEBKIT_LOAD_FINISHED || load_ != Load::running) return;
+  load_ = Load::none;
+  if (auto delegate = delegate_.lock()) delegate->webViewDidFinishNavigation();
+}
+
+bool NativeWebView::loadFailed(const GError& error) {
+  auto self = shared_from_this();
+  if (wasStopped(error)) {
+    if (load_ == Load::running) load_ = Load::none;
+    return true;
+  }
+  load_ = Load::none;
+  if (auto delegate = delegate_.lock()) delegate->webViewDidFailNavigation(errorFrom(error));
+  return true;
+}
+
+void NativeWebView::processTerminated() {
+  auto self = shared_from_this();
+  if (std::exchange(load_, Load::none) == Load::none) return;
+  auto delegate = delegate_.lock();
+  if (!delegate) return;
+  delegate->webViewDidFailNavigation({g_quark_to_string(WEBKIT_NETWORK_ERROR),
+                                      WEBKIT_NETWORK_ERROR_FAILED,
+                                      "The web content process terminated."});
+}
+
+bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
+                                     std::optional<NavigationAction::TargetFrame> target) {
+  auto self = shared_from_this();
+  auto* action = webkit_navigation_policy_decision_get_navigation_action(decision);
+  auto* uri = webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
+  if (!target && ownNavigation_ && *ownNavigation_ == uri) {
+    ownNavigation_.reset();
+    return true;
+  }
+  using enum NavigationAction::TargetFrame;
+  if (!target) target = webkit_navigation_action_get_frame_name(action) ? sub : main;
+  auto delegate = delegate_.lock();
+  if (!delegate || delegate->webViewDecidePolicy(actionFrom(action, *target))) return true;
+  if (load_ == Load::asked) load_ = Load::none;
+  return false;
+}
+
+bool NativeWebView::runDialog(WebKitScriptDialog* dialog) {
+  auto self = shared_from_this();
+  const auto type = webkit_script_dialog_get_dialog_type(dialog);
+  if (type == WEBKIT_SCRIPT_DIALOG_BEFORE_UNLOAD_CONFIRM) {
+    webkit_script_dialog_confirm_set_confirmed(dialog, TRUE);
+    return true;
+  }
+  auto delegate = delegate_.lock();
+  if (!delegate) return true;
+  using enum ScriptDialog::Kind;
+  ScriptDialog asked{.kind = type == WEBKIT_SCRIPT_DIALOG_ALERT     ? alert
+                             : type == WEBKIT_SCRIPT_DIALOG_CONFIRM ? confirm
+                                                                    : prompt,
+                     .message = webkit_script_dialog_get_message(dialog),
+                     .defaultText = {}};
+  if (asked.kind == prompt)
+    if (auto* text = webkit_script_dialog_prompt_get_default_text(dialog)) asked.defaultText = text;
+  auto answer = delegate->webViewRunScriptDialog(asked);
+  if (asked.kind == confirm) webkit_script_dialog_confirm_set_confirmed(dialog, answer.confirmed);
+  if (asked.kind == prompt && answer.text)
+    webkit_script_dialog_prompt_set_text(dialog, answer.text->c_str());
+  return true;
+}
+
+}  // namespace kva::gtk

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <webkit/webkit.h>
+
+#include <memory>
+#include <vector>
+
+#include <Kelvara/platform/WebView.h>
+#include <platform/linux/gtk/NativeView.h>
+
+namespace kva::gtk {
+
+/// A page in WebKit. Its process ends with it. WebKit does not tell which of a page's frames
+/// navigates: a target with a name counts as a frame of the page, one without as the main frame.
+/// Main thread only.
+class NativeWebView final : public kva::WebView,
+                            public std::enable_shared_from_this<NativeWebView> {
+ public:
+  /// `page` is new or blank, and no one else's.
+  static std::shared_ptr<NativeWebView> create(Ref<WebKitWebView> page, Rect frame,
+                                               const WebViewConfiguration& configuration);
+  ~NativeWebView() override;
+
+  WebKitWebView* page() const { return page_.get(); }
+
+  std::shared_ptr<View> view() override { return view_; }
+  void setDelegate(std::weak_ptr<WebViewDelegate> delegate) override {
+    delegate_ = std::move(delegate);
+  }
+  void loadHTML(const std::string& html, const std::optional<URL>& baseURL) override;
+  void load(const URLRequest& request) override;
+  void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
+
+ private:
+  /// What became of the last load that was asked for or that the page began itself.
+  enum class Load { none, asked, running };
+
+  NativeWebView(Ref<WebKitWebView> page, Rect frame);
+  void configure(const WebViewConfiguration& configuration);
+  void forbidZooming();
+  void followLoads();
+  void answerQuestions();
+  void refuseRequests();
+  void watchKeys();
+
+  void loadChanged(WebKitLoadEvent event);
+  bool loadFailed(const GError& error);
+  void processTerminated();
+  bool decideNavigation(WebKitNavigationPolicyDecision* decision,
+                        std::optional<NavigationAction::TargetFrame> target);
+  bool runDialog(WebKitScriptDialog* dialog);
+  template <class Signature>
+  void on(const char* signal, std::function<Signature> handler) {
+    connections_.push_back(connect<Signature>(page_.get(), signal, std::move(handler)));
+  }
+
+  Ref<WebKitWebView> page_;
+  std::shared_ptr<NativeView> view_;
+  std::weak_ptr<WebViewDelegate> delegate_;
+  Load load_ = Load::none;
+  std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
+  std::vector<SignalConnection> connections_;
+};
+
+}  // namespace kva::gtk

@@ -1,0 +1,49 @@
+#include <platform/linux/gtk/WebViewPool.h>
+
+namespace kva::gtk {
+
+namespace {
+/// So that the next view's process does not compete with the page that is about to load.
+constexpr guint kPauseMilliseconds = 1000;
+}  // namespace
+
+WebViewPool::WebViewPool()
+    : session_(Ref<WebKitNetworkSession>::adopt(webkit_network_session_new_ephemeral())) {
+  downloads_ =
+      connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
+  prepareNext(0);
+}
+
+Ref<WebKitWebView> WebViewPool::take() {
+  auto view = ready_ ? std::move(ready_) : make();
+  died_ = {};
+  prepareNext(kPauseMilliseconds);
+  return view;
+}
+
+Ref<WebKitWebView> WebViewPool::make() const {
+  auto policies = Ref<WebKitWebsitePolicies>::adopt(
+      webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr));
+  auto scripts = Ref<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
+  return Ref<WebKitWebView>::sink(static_cast<WebKitWebView*>(
+      g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_.get(), "website-policies",
+                   policies.get(), "user-content-manager", scripts.get(), nullptr)));
+}
+
+void WebViewPool::prepareNext(guint milliseconds) {
+  next_ = PendingCall::after(
+      milliseconds, [this] { prepare(); }, G_PRIORITY_LOW);
+}
+
+void WebViewPool::prepare() {
+  ready_ = make();
+  // Only a load brings the process up.
+  webkit_web_view_load_uri(ready_.get(), "about:blank");
+  died_ = connect<void(WebKitWebProcessTerminationReason)>(
+      ready_.get(), "web-process-terminated", [this](WebKitWebProcessTerminationReason) {
+        ready_ = {};
+        prepareNext(kPauseMilliseconds);
+      });
+}
+
+}  // namespace kva::gtk
