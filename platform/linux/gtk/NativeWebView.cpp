@@ -6,6 +6,8 @@ namespace kva::gtk {
 
 namespace {
 
+constexpr const char* kBlank = "about:blank";
+
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
 }
@@ -23,7 +25,8 @@ NavigationAction actionFrom(WebKitNavigationAction* action, NavigationAction::Ta
   made.target = target;
   auto url = URL::parse(webkit_uri_request_get_uri(request));
   if (!url) return made;
-  made.request.emplace(URLRequest{*url, webkit_uri_request_get_http_method(request), {}, {}});
+  auto* method = webkit_uri_request_get_http_method(request);  // null for an unknown scheme
+  made.request.emplace(URLRequest{*url, method ? method : "GET", {}, {}});
   return made;
 }
 
@@ -36,21 +39,14 @@ bool isDownload(WebKitResponsePolicyDecision* decision) {
          g_ascii_strcasecmp(disposition, "attachment") == 0;
 }
 
-struct Evaluation {
-  std::weak_ptr<NativeWebView> view;
-  WebView::Evaluated evaluated;
-};
-
 void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
-  std::unique_ptr<Evaluation> evaluation(static_cast<Evaluation*>(data));
+  std::unique_ptr<WebView::Evaluated> evaluated(static_cast<WebView::Evaluated*>(data));
   g_autoptr(GError) error = nullptr;
   g_autoptr(JSCValue) value =
       webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(page), result, &error);
-  auto view = evaluation->view.lock();
-  if (!view) return;
-  if (!value) return evaluation->evaluated(failure(errorFrom(*error)));
+  if (!value) return (*evaluated)(failure(errorFrom(*error)));
   g_autofree char* json = jsc_value_to_json(value, 0);
-  evaluation->evaluated(json ? json : "null");  // JSON has no word for "undefined"
+  (*evaluated)(json ? json : "null");  // JSON has no word for "undefined"
 }
 
 /// Ends the page's process, however busy it is, and the page with it: on the next turn of the
@@ -197,7 +193,7 @@ void NativeWebView::watchKeys() {
 
 void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& baseURL) {
   load_ = Load::asked;
-  ownNavigation_ = baseURL ? baseURL->absoluteString() : "about:blank";
+  ownNavigation_ = baseURL ? baseURL->absoluteString() : kBlank;
   auto* bytes = g_bytes_new(html.data(), html.size());
   webkit_web_view_load_bytes(page(), bytes, "text/html", "UTF-8",
                              baseURL ? baseURL->absoluteString().c_str() : nullptr);
@@ -216,19 +212,30 @@ void NativeWebView::load(const URLRequest& request) {
 }
 
 void NativeWebView::evaluateJavaScript(const std::string& script, Evaluated evaluated) {
-  auto* evaluation = evaluated ? new Evaluation{weak_from_this(), std::move(evaluated)} : nullptr;
+  auto* answer = evaluated ? new Evaluated(std::move(evaluated)) : nullptr;
   webkit_web_view_evaluate_javascript(page(), script.data(), static_cast<gssize>(script.size()),
-                                      nullptr, nullptr, nullptr,
-                                      evaluation ? evaluationEnded : nullptr, evaluation);
+                                      nullptr, nullptr, nullptr, answer ? evaluationEnded : nullptr,
+                                      answer);
 }
 
 void NativeWebView::loadChanged(WebKitLoadEvent event) {
   auto self = shared_from_this();
-  if (event == WEBKIT_LOAD_STARTED) load_ = Load::running;
+  auto* uri = webkit_web_view_get_uri(page());
+  if (event == WEBKIT_LOAD_STARTED) {
+    load_ = Load::running;
+    startedURI_ = uri;
+  }
   // A failed load ends with this event too, and so does one that a newer load has stopped.
   if (event != WEBKIT_LOAD_FINISHED || load_ != Load::running) return;
   load_ = Load::none;
-  if (auto delegate = delegate_.lock()) delegate->webViewDidFinishNavigation();
+  auto delegate = delegate_.lock();
+  if (!delegate) return;
+  // WebKit keeps to itself that it blocks a port, and shows a blank page instead.
+  if (startedURI_ != uri && std::string_view(uri) == kBlank)
+    return delegate->webViewDidFailNavigation({g_quark_to_string(WEBKIT_POLICY_ERROR),
+                                               WEBKIT_POLICY_ERROR_CANNOT_USE_RESTRICTED_PORT,
+                                               "Not allowed to use restricted network port."});
+  delegate->webViewDidFinishNavigation();
 }
 
 bool NativeWebView::loadFailed(const GError& error) {

@@ -58,6 +58,7 @@ class NativeWebView final : public kva::WebView,
   std::shared_ptr<NativeView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
   Load load_ = Load::none;
+  std::string startedURI_;
   std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
   std::vector<SignalConnection> connections_;
 };

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <gtk/gtk.h>
+
+// X input as a person makes it, for windows on an X display without a window manager.
+namespace kva::gtk::test {
+
+/// Moves the pointer to a point of the window's content, in logical pixels.
+void movePointer(GtkWindow* window, double x, double y);
+void pressButton(unsigned button = 1);
+void releaseButton(unsigned button = 1);
+/// Presses and releases the key that gives `keysym` (GDK_KEY_...) on the window.
+void typeKey(GtkWindow* window, unsigned keysym);
+
+void click(GtkWindow* window, double x, double y);
+
+}  // namespace kva::gtk::test

@@ -1,0 +1,35 @@
+// GTK's views and WebKit's pages keep the promises of the view ports.
+#include "gtk/Display.h"
+
+#include <platform/contract/ViewContract.h>
+#include <platform/contract/WebViewContract.h>
+
+namespace kva::test {
+namespace {
+
+using gtk::test::Stage;
+INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, ViewContract, Stage);
+
+struct Page : Stage {
+  void letLoad(WebView&) {}
+  void letFail(WebView&) {}
+  void navigatePage(WebView& webView, const std::string& url) {
+    webView.evaluateJavaScript("location.href = '" + url + "'", nullptr);
+  }
+  std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
+    using enum ScriptDialog::Kind;
+    const std::string call = dialog.kind == alert ? "alert('" + dialog.message + "')"
+                             : dialog.kind == confirm
+                                 ? "confirm('" + dialog.message + "')"
+                                 : "prompt('" + dialog.message + "', '" + dialog.defaultText + "')";
+    std::string got;
+    webView.evaluateJavaScript(call,
+                               [&](Result<std::string> value) { got = value.value_or("error"); });
+    spinUntil([&] { return !got.empty(); });
+    return got;
+  }
+};
+INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, WebViewContract, Page);
+
+}  // namespace
+}  // namespace kva::test
