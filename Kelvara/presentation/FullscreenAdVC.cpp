@@ -14,10 +14,13 @@ namespace {
 
 constexpr double kVideoQuarters = 4.0;
 
-/// The ads on screen, which the runtime keeps.
+/// The ads on screen, which the runtime keeps: its end takes them off the host's windows.
 struct PresentedAds {
   std::set<std::shared_ptr<FullscreenAdVC>> all;
 
+  ~PresentedAds() {
+    for (const auto& controller : all) controller->abandon();
+  }
   static PresentedAds& shared() { return Runtime::current().get<PresentedAds>(); }
 };
 
@@ -30,11 +33,6 @@ std::shared_ptr<FullscreenAdVC> FullscreenAdVC::create(Ad adData) {
 }
 
 FullscreenAdVC::FullscreenAdVC(Ad adData) : adData_(std::move(adData)) {}
-
-// Only the end of the runtime takes an ad that is on screen: nothing of it is left over the host.
-FullscreenAdVC::~FullscreenAdVC() {
-  if (viewController_->isPresented()) viewController_->dismiss([] {});
-}
 
 void FullscreenAdVC::setup() {
   viewController_ = hostApplication().makeViewController();
@@ -138,6 +136,11 @@ void FullscreenAdVC::didDismiss() {
   const auto self = shared_from_this();
   PresentedAds::shared().all.erase(self);
   if (auto delegate = delegate_.lock()) delegate->fullscreenAdDismissed(*this);
+}
+
+void FullscreenAdVC::abandon() {
+  mrController_.reset();
+  viewController_->dismiss([] {});
 }
 
 void FullscreenAdVC::viewControllerDidRequestCancel() {

@@ -35,13 +35,14 @@ class FullscreenAdVC : public MRControllerDelegate,
                        public std::enable_shared_from_this<FullscreenAdVC> {
  public:
   static std::shared_ptr<FullscreenAdVC> create(Ad adData);
-  ~FullscreenAdVC() override;
 
   void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
   void loadAd();
   /// `completion` comes at most once: before this returns when the ad is on screen already or there
   /// is no network (error 13 for both), otherwise when the ad has taken the screen.
   void show(ViewController& fromVC, std::function<void(Result<bool>)> completion);
+  /// Leaves the screen with nothing told and nothing reported: the runtime is at its end.
+  void abandon();
 
   void controllerAdReady(MRController&, std::shared_ptr<AdView> adView) override;
   void controllerAdFailed(MRController&, const Error& error) override;

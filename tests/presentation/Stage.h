@@ -1,0 +1,103 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <platform/headless/Headless.h>
+
+namespace kva {
+
+inline constexpr const char* kAppId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
+inline constexpr const char* kPlanId = "11111111-C36C-495A-93FC-0C247A3E6E5F";
+
+/// The ad that the server has: what tests vary of it.
+struct AdFacts {
+  std::string contentType = "image";
+  int arcDuration = 0;
+  std::string adType = "interstitial";
+  bool shouldCareSafeArea = false;
+};
+
+inline nlohmann::json adJson(const AdFacts& facts, const std::string& bidId = "bid") {
+  return {{"bid", bidId},
+          {"tmpl", "template"},
+          {"fls", nlohmann::json::array()},
+          {"crea",
+           {{"id", "creative"},
+            {"adt", facts.adType},
+            {"ctyp", facts.contentType},
+            {"adur", facts.arcDuration},
+            {"titl", "A title"},
+            {"bton", "{}"},
+            {"deta", "{}"},
+            {"shouldCareSafeArea", facts.shouldCareSafeArea}}}};
+}
+
+/// A started SDK on a device with one window, a registered user and a server that has one ad.
+class Stage : public testing::Test {
+ protected:
+  Stage() {
+    h.mainBundle.embedResources(KELVARA_RESOURCES);
+    h.defaults.set(SDKHelper::UserDefaultKeys::userId, std::string("user"));
+    h.server.reply("/bid/stats", headless::envelope("null"));
+    serveTemplate("<html>[@TITLE_TEXT]</html>");
+    launch();
+  }
+
+  /// Ends the process, if one runs, and starts the SDK in a new one.
+  void launch() {
+    runtime.reset();
+    runtime = std::make_unique<Runtime>(h.platform());
+    nlohmann::json application = {{"aid", kAppId},
+                                  {"pp", "https://example.org/privacy"},
+                                  {"sett", {{"dip", 6000}, {"sndm", false}}}};
+    h.server.reply("/init", headless::envelope(application.dump()));
+    Kelvara::start(kAppId, [](std::optional<Error>) {});
+    EXPECT_TRUE(h.time.runUntil([] { return Kelvara::isInitialized(); }));
+  }
+
+  void serveAd(const AdFacts& facts) {
+    h.server.reply("/bid/load", [facts](const headless::SentRequest& request) {
+      return headless::answer(
+          headless::envelope(adJson(facts, request.json()["bid"].get<std::string>()).dump()));
+    });
+  }
+
+  void serveTemplate(const std::string& html) {
+    nlohmann::json document = {
+        {"tmpl", "template"}, {"adt", "interstitial"}, {"html", html}, {"tver", 1}};
+    h.server.reply("/template", headless::envelope(document.dump()));
+  }
+
+  /// A bid of its own for each load.
+  std::shared_ptr<KVABidResponse> bid() {
+    std::string id = "22222222-0000-0000-0000-000000000000";
+    id.replace(28, 8, std::to_string(10000000 + ++bids));
+    return std::make_shared<KVABidResponse>(kPlanId, id, 1.5);
+  }
+
+  std::shared_ptr<headless::HeadlessWebView> page() { return h.application.webView(); }
+  /// Whether the user sees the control with this image.
+  bool sees(std::string_view image) {
+    auto button = h.application.button(image);
+    return button && button->isShown();
+  }
+  bool tap(std::string_view image) { return window->tap(h.application.button(image)->view()); }
+
+  headless::Headless h;
+  std::shared_ptr<headless::HeadlessWindow> window =
+      h.application.makeWindow({0, 0, 400, 800}, {20, 0, 34, 0});
+  std::unique_ptr<Runtime> runtime;
+  int bids = 0;
+};
+
+}  // namespace kva
