@@ -5,6 +5,7 @@
 #   kelvara_linux       platform/linux: the adapters that need no display
 #   kelvara_gtk         platform/linux/gtk: views, windows, the web view
 #   kelvara             libkelvara.so
+#   kelvara_stage       stage: eyes and hands (screenshots, real X input) for demo and tests
 find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(Threads REQUIRED)
@@ -46,6 +47,11 @@ if(KELVARA_DISPLAY)
   target_compile_definitions(kelvara_gtk PRIVATE
     KELVARA_PRODUCTION_API_BASE="${KELVARA_PRODUCTION_API_BASE}"
     KELVARA_SANDBOX_API_BASE="${KELVARA_SANDBOX_API_BASE}")
+endif()
+
+if(KELVARA_DISPLAY)
+  pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET xtst x11)
+  kelvara_library(kelvara_stage stage PkgConfig::GTK PkgConfig::XTEST)
 endif()
 
 # The resource bundle as it ships: the script and the images, not their sources.

@@ -1,7 +1,7 @@
 #include "gtk/Display.h"
 
 #include <gtest/gtest.h>
-#include "gtk/RealInput.h"
+#include <stage/RealInput.h>
 
 namespace kva::gtk::test {
 
@@ -65,10 +65,10 @@ void Stage::resize(Size size) {
 
 void Stage::tap(Point point) {
   waitForFrame(gtkWindow);  // what was just added stands where it belongs after that
-  click(gtkWindow, point.x, point.y);
+  stage::click(gtkWindow, point.x, point.y);
 }
 
-void Stage::pressEscape() { typeKey(gtkWindow, GDK_KEY_Escape); }
+void Stage::pressEscape() { stage::typeKey(gtkWindow, GDK_KEY_Escape); }
 
 void Stage::destroyWindow() {
   if (gtkWindow) gtk_window_destroy(gtkWindow);

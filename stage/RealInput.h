@@ -3,7 +3,7 @@
 #include <gtk/gtk.h>
 
 // X input as a person makes it, for windows on an X display without a window manager.
-namespace kva::gtk::test {
+namespace kva::stage {
 
 /// Moves the pointer to a point of the window's content, in logical pixels.
 void movePointer(GtkWindow* window, double x, double y);
@@ -14,4 +14,4 @@ void typeKey(GtkWindow* window, unsigned keysym);
 
 void click(GtkWindow* window, double x, double y);
 
-}  // namespace kva::gtk::test
+}  // namespace kva::stage

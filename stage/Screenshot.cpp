@@ -1,8 +1,12 @@
-#include <platform/linux/gtk/Screenshot.h>
+#include <stage/Screenshot.h>
 
 #include <platform/linux/gtk/GObject.h>
 
-namespace kva::gtk {
+namespace kva::stage {
+
+using gtk::connect;
+using gtk::PendingCall;
+using gtk::Ref;
 
 namespace {
 
@@ -34,4 +38,4 @@ bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file) {
   return gdk_texture_save_to_png(texture.get(), file.c_str());
 }
 
-}  // namespace kva::gtk
+}  // namespace kva::stage

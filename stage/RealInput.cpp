@@ -1,4 +1,4 @@
-#include "gtk/RealInput.h"
+#include <stage/RealInput.h>
 
 #include <X11/Xlib.h>
 #include <X11/extensions/XTest.h>
@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-namespace kva::gtk::test {
+namespace kva::stage {
 
 namespace {
 
@@ -57,4 +57,4 @@ void typeKey(GtkWindow* window, unsigned keysym) {
   XSync(display(), False);
 }
 
-}  // namespace kva::gtk::test
+}  // namespace kva::stage
