@@ -59,7 +59,7 @@ class Stage : public testing::Test {
     runtime = std::make_unique<Runtime>(h.platform());
     nlohmann::json application = {{"aid", kAppId},
                                   {"pp", "https://example.org/privacy"},
-                                  {"sett", {{"dip", 6000}, {"sndm", false}}}};
+                                  {"sett", {{"dip", statsSendPeriod * 100}, {"sndm", false}}}};
     h.server.reply("/init", headless::envelope(application.dump()));
     Kelvara::start(kAppId, [](std::optional<Error>) {});
     EXPECT_TRUE(h.time.runUntil([] { return Kelvara::isInitialized(); }));
@@ -81,7 +81,7 @@ class Stage : public testing::Test {
   /// A bid of its own for each load.
   std::shared_ptr<KVABidResponse> bid() {
     std::string id = "22222222-0000-0000-0000-000000000000";
-    id.replace(28, 8, std::to_string(10000000 + ++bids));
+    id.replace(28, 8, std::to_string(10000000 + ++bidCount));
     return std::make_shared<KVABidResponse>(kPlanId, id, 1.5);
   }
 
@@ -97,7 +97,8 @@ class Stage : public testing::Test {
   std::shared_ptr<headless::HeadlessWindow> window =
       h.application.makeWindow({0, 0, 400, 800}, {20, 0, 34, 0});
   std::unique_ptr<Runtime> runtime;
-  int bids = 0;
+  int statsSendPeriod = 60;  ///< of the next launch
+  int bidCount = 0;
 };
 
 }  // namespace kva
