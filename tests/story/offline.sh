@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# offline.sh BIN_DIR: the SDK in a network namespace of its own, with nothing but loopback at first.
+# Start-up is refused with code 4; then a link with a default route comes up, and the SDK becomes
+# initialised by itself. Exits 77 where namespaces are refused.
+set -euo pipefail
+bin=$1
+
+if [ "${2:-}" != inside ]; then
+  unshare --net true 2>/dev/null || { echo "network namespaces are refused here: skipped"; exit 77; }
+  exec unshare --net "$0" "$bin" inside
+fi
+
+work=$(mktemp -d)
+trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
+ip link set lo up
+
+"$bin/kelvara-sandbox" --port 0 --quiet >"$work/sandbox" &
+for _ in $(seq 100); do
+  origin=$(grep -o 'http://[0-9.:]*' "$work/sandbox" | head -1 || true)
+  [ -n "$origin" ] && break
+  sleep 0.1
+done
+
+mkfifo "$work/commands"
+"$bin/story_host" "$origin/api/v1" "$work/defaults.sqlite" 1.0 follow <"$work/commands" >"$work/host" &
+exec 3>"$work/commands"
+
+# Waits until the host has answered with this line.
+await() {
+  for _ in $(seq 200); do
+    grep -qxF "$1" "$work/host" && return 0
+    [ -n "${2:-}" ] && echo "$2" >&3
+    sleep 0.1
+  done
+  echo "waited in vain for: $1"; cat "$work/host"; exit 1
+}
+
+await "= ready"
+echo "start 5e0f6c1a-8d0b-4a52-9b3e-6f2f3c9d7a10" >&3
+await "= started 4"
+await "<KVA> [E]: Wait connection for initialization."
+echo initialized >&3
+await "= no"
+
+ip link add outside type veth peer name inside
+ip address add 192.0.2.1/24 dev outside
+ip link set inside up
+ip link set outside up
+ip route add default via 192.0.2.2
+await "= yes" initialized
+[ "$(grep -c '^= started' "$work/host")" = 1 ] || { echo "the host heard of the retry"; exit 1; }
+echo "offline: refused with code 4, initialised by itself when the route came"
