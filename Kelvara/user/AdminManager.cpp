@@ -20,8 +20,7 @@ AdminManager& AdminManager::shared() { return Runtime::current().get<AdminManage
 
 void AdminManager::setTesters(const std::vector<Tester>& testers) {
   const PrivacyManager& privacy = PrivacyManager::shared();
-  if (!privacy.isAdTrackingEnabled())
-    return Log::i(kTrackingDisabled);
+  if (!privacy.isAdTrackingEnabled()) return Log::i(kTrackingDisabled);
 
   if (const auto hash = privacy.encryptedIDFA()) {
     const auto match = std::ranges::find(testers, *hash, &Tester::testerId);

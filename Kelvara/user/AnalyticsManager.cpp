@@ -91,7 +91,9 @@ std::int64_t AnalyticsManager::serverTime() const {
   return serverTime;
 }
 
-bool AnalyticsManager::isRegistered() const { return userId().has_value(); }
+bool AnalyticsManager::isRegistered() const {
+  return state_.with([](const State& state) { return state.userId.has_value(); });
+}
 
 std::optional<std::string> AnalyticsManager::userId() const {
   return state_.with([](const State& state) { return state.userId; });
