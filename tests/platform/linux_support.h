@@ -82,7 +82,9 @@ class LoopbackServer {
       answer.set_content(request.body, "application/json");
     });
     server_.new_task_queue = [] { return new httplib::ThreadPool(8); };
+    server_.set_tcp_nodelay(true);
     server_.set_keep_alive_timeout(1);
+    server_.set_keep_alive_max_count(1000);
     if (prepare) prepare(server_);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
