@@ -26,16 +26,26 @@ constexpr Field kInit[] = {{"aid", Format::uuid},
                            {"pkg"}};
 
 // The model travels as "dmob" in a user record and as "dmod" elsewhere.
-#define KVA_USER_FIELDS                                                                     \
-  {"aid", Format::uuid}, {"sdkv", Format::version}, {"appv"}, choice("pl", "ios"), {"osv"}, \
-      {"pkg"}, {"idfa", Format::uuidOrEmpty}, choice("dbra", "apple"), {"dmob"},            \
-      choice("conn", "2g|3g|4g"), {"gsm"}, integer("cnst", -1, 1), integer("gdpr", -1, 2),  \
-      integer("ccpa", -1, 2), {"lcl"}, {"lng"}, {                                           \
-    "tzn"                                                                                   \
-  }
-constexpr Field kRegister[] = {KVA_USER_FIELDS};
-constexpr Field kUpdate[] = {KVA_USER_FIELDS, {"uid", Format::uuid}};
-#undef KVA_USER_FIELDS
+constexpr Field kUpdate[] = {{"aid", Format::uuid},
+                             {"sdkv", Format::version},
+                             {"appv"},
+                             choice("pl", "ios"),
+                             {"osv"},
+                             {"pkg"},
+                             {"idfa", Format::uuidOrEmpty},
+                             choice("dbra", "apple"),
+                             {"dmob"},
+                             choice("conn", "2g|3g|4g"),
+                             {"gsm"},
+                             integer("cnst", -1, 1),
+                             integer("gdpr", -1, 2),
+                             integer("ccpa", -1, 2),
+                             {"lcl"},
+                             {"lng"},
+                             {"tzn"},
+                             {"uid", Format::uuid}};
+// The same record before there is a "uid" to send.
+constexpr std::span kRegister = std::span(kUpdate).first(std::size(kUpdate) - 1);
 
 constexpr Field kBidInit[] = {{"aid", Format::uuid},
                               {"uid", Format::uuid},

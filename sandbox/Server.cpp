@@ -43,9 +43,11 @@ Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, malformed, trunc
 http-500, reset, hang.
 )";
 
-std::filesystem::path dataBesideExecutable() {
+Options completed(Options options) {
   std::error_code error;
-  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "sandbox-data";
+  auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (options.data.empty()) options.data = program.parent_path() / "sandbox-data";
+  return options;
 }
 
 /// A GET's body is nothing the HTTP library reads; left alone it would pass for the next request.
@@ -94,9 +96,7 @@ void sendHalf(httplib::Response& response, std::string body) {
 class Server::Impl {
  public:
   explicit Impl(Options given)
-      : options(std::move(given)),
-        service(Service(options.database,
-                        options.data.empty() ? dataBesideExecutable() : options.data)) {
+      : options(completed(std::move(given))), service(Service(options.database, options.data)) {
     skew = options.clockSkew;
     routeApi();
     routeControl();
@@ -292,8 +292,7 @@ void Server::Impl::routeControl() {
 }
 
 void Server::Impl::routeCreatives() {
-  auto data = options.data.empty() ? dataBesideExecutable() : options.data;
-  http.set_mount_point("/creatives", (data / "creatives").string());
+  http.set_mount_point("/creatives", (options.data / "creatives").string());
   http.set_file_extension_and_mimetype_mapping("webm", "video/webm");
   http.set_file_request_handler([](const httplib::Request&, httplib::Response& response) {
     response.set_header("Accept-Ranges", "bytes");
