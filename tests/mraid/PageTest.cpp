@@ -14,7 +14,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -217,7 +216,9 @@ TEST_P(MraidPage, ProducesItsText) {
 }
 
 std::string nameOf(const testing::TestParamInfo<fs::path>& page) {
-  return std::regex_replace(page.param.stem().string(), std::regex("-"), "_");
+  std::string name = page.param.stem().string();
+  std::ranges::replace(name, '-', '_');
+  return name;
 }
 
 INSTANTIATE_TEST_SUITE_P(Pages, MraidPage, testing::ValuesIn(pages()), nameOf);
