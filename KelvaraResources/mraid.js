@@ -250,15 +250,12 @@
 
   function exposureMayHaveChanged() {
     const now = exposure();
-    const before = toldExposure;
-    if (now[0] === before[0] && (now[0] === 0 || sameSize(now[1], before[1]))) return;
+    if (now[0] === toldExposure[0] && (!viewable || sameSize(now[1], toldExposure[1]))) return;
     toldExposure = now;
     emit('exposureChange', now[0], now[1], now[2]);
   }
 
-  function sameSize(a, b) {
-    return a.width === b.width && a.height === b.height;
-  }
+  function sameSize(a, b) { return a.width === b.width && a.height === b.height; }
 
   // The SDK tells positions and sizes one by one. The page hears of a new size when all of them
   // are in, so that a listener that asks for the others gets the new ones.
@@ -270,13 +267,11 @@
     currentPosition = position;
     if (isSettling) return;
     isSettling = true;
-    later(function () {
-      isSettling = false;
-      geometrySettled();
-    }, GEOMETRY_SETTLES_MS);
+    later(geometrySettled, GEOMETRY_SETTLES_MS);
   }
 
   function geometrySettled() {
+    isSettling = false;
     if (isReady && !sameSize(currentPosition, toldSize)) {
       toldSize = currentPosition;
       emit('sizeChange', currentPosition.width, currentPosition.height);
@@ -484,10 +479,10 @@
   }
 
   function listen() {
-    for (const click of ['click', 'auxclick']) {
-      window.addEventListener(click, clickBegins, true);
-      window.addEventListener(click, clickEnds);
-    }
+    window.addEventListener('click', clickBegins, true);
+    window.addEventListener('click', clickEnds);
+    window.addEventListener('auxclick', clickBegins, true);
+    window.addEventListener('auxclick', clickEnds);
     window.addEventListener('error', scriptFailed, true);
     window.addEventListener('pagehide', leave);
   }
