@@ -48,12 +48,16 @@ void click(GtkWindow* window, double x, double y) {
   releaseButton();
 }
 
-void typeKey(GtkWindow* window, unsigned keysym) {
+void typeKey(GtkWindow* window, unsigned keysym, unsigned held) {
   // No window manager gives the window the keyboard.
   XSetInputFocus(display(), xWindow(window), RevertToParent, CurrentTime);
-  const auto code = XKeysymToKeycode(display(), keysym);
-  XTestFakeKeyEvent(display(), code, True, CurrentTime);
-  XTestFakeKeyEvent(display(), code, False, CurrentTime);
+  auto send = [](unsigned sym, Bool down) {
+    XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), sym), down, CurrentTime);
+  };
+  if (held) send(held, True);
+  send(keysym, True);
+  send(keysym, False);
+  if (held) send(held, False);
   XSync(display(), False);
 }
 

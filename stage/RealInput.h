@@ -9,8 +9,9 @@ namespace kva::stage {
 void movePointer(GtkWindow* window, double x, double y);
 void pressButton(unsigned button = 1);
 void releaseButton(unsigned button = 1);
-/// Presses and releases the key that gives `keysym` (GDK_KEY_...) on the window.
-void typeKey(GtkWindow* window, unsigned keysym);
+/// Presses and releases the key that gives `keysym` (GDK_KEY_...) on the window, with `held` down
+/// unless it is 0.
+void typeKey(GtkWindow* window, unsigned keysym, unsigned held = 0);
 
 void click(GtkWindow* window, double x, double y);
 

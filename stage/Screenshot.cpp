@@ -6,7 +6,6 @@ namespace kva::stage {
 
 using gtk::connect;
 using gtk::PendingCall;
-using gtk::Ref;
 
 namespace {
 
@@ -26,13 +25,13 @@ bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file) {
   if (!gtk_widget_get_mapped(widget)) return false;
   drawFrame(widget);
 
-  auto paintable = Ref<GdkPaintable>::adopt(gtk_widget_paintable_new(widget));
+  auto paintable = GObjectPtr<GdkPaintable>(gtk_widget_paintable_new(widget));
   auto* snapshot = gtk_snapshot_new();
   gdk_paintable_snapshot(paintable.get(), snapshot, gtk_widget_get_width(widget),
                          gtk_widget_get_height(widget));
   auto* node = gtk_snapshot_free_to_node(snapshot);
   if (!node) return false;
-  auto texture = Ref<GdkTexture>::adopt(
+  auto texture = GObjectPtr<GdkTexture>(
       gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window)), node, nullptr));
   gsk_render_node_unref(node);
   return gdk_texture_save_to_png(texture.get(), file.c_str());

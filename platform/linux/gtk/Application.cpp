@@ -34,19 +34,18 @@ bool shows(GtkWindow* window) {
 bool anyWindowIsActive() {
   auto* windows = gtk_window_get_toplevels();
   for (guint i = 0; i < g_list_model_get_n_items(windows); ++i) {
-    auto window = Ref<GtkWindow>::adopt(GTK_WINDOW(g_list_model_get_item(windows, i)));
+    auto window = GObjectPtr<GtkWindow>(GTK_WINDOW(g_list_model_get_item(windows, i)));
     if (gtk_window_is_active(window.get())) return true;
   }
   return false;
 }
 
-Ref<GdkMonitor> monitorOf(GtkWindow* window) {
+GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
   auto* display = gdk_display_get_default();
   auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
   if (surface)
-    if (auto* monitor = gdk_display_get_monitor_at_surface(display, surface))
-      return Ref<GdkMonitor>::sink(monitor);
-  return Ref<GdkMonitor>::adopt(
+    if (auto* monitor = gdk_display_get_monitor_at_surface(display, surface)) return sink(monitor);
+  return GObjectPtr<GdkMonitor>(
       static_cast<GdkMonitor*>(g_list_model_get_item(gdk_display_get_monitors(display), 0)));
 }
 
@@ -54,7 +53,7 @@ Ref<GdkMonitor> monitorOf(GtkWindow* window) {
 
 Application::Application(Options options) : options_(std::move(options)) {}
 
-Application::~Application() {
+void Application::leaveWindows() {
   for (auto& host : std::exchange(windows_, {})) host.window->leave();
 }
 

@@ -29,10 +29,12 @@ class Application final : public kva::HostApplication {
     std::function<void(DeviceOrientation)> shapeChanged;
   };
   explicit Application(Options options);
-  ~Application() override;
+  ~Application() override { leaveWindows(); }
 
   /// The host's own controller for one of its windows; the same one each time.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
+  /// Forgets every window, and takes what is presented in them away.
+  void leaveWindows();
   const WebViewPool& webViewPool() const { return pool_; }
 
   State state() const override;

@@ -6,38 +6,10 @@
 #include <memory>
 #include <utility>
 
-// Owners for what GLib counts and connects by hand.
+#include <platform/linux/GlibSupport.h>
+
+// More owners for what GLib counts and connects by hand.
 namespace kva::gtk {
-
-/// A strong reference to a GObject.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  /// Takes over the caller's reference.
-  static Ref adopt(T* object) { return Ref(object); }
-  /// Adds a reference; sinks a floating one.
-  static Ref sink(T* object) {
-    return Ref(object ? static_cast<T*>(g_object_ref_sink(object)) : nullptr);
-  }
-
-  Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-  Ref& operator=(Ref&& other) noexcept {
-    std::swap(object_, other.object_);
-    return *this;
-  }
-  ~Ref() {
-    if (object_) g_object_unref(object_);
-  }
-
-  T* get() const { return object_; }
-  T* release() { return std::exchange(object_, nullptr); }
-  explicit operator bool() const { return object_ != nullptr; }
-
- private:
-  explicit Ref(T* object) : object_(object) {}
-  T* object_ = nullptr;
-};
 
 /// A pointer to a GObject that turns null when the object goes.
 template <class T>
@@ -50,17 +22,17 @@ class WeakRef {
   WeakRef& operator=(const WeakRef&) = delete;
 
   void set(T* object) { g_weak_ref_set(&ref_, object); }
-  Ref<T> get() const { return Ref<T>::adopt(static_cast<T*>(g_weak_ref_get(&ref_))); }
+  GObjectPtr<T> get() const { return GObjectPtr<T>(static_cast<T*>(g_weak_ref_get(&ref_))); }
 
  private:
   mutable GWeakRef ref_;
 };
 
-/// A handler's connection to a signal; dropping it disconnects. The object may go first.
-class SignalConnection {
+/// A C++ function connected to a signal; dropping it disconnects. The object may go first.
+class Subscription {
  public:
-  SignalConnection() = default;
-  SignalConnection(gpointer object, gulong handler)
+  Subscription() = default;
+  Subscription(gpointer object, gulong handler)
       : state_(std::make_unique<State>(static_cast<GObject*>(object), handler)) {}
 
  private:
@@ -89,12 +61,19 @@ struct SignalHandler<Result(Args...)> {
 
 /// Connects `handler` to `signal`; `Signature` is the signal's own, without the instance.
 template <class Signature>
-[[nodiscard]] SignalConnection connect(gpointer object, const char* signal,
-                                       std::function<Signature> handler) {
+[[nodiscard]] Subscription connect(gpointer object, const char* signal,
+                                   std::function<Signature> handler) {
   using Handler = SignalHandler<Signature>;
   return {object, g_signal_connect_data(object, signal, G_CALLBACK(Handler::call),
                                         new std::function<Signature>(std::move(handler)),
                                         Handler::destroy, GConnectFlags{})};
+}
+
+/// Owns an object that is new, and so floats.
+template <class T>
+GObjectPtr<T> sink(T* object) {
+  g_object_ref_sink(object);
+  return GObjectPtr<T>(object);
 }
 
 /// A call that the main loop will make once; dropping it means silence.

@@ -63,7 +63,7 @@ void NativeButton::showImage() {
   const auto twice = image_.bundle / (image_.name + "@2x.png");
   const bool dense = gtk_widget_get_scale_factor(button_) > 1;
   for (const auto& file : {dense ? twice : once, dense ? once : twice}) {
-    auto texture = Ref<GdkTexture>::adopt(gdk_texture_new_from_filename(file.c_str(), nullptr));
+    auto texture = GObjectPtr<GdkTexture>(gdk_texture_new_from_filename(file.c_str(), nullptr));
     gtk_picture_set_paintable(GTK_PICTURE(picture_), GDK_PAINTABLE(texture.get()));
     if (texture) return;
   }

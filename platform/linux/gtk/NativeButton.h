@@ -28,7 +28,7 @@ class NativeButton final : public kva::Button, public std::enable_shared_from_th
   std::shared_ptr<NativeView> view_;
   Image image_;
   std::function<void()> action_;
-  SignalConnection clicked_, activated_, scaled_;
+  Subscription clicked_, activated_, scaled_;
 };
 
 }  // namespace kva::gtk

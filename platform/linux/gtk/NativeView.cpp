@@ -49,7 +49,7 @@ EdgeInsets overlap(const EdgeInsets& insets, const Rect& frame, Size window) {
 NativeView::NativeView(Rect frame) : NativeView(frame, nullptr) {}
 
 NativeView::NativeView(Rect frame, GtkWidget* content)
-    : frame_(frame), widget_(Ref<GtkWidget>::sink(layoutWidgetNew(this))), content_(content) {
+    : frame_(frame), widget_(sink(layoutWidgetNew(this))), content_(content) {
   if (content_) gtk_widget_set_parent(content_, widget());
   auto* presses = gtk_event_controller_legacy_new();
   gtk_event_controller_set_propagation_phase(presses, GTK_PHASE_CAPTURE);

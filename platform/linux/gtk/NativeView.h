@@ -69,9 +69,9 @@ class NativeView final : public kva::View,
   Layout layout_;
   double alpha_ = 1, transition_ = 1;
   Color background_ = Color::clear;
-  Ref<GtkWidget> widget_;
+  GObjectPtr<GtkWidget> widget_;
   GtkWidget* content_ = nullptr;
-  SignalConnection presses_;
+  Subscription presses_;
 };
 
 }  // namespace kva::gtk

@@ -51,10 +51,10 @@ void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
 
 /// Ends the page's process, however busy it is, and the page with it: on the next turn of the
 /// main loop, because WebKit may be in the midst of telling us something about that page.
-void end(Ref<WebKitWebView> page) {
+void end(GObjectPtr<WebKitWebView> page) {
   g_idle_add_once(
       [](gpointer data) {
-        auto ending = Ref<WebKitWebView>::adopt(WEBKIT_WEB_VIEW(data));
+        auto ending = GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(data));
         webkit_web_view_terminate_web_process(ending.get());
       },
       page.release());
@@ -62,7 +62,7 @@ void end(Ref<WebKitWebView> page) {
 
 }  // namespace
 
-std::shared_ptr<NativeWebView> NativeWebView::create(Ref<WebKitWebView> page, Rect frame,
+std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page, Rect frame,
                                                      const WebViewConfiguration& configuration) {
   std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), frame));
   made->configure(configuration);
@@ -73,7 +73,7 @@ std::shared_ptr<NativeWebView> NativeWebView::create(Ref<WebKitWebView> page, Re
   return made;
 }
 
-NativeWebView::NativeWebView(Ref<WebKitWebView> page, Rect frame)
+NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame)
     : page_(std::move(page)), view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))) {}
 
 NativeWebView::~NativeWebView() {
@@ -103,9 +103,9 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
 
 void NativeWebView::forbidZooming() {
   auto controllers =
-      Ref<GListModel>::adopt(gtk_widget_observe_controllers(GTK_WIDGET(page_.get())));
+      GObjectPtr<GListModel>(gtk_widget_observe_controllers(GTK_WIDGET(page_.get())));
   for (guint i = 0; i < g_list_model_get_n_items(controllers.get()); ++i) {
-    auto controller = Ref<GtkEventController>::adopt(
+    auto controller = GObjectPtr<GtkEventController>(
         GTK_EVENT_CONTROLLER(g_list_model_get_item(controllers.get(), i)));
     if (GTK_IS_GESTURE_ZOOM(controller.get()))
       gtk_event_controller_set_propagation_phase(controller.get(), GTK_PHASE_NONE);
@@ -204,7 +204,7 @@ void NativeWebView::load(const URLRequest& request) {
   load_ = Load::asked;
   ownNavigation_.reset();
   auto made =
-      Ref<WebKitURIRequest>::adopt(webkit_uri_request_new(request.url.absoluteString().c_str()));
+      GObjectPtr<WebKitURIRequest>(webkit_uri_request_new(request.url.absoluteString().c_str()));
   if (auto* headers = webkit_uri_request_get_http_headers(made.get()))
     for (const auto& [name, value] : request.headers)
       soup_message_headers_replace(headers, name.c_str(), value.c_str());

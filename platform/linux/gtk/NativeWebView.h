@@ -17,7 +17,7 @@ class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
   /// `page` is new or blank, and no one else's.
-  static std::shared_ptr<NativeWebView> create(Ref<WebKitWebView> page, Rect frame,
+  static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page, Rect frame,
                                                const WebViewConfiguration& configuration);
   ~NativeWebView() override;
 
@@ -35,7 +35,7 @@ class NativeWebView final : public kva::WebView,
   /// What became of the last load that was asked for or that the page began itself.
   enum class Load { none, asked, running };
 
-  NativeWebView(Ref<WebKitWebView> page, Rect frame);
+  NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
   void configure(const WebViewConfiguration& configuration);
   void forbidZooming();
   void followLoads();
@@ -54,13 +54,13 @@ class NativeWebView final : public kva::WebView,
     connections_.push_back(connect<Signature>(page_.get(), signal, std::move(handler)));
   }
 
-  Ref<WebKitWebView> page_;
+  GObjectPtr<WebKitWebView> page_;
   std::shared_ptr<NativeView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
   Load load_ = Load::none;
   std::string startedURI_;
   std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
-  std::vector<SignalConnection> connections_;
+  std::vector<Subscription> connections_;
 };
 
 }  // namespace kva::gtk

@@ -144,9 +144,10 @@ void NativeWindow::uncover(const NativeViewController& controller) {
 
 void NativeWindow::restoreFocus() {
   refocus_.cancel();
-  gtk_window_set_focus(window_, nullptr);
-  if (auto focus = hostFocus_.get(); focus && gtk_widget_get_root(focus.get()) == GTK_ROOT(window_))
-    gtk_window_set_focus(window_, focus.get());
+  auto focus = hostFocus_.get();
+  const bool isThere = focus && gtk_widget_get_root(focus.get()) == GTK_ROOT(window_);
+  // Not by grabbing it, upon which an entry would select its text.
+  gtk_root_set_focus(GTK_ROOT(window_), isThere ? focus.get() : nullptr);
   gtk_window_set_focus_visible(window_, hostFocusVisible_);
 }
 
@@ -166,14 +167,14 @@ void NativeWindow::focusCover() {
   auto* top = controllers_.back()->nativeView().widget();
   auto* focus = gtk_window_get_focus(window_);
   if (focus && gtk_widget_is_ancestor(focus, top)) return;
-  gtk_window_set_focus(window_, layer_->widget());
+  gtk_root_set_focus(GTK_ROOT(window_), layer_->widget());
   gtk_widget_child_focus(top, GTK_DIR_TAB_FORWARD);
 }
 
 bool NativeWindow::moveFocusInCover(GtkDirectionType direction) {
   auto* top = controllers_.back()->nativeView().widget();
   if (gtk_widget_child_focus(top, direction)) return true;
-  gtk_window_set_focus(window_, layer_->widget());
+  gtk_root_set_focus(GTK_ROOT(window_), layer_->widget());
   gtk_widget_child_focus(top, direction);
   return true;
 }

@@ -71,7 +71,7 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   WeakRef<GtkWidget> hostFocus_;
   bool hostFocusVisible_ = false;
   GtkEventController* cancelKeys_ = nullptr;
-  std::vector<SignalConnection> connections_;
+  std::vector<Subscription> connections_;
 };
 
 }  // namespace kva::gtk

@@ -8,24 +8,24 @@ constexpr guint kPauseMilliseconds = 1000;
 }  // namespace
 
 WebViewPool::WebViewPool()
-    : session_(Ref<WebKitNetworkSession>::adopt(webkit_network_session_new_ephemeral())) {
+    : session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
   downloads_ =
       connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
   prepareNext(0);
 }
 
-Ref<WebKitWebView> WebViewPool::take() {
+GObjectPtr<WebKitWebView> WebViewPool::take() {
   auto view = ready_ ? std::move(ready_) : make();
   died_ = {};
   prepareNext(kPauseMilliseconds);
   return view;
 }
 
-Ref<WebKitWebView> WebViewPool::make() const {
-  auto policies = Ref<WebKitWebsitePolicies>::adopt(
+GObjectPtr<WebKitWebView> WebViewPool::make() const {
+  auto policies = GObjectPtr<WebKitWebsitePolicies>(
       webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr));
-  auto scripts = Ref<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
-  return Ref<WebKitWebView>::sink(static_cast<WebKitWebView*>(
+  auto scripts = GObjectPtr<WebKitUserContentManager>(webkit_user_content_manager_new());
+  return sink(static_cast<WebKitWebView*>(
       g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_.get(), "website-policies",
                    policies.get(), "user-content-manager", scripts.get(), nullptr)));
 }

@@ -17,17 +17,17 @@ class WebViewPool {
 
   /// The ready view, or a new one when there is none. The user script and the settings are the
   /// taker's to set before it loads anything.
-  Ref<WebKitWebView> take();
+  GObjectPtr<WebKitWebView> take();
   bool hasReady() const { return static_cast<bool>(ready_); }
 
  private:
-  Ref<WebKitWebView> make() const;
+  GObjectPtr<WebKitWebView> make() const;
   void prepareNext(guint milliseconds);
   void prepare();
 
-  Ref<WebKitNetworkSession> session_;  ///< keeps nothing on disk
-  SignalConnection downloads_, died_;
-  Ref<WebKitWebView> ready_;
+  GObjectPtr<WebKitNetworkSession> session_;  ///< keeps nothing on disk
+  Subscription downloads_, died_;
+  GObjectPtr<WebKitWebView> ready_;
   PendingCall next_;
 };
 

@@ -1,0 +1,83 @@
+#include <Kelvara/KelvaraGtk.h>
+
+#include <unistd.h>
+
+#include <unistd.h>
+
+#include <optional>
+#include <utility>
+
+#include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Runtime.h>
+#include <platform/linux/LinuxPlatform.h>
+#include <platform/linux/gtk/Application.h>
+
+namespace kva::gtk {
+
+namespace {
+
+std::string orBuiltIn(std::string base, const char* builtIn) {
+  return base.empty() ? builtIn : std::move(base);
+}
+
+LinuxOptions linuxOptions(const HostOptions& options) {
+  return {
+      .bundleId = options.bundleId,
+      .appVersion = options.appVersion,
+      .mainBundle = options.mainBundle,
+      .userDefaults = options.userDefaults,
+      .apiBases = {.production = orBuiltIn(options.productionAPIBase, KELVARA_PRODUCTION_API_BASE),
+                   .sandbox = orBuiltIn(options.sandboxAPIBase, KELVARA_SANDBOX_API_BASE)},
+      .advertisingIdentifier = options.advertisingIdentifier,
+      .trackingAuthorized = options.trackingAuthorized,
+      .reachability = options.networkPolicy == NetworkPolicy::assumeReachable
+                          ? ReachabilityPolicy::assumeReachable
+                          : ReachabilityPolicy::followSystem};
+}
+
+Platform withApplication(Platform ports, std::shared_ptr<HostApplication> application) {
+  ports.application = std::move(application);
+  return ports;
+}
+
+void requireMainThread(const char* what) {
+  if (gettid() != getpid()) fatal(std::string(what) + " belongs on the main thread");
+}
+
+}  // namespace
+
+struct Host::Impl {
+  explicit Impl(const HostOptions& options)
+      : linux(makeLinuxPlatform(linuxOptions(options))),
+        application(std::make_shared<Application>(
+            Application::Options{.safeAreaInsets = options.safeAreaInsets,
+                                 .openURL = options.openURL,
+                                 .shapeChanged =
+                                     [device = linux.device](DeviceOrientation shape) {
+                                       device->setWindowOrientation(shape);
+                                     }})),
+        runtime(withApplication(linux.ports, application)) {}
+  // Ads that are on show hear of their end while there still is a runtime to report it to.
+  ~Impl() { application->leaveWindows(); }
+
+  LinuxPlatform linux;
+  std::shared_ptr<Application> application;
+  Runtime runtime;
+};
+
+Host::Host(HostOptions options) {
+  requireMainThread("a kva::gtk::Host");
+  if (!gtk_is_initialized() && !gtk_init_check())
+    fatal("a kva::gtk::Host needs a display, and GTK could not open one");
+  impl_ = std::make_unique<Impl>(options);
+}
+
+Host::~Host() = default;
+
+std::shared_ptr<ViewController> Host::viewController(GtkWindow* window) {
+  requireMainThread("kva::gtk::Host::viewController");
+  if (!GTK_IS_WINDOW(window)) fatal("kva::gtk::Host::viewController was given no GtkWindow");
+  return impl_->application->viewController(window);
+}
+
+}  // namespace kva::gtk
