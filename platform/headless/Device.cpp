@@ -31,14 +31,6 @@ void MemoryUserDefaults::remove(std::string_view key) {
   });
 }
 
-std::vector<std::string> MemoryUserDefaults::keys() const {
-  return store_->with([](const Store& store) {
-    std::vector<std::string> keys;
-    for (const auto& [key, value] : store.values) keys.push_back(key);
-    return keys;
-  });
-}
-
 int MemoryUserDefaults::writes() const {
   return store_->with([](const Store& store) { return store.writes; });
 }

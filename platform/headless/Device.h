@@ -24,7 +24,6 @@ class MemoryUserDefaults final : public UserDefaults {
   void set(std::string_view key, Value value) override;
   void remove(std::string_view key) override;
 
-  std::vector<std::string> keys() const;
   /// How many times `set` and `remove` were called.
   int writes() const;
 

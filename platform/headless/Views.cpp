@@ -37,8 +37,6 @@ bool contains(Size size, Point point) {
 
 }  // namespace
 
-HeadlessView::~HeadlessView() = default;
-
 void HeadlessView::setDelegate(std::weak_ptr<ViewDelegate> delegate) {
   delegate_ = std::move(delegate);
 }

@@ -20,7 +20,6 @@ class HeadlessViewController;
 class HeadlessView : public View, public std::enable_shared_from_this<HeadlessView> {
  public:
   explicit HeadlessView(Rect frame) : layout_(Layout::frame(frame)) {}
-  ~HeadlessView() override;
   HeadlessView(const HeadlessView&) = delete;
   HeadlessView& operator=(const HeadlessView&) = delete;
 
@@ -42,9 +41,6 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
   double alpha() const { return alpha_; }
   Color backgroundColor() const { return backgroundColor_; }
   bool clipsToBounds() const { return clipsToBounds_; }
-  const Layout& layout() const { return layout_; }
-  /// The lowest first.
-  const std::vector<std::shared_ptr<HeadlessView>>& subviews() const { return subviews_; }
   /// In a window, and neither it nor a view that it stands in is hidden or clear.
   bool isShown() const;
 
@@ -67,8 +63,8 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
 
   std::weak_ptr<ViewDelegate> delegate_;
   std::weak_ptr<HeadlessView> superview_;
-  std::weak_ptr<HeadlessWindow> rootOf_;  // of a window's own view
-  std::vector<std::shared_ptr<HeadlessView>> subviews_;
+  std::weak_ptr<HeadlessWindow> rootOf_;                 // of a window's own view
+  std::vector<std::shared_ptr<HeadlessView>> subviews_;  // the lowest first
   Layout layout_;
   bool hidden_ = false;
   bool clipsToBounds_ = false;
@@ -115,7 +111,6 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
   int presentedCount() const { return static_cast<int>(presented_.size()); }
 
   void setFrame(Rect frame) { frame_ = frame; }
-  void setSafeAreaInsets(EdgeInsets insets) { safeAreaInsets_ = insets; }
   /// As the host destroys a window: all in it leaves it, and what was presented is torn down.
   void destroy();
   bool isDestroyed() const { return destroyed_; }
