@@ -58,6 +58,12 @@ Stage::Stage()
 
 Stage::~Stage() { destroyWindow(); }
 
+void Stage::pass(double seconds) {
+  bool passed = false;
+  auto timer = PendingCall::after(static_cast<guint>(seconds * 1000), [&] { passed = true; });
+  EXPECT_TRUE(spinUntil([&] { return passed; }));
+}
+
 void Stage::resize(Size size) {
   gtk_window_set_default_size(gtkWindow, static_cast<int>(size.width),
                               static_cast<int>(size.height));

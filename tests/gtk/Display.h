@@ -27,6 +27,7 @@ class Stage {
   std::shared_ptr<kva::Window> window() { return window_; }
   std::shared_ptr<ViewController> host() { return application_.viewController(gtkWindow); }
   bool spinUntil(const std::function<bool()>& done) { return test::spinUntil(done); }
+  void pass(double seconds);
   void resize(Size size);
   void tap(Point point);
   void pressEscape();

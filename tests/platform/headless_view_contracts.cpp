@@ -13,6 +13,7 @@ struct Stage {
   std::shared_ptr<Window> window() { return window_; }
   std::shared_ptr<ViewController> host() { return window_->viewController(); }
   bool spinUntil(const std::function<bool()>& done) { return h.time.runUntil(done); }
+  void pass(double seconds) { h.time.advance(seconds); }
   void resize(Size size) { window_->setFrame({0, 0, size.width, size.height}); }
   void tap(Point point) { window_->tap(point); }
   void pressEscape() { window_->pressEscape(); }

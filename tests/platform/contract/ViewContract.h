@@ -20,6 +20,7 @@ namespace kva::test {
 ///   std::shared_ptr<Window> window();
 ///   std::shared_ptr<ViewController> host();  // the host's own controller, of that window
 ///   bool spinUntil(const std::function<bool()>&);  // turns the main loop; false after a limit
+///   void pass(double seconds);                     // turns the main loop for so long
 ///   void resize(Size);                             // asks for another size of the window
 ///   void tap(Point);                               // a press and release there in the window
 ///   void pressEscape();
@@ -306,6 +307,7 @@ TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
   host->present(late, [&] { ++completed; });
   EXPECT_TRUE(this->subject.spinUntil([&] { return heardLate->tornDown > 0; }));
   EXPECT_FALSE(late->isPresented());
+  this->subject.pass(1);  // longer than any animation
   EXPECT_EQ(heard->tornDown, 1);
   EXPECT_EQ(heardUnderWay->tornDown, 1);
   EXPECT_EQ(heardLate->tornDown, 1);
