@@ -77,6 +77,9 @@ URLError connectError(CURL* easy) {
     case EHOSTUNREACH:
     case ENETDOWN:
       return URLError::notConnectedToInternet;
+    case EADDRNOTAVAIL:  // no address to come from: no network, or no port left
+      return hasRouteToInternet() ? URLError::cannotConnectToHost
+                                  : URLError::notConnectedToInternet;
     case ETIMEDOUT:
       return URLError::timedOut;
     default:
