@@ -194,7 +194,8 @@ Bytes FrequencyCappingManager::Members::encoded() const {
     if (text.size() > 1) text += ',';
     text += entry.encoded;
   }
-  return toBytes(text + "]");
+  text += ']';
+  return toBytes(text);
 }
 
 }  // namespace kva
