@@ -1,0 +1,265 @@
+// What pages can do, what they cannot, and what becomes of them.
+#include <gdk-pixbuf/gdk-pixbuf.h>
+#include <stage/RealInput.h>
+#include <stage/Screenshot.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "gtk/WebPage.h"
+
+namespace kva::gtk::test {
+namespace {
+
+using WebPages = WebPage;
+
+TEST_F(WebPages, RunTheUserScriptBeforeTheirOwnInTheMainFrameOnly) {
+  openAndFinish(
+      "<script>seen = typeof mraid + typeof document.body;</script>"
+      "<iframe srcdoc='<script>parent.inner = typeof mraid</script>'></iframe>",
+      {.userScript = "window.mraid = {};"});
+  EXPECT_TRUE(comesTrue("window.inner === 'undefined'"));
+  EXPECT_EQ(evaluate("seen"), "\"objectobject\"");
+  EXPECT_EQ(listener->asksFor("about:blank"), 0) << "no navigation of the creative's";
+}
+
+TEST_F(WebPages, AnswerScriptsInJsonOrWithWhatTheyThrew) {
+  openAndFinish("");
+  const std::pair<const char*, const char*> cases[] = {
+      {"1.5", "1.5"},
+      {"({a: [true, null, 'ü']})", R"({"a":[true,null,"ü"]})"},
+      {"undefined", "null"},
+      {"void 0; throw new TypeError('no')", "about:blank:1:34: TypeError: no"},
+  };
+  for (auto& [script, expected] : cases) EXPECT_EQ(evaluate(script), expected);
+}
+
+/// The colour of the window's pixel at a point, as 0xRRGGBB.
+unsigned pixelAt(GtkWindow* window, int x, int y) {
+  const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
+  EXPECT_TRUE(stage::saveScreenshot(window, file));
+  GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
+  std::filesystem::remove(file);
+  auto* pixel = gdk_pixbuf_read_pixels(image.get()) + y * gdk_pixbuf_get_rowstride(image.get()) +
+                x * gdk_pixbuf_get_n_channels(image.get());
+  return static_cast<unsigned>(pixel[0] << 16 | pixel[1] << 8 | pixel[2]);
+}
+
+TEST_F(WebPages, LetWhatIsBehindThemShowUnlessTheyAreOpaque) {
+  stage.window()->view()->setBackgroundColor(Color::black);
+  for (const bool isOpaque : {false, true}) {
+    listener->finished = 0;
+    openAndFinish(
+        "<div style='position:fixed;left:0;top:0;width:50px;height:50px;"
+        "background:#f00'></div>",
+        {.userScript = "", .isOpaque = isOpaque});
+    auto pixel = [&](int x) { return pixelAt(stage.gtkWindow, x, 20); };
+    EXPECT_TRUE(spinUntil([&] { return pixel(20) == 0xff0000; })) << std::hex << pixel(20);
+    EXPECT_EQ(pixel(200), isOpaque ? 0xffffffu : 0u);
+    webView->view()->removeFromSuperview();
+  }
+}
+
+TEST_F(WebPages, RunAndDrawInAHolderWithoutSize) {
+  auto holder = app.makeView({});
+  holder->setClipsToBounds(true);
+  stage.window()->view()->addSubview(holder, Layout::frame({}));
+  open(
+      "<script>frames_ = ticks = 0;"
+      "(function frame() { ++frames_; requestAnimationFrame(frame) })();"
+      "setInterval(() => ++ticks, 20)</script>");
+  holder->addSubview(webView->view(), Layout::frame({0, 0, 1, 1}));
+  EXPECT_TRUE(comesTrue("frames_ > 10 && ticks > 10 && !document.hidden")) << evaluate("frames_");
+  // The move into the ad's own view, which the page must not notice but for its size.
+  auto adView = app.makeView({});
+  stage.window()->view()->addSubview(adView, Layout::edges(Layout::Area::plain));
+  adView->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
+  EXPECT_TRUE(comesTrue("innerWidth == 640 && innerHeight == 480")) << evaluate("innerWidth");
+  EXPECT_EQ(listener->finished, 1);
+  evaluate("frames_ = 0");
+  EXPECT_TRUE(comesTrue("frames_ > 10"));
+}
+
+TEST_F(WebPages, GetNothingThatNeedsTheUsersLeave) {
+  openAndFinish("<input type=file id=file><div id=box>box</div>");
+  const std::pair<const char*, const char*> cases[] = {
+      {"camera", "navigator.mediaDevices.getUserMedia({video: true, audio: true})"},
+      {"location", "new Promise((yes, no) => navigator.geolocation.getCurrentPosition(yes, no))"},
+      {"fullscreen", "box.requestFullscreen()"},
+      {"pointerLock",
+       "new Promise((yes, no) => { document.onpointerlockerror = no;"
+       "document.onpointerlockchange = yes; box.requestPointerLock() })"},
+      {"notifications",
+       "Notification.requestPermission().then(p => { if (p != 'granted') throw p "
+       "})"},
+  };
+  for (auto& [name, request] : cases) {
+    evaluate("outcome = ''; try { (" + std::string(request) +
+             ").then(() => outcome = 'granted', () => outcome = 'refused') } "
+             "catch (e) { outcome = 'refused' } 0");
+    EXPECT_TRUE(comesTrue("outcome == 'refused'")) << name << evaluate("outcome");
+  }
+  evaluate("file.click(); print(); 0");
+  EXPECT_EQ(evaluate("file.files.length"), "0");
+  EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u) << "no dialog has come up";
+}
+
+TEST_F(WebPages, OpenNoWindowsAndReplaceNoAd) {
+  openAndFinish(
+      "<a id=anchor href='https://example.test/blank' target=_blank style='position:fixed;"
+      "inset:0;display:block'>link</a>");
+  listener->decide = [](const NavigationAction& action) {
+    return action.target == NavigationAction::TargetFrame::none;
+  };
+  EXPECT_EQ(evaluate("window.open('https://example.test/opened')"), "null");
+  stage.tap({100, 100});
+  ASSERT_TRUE(spinUntil([&] { return listener->windows.size() == 2; }));
+  EXPECT_EQ(listener->windows[0].request->url.absoluteString(), "https://example.test/opened");
+  EXPECT_EQ(listener->windows[1].request->url.absoluteString(), "https://example.test/blank");
+  ASSERT_GE(listener->asked.size(), 1u);
+  for (auto& action : listener->asked)
+    EXPECT_EQ(action.target, NavigationAction::TargetFrame::none);
+  EXPECT_EQ(evaluate("location.href"), "\"about:blank\"");
+
+  listener->decide = [](const NavigationAction&) { return false; };
+  stage.tap({100, 100});
+  ASSERT_TRUE(spinUntil([&] { return listener->asksFor("https://example.test/blank") == 2; }));
+  evaluate("0");
+  EXPECT_EQ(listener->windows.size(), 2u) << "refused before it was asked for";
+}
+
+TEST_F(WebPages, AskForCommandsOfEveryFrameAndWithOddAddresses) {
+  listener->decide = [](const NavigationAction& action) {
+    return action.request && action.request->url.scheme() == "about";
+  };
+  openAndFinish(
+      "<iframe srcdoc=\"<script>location='kva://inner'</script>\"></iframe>"
+      "<script>location = 'mraid://open?url=a%20b|{}'</script>");
+  ASSERT_TRUE(spinUntil([&] { return listener->asksFor("kva://inner") == 1; }));
+  const auto odd = std::ranges::find_if(listener->asked, [](auto& one) { return !one.request; });
+  EXPECT_NE(odd, listener->asked.end()) << "an address that is no URL is asked for without one";
+  EXPECT_TRUE(listener->errors.empty());
+}
+
+TEST_F(WebPages, DownloadNothing) {
+  openAndFinish("<a id=anchor download=x.bin href='data:application/octet-stream,abc'>x</a>");
+  evaluate("anchor.click(); 0");
+  evaluate("location = 'data:application/octet-stream,abc'; 0");
+  evaluate("0");
+  EXPECT_EQ(evaluate("location.href"), "\"about:blank\"");
+  EXPECT_EQ(listener->errors.size(), 0u);
+}
+
+TEST_F(WebPages, CannotHoldUpTheMainLoopNorTheirLeave) {
+  openAndFinish("<script>onbeforeunload = e => { e.preventDefault(); return 'stay' }</script>");
+  evaluate("setTimeout(() => { while (true) alert('again') }); 0");
+  ASSERT_TRUE(spinUntil([&] { return listener->dialogs > 20; }));
+  webView->view()->removeFromSuperview();
+  webView.reset();
+  const int heard = listener->dialogs;
+
+  listener->finished = 0;
+  openAndFinish("<script>onbeforeunload = e => { e.preventDefault(); return 'stay' }</script>");
+  EXPECT_EQ(listener->dialogs, heard) << "nothing is heard of a page that has gone";
+  stage.tap({100, 100});  // without which the question would not be asked
+  webView->loadHTML("<p>another", std::nullopt);
+  EXPECT_TRUE(spinUntil([&] { return listener->finished == 2; }));
+}
+
+TEST_F(WebPages, TellOnceThatTheirProcessDiedBeforeTheyFinishedAndNotAfter) {
+  open("<script>while (true);</script>");
+  auto died = PendingCall::after(300, [&] { webkit_web_view_terminate_web_process(page()); });
+  ASSERT_TRUE(spinUntil([&] { return !listener->errors.empty(); }));
+  EXPECT_EQ(listener->finished, 0);
+
+  webView->loadHTML("<p>again", std::nullopt);
+  ASSERT_TRUE(spinUntil([&] { return listener->finished == 1; }));
+  webkit_web_view_terminate_web_process(page());
+  EXPECT_FALSE(evaluate("1").empty());
+  EXPECT_EQ(listener->errors.size(), 1u);
+}
+
+std::string field(const std::string& process, const std::string& name) {
+  std::ifstream status("/proc/" + process + "/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with(name + ":\t")) return line.substr(name.size() + 2);
+  return {};
+}
+
+bool isOurs(std::string process) {
+  while (!process.empty() && process != "0" && process != std::to_string(getpid()))
+    process = field(process, "PPid");
+  return process == std::to_string(getpid());
+}
+
+/// The page processes below this process, in whatever sandboxes.
+int pageProcesses() {
+  int count = 0;
+  for (auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const auto process = entry.path().filename().string();
+    count += field(process, "Name") == "WebKitWebProces" && isOurs(process);
+  }
+  return count;
+}
+
+TEST_F(WebPages, TakeTheirProcessWithThemHoweverBusyItIs) {
+  openAndFinish("<p>page");
+  ASSERT_TRUE(spinUntil([&] { return pageProcesses() == 2; })) << "this one's and the warm one's";
+  evaluate("setTimeout(() => { while (true); }); 0");
+  webView->view()->removeFromSuperview();
+  webView.reset();
+  EXPECT_TRUE(spinUntil([&] { return pageProcesses() == 1; }));
+}
+
+TEST_F(WebPages, FailOnAnUnknownSchemeButNotWhenRefused) {
+  openAndFinish("");
+  listener->decide = [](auto& action) { return action.request->url.scheme() == "blah"; };
+  evaluate("location = 'https://example.test/'; 0");
+  evaluate("0");
+  EXPECT_TRUE(listener->errors.empty());
+  evaluate("location = 'blah:unknown'; 0");
+  ASSERT_TRUE(spinUntil([&] { return !listener->errors.empty(); }));
+  EXPECT_EQ(listener->errors[0].domain(), "WebKitPolicyError");
+  EXPECT_EQ(listener->finished, 1);
+}
+
+TEST_F(WebPages, MayBeDroppedByTheirDelegateFromAnyQuestion) {
+  for (auto* script :
+       {"location = 'kva://x'", "alert(1)", "window.open('https://example.test/')"}) {
+    struct Dropper : Listener {
+      std::shared_ptr<WebView>* webView;
+      bool webViewDecidePolicy(const NavigationAction&) override { return drop(); }
+      ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog&) override {
+        drop();
+        return {};
+      }
+      void webViewCreateWebView(const NavigationAction&) override { drop(); }
+      bool drop() {
+        webView->reset();
+        return false;
+      }
+    };
+    listener->finished = 0;
+    openAndFinish("");
+    auto dropper = std::make_shared<Dropper>();
+    dropper->webView = &webView;
+    webView->setDelegate(dropper);
+    webView->evaluateJavaScript(script, nullptr);
+    EXPECT_TRUE(spinUntil([&] { return !webView; })) << script;
+  }
+}
+
+TEST_F(WebPages, ComeFromAPoolThatKeepsOneReady) {
+  auto& pool = static_cast<Application&>(app).webViewPool();
+  ASSERT_TRUE(spinUntil([&] { return pool.hasReady(); }));
+  auto first = app.makeWebView({}, {}), second = app.makeWebView({}, {});
+  EXPECT_FALSE(pool.hasReady());
+  EXPECT_NE(std::static_pointer_cast<NativeWebView>(first)->page(),
+            std::static_pointer_cast<NativeWebView>(second)->page());
+  ASSERT_TRUE(spinUntil([&] { return pool.hasReady(); }));
+}
+
+}  // namespace
+}  // namespace kva::gtk::test
