@@ -40,6 +40,8 @@ void damage(Json& envelope, const Scenario& scenario) {
   if (!holder) return;
   if (scenario.behaviour == Behaviour::missingKey) {
     holder->erase(key);
+  } else if (scenario.behaviour == Behaviour::replaced) {
+    (*holder)[key] = Json::parse(scenario.value, nullptr, false);
   } else {
     (*holder)[key] = ofAnotherType((*holder)[key]);
   }
@@ -67,6 +69,7 @@ Envelope Envelope::of(const Service::Result& result, std::int64_t time, const Sc
       break;
     case Behaviour::missingKey:
     case Behaviour::wrongType:
+    case Behaviour::replaced:
       damage(json, scenario);
       break;
     case Behaviour::http500:

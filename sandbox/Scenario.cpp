@@ -17,6 +17,7 @@ constexpr std::pair<std::string_view, Behaviour> kNames[] = {
     {"malformed", Behaviour::malformed}, {"truncated", Behaviour::truncated},
     {"empty", Behaviour::emptyBody},     {"http-500", Behaviour::http500},
     {"reset", Behaviour::reset},         {"hang", Behaviour::hang},
+    {"replace", Behaviour::replaced},
 };
 
 std::optional<Behaviour> behaviourNamed(std::string_view name) {
@@ -41,11 +42,14 @@ std::string_view cut(std::string_view& rest, char mark) {
 }
 
 std::expected<Scenario, std::string> checked(Scenario scenario) {
-  bool damagesKey =
-      scenario.behaviour == Behaviour::missingKey || scenario.behaviour == Behaviour::wrongType;
+  bool damagesKey = scenario.behaviour == Behaviour::missingKey ||
+                    scenario.behaviour == Behaviour::wrongType ||
+                    scenario.behaviour == Behaviour::replaced;
   if (damagesKey == scenario.key.empty()) {
     return std::unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
+  if (scenario.behaviour == Behaviour::replaced && !Json::accept(scenario.value))
+    return std::unexpected("replace: expected a JSON value");
   if (scenario.delay.count() < 0) return std::unexpected("delay: expected milliseconds");
   if (scenario.times && *scenario.times < 1) return std::unexpected("times: expected 1 or more");
   return scenario;
@@ -74,7 +78,10 @@ std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
     auto behaviour = behaviourNamed(word);
     if (!behaviour) return std::unexpected("scenario: no \"" + std::string(word) + "\"");
     scenario.behaviour = *behaviour;
-    if (*behaviour != Behaviour::serverError) {
+    if (*behaviour == Behaviour::replaced) {
+      scenario.key = cut(arguments, ':');
+      scenario.value = arguments;
+    } else if (*behaviour != Behaviour::serverError) {
       scenario.key = arguments;
     } else if (!arguments.empty()) {
       auto code = number(cut(arguments, ':'));
@@ -91,6 +98,10 @@ std::expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
   for (const auto& [key, value] : json.items()) {
     const auto* text = value.get_ptr<const std::string*>();
     if (key == "endpoint") continue;
+    if (key == "value") {
+      scenario.value = value.dump();
+      continue;
+    }
     if (key == "scenario" || key == "message" || key == "key") {
       if (!text) return std::unexpected(key + ": expected a string");
     } else if (!value.is_number_integer()) {
@@ -122,6 +133,7 @@ Json Scenario::toJson() const {
   if (times) json["times"] = *times;
   if (behaviour == Behaviour::serverError) json.update({{"code", code}, {"message", message}});
   if (!key.empty()) json["key"] = key;
+  if (!value.empty()) json["value"] = Json::parse(value);
   return json;
 }
 

@@ -20,6 +20,7 @@ enum class Behaviour {
   notOk,        ///< "not-ok": not ok without an error record
   missingKey,   ///< "missing": `key` is left out
   wrongType,    ///< "wrong-type": `key` holds a value of another JSON type
+  replaced,     ///< "replace": `key` holds `value`
   malformed,    ///< "malformed": a body that is not JSON
   truncated,    ///< "truncated": half of the announced body, then the connection closes
   emptyBody,    ///< "empty"
@@ -37,12 +38,15 @@ struct Scenario {
   std::optional<std::int64_t> times{};  ///< how many requests it holds for; absent is for good
   std::int64_t code = 500;              ///< of serverError
   std::string message = "Internal server error.";
-  std::string key{};  ///< of missingKey and wrongType: a path such as "time" or "data.plans.0.ecpm"
+  std::string key{};    ///< of missingKey, wrongType and replaced: a path such as
+                        ///< "time" or "data.plans.0.ecpm"
+  std::string value{};  ///< of replaced: JSON text
 
-  /// Reads "NAME[:ARG[:ARG]][,delay:MS][,times:N]": "error:503:Busy,times:2", "missing:data.bid".
+  /// Reads "NAME[:ARG[:ARG]][,delay:MS][,times:N]": "error:503:Busy,times:2", "missing:data.bid",
+  /// "replace:data.sett.sndm:false".
   static std::expected<Scenario, std::string> parse(std::string_view text);
-  /// Reads {"scenario": "error", "code": 503, "message": "Busy", "key": "", "delay": 0, "times":
-  /// 2}.
+  /// Reads {"scenario": "error", "code": 503, "message": "Busy", "key": "", "value": 0,
+  /// "delay": 0, "times": 2}.
   static std::expected<Scenario, std::string> fromJson(const nlohmann::json& json);
   nlohmann::json toJson() const;
 };

@@ -96,8 +96,7 @@ void sendHalf(httplib::Response& response, std::string body) {
 class Server::Impl {
  public:
   explicit Impl(Options given)
-      : options(completed(std::move(given))),
-        service(Service(options.database, options.data, options.periods)) {
+      : options(completed(std::move(given))), service(Service(options.database, options.data)) {
     skew = options.clockSkew;
     routeApi();
     routeControl();

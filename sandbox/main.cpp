@@ -30,7 +30,7 @@ its own, and faults on demand. Its front page lists what can be asked of it whil
 
 Scenarios, each with ",delay:MS" or ",times:N" after it where wanted:
   normal  no-fill  error[:CODE[:MESSAGE]]  not-ok  missing:KEY  wrong-type:KEY
-  malformed  truncated  empty  http-500  reset  hang
+  replace:KEY:VALUE  malformed  truncated  empty  http-500  reset  hang
 
   kelvara-sandbox --port 0 --scenario /bid/init=no-fill,times:2 --scenario '*=normal,delay:250'
 )";

@@ -47,6 +47,7 @@ TEST(SandboxScenario, ShowsAClientTheFaultThatWasAskedFor) {
       {"missing:data.plans.9.caph", closed, 200, isWhole, true},
       {"wrong-type:time", closed, 200, [](const Reply& r) { return r.json()["time"].is_string(); },
        true},
+      {"replace:time:42", closed, 200, [](const Reply& r) { return r.json()["time"] == 42; }, true},
       {"wrong-type:data.bid", closed, 200,
        [](const Reply& r) { return r.json()["data"]["bid"].is_number(); }, true},
       {"wrong-type:data.plans", closed, 200,

@@ -1,0 +1,127 @@
+#include "demo/Ads.h"
+
+#include <Kelvara/Kelvara.h>
+
+#include <charconv>
+#include <optional>
+
+#include "sandbox/Catalogue.h"
+
+namespace demo {
+namespace {
+
+using kva::KVABidType;
+
+std::string_view name(KVABidType kind) {
+  return kind == KVABidType::interstitial ? "interstitial" : "rewarded";
+}
+
+std::string adUnit(KVABidType kind) {
+  return std::string(kind == KVABidType::interstitial ? kva::sandbox::kInterstitialAdUnit
+                                                      : kva::sandbox::kRewardedAdUnit);
+}
+
+std::size_t index(KVABidType kind) { return static_cast<std::size_t>(kind); }
+
+}  // namespace
+
+std::string priceText(double price) {
+  char text[32];
+  const auto end = std::to_chars(text, text + sizeof text, price, std::chars_format::fixed, 2).ptr;
+  return {text, end};
+}
+
+std::string describe(const kva::Error& error) {
+  return error.localizedDescription() + " (" + error.domain() + " " + std::to_string(error.code()) +
+         ")";
+}
+
+void Ads::start() {
+  journal_.add(Source::host, "start", std::string(kva::sandbox::kApplicationId));
+  kva::Kelvara::start(std::string(kva::sandbox::kApplicationId),
+                      [this](std::optional<kva::Error> error) {
+                        if (error) {
+                          failed("startFailed", *error);
+                        } else {
+                          journal_.add(Source::sdk, "started", "SDK " + kva::Kelvara::sdkVersion());
+                        }
+                      });
+}
+
+void Ads::bid(KVABidType kind) {
+  journal_.add(Source::host, "loadBid", std::string(name(kind)));
+  kva::KVABidLoader::loadBid(
+      adUnit(kind), kind, [this, kind](Bid bid, std::optional<kva::Error> error) {
+        if (error) return failed("noBid", *error);
+        {
+          std::scoped_lock lock(mutex_);
+          bids_[index(kind)] = bid;
+        }
+        journal_.add(Source::bid, "bid",
+                     "price " + priceText(bid->price()) + ", plan " + bid->planId());
+      });
+}
+
+void Ads::load(KVABidType kind) {
+  const Bid bid = lastBid(kind);
+  if (!bid) return journal_.add(Source::host, "nothingToLoad", "bid first");
+  journal_.add(Source::host, "loadAd", std::string(name(kind)) + " at " + priceText(bid->price()));
+  if (kind == KVABidType::interstitial) {
+    if (!interstitial_) interstitial_ = kva::KVAInterstital::create();
+    interstitial_->setDelegate(shared_from_this());
+    interstitial_->loadAd(bid, bid->price());
+  } else {
+    if (!rewarded_) rewarded_ = kva::KVARewarded::create();
+    rewarded_->setDelegate(shared_from_this());
+    rewarded_->loadAd(bid, bid->price());
+  }
+}
+
+void Ads::show(KVABidType kind, std::shared_ptr<kva::ViewController> host) {
+  const std::shared_ptr<kva::KVAAd> ad =
+      kind == KVABidType::interstitial ? std::shared_ptr<kva::KVAAd>(interstitial_) : rewarded_;
+  if (!ad) return journal_.add(Source::host, "nothingToShow", "load first");
+  journal_.add(Source::host, "showAd", std::string(name(kind)));
+  ad->showAdFrom(std::move(host));
+}
+
+void Ads::lose(KVABidType kind) {
+  const Bid bid = lastBid(kind);
+  if (!bid) return journal_.add(Source::host, "nothingToLose", "bid first");
+  const double clearingPrice = bid->price() + 0.5;
+  journal_.add(Source::host, "sendBidLost", "against " + priceText(clearingPrice));
+  kva::KVABidLoader::sendBidLost(bid, clearingPrice);
+}
+
+Ads::Bid Ads::lastBid(KVABidType kind) const {
+  std::scoped_lock lock(mutex_);
+  return bids_[index(kind)];
+}
+
+void Ads::failed(const char* event, const kva::Error& error) {
+  journal_.add(Source::ad, event, describe(error));
+}
+
+void Ads::interstitialDidReceive(kva::KVAInterstital&) { heard("interstitialDidReceive"); }
+void Ads::interstitialDidFailToReceive(kva::KVAInterstital&, const kva::Error& error) {
+  failed("interstitialDidFailToReceive", error);
+}
+void Ads::interstitialDidPresent(kva::KVAInterstital&) { heard("interstitialDidPresent"); }
+void Ads::interstitialDidFailToPresent(kva::KVAInterstital&, const kva::Error& error) {
+  failed("interstitialDidFailToPresent", error);
+}
+void Ads::interstitialDidClick(kva::KVAInterstital&) { heard("interstitialDidClick"); }
+void Ads::interstitialDidDismiss(kva::KVAInterstital&) { heard("interstitialDidDismiss"); }
+void Ads::rewardedDidReceive(kva::KVARewarded&) { heard("rewardedDidReceive"); }
+void Ads::rewardedDidFailToReceive(kva::KVARewarded&, const kva::Error& error) {
+  failed("rewardedDidFailToReceive", error);
+}
+void Ads::rewardedDidPresent(kva::KVARewarded&) { heard("rewardedDidPresent"); }
+void Ads::rewardedDidFailToPresent(kva::KVARewarded&, const kva::Error& error) {
+  failed("rewardedDidFailToPresent", error);
+}
+void Ads::rewardedDidClick(kva::KVARewarded&) { heard("rewardedDidClick"); }
+void Ads::rewardedDidDismiss(kva::KVARewarded&) { heard("rewardedDidDismiss"); }
+void Ads::rewardedDidComplete(kva::KVARewarded&) { heard("rewardedDidComplete"); }
+
+}  // namespace demo

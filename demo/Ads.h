@@ -1,0 +1,70 @@
+#pragma once
+
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/KVAInterstital.h>
+#include <Kelvara/KVARewarded.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "demo/Journal.h"
+
+namespace kva {
+class ViewController;
+}
+
+namespace demo {
+
+/// The ads of the demo as a host keeps them: a bid and an ad object for each kind. Every call may
+/// be made from any thread but `show`, which is the main thread's.
+class Ads : public kva::KVAInterstitialDelegate,
+            public kva::KVARewardedDelegate,
+            public std::enable_shared_from_this<Ads> {
+ public:
+  using Bid = std::shared_ptr<kva::KVABidResponse>;
+
+  explicit Ads(Journal& journal) : journal_(journal) {}
+
+  void start();
+  void bid(kva::KVABidType kind);
+  /// Loads the ad of the last bid, which has won at its own price.
+  void load(kva::KVABidType kind);
+  void show(kva::KVABidType kind, std::shared_ptr<kva::ViewController> host);
+  /// Lets the last bid lose by a little.
+  void lose(kva::KVABidType kind);
+
+  Bid lastBid(kva::KVABidType kind) const;
+
+  void interstitialDidReceive(kva::KVAInterstital&) override;
+  void interstitialDidFailToReceive(kva::KVAInterstital&, const kva::Error&) override;
+  void interstitialDidPresent(kva::KVAInterstital&) override;
+  void interstitialDidFailToPresent(kva::KVAInterstital&, const kva::Error&) override;
+  void interstitialDidClick(kva::KVAInterstital&) override;
+  void interstitialDidDismiss(kva::KVAInterstital&) override;
+  void rewardedDidReceive(kva::KVARewarded&) override;
+  void rewardedDidFailToReceive(kva::KVARewarded&, const kva::Error&) override;
+  void rewardedDidPresent(kva::KVARewarded&) override;
+  void rewardedDidFailToPresent(kva::KVARewarded&, const kva::Error&) override;
+  void rewardedDidClick(kva::KVARewarded&) override;
+  void rewardedDidDismiss(kva::KVARewarded&) override;
+  void rewardedDidComplete(kva::KVARewarded&) override;
+
+ private:
+  void heard(const char* name) { journal_.add(Source::ad, name); }
+  void failed(const char* name, const kva::Error& error);
+
+  Journal& journal_;
+  mutable std::mutex mutex_;
+  std::array<Bid, 2> bids_;  ///< by kind
+  std::shared_ptr<kva::KVAInterstital> interstitial_;
+  std::shared_ptr<kva::KVARewarded> rewarded_;
+};
+
+/// "2.50", whatever the user's locale.
+std::string priceText(double price);
+std::string describe(const kva::Error& error);
+
+}  // namespace demo

@@ -1,0 +1,225 @@
+#include <gtk/gtk.h>
+
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/KelvaraGtk.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "demo/Ads.h"
+#include "demo/Autopilot.h"
+#include "demo/Journal.h"
+#include "demo/Sandbox.h"
+#include "demo/Window.h"
+#include "sandbox/Catalogue.h"
+
+namespace {
+
+using kva::KVABidType;
+using namespace demo;
+
+constexpr const char* kHelp = R"(Usage: kelvara-demo [OPTION]...
+
+Plays both kinds of ad against a sandbox ad server by itself, with real input, and ends with a
+table of what the host heard beside what the server received.
+
+  --interactive    leave the window to you
+  --server URL     use the sandbox server at this address, such as http://127.0.0.1:8000
+                   (default: start one of its own)
+  --output FOLDER  where the pictures go                          (demo-output)
+  --help           print this and exit
+)";
+
+struct CommandLine {
+  bool interactive = false, help = false;
+  std::string server;
+  std::filesystem::path output = "demo-output";
+};
+
+std::optional<CommandLine> parse(int count, char** arguments) {
+  CommandLine line;
+  for (int i = 1; i < count; ++i) {
+    const std::string_view option = arguments[i];
+    const bool hasValue = i + 1 < count;
+    if (option == "--interactive") {
+      line.interactive = true;
+    } else if (option == "--help") {
+      line.help = true;
+    } else if (option == "--server" && hasValue) {
+      line.server = arguments[++i];
+    } else if (option == "--output" && hasValue) {
+      line.output = arguments[++i];
+    } else {
+      return {};
+    }
+  }
+  return line;
+}
+
+/// The host application, in the order in which its members depend on each other.
+class Demo {
+ public:
+  Demo(GtkApplication* application, const CommandLine& line, std::unique_ptr<Sandbox> sandbox)
+      : application_(application),
+        line_(line),
+        sandbox_(std::move(sandbox)),
+        host_(hostOptions()),
+        window_(application, actions()),
+        viewController_(host_.viewController(window_.window())) {
+    journal_.onEvent([this](const Event& event) { showOnMain(event); });
+    gtk_window_present(window_.window());
+    ads_->start();
+    if (!line.interactive) autopilot_ = std::thread([this] { runAutopilot(); });
+  }
+
+  ~Demo() {
+    if (autopilot_.joinable()) autopilot_.join();
+  }
+
+  bool succeeded() const { return succeeded_; }
+
+ private:
+  kva::gtk::HostOptions hostOptions() {
+    kva::gtk::HostOptions options;
+    options.bundleId = "org.kelvara.demo";
+    options.appVersion = "1.0";
+    options.productionAPIBase = sandbox_->apiBase();
+    options.sandboxAPIBase = sandbox_->apiBase();
+    options.networkPolicy = kva::gtk::NetworkPolicy::assumeReachable;
+    options.advertisingIdentifier = kva::sandbox::kTesterIDFA;
+    options.trackingAuthorized = true;
+    options.openURL = [this](const std::string& url) { journal_.add(Source::ad, "openURL", url); };
+    if (!line_.interactive) {
+      // A device of its own each time, so that no cap of an earlier run counts.
+      options.userDefaults = line_.output / "defaults" / "defaults.sqlite";
+      std::filesystem::remove_all(options.userDefaults.parent_path());
+    }
+    return options;
+  }
+
+  Actions actions() {
+    const auto switched = [this](const char* what, void (*set)(bool)) {
+      return [this, what, set](bool on) {
+        journal_.add(Source::host, what, on ? "on" : "off");
+        set(on);
+      };
+    };
+    return {
+        .bid = [this](KVABidType kind) { ads_->bid(kind); },
+        .load = [this](KVABidType kind) { ads_->load(kind); },
+        .show = [this](KVABidType kind) { ads_->show(kind, viewController_); },
+        .lose = [this](KVABidType kind) { ads_->lose(kind); },
+        .setConsent = switched("setUserConsent", &kva::Kelvara::setUserConsent),
+        .setGDPR = switched("setSubjectToGDPR", &kva::Kelvara::setSubjectToGDPR),
+        .setCCPA = switched("setSubjectToCCPA", &kva::Kelvara::setSubjectToCCPA),
+        .setMuted =
+            [this](bool on) {
+              tellServer("/control/scenario", {{"endpoint", "/init"},
+                                               {"scenario", "replace"},
+                                               {"key", "data.sett.sndm"},
+                                               {"value", on}});
+            },
+        .setScenario =
+            [this](const std::string& scenario) {
+              for (const char* endpoint : {"/bid/init", "/bid/load"})
+                if (scenario != "no-fill" || std::string_view(endpoint) == "/bid/init")
+                  tellServer("/control/scenario", {{"endpoint", endpoint}, {"scenario", scenario}});
+            },
+    };
+  }
+
+  void tellServer(const char* path, const nlohmann::json& body) {
+    const bool done = sandbox_->post(path, body);
+    journal_.add(Source::server, path, done ? body.dump() : "refused");
+  }
+
+  void showOnMain(const Event& event) {
+    struct Shown {
+      Demo* demo;
+      Event event;
+    };
+    g_main_context_invoke_full(
+        nullptr, G_PRIORITY_DEFAULT,
+        [](gpointer data) -> gboolean {
+          const auto& [demo, shown] = *static_cast<Shown*>(data);
+          demo->window_.add(shown);
+          if (shown.name == "bid") demo->showLastBid(shown);
+          return G_SOURCE_REMOVE;
+        },
+        new Shown{this, event}, [](gpointer data) { delete static_cast<Shown*>(data); });
+  }
+
+  void showLastBid(const Event& event) {
+    for (const auto kind : {KVABidType::interstitial, KVABidType::rewarded}) {
+      const auto bid = ads_->lastBid(kind);
+      if (bid && event.detail.ends_with(bid->planId())) window_.showBid(kind, *bid);
+    }
+  }
+
+  void runAutopilot() {
+    succeeded_ = play({.journal = journal_,
+                       .ads = *ads_,
+                       .sandbox = *sandbox_,
+                       .window = window_.window(),
+                       .show = [this](KVABidType kind) { ads_->show(kind, viewController_); },
+                       .output = line_.output});
+    g_main_context_invoke(
+        nullptr,
+        [](gpointer application) -> gboolean {
+          g_application_quit(G_APPLICATION(application));
+          return G_SOURCE_REMOVE;
+        },
+        application_);
+  }
+
+  GtkApplication* application_;
+  const CommandLine& line_;
+  Journal journal_;
+  std::unique_ptr<Sandbox> sandbox_;
+  kva::gtk::Host host_;
+  std::shared_ptr<Ads> ads_ = std::make_shared<Ads>(journal_);
+  Window window_;
+  std::shared_ptr<kva::ViewController> viewController_;
+  std::thread autopilot_;
+  std::atomic<bool> succeeded_{false};
+};
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  const auto line = parse(count, arguments);
+  if (!line || line->help) {
+    std::fputs(kHelp, line ? stdout : stderr);
+    return line ? 0 : 2;
+  }
+  std::filesystem::create_directories(line->output);
+
+  auto* application = gtk_application_new("org.kelvara.demo", G_APPLICATION_NON_UNIQUE);
+  std::unique_ptr<Demo> running;
+  auto activate = [&] {
+    auto sandbox =
+        line->server.empty() ? Sandbox::launch() : std::make_unique<Sandbox>(line->server);
+    if (!sandbox) {
+      std::fputs("The sandbox ad server (kelvara-sandbox, beside the demo) did not start.\n",
+                 stderr);
+      return;
+    }
+    running = std::make_unique<Demo>(application, *line, std::move(sandbox));
+  };
+  using Activate = decltype(activate);
+  g_signal_connect(application, "activate", G_CALLBACK(+[](GtkApplication*, gpointer data) {
+                     (*static_cast<Activate*>(data))();
+                   }),
+                   &activate);
+  g_application_run(G_APPLICATION(application), 0, nullptr);
+  const bool succeeded = running && (line->interactive || running->succeeded());
+  running.reset();
+  g_object_unref(application);
+  return succeeded ? 0 : 1;
+}
