@@ -73,7 +73,8 @@ class NetworkReachability::Reference final : public ReachabilityReference {
   }
 
   std::optional<std::uint32_t> flags() override {
-    return isThisMachine_ ? kThisMachine : hub_->known.get().flags;
+    if (isThisMachine_) return kThisMachine;
+    return hub_->known.with([](const auto& known) { return known.flags; });
   }
   bool setCallback(std::function<void(std::uint32_t)> changed) override {
     auto shared = changed ? std::make_shared<std::function<void(std::uint32_t)>>(std::move(changed))

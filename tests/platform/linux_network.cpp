@@ -2,6 +2,7 @@
 // own: what the machine that runs the test has or lacks does not matter.
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 
 #include <Kelvara/core/Guarded.h>
@@ -118,6 +120,46 @@ TEST(LinuxReachability, AMachineWithoutNetworkSaysSoInItsErrors) {
   EXPECT_EQ(codeOf("http://host.example/"), 1009) << "nobody to ask for the name";
   ASSERT_TRUE(ip("link set lo up"));
   EXPECT_EQ(codeOf("http://127.0.0.1:9/"), 1004) << "this machine is there";
+}
+
+TEST(LinuxReachability, ASilentNameServerHoldsUpNobodyElse) {
+  if (!isInNamespaceOfItsOwn()) return;
+  TemporaryFolder folder;
+  const auto servers = folder.path / "resolv.conf";
+  std::ofstream(servers) << "nameserver 127.0.0.1\n";
+  if (unshare(CLONE_NEWNS) != 0 ||
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount(servers.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+    GTEST_SKIP() << "the list of name servers cannot be replaced";
+  ASSERT_TRUE(ip("link set lo up"));
+  const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(53);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+
+  LoopbackServer server;
+  CurlSession session;
+  Guarded<std::vector<std::string>> order;
+  const auto send = [&](const std::string& what, URL url, double timeout) {
+    session.send({.url = std::move(url), .headers = {}, .body = {}, .timeout = timeout},
+                 [&order, what](auto outcome) {
+                   const auto code = outcome.error ? std::to_string(outcome.error->code()) : "ok";
+                   order.with([&](auto& all) { all.push_back(what + " " + code); });
+                 });
+  };
+  const auto begun = std::chrono::steady_clock::now();
+  const URL unknown = *URL::parse("http://host.example/");
+  send("short", unknown, 0.3);
+  send("long", unknown, 60);
+  send("other", server.url("/ok"), 60);
+  EXPECT_TRUE(spinMainLoopUntil([&] { return order.get().size() == 2; }));
+  session.invalidate();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
+  EXPECT_EQ(order.get(), (std::vector<std::string>{"other ok", "short 1001", "long 999"}));
+  EXPECT_LT(taken.count(), 4) << "the name server's silence lasts longer";
+  close(silent);
 }
 
 TEST(LinuxReachability, AssumesItWhereTheHostSaysSo) {
