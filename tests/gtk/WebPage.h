@@ -44,7 +44,7 @@ class WebPage : public testing::Test {
     webView = app.makeWebView({0, 0, 300, 200}, std::move(configuration));
     webView->setDelegate(listener);
     stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
-    webView->loadHTML("<!doctype html>" + html, std::nullopt);
+    webView->loadHTML("<!doctype html>" + html, baseURL);
   }
   void openAndFinish(const std::string& html, WebViewConfiguration configuration = {}) {
     open(html, std::move(configuration));
@@ -67,6 +67,7 @@ class WebPage : public testing::Test {
   HostApplication& app = stage.application();
   std::shared_ptr<Listener> listener = std::make_shared<Listener>();
   std::shared_ptr<WebView> webView;
+  std::optional<URL> baseURL;
 };
 
 }  // namespace kva::gtk::test
