@@ -303,6 +303,60 @@ TEST_F(WebPages, MayBeDroppedByTheirDelegateFromAnyQuestion) {
   }
 }
 
+TEST_F(WebPages, ShareTheKeyboardWithTheControlsAboveThem) {
+  struct Ad : ViewDelegate, ViewControllerDelegate {
+    void viewWasTouched() override { ++touches; }
+    void viewControllerDidRequestCancel() override { ++cancels; }
+    int touches = 0, cancels = 0;
+  };
+  auto controller = app.makeViewController();
+  auto ad = std::make_shared<Ad>();
+  controller->setDelegate(ad);
+  controller->view()->setDelegate(ad);
+  int closed = 0;
+  auto button = app.makeButton(), another = app.makeButton();
+  button->setAction([&] { ++closed; });
+  openAndFinish(
+      "<a href='kva://followed'>link</a>"
+      "<script>addEventListener('keydown', e => { lastKey = e.key })</script>");
+  controller->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
+  controller->view()->addSubview(button->view(), Layout::frame({200, 200, 60, 60}));
+  controller->view()->addSubview(another->view(), Layout::frame({300, 200, 60, 60}));
+  bool presented = false;
+  stage.host()->present(controller, [&] { presented = true; });
+  ASSERT_TRUE(spinUntil([&] { return presented; }));
+
+  auto type = [&](unsigned key) { stage::typeKey(stage.gtkWindow, key); };
+  auto focusIsIn = [&](const std::shared_ptr<View>& view) {
+    auto* focus = gtk_window_get_focus(stage.gtkWindow);
+    return focus &&
+           gtk_widget_is_ancestor(focus, std::static_pointer_cast<NativeView>(view)->widget());
+  };
+  listener->decide = [](auto&) { return false; };
+  EXPECT_TRUE(focusIsIn(webView->view()));
+  type(GDK_KEY_Tab);
+  ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'A'"));
+  EXPECT_EQ(ad->touches, 0);
+  type(GDK_KEY_Return);
+  ASSERT_TRUE(spinUntil([&] { return listener->asksFor("kva://followed") == 1; }));
+  EXPECT_EQ(ad->touches, 1);
+  type(GDK_KEY_Escape);
+  ASSERT_TRUE(spinUntil([&] { return ad->cancels == 1; }));
+  EXPECT_EQ(evaluate("lastKey"), "\"Enter\"") << "the page does not get to see Escape";
+
+  type(GDK_KEY_Tab);
+  ASSERT_TRUE(spinUntil([&] { return focusIsIn(button->view()); }));
+  type(GDK_KEY_space);
+  ASSERT_TRUE(spinUntil([&] { return closed == 1; }));
+  type(GDK_KEY_Tab);
+  ASSERT_TRUE(spinUntil([&] { return focusIsIn(another->view()); }));
+  type(GDK_KEY_Tab);
+  ASSERT_TRUE(spinUntil([&] { return focusIsIn(webView->view()); }));
+  evaluate("document.querySelector('a').focus(); 0");
+  stage::typeKey(stage.gtkWindow, GDK_KEY_Tab, GDK_KEY_Shift_L);
+  ASSERT_TRUE(spinUntil([&] { return focusIsIn(another->view()); }));
+}
+
 TEST_F(WebPages, ComeFromAPoolThatKeepsOneReady) {
   auto& pool = static_cast<Application&>(app).webViewPool();
   ASSERT_TRUE(spinUntil([&] { return pool.hasReady(); }));

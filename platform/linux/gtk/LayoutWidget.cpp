@@ -45,7 +45,7 @@ gboolean contains(GtkWidget* widget, double x, double y) {
 
 gboolean focus(GtkWidget* widget, GtkDirectionType direction) {
   auto* client = clientOf(widget);
-  if (auto moved = client ? client->moveFocus(direction) : std::nullopt) return *moved;
+  if (client && client->keepsFocus()) return TRUE;
   return GTK_WIDGET_CLASS(kva_layout_widget_parent_class)->focus(widget, direction);
 }
 

@@ -3,7 +3,6 @@
 #include <gtk/gtk.h>
 
 #include <functional>
-#include <optional>
 
 #include <Kelvara/Geometry.h>
 
@@ -18,8 +17,8 @@ class LayoutClient {
   virtual void snapshot(GtkSnapshot* snapshot) = 0;
   /// Whether the widget itself, not its children, takes a press at a point within its bounds.
   virtual bool takesPresses() const = 0;
-  /// Moves the keyboard's focus; nothing: as GTK does.
-  virtual std::optional<bool> moveFocus(GtkDirectionType direction) = 0;
+  /// Whether the keyboard's focus stays where it is when GTK would move it on.
+  virtual bool keepsFocus() const = 0;
 };
 
 /// A widget without a size of its own that leaves everything to `client`, which must outlive it

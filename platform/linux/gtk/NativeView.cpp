@@ -207,10 +207,9 @@ bool NativeView::takesPresses() const {
   return !window || window->isCovered();
 }
 
-std::optional<bool> NativeView::moveFocus(GtkDirectionType direction) {
+bool NativeView::keepsFocus() const {
   auto window = rootOf_.lock();
-  if (!window || !window->isCovered()) return std::nullopt;
-  return window->moveFocusInCover(direction);
+  return window && window->isCovered();
 }
 
 }  // namespace kva::gtk

@@ -54,7 +54,7 @@ class NativeView final : public kva::View,
   void allocate(Size size) override;
   void snapshot(GtkSnapshot* snapshot) override;
   bool takesPresses() const override;
-  std::optional<bool> moveFocus(GtkDirectionType direction) override;
+  bool keepsFocus() const override;
 
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;

@@ -97,6 +97,10 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
   const float shade = configuration.isOpaque ? 1 : 0;
   const GdkRGBA background{shade, shade, shade, shade};
   webkit_web_view_set_background_color(page(), &background);
+  // WebKit keeps a text view inside, which would take the focus at the page's end and keep it.
+  for (auto* inner = gtk_widget_get_first_child(GTK_WIDGET(page())); inner;
+       inner = gtk_widget_get_next_sibling(inner))
+    gtk_widget_set_can_focus(inner, FALSE);
   if (!configuration.allowsZooming) forbidZooming();
   // Nothing to do for `bounces`: a page of WebKitGTK never scrolls beyond its ends.
 }

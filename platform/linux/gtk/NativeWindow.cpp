@@ -59,12 +59,12 @@ void NativeWindow::attach() {
 
 void NativeWindow::addControllers() {
   using Keys = gboolean(guint, guint, GdkModifierType);
-  cancelKeys_ = gtk_event_controller_key_new();
-  gtk_event_controller_set_propagation_phase(cancelKeys_, GTK_PHASE_CAPTURE);
-  connections_.push_back(connect<Keys>(
-      cancelKeys_, "key-pressed",
-      [this](guint key, guint, GdkModifierType held) { return sawCancelKey(key, held); }));
-  gtk_widget_add_controller(GTK_WIDGET(window_), cancelKeys_);
+  firstKeys_ = gtk_event_controller_key_new();
+  gtk_event_controller_set_propagation_phase(firstKeys_, GTK_PHASE_CAPTURE);
+  connections_.push_back(
+      connect<Keys>(firstKeys_, "key-pressed",
+                    [this](guint key, guint, GdkModifierType held) { return sawKey(key, held); }));
+  gtk_widget_add_controller(GTK_WIDGET(window_), firstKeys_);
 
   auto* keys = gtk_event_controller_key_new();
   connections_.push_back(
@@ -76,7 +76,7 @@ void NativeWindow::addControllers() {
 void NativeWindow::detach() {
   connections_.clear();
   refocus_.cancel();
-  gtk_widget_remove_controller(GTK_WIDGET(window_), cancelKeys_);
+  gtk_widget_remove_controller(GTK_WIDGET(window_), firstKeys_);
   gtk_widget_unparent(layer_->widget());
   gtk_widget_set_layout_manager(GTK_WIDGET(window_), nullptr);
   window_ = nullptr;
@@ -171,16 +171,16 @@ void NativeWindow::focusCover() {
   gtk_widget_child_focus(top, GTK_DIR_TAB_FORWARD);
 }
 
-bool NativeWindow::moveFocusInCover(GtkDirectionType direction) {
+void NativeWindow::moveFocus(GtkDirectionType direction) {
   auto* top = controllers_.back()->nativeView().widget();
-  if (gtk_widget_child_focus(top, direction)) return true;
+  if (gtk_widget_child_focus(top, direction)) return;
   gtk_root_set_focus(GTK_ROOT(window_), layer_->widget());
   gtk_widget_child_focus(top, direction);
-  return true;
 }
 
-bool NativeWindow::sawCancelKey(guint key, GdkModifierType modifiers) {
-  if (!isCovered() || (modifiers & kModifiers)) return GDK_EVENT_PROPAGATE;
+bool NativeWindow::sawKey(guint key, GdkModifierType modifiers) {
+  if (!isCovered()) return GDK_EVENT_PROPAGATE;
+  if (modifiers & kModifiers) return GDK_EVENT_PROPAGATE;
   if (key != GDK_KEY_Escape && key != GDK_KEY_Back) return GDK_EVENT_PROPAGATE;
   auto self = shared_from_this();
   auto top = controllers_.back();
@@ -192,7 +192,7 @@ bool NativeWindow::keepKey(guint key, GdkModifierType) {
   if (!isCovered()) return GDK_EVENT_PROPAGATE;
   if (key == GDK_KEY_Tab || key == GDK_KEY_KP_Tab || key == GDK_KEY_ISO_Left_Tab) {
     gtk_window_set_focus_visible(window_, TRUE);
-    moveFocusInCover(key == GDK_KEY_ISO_Left_Tab ? GTK_DIR_TAB_BACKWARD : GTK_DIR_TAB_FORWARD);
+    moveFocus(key == GDK_KEY_ISO_Left_Tab ? GTK_DIR_TAB_BACKWARD : GTK_DIR_TAB_FORWARD);
   }
   // Nothing of the host's hears of it: no mnemonic, no default button.
   return GDK_EVENT_STOP;

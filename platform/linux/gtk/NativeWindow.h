@@ -44,8 +44,6 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void uncover(const NativeViewController& controller);
 
   bool isCovered() const { return !controllers_.empty(); }
-  /// Within the topmost controller's view, round and round.
-  bool moveFocusInCover(GtkDirectionType direction);
 
  private:
   NativeWindow(GtkWindow* window, EdgeInsets safeAreaInsets, Events events);
@@ -58,7 +56,9 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void contentChanged();
   void keepFocus();
   void focusCover();
-  bool sawCancelKey(guint key, GdkModifierType modifiers);
+  /// Within the topmost controller's view, round and round.
+  void moveFocus(GtkDirectionType direction);
+  bool sawKey(guint key, GdkModifierType modifiers);
   bool keepKey(guint key, GdkModifierType modifiers);
 
   GtkWindow* window_;
@@ -70,7 +70,7 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   PendingCall refocus_;
   WeakRef<GtkWidget> hostFocus_;
   bool hostFocusVisible_ = false;
-  GtkEventController* cancelKeys_ = nullptr;
+  GtkEventController* firstKeys_ = nullptr;
   std::vector<Subscription> connections_;
 };
 
