@@ -126,6 +126,8 @@ URLError urlErrorOf(CURL* easy, CURLcode result) {
     case CURLE_WEIRD_SERVER_REPLY:
       return URLError::badServerResponse;
     case CURLE_BAD_CONTENT_ENCODING:
+    // Whatever arrives is taken, so this comes from undoing a compression alone.
+    case CURLE_WRITE_ERROR:
       return URLError::cannotDecodeContentData;
     case CURLE_PEER_FAILED_VERIFICATION:
       return URLError::serverCertificateUntrusted;

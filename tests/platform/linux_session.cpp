@@ -102,6 +102,9 @@ TEST_F(LinuxSession, NamesWhatWentWrong) {
       {"speaks something else", "220 mail.example ESMTP\r\n", URLError::badServerResponse},
       {"lies about gzip", "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n\r\nplain text",
        URLError::cannotDecodeContentData},
+      {"goes on after its brotli",
+       "HTTP/1.1 200 OK\r\nContent-Encoding: br\r\n\r\n\x0b\x02\x80hello\x03 and more",
+       URLError::cannotDecodeContentData},
       {"sends us to a file", "HTTP/1.1 302 Found\r\nLocation: file:///etc/hostname\r\n\r\n",
        URLError::unsupportedURL},
   };
