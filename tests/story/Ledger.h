@@ -1,0 +1,77 @@
+#pragma once
+
+#include <Kelvara/Error.h>
+#include <Kelvara/core/Guarded.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kva::story {
+
+/// What a call of the SDK promises about its answer.
+struct Promise {
+  std::string name;
+  std::set<std::int64_t> refusals{};  ///< codes that may come before the call returns
+  std::set<std::int64_t> failures{};  ///< codes of the SDK's own domain that may come later
+  bool mayAnswerAtOnce = false;       ///< success may come before the call returns
+  /// Success comes on the main thread, failures there or on the network session's; without it all
+  /// comes on the session's.
+  bool succeedsOnMainThread = false;
+};
+
+/// Watches that every call is answered exactly once, where and with what it promised. Any thread.
+class Ledger {
+ public:
+  /// `isSessionThread` tells whether it is called on the network session's thread; so does
+  /// `isMainThread` for the main thread.
+  explicit Ledger(std::function<bool()> isSessionThread, std::function<bool()> isMainThread = {});
+
+  /// One call, from just before it is made. Whoever answers it holds on to it.
+  class Call {
+   public:
+    /// The call has returned to its caller.
+    void returned();
+    void answered(const std::optional<Error>& error);
+
+   private:
+    friend class Ledger;
+    Ledger* ledger = nullptr;
+    const Promise* promise = nullptr;
+    std::thread::id caller;
+    bool hasReturned = false;
+    int answers = 0;
+  };
+  std::shared_ptr<Call> open(const Promise& promise);
+
+  /// Calls that have not been answered.
+  std::size_t pending() const;
+  std::size_t calls() const;
+  /// While it is so, what is cut off is answered as cancelled.
+  void setEnding(bool isEnding);
+  /// What was answered how often, by call and outcome.
+  std::map<std::string, std::size_t> outcomes() const;
+  /// What was not as promised.
+  std::vector<std::string> complaints() const;
+
+ private:
+  struct Books {
+    std::size_t calls = 0, pending = 0;
+    bool isEnding = false;
+    std::map<std::string, std::size_t> outcomes;
+    std::vector<std::string> complaints;
+  };
+  std::string verdict(const Call& call, bool atOnce, bool isEnding,
+                      const std::optional<Error>& error) const;
+
+  const std::function<bool()> isSessionThread_, isMainThread_;
+  Guarded<Books> books_;
+};
+
+}  // namespace kva::story
