@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
 #include <Kelvara/KVAInterstital.h>
 #include <Kelvara/KVARewarded.h>
 #include <presentation/Stage.h>
@@ -347,6 +351,26 @@ TEST_F(Interstitial, EndOfTheRuntimeTakesTheAdOffTheWindow) {
   ad.reset();
   h.time.advance(1);
   EXPECT_EQ(window->presentedCount(), 0);
+}
+
+TEST_F(Interstitial, IsAskedOnAnotherThreadWhileItLoadsAndShows) {
+  std::atomic<bool> isOver = false;
+  std::atomic<int> sightings = 0;
+  std::jthread asking([&] {
+    while (!isOver) {
+      sightings += ad->isLoaded() || ad->isLoading();
+      ad->setDelegate(host);
+    }
+  });
+  int shows = 0;
+  for (; shows < 20 || sightings == 0; ++shows) {
+    show();
+    window->pressEscape();
+    h.time.advance(1);
+  }
+  isOver = true;
+  asking.join();
+  EXPECT_EQ(std::ranges::count(host->heard, "dismiss"), shows);
 }
 
 TEST_F(Interstitial, NothingIsHeardWithoutADelegate) {

@@ -1,3 +1,5 @@
+#include <thread>
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -248,6 +250,23 @@ TEST_F(Reports, TimeOfTheLastUploadMayBeAnInteger) {
   launch();
   tick();
   EXPECT_THAT(batches(), IsEmpty()) << "uploaded after all that was tracked";
+}
+
+TEST_F(Reports, TrackedOnSeveralThreadsAreAllStored) {
+  {
+    std::vector<std::jthread> threads;
+    for (const char* thread : {"a", "b", "c", "d"}) {
+      threads.emplace_back([thread] {
+        for (int i = 0; i < 50; ++i) {
+          track(thread + std::to_string(i), {Action::impression});
+          track("shared", {Action::click});
+        }
+      });
+    }
+  }
+  EXPECT_EQ(stored(Keys::reports).size(), 4u * 50 + 1);
+  tick();
+  EXPECT_EQ(batches()[0].size(), 4u * 50 + 1);
 }
 
 TEST_F(Reports, NeedAnApplicationRecord) {
