@@ -1,0 +1,105 @@
+// What a host may and may not do with the SDK's front door.
+#include <Kelvara/KVAInterstital.h>
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/KelvaraGtk.h>
+
+#include <filesystem>
+#include <thread>
+
+#include <Kelvara/core/Runtime.h>
+#include <gtest/gtest.h>
+#include "gtk/Display.h"
+
+namespace kva::gtk::test {
+namespace {
+
+HostOptions options() {
+  HostOptions made;
+  made.bundleId = "com.example.host";
+  made.appVersion = "1.0";
+  made.mainBundle = std::filesystem::path(KELVARA_RESOURCES).parent_path();
+  made.userDefaults = std::filesystem::path(testing::TempDir()) / "kelvara-host.sqlite";
+  made.networkPolicy = NetworkPolicy::assumeReachable;
+  return made;
+}
+
+TEST(Host, BringsUpAPlatformOfItsOptionsAndTakesItAway) {
+  std::filesystem::remove(options().userDefaults);
+  for (int round = 0; round < 2; ++round) {
+    std::vector<std::string> opened;
+    auto given = options();
+    given.sandboxAPIBase = "http://127.0.0.1:8123/api/v1";
+    given.safeAreaInsets = {.top = 30, .left = 0, .bottom = 0, .right = 0};
+    given.openURL = [&](const std::string& url) { opened.push_back(url); };
+    Host host(given);
+    auto& platform = Runtime::current().platform();
+    EXPECT_EQ(platform.apiBases.sandbox, "http://127.0.0.1:8123/api/v1");
+    EXPECT_TRUE(platform.apiBases.production.ends_with("/api/v1"));
+    EXPECT_EQ(platform.mainBundle->bundleIdentifier(), "com.example.host");
+    platform.application->openURL(*URL::parse("https://example.test/a"));
+    EXPECT_EQ(opened, std::vector<std::string>{"https://example.test/a"});
+
+    EXPECT_FALSE(platform.application->keyWindow());
+    auto* window = GTK_WINDOW(gtk_window_new());
+    auto* other = GTK_WINDOW(gtk_window_new());
+    auto controller = host.viewController(window);
+    EXPECT_EQ(host.viewController(window), controller);
+    EXPECT_NE(host.viewController(other), controller);
+    host.viewController(window);
+    EXPECT_EQ(platform.application->keyWindow()->view(), controller->view()) << "asked for last";
+    EXPECT_EQ(platform.application->keyWindow()->safeAreaInsets().top, 30);
+    gtk_window_destroy(window);
+    EXPECT_NE(platform.application->keyWindow()->view(), controller->view());
+    EXPECT_GT(platform.application->screenSize().width, 0);
+    gtk_window_destroy(other);
+  }
+}
+
+TEST(Host, TakesWhatIsOnShowAwayAndLeavesTheWindowToItsOwner) {
+  struct Listener : ViewControllerDelegate {
+    int tornDown = 0;
+    void viewControllerWasTornDown() override {
+      ++tornDown;
+      Kelvara::isInitialized();  // there still is an SDK to ask
+    }
+  };
+  auto listener = std::make_shared<Listener>();
+  auto* window = GTK_WINDOW(gtk_window_new());
+  auto* entry = gtk_entry_new();
+  gtk_window_set_child(window, entry);
+  gtk_window_present(window);
+  gtk_widget_grab_focus(entry);
+  auto* focus = gtk_window_get_focus(window);
+  {
+    Host host(options());
+    auto controller = Runtime::current().platform().application->makeViewController();
+    controller->setDelegate(listener);
+    bool presented = false;
+    host.viewController(window)->present(controller, [&] { presented = true; });
+    ASSERT_TRUE(spinUntil([&] { return presented; }));
+    EXPECT_FALSE(gtk_widget_get_child_visible(entry));
+  }
+  EXPECT_EQ(listener->tornDown, 1);
+  EXPECT_TRUE(gtk_widget_get_child_visible(entry));
+  EXPECT_EQ(gtk_window_get_focus(window), focus);
+  EXPECT_EQ(gtk_widget_get_next_sibling(entry), nullptr);
+  waitForFrame(window);
+  gtk_window_destroy(window);
+}
+
+TEST(HostDeathTest, SaysWhatIsWrong) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  EXPECT_DEATH(Kelvara::isInitialized(), "make a kva::gtk::Host");
+  EXPECT_DEATH(
+      {
+        gtk_init();
+        Host first(options());
+        Host second(options());
+      },
+      "there is a runtime already");
+  EXPECT_DEATH(std::thread([] { Host host(options()); }).join(),
+               "a kva::gtk::Host belongs on the main thread");
+}
+
+}  // namespace
+}  // namespace kva::gtk::test
