@@ -96,7 +96,8 @@ void sendHalf(httplib::Response& response, std::string body) {
 class Server::Impl {
  public:
   explicit Impl(Options given)
-      : options(completed(std::move(given))), service(Service(options.database, options.data)) {
+      : options(completed(std::move(given))),
+        service(Service(options.database, options.data, options.periods)) {
     skew = options.clockSkew;
     routeApi();
     routeControl();

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "sandbox/Periods.h"
 #include "sandbox/Scenario.h"
 #include "sandbox/State.h"
 
@@ -21,6 +22,7 @@ struct Options {
   std::filesystem::path data{};      ///< default: sandbox-data/ beside the executable
   std::string database = ":memory:";
   std::chrono::milliseconds clockSkew{0};  ///< added to the clock that answers carry
+  Periods periods{};
   std::vector<std::pair<std::string, Scenario>> scenarios{};  ///< endpoint and scenario
   std::function<void(const Exchange&)> onExchange{};          ///< called on the connection's thread
 };

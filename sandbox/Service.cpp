@@ -74,8 +74,8 @@ ReportRecord reportFrom(const Json& json) {
 
 }  // namespace
 
-Service::Service(const std::string& database, std::filesystem::path data)
-    : store_(database), data_(std::move(data)) {
+Service::Service(const std::string& database, std::filesystem::path data, Periods periods)
+    : store_(database), data_(std::move(data)), periods_(periods) {
   seedTemplates();
 }
 
@@ -128,8 +128,8 @@ Service::Result Service::init(const Json& request, std::string_view origin) {
   }
   Json tester = {
       {"idfa", kTesterDigest}, {"test", true}, {"suite", false}, {"log", true}, {"sandbox", true}};
-  // Both periods travel in hundredths of a second: reports every 2 s, 5 s of rest after a no-fill.
-  Json settings = {{"dip", 200}, {"nfsp", 500}, {"sndm", true}};
+  Json settings = {
+      {"dip", periods_.betweenUploads}, {"nfsp", periods_.restAfterNoFill}, {"sndm", true}};
   return Json{{"aid", request["aid"]},
               {"tids", Json::array({tester})},
               {"btyp", Json::array()},

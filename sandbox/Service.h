@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "sandbox/Periods.h"
 #include "sandbox/Store.h"
 
 namespace kva::sandbox {
@@ -22,7 +23,7 @@ class Service {
  public:
   using Result = std::expected<nlohmann::json, Refusal>;
 
-  Service(const std::string& database, std::filesystem::path data);
+  Service(const std::string& database, std::filesystem::path data, Periods periods);
 
   /// Carries out a checked request and returns the payload of its answer. `origin` begins the
   /// addresses of what the server itself serves.
@@ -52,6 +53,7 @@ class Service {
 
   Store store_;
   std::filesystem::path data_;
+  Periods periods_;
 };
 
 }  // namespace kva::sandbox

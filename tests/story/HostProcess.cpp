@@ -52,6 +52,7 @@ void HostProcess::finish() {
   for (std::string line; readLine(10s, line);) lines_.push_back(line);
   if (output_ >= 0) close(output_);
   output_ = -1;
+  killer_ = {};  // before the process's number may mean another
   if (pid_ > 0) waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }
@@ -67,6 +68,13 @@ std::string HostProcess::await(std::string_view expected) {
     if (line.starts_with("= ") && line.substr(2).starts_with(expected)) return line.substr(2);
   }
   return {};
+}
+
+void HostProcess::killAfter(std::chrono::microseconds delay) {
+  killer_ = std::jthread([delay, pid = pid_] {
+    std::this_thread::sleep_for(delay);
+    if (pid > 0) ::kill(pid, SIGKILL);
+  });
 }
 
 std::vector<std::string> HostProcess::kill() {

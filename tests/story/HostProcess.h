@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace kva::story {
@@ -36,6 +37,8 @@ class HostProcess {
     send(command);
     return await(expected);
   }
+  /// SIGKILL so long from now, whatever the process is doing by then.
+  void killAfter(std::chrono::microseconds delay);
   /// SIGKILL, and what it had answered until then.
   std::vector<std::string> kill();
 
@@ -48,6 +51,7 @@ class HostProcess {
   void finish();
 
   pid_t pid_ = -1;
+  std::jthread killer_;
   int input_ = -1, output_ = -1;
   std::string pending_;
   std::vector<std::string> lines_;

@@ -94,7 +94,7 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
     const std::map<std::string, BidReportAction::Kind> kinds = {
         {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
         {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
-        {"quarter", BidReportAction::videoQuarter},
+        {"quarter", BidReportAction::videoQuarter},  {"fail", BidReportAction::failToShow},
     };
     ReportManager::shared().trackAction(bidId, {kinds.at(action), quarter});
     answer("tracked " + bidId + " " + action);

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+
+namespace kva::story {
+
+/// A whole number from the environment, which is how long runs are asked for.
+inline std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) {
+  const char* text = std::getenv(name);
+  std::uint64_t value = otherwise;
+  if (text) std::from_chars(text, text + std::string_view(text).size(), value);
+  return value;
+}
+
+/// Chance that repeats itself: the same seed makes the same choices.
+class Chance {
+ public:
+  explicit Chance(std::uint64_t seed) : engine_(seed) {}
+
+  /// From 0 to `limit` - 1.
+  std::size_t below(std::size_t limit) { return engine_() % limit; }
+  bool oneIn(std::size_t odds) { return below(odds) == 0; }
+  template <class List>
+  const auto& oneOf(const List& list) {
+    return std::data(list)[below(std::size(list))];
+  }
+
+ private:
+  std::mt19937_64 engine_;
+};
+
+}  // namespace kva::story

@@ -1,0 +1,384 @@
+// A host that is killed over and over, at moments that a seed chooses, while it starts, registers,
+// tracks, uploads, counts and keeps templates. After every kill the file that it left is looked at.
+//   KELVARA_KILLS  how often (20)      KELVARA_SEED  which choices (1)
+#include <Kelvara/ads/Template.h>
+#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/reporting/ReportStore.h>
+#include <gtest/gtest.h>
+#include <platform/linux/SqliteDefaults.h>
+#include <sandbox/Catalogue.h>
+#include <sandbox/Server.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "platform/linux_support.h"
+#include "story/Chance.h"
+#include "story/HostProcess.h"
+
+namespace kva::story {
+namespace {
+
+using namespace std::chrono_literals;
+using sandbox::Behaviour;
+using sandbox::kApplicationId;
+using sandbox::kImageTemplate;
+using sandbox::kInterstitialAdUnit;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using Keys = SDKHelper::UserDefaultKeys;
+
+enum Flag : unsigned { impression = 1, click = 2, complete = 4, dismiss = 8, fail = 16 };
+constexpr std::pair<const char*, Flag> kFlags[] = {{"impression", impression},
+                                                   {"click", click},
+                                                   {"complete", complete},
+                                                   {"dismiss", dismiss},
+                                                   {"fail", fail}};
+
+/// What a report says of its bid.
+struct Facts {
+  unsigned flags = 0;
+  std::int64_t quarter = 0;
+
+  void add(const Facts& other) {
+    flags |= other.flags;
+    quarter = std::max(quarter, other.quarter);
+  }
+  bool covers(const Facts& other) const {
+    return (flags & other.flags) == other.flags && quarter >= other.quarter;
+  }
+};
+
+Facts factsOf(const BidReport& report) {
+  return {(report.isShown ? impression : 0U) | (report.isClicked ? click : 0U) |
+              (report.isCompleted ? complete : 0U) | (report.isDismissed ? dismiss : 0U) |
+              (report.isFailToShow ? fail : 0U),
+          report.quarter};
+}
+
+Facts factsOf(const sandbox::ReportRecord& report) {
+  return {(report.impression ? impression : 0U) | (report.clicked ? click : 0U) |
+              (report.completed ? complete : 0U) | (report.dismissed ? dismiss : 0U) |
+              (report.failToShow ? fail : 0U),
+          report.quarter};
+}
+
+/// What was asked of the host, and how much of it was answered for certain.
+struct Asked {
+  Facts sent, answered;
+};
+struct Counted {
+  std::int64_t sent = 0, answered = 0, stored = 0;
+};
+struct Action {
+  std::string bid;
+  Facts facts;
+};
+
+/// A way for an endpoint to suffer.
+struct Weather {
+  const char* endpoint;
+  sandbox::Scenario scenario;
+};
+const Weather kWeather[] = {
+    {"/bid/stats", {.behaviour = Behaviour::reset}},
+    {"/bid/stats", {.behaviour = Behaviour::truncated}},
+    {"/bid/stats", {.behaviour = Behaviour::serverError, .code = 500}},
+    {"/bid/stats", {.behaviour = Behaviour::serverError, .times = 1, .code = 404}},
+    {"/bid/stats", {.delay = 20ms}},
+    {"/register", {.delay = 40ms}},
+    {"/register", {.behaviour = Behaviour::reset, .times = 1}},
+    {"/template", {.delay = 15ms}},
+    {"/template", {.behaviour = Behaviour::truncated, .times = 1}},
+    {"/init", {.behaviour = Behaviour::serverError, .times = 1, .code = 503}},
+    {"/bid/init", {.delay = 10ms}},
+};
+
+class KillStory : public testing::Test {
+ protected:
+  // Reports go out as fast as they come, and no bid has to wait, so that every kind of work is
+  // always under way.
+  KillStory() : server({.periods = {.betweenUploads = 0, .restAfterNoFill = -100}}) {}
+  void SetUp() override {
+    ASSERT_TRUE(server.start());
+    std::filesystem::create_directory(folder.path / "host");
+  }
+
+  HostProcess::Launch launch() const {
+    return {.apiBase = server.baseURL(), .defaults = folder.path / "host" / "defaults.sqlite"};
+  }
+  static std::string startCommand() { return "start " + std::string(kApplicationId); }
+
+  void changeTheWeather();
+  void launchAndKill();
+  void work(HostProcess& host);
+  void sendAction(HostProcess& host);
+  void noteAnswers(const std::vector<std::string>& lines);
+  void lookAtWhatIsLeft();
+  void expectReports(const std::shared_ptr<UserDefaults>& defaults);
+  void expectCounters(const UserDefaults& defaults);
+  void expectTemplate(const UserDefaults& defaults);
+  void expectUser(const UserDefaults& defaults);
+
+  /// What was answered to launches that are over.
+  bool serverHasWhatWasAnswered() const;
+  std::string makeBid();
+  std::string templateText(std::int64_t version) const {
+    return std::string(20'000 + 100 * static_cast<std::size_t>(version), 'x') + "version " +
+           std::to_string(version);
+  }
+
+  const std::uint64_t seed = fromEnvironment("KELVARA_SEED", 1);
+  Chance chance{seed};
+  test::TemporaryFolder folder;
+  sandbox::Server server;
+  const std::int64_t begunAt = now();
+
+  std::map<std::string, Asked> asked;
+  std::vector<std::string> liveBids;
+  std::vector<Action> unanswered;  ///< of this launch, in the order in which they were sent
+  std::map<std::string, Counted> impressions;
+  std::int64_t newestTemplate = 3, answeredTemplate = 0;
+  microseconds startTakes = 30ms;
+  std::size_t killedWhileStarting = 0, answeredActions = 0, unansweredActions = 0;
+
+ private:
+  static std::int64_t now() {
+    return std::chrono::duration_cast<milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  }
+};
+
+std::string KillStory::makeBid() {
+  std::string number = std::to_string(asked.size());
+  number.insert(0, 12 - number.size(), '0');
+  return "b1d00000-0000-4000-8000-" + number;
+}
+
+void KillStory::changeTheWeather() {
+  server.clearScenarios();
+  for (int i = 0; i < 2; ++i) {
+    const Weather& weather = chance.oneOf(kWeather);
+    server.setScenario(weather.endpoint, weather.scenario);
+  }
+  if (chance.oneIn(3)) server.publishTemplate(kImageTemplate, templateText(++newestTemplate));
+}
+
+void KillStory::launchAndKill() {
+  changeTheWeather();
+  const auto begun = std::chrono::steady_clock::now();
+  HostProcess host(launch());
+  const bool whileStarting = chance.oneIn(4);
+  if (whileStarting)
+    host.killAfter(microseconds(chance.below(static_cast<std::size_t>(startTakes.count()))));
+  host.await("ready");
+  const bool started = host.ask(startCommand(), "started") == "started 0";
+  if (!whileStarting) {
+    startTakes = std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - begun);
+    host.killAfter(microseconds(chance.below(250'000)));
+  }
+  killedWhileStarting += whileStarting;
+  if (started) work(host);
+  noteAnswers(host.kill());
+}
+
+/// Until the host is killed.
+void KillStory::work(HostProcess& host) {
+  for (bool alive = true; alive;) {
+    if (chance.oneIn(4)) host.send("bid " + std::string(kInterstitialAdUnit) + " 0");
+    if (chance.oneIn(4)) host.send("template " + std::string(kImageTemplate));
+    if (chance.oneIn(3)) {
+      const auto& plans = sandbox::findAdUnit(kInterstitialAdUnit)->plans;
+      const std::string plan(chance.oneOf(plans).id);
+      ++impressions[plan].sent;
+      alive = !host.ask("impression " + plan, "impression").empty();
+      impressions[plan].answered += alive;
+    }
+    const std::size_t burst = 1 + chance.below(12);
+    for (std::size_t i = 0; i < burst; ++i) sendAction(host);
+    for (std::size_t i = 0; i < burst && alive; ++i) alive = !host.await("tracked").empty();
+  }
+}
+
+void KillStory::sendAction(HostProcess& host) {
+  if (liveBids.size() < 8) {
+    const std::string bid = makeBid();
+    asked[bid];
+    liveBids.push_back(bid);
+  }
+  const std::size_t at = chance.below(liveBids.size());
+  const std::string bid = liveBids[at];
+  Facts& sent = asked[bid].sent;
+  Action action{.bid = bid, .facts = {}};
+  std::string command;
+  if (sent.quarter < 4 && chance.oneIn(2)) {
+    action.facts.quarter = sent.quarter + 1;
+    command = "quarter " + std::to_string(action.facts.quarter);
+  } else {
+    const auto& [name, flag] = chance.oneOf(kFlags);
+    action.facts.flags = flag;
+    command = name;
+  }
+  if (action.facts.flags & (dismiss | fail))
+    liveBids.erase(liveBids.begin() + static_cast<std::ptrdiff_t>(at));
+  sent.add(action.facts);
+  host.send("track " + bid + " " + command);
+  unanswered.push_back(std::move(action));
+}
+
+/// Actions are answered in the order in which they were sent.
+void KillStory::noteAnswers(const std::vector<std::string>& lines) {
+  std::size_t answers = 0;
+  for (const auto& line : lines) {
+    if (line.starts_with("= tracked ")) {
+      ASSERT_LT(answers, unanswered.size());
+      const Action& action = unanswered[answers++];
+      asked[action.bid].answered.add(action.facts);
+    }
+    constexpr std::string_view fetched = "= template ";
+    if (line.starts_with(fetched))
+      answeredTemplate =
+          std::max<std::int64_t>(answeredTemplate, std::stoll(line.substr(fetched.size())));
+  }
+  answeredActions += answers;
+  unansweredActions += unanswered.size() - answers;
+  unanswered.clear();
+}
+
+/// At a copy, so that it is the next launch that finds the file as the kill has left it.
+void KillStory::lookAtWhatIsLeft() {
+  const auto copy = folder.path / "copy";
+  std::filesystem::remove_all(copy);
+  std::filesystem::copy(folder.path / "host", copy);
+  if (!std::filesystem::exists(copy / "defaults.sqlite")) return;  // killed before it was made
+  auto defaults = std::make_shared<SqliteDefaults>(
+      copy / "defaults.sqlite", [](const std::string& complaint) { ADD_FAILURE() << complaint; });
+  for (const auto& file : std::filesystem::directory_iterator(folder.path / "host"))
+    EXPECT_FALSE(file.path().native().contains("damaged")) << file.path();
+  expectReports(defaults);
+  expectCounters(*defaults);
+  expectTemplate(*defaults);
+  expectUser(*defaults);
+}
+
+void KillStory::expectReports(const std::shared_ptr<UserDefaults>& defaults) {
+  std::map<std::string, Facts> found;
+  const auto note = [&](const std::string& bid, const Facts& facts, std::int64_t impressionAt) {
+    found[bid].add(facts);
+    const bool isShown = (facts.flags & impression) != 0;
+    EXPECT_EQ(isShown, impressionAt != 0) << bid;
+    EXPECT_TRUE(!isShown || (begunAt - 5000 < impressionAt && impressionAt < now() + 5000)) << bid;
+  };
+  for (const char* key : {Keys::reports, Keys::reportsForUpload}) {
+    const ReportStore stored(defaults, key);
+    for (const auto& [bid, entry] : stored.entries())
+      note(bid, factsOf(entry.report), entry.report.impressionAt);
+  }
+  const auto state = server.state();
+  for (const auto& report : state.reports) note(report.bid, factsOf(report), report.impressionAt);
+
+  for (const auto& [bid, facts] : found)
+    EXPECT_TRUE(asked.contains(bid) && asked[bid].sent.covers(facts)) << "invented: " << bid;
+  for (const auto& [bid, of] : asked)
+    EXPECT_TRUE(found[bid].covers(of.answered))
+        << "lost: " << bid << " has " << found[bid].flags << "/" << found[bid].quarter << " of "
+        << of.answered.flags << "/" << of.answered.quarter;
+}
+
+void KillStory::expectCounters(const UserDefaults& defaults) {
+  const auto bytes = defaults.get<Bytes>(Keys::frequencyCappingMembers);
+  auto members = parseJson(bytes ? asText(*bytes) : "[]");
+  ASSERT_TRUE(members) << "the stored counters cannot be read";
+  std::map<std::string, std::int64_t> stored;
+  for (const Json& member : *members) stored[member["planId"]] = member["hourlyImpressionCount"];
+  for (auto& [plan, counted] : impressions) {
+    EXPECT_GE(stored[plan], counted.stored) << plan << " went backwards";
+    EXPECT_GE(stored[plan], counted.answered) << plan << " forgot";
+    EXPECT_LE(stored[plan], counted.sent) << plan << " invented";
+    counted.stored = stored[plan];
+  }
+}
+
+void KillStory::expectTemplate(const UserDefaults& defaults) {
+  const auto bytes = defaults.get<Bytes>(Keys::templates);
+  auto templates = parseJson(bytes ? asText(*bytes) : "{}");
+  ASSERT_TRUE(templates) << "the stored templates cannot be read";
+  if (!templates->contains(kImageTemplate)) {
+    EXPECT_EQ(answeredTemplate, 0) << "the template was lost";
+    return;
+  }
+  const auto stored = Template::decode((*templates)[std::string(kImageTemplate)]);
+  ASSERT_TRUE(stored) << stored.error().localizedDescription();
+  EXPECT_GE(stored->version, answeredTemplate);
+  EXPECT_LE(stored->version, newestTemplate);
+  EXPECT_TRUE(stored->version == 3 || stored->htmlData == templateText(stored->version));
+}
+
+void KillStory::expectUser(const UserDefaults& defaults) {
+  const auto uid = defaults.get<std::string>(Keys::userId);
+  if (!uid) return;
+  const auto users = server.state().users;
+  EXPECT_EQ(std::ranges::count(users, *uid, &sandbox::UserRecord::uid), 1) << *uid;
+}
+
+bool KillStory::serverHasWhatWasAnswered() const {
+  const auto state = server.state();
+  std::map<std::string, Facts> there;
+  for (const auto& report : state.reports) there[report.bid] = factsOf(report);
+  return std::ranges::all_of(
+      asked, [&](const auto& each) { return there[each.first].covers(each.second.answered); });
+}
+
+TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
+  const std::size_t kills = fromEnvironment("KELVARA_KILLS", 20);
+  std::cout << "KELVARA_SEED=" << seed << " KELVARA_KILLS=" << kills << std::endl;
+  for (std::size_t kill = 1; kill <= kills && !HasFailure(); ++kill) {
+    SCOPED_TRACE("after kill " + std::to_string(kill));
+    launchAndKill();
+    lookAtWhatIsLeft();
+  }
+  if (HasFailure()) return;
+
+  // What the kills have left waiting reaches the server from a launch that lives.
+  server.clearScenarios();
+  {
+    HostProcess last(launch());
+    last.await("ready");
+    ASSERT_EQ(last.ask(startCommand(), "started"), "started 0");
+    ASSERT_TRUE(last.ask("bid " + std::string(kInterstitialAdUnit) + " 0", "").starts_with("bid "));
+    // An action that arrives while an upload is on its way goes out once another one comes.
+    const auto limit = std::chrono::steady_clock::now() + 20s;
+    for (bool complete = false; !complete;) {
+      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "reports stay on the device";
+      sendAction(last);
+      ASSERT_FALSE(last.await("tracked").empty());
+      complete = server.waitForExchanges(
+          "/bid/stats", [this](const auto&) { return serverHasWhatWasAnswered(); }, 500ms);
+    }
+    noteAnswers(last.kill());
+  }
+  lookAtWhatIsLeft();
+
+  std::size_t uploads = 0, accepted = 0, templates = 0;
+  for (const auto& exchange : server.exchanges()) {
+    uploads += exchange.endpoint == "/bid/stats";
+    accepted += exchange.endpoint == "/bid/stats" && exchange.verdict == "ok";
+    templates += exchange.endpoint == "/template";
+  }
+  const auto state = server.state();
+  std::cout << kills << " kills (" << killedWhileStarting << " while starting), " << answeredActions
+            << " actions answered, " << unansweredActions << " on their way when the host died, "
+            << asked.size() << " bids, " << state.reports.size() << " reports at the server, "
+            << state.users.size() << " registrations; of the last " << server.exchanges().size()
+            << " exchanges " << uploads << " uploads (" << accepted << " accepted), " << templates
+            << " templates" << std::endl;
+  EXPECT_GT(answeredActions, kills);
+  EXPECT_GT(accepted, 0u);
+}
+
+}  // namespace
+}  // namespace kva::story
