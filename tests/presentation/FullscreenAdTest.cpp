@@ -4,6 +4,7 @@
 
 #include <Kelvara/KVAInterstital.h>
 #include <Kelvara/KVARewarded.h>
+#include <Kelvara/presentation/FullscreenAdVC.h>
 #include <presentation/Stage.h>
 
 namespace kva {
@@ -267,6 +268,18 @@ TEST_F(Interstitial, IsNotShownWithoutANetwork) {
   EXPECT_THAT(host->heard, ElementsAre("receive", "no present 13 No internet connection."));
   EXPECT_EQ(window->presentedCount(), 0);
   EXPECT_TRUE(uploadedReports().is_null());
+}
+
+TEST_F(Interstitial, ControllerOnScreenIsNotShownAgain) {
+  const auto controller = FullscreenAdVC::create(Ad::decode(adJson({})).value());
+  Events outcomes;
+  for (int i = 0; i < 2; ++i) {
+    controller->show(*window->viewController(), [&](const Result<bool>& shown) {
+      outcomes.push_back(shown ? "shown" : failed("refused", shown.error()));
+    });
+    h.time.advance(0.5);
+  }
+  EXPECT_THAT(outcomes, ElementsAre("shown", "refused 13 Ad is already shown."));
 }
 
 TEST_F(Interstitial, BecomesReadyOnceWhateverThePageSends) {
