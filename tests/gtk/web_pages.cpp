@@ -187,16 +187,13 @@ TEST_F(WebPages, DownloadNothing) {
   openAndFinish("");
   webView->load({*URL::parse(server.base() + "/"), "GET", {}, {}});
   ASSERT_TRUE(spinUntil([&] { return listener->finished == 2; }));
-  for (auto* script : {"location = '/attached'",
-                       "a = document.createElement('a'); a.href = '/link';"
-                       "a.download = 'x'; a.click()"}) {
-    const int before = server.files;
-    evaluate(script);
-    ASSERT_TRUE(spinUntil([&] { return server.files == before + 1; })) << script;
-    EXPECT_EQ(evaluate("location.pathname"), "\"/\"");
-  }
+  evaluate("location = '/attached'; 0");
+  ASSERT_TRUE(spinUntil([&] { return server.files == 1; }));
+  // Stopped perhaps before it even reaches the server.
+  evaluate("a = document.createElement('a'); a.href = '/link'; a.download = 'x'; a.click(); 0");
   int turns = 0;
   spinUntil([&] { return ++turns > 100; });
+  EXPECT_EQ(evaluate("location.pathname"), "\"/\"");
   EXPECT_FALSE(std::filesystem::exists(saved));
   EXPECT_TRUE(listener->errors.empty());
 }
