@@ -105,6 +105,11 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
   auto is = [&](GtkStateFlags flag) { return (gtk_widget_get_state_flags(widget) & flag) != 0; };
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_PRELIGHT); }));
   EXPECT_EQ(touches->count, 0);
+  EXPECT_EQ(gtk_test_accessible_check_property(GTK_ACCESSIBLE(widget),
+                                               GTK_ACCESSIBLE_PROPERTY_LABEL, "Close"),
+            nullptr);
+  auto* picture = gtk_picture_get_paintable(GTK_PICTURE(gtk_button_get_child(GTK_BUTTON(widget))));
+  EXPECT_GE(gdk_paintable_get_intrinsic_width(picture), 40 * gtk_widget_get_scale_factor(widget));
 
   pressButton();
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_ACTIVE); }));
@@ -131,8 +136,8 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
 TEST_F(Presentation, FollowsTheWindowAndTellsItsShape) {
   present();
   EXPECT_EQ(stage.shapes.back(), DeviceOrientation::landscapeLeft);
-  stage.resize({400, 700});
-  ASSERT_TRUE(spinUntil([&] { return controller->view()->frame() == Rect{0, 0, 400, 700}; }));
+  stage.resize({300, 450});
+  ASSERT_TRUE(spinUntil([&] { return controller->view()->frame() == Rect{0, 0, 300, 450}; }));
   EXPECT_EQ(stage.shapes.back(), DeviceOrientation::portrait);
 }
 

@@ -146,7 +146,8 @@ TEST_F(WebPages, AskForCommandsOfEveryFrameAndWithOddAddresses) {
   EXPECT_TRUE(listener->errors.empty());
 }
 
-/// Serves a page at "/" and a file to be saved at every other path.
+/// Serves a page at "/", one for which it wants a password at "/locked", and a file to be saved at
+/// every other path.
 class Server {
  public:
   Server() {
@@ -165,13 +166,17 @@ class Server {
  private:
   static void answer(SoupServer*, SoupServerMessage* message, const char* path, GHashTable*,
                      gpointer self) {
-    const bool isFile = std::string_view(path) != "/";
+    const bool isLocked = std::string_view(path) == "/locked";
+    const bool isFile = !isLocked && std::string_view(path) != "/";
     static_cast<Server*>(self)->files += isFile;
     if (isFile)
       soup_message_headers_append(soup_server_message_get_response_headers(message),
                                   "Content-Disposition",
                                   "attachment; filename=kelvara-refused.txt");
-    soup_server_message_set_status(message, 200, nullptr);
+    if (isLocked)
+      soup_message_headers_append(soup_server_message_get_response_headers(message),
+                                  "WWW-Authenticate", "Basic realm=\"locked\"");
+    soup_server_message_set_status(message, isLocked ? 401 : 200, nullptr);
     soup_server_message_set_response(message, isFile ? "text/plain" : "text/html",
                                      SOUP_MEMORY_STATIC, "<p>text", 7);
   }
@@ -196,6 +201,15 @@ TEST_F(WebPages, DownloadNothing) {
   EXPECT_EQ(evaluate("location.pathname"), "\"/\"");
   EXPECT_FALSE(std::filesystem::exists(saved));
   EXPECT_TRUE(listener->errors.empty());
+}
+
+TEST_F(WebPages, AskNoOneForAPassword) {
+  Server server;
+  openAndFinish("");
+  webView->load({*URL::parse(server.base() + "/locked"), "GET", {}, {}});
+  ASSERT_TRUE(spinUntil([&] { return listener->finished == 2; }));
+  EXPECT_EQ(evaluate("document.body.innerText"), "\"text\"");
+  EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u) << "no dialog has come up";
 }
 
 TEST_F(WebPages, CannotHoldUpTheMainLoopNorTheirLeave) {

@@ -170,11 +170,11 @@ void NativeWebView::refuseRequests() {
                                              webkit_color_chooser_request_cancel(asked);
                                              return TRUE;
                                            });
-  on<gboolean(WebKitAuthenticationRequest*)>("authenticate",
-                                             [](WebKitAuthenticationRequest* asked) {
-                                               webkit_authentication_request_cancel(asked);
-                                               return TRUE;
-                                             });
+  on<gboolean(WebKitAuthenticationRequest*)>(
+      "authenticate", [](WebKitAuthenticationRequest* asked) {
+        webkit_authentication_request_authenticate(asked, nullptr);  // goes on without
+        return TRUE;
+      });
   on<gboolean(WebKitPrintOperation*)>("print", [](WebKitPrintOperation*) { return TRUE; });
   on<gboolean(WebKitNotification*)>("show-notification", [](WebKitNotification*) { return TRUE; });
   on<gboolean(WebKitContextMenu*, WebKitHitTestResult*)>(
