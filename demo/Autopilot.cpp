@@ -55,6 +55,7 @@ class Autopilot {
     interstitial_ = bidFor(KVABidType::interstitial, "interstitial");
     picture("2-bid");
     loadAndShow(KVABidType::interstitial, "interstitial");
+    std::this_thread::sleep_for(1s);  // two before the countdown is over
     picture("3-interstitial-before-countdown");
     onMain([&] { kva::stage::click(stage_.window, width() * 0.5, height() * 0.6); });
     require("interstitialDidClick", 1, 10s);
