@@ -1,6 +1,7 @@
 #include "platform/linux/ModemTelephony.h"
 
 #include <utility>
+#include <vector>
 
 #include <Kelvara/core/Guarded.h>
 
@@ -34,81 +35,100 @@ std::optional<Technology> technologyOf(std::uint32_t bits) {
   return std::nullopt;
 }
 
-GVariantPtr property(GDBusObject* object, const char* interface, const char* name) {
-  const GObjectPtr<GDBusInterface> found(g_dbus_object_get_interface(object, interface));
-  if (!found) return nullptr;
-  return GVariantPtr(g_dbus_proxy_get_cached_property(G_DBUS_PROXY(found.get()), name));
+constexpr const char* kService = "org.freedesktop.ModemManager1";
+constexpr const char* kRoot = "/org/freedesktop/ModemManager1";
+constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
+
+/// The service that a modem gives, from the properties of its interfaces; nothing when it is not
+/// registered with a network.
+std::optional<Service> serviceOf(GVariant* modem) {
+  constexpr gint32 kRegistered = 8;
+  const auto lookUp = [](GVariant* from, const char* key, const GVariantType* type) {
+    return GVariantPtr(from ? g_variant_lookup_value(from, key, type) : nullptr);
+  };
+  const auto general = lookUp(modem, "org.freedesktop.ModemManager1.Modem", G_VARIANT_TYPE_VARDICT);
+  const auto network =
+      lookUp(modem, "org.freedesktop.ModemManager1.Modem.Modem3gpp", G_VARIANT_TYPE_VARDICT);
+  const auto state = lookUp(general.get(), "State", G_VARIANT_TYPE_INT32);
+  if (!state || g_variant_get_int32(state.get()) < kRegistered) return std::nullopt;
+  Service service;
+  if (const auto bits = lookUp(general.get(), "AccessTechnologies", G_VARIANT_TYPE_UINT32))
+    service.technology = technologyOf(g_variant_get_uint32(bits.get()));
+  if (const auto name = lookUp(network.get(), "OperatorName", G_VARIANT_TYPE_STRING))
+    service.carrier = g_variant_get_string(name.get(), nullptr);
+  if (service.carrier == "") service.carrier.reset();
+  return service;
 }
 
-/// The service that this modem gives; nothing when it is not registered with a network.
-std::optional<Service> serviceOf(GDBusObject* modem) {
-  constexpr const char* kModem = "org.freedesktop.ModemManager1.Modem";
-  constexpr const char* kNetwork = "org.freedesktop.ModemManager1.Modem.Modem3gpp";
-  constexpr gint32 kRegistered = 8;
-  const auto state = property(modem, kModem, "State");
-  if (!state || !g_variant_is_of_type(state.get(), G_VARIANT_TYPE_INT32) ||
-      g_variant_get_int32(state.get()) < kRegistered)
-    return std::nullopt;
-  Service service;
-  const auto technologies = property(modem, kModem, "AccessTechnologies");
-  if (technologies && g_variant_is_of_type(technologies.get(), G_VARIANT_TYPE_UINT32))
-    service.technology = technologyOf(g_variant_get_uint32(technologies.get()));
-  const auto carrier = property(modem, kNetwork, "OperatorName");
-  if (carrier && g_variant_is_of_type(carrier.get(), G_VARIANT_TYPE_STRING))
-    if (std::string name = g_variant_get_string(carrier.get(), nullptr); !name.empty())
-      service.carrier = std::move(name);
-  return service;
+/// The first that there is among all objects of the service.
+Service serviceAmong(GVariant* objects) {
+  GVariantIter each;
+  g_variant_iter_init(&each, objects);
+  while (const auto entry = GVariantPtr(g_variant_iter_next_value(&each))) {
+    const GVariantPtr interfaces(g_variant_get_child_value(entry.get(), 1));
+    if (const auto service = serviceOf(interfaces.get())) return *service;
+  }
+  return {};
 }
 
 }  // namespace
 
-struct ModemTelephony::State {
+/// Asks for everything whenever something changed: GLib's own object manager can miss a change
+/// while it begins, and waits on the main thread for a service that appears.
+struct ModemTelephony::State : std::enable_shared_from_this<State> {
   Guarded<Service> service;
-  GObjectPtr<GDBusObjectManager> modems;
-  std::vector<SignalConnection> signals;
+  GObjectPtr<GDBusConnection> connection;
+  std::vector<guint> subscriptions;
+  bool asking = false, askAgain = false;
 
-  void follow(GObjectPtr<GDBusObjectManager> made) {
-    modems = std::move(made);
-    for (const char* signal : {"object-added", "object-removed"})
-      signals.emplace_back(modems.get(), signal,
-                           G_CALLBACK(+[](GDBusObjectManager*, GDBusObject*, gpointer self) {
-                             static_cast<State*>(self)->update();
-                           }),
-                           this);
-    for (const char* signal : {"interface-added", "interface-removed"})
-      signals.emplace_back(modems.get(), signal,
-                           G_CALLBACK(+[](GDBusObjectManager*, GDBusObject*, GDBusInterface*,
-                                          gpointer self) { static_cast<State*>(self)->update(); }),
-                           this);
-    signals.emplace_back(
-        modems.get(), "interface-proxy-properties-changed",
-        G_CALLBACK(+[](GDBusObjectManagerClient*, GDBusObjectProxy*, GDBusProxy*, GVariant*, char**,
-                       gpointer self) { static_cast<State*>(self)->update(); }),
-        this);
-    update();
+  ~State() {
+    for (const guint id : subscriptions) g_dbus_connection_signal_unsubscribe(connection.get(), id);
   }
 
-  void update() {
-    std::optional<Service> found;
-    GList* all = g_dbus_object_manager_get_objects(modems.get());
-    for (GList* one = all; one && !found; one = one->next)
-      found = serviceOf(G_DBUS_OBJECT(one->data));
-    g_list_free_full(all, g_object_unref);
-    service.set(found.value_or(Service{}));
+  void follow(GDBusConnection* bus) {
+    connection.reset(G_DBUS_CONNECTION(g_object_ref(bus)));
+    subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", kService);
+    subscribe(kService, kObjectManager, nullptr, nullptr);
+    subscribe(kService, "org.freedesktop.DBus.Properties", "PropertiesChanged", nullptr);
+    ask();
+  }
+
+  void subscribe(const char* sender, const char* interface, const char* member,
+                 const char* argument) {
+    subscriptions.push_back(g_dbus_connection_signal_subscribe(
+        connection.get(), sender, interface, member, nullptr, argument, G_DBUS_SIGNAL_FLAGS_NONE,
+        [](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
+           gpointer self) { static_cast<State*>(self)->ask(); },
+        this, nullptr));
+  }
+
+  void ask() {
+    if (std::exchange(asking, true)) {
+      askAgain = true;
+      return;
+    }
+    g_dbus_connection_call(
+        connection.get(), kService, kRoot, kObjectManager, "GetManagedObjects", nullptr,
+        G_VARIANT_TYPE("(a{oa{sa{sv}}})"), G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, runAsync,
+        asyncData([weak = weak_from_this()](GObject* source, GAsyncResult* result) {
+          const GVariantPtr reply(
+              g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
+          if (const auto state = weak.lock()) state->answered(reply.get());
+        }));
+  }
+
+  /// `reply` is null when the service is not there.
+  void answered(GVariant* reply) {
+    const GVariantPtr objects(reply ? g_variant_get_child_value(reply, 0) : nullptr);
+    service.set(objects ? serviceAmong(objects.get()) : Service{});
+    asking = false;
+    if (std::exchange(askAgain, false)) ask();
   }
 };
 
 ModemTelephony::ModemTelephony(SystemBus& bus) : state_(std::make_shared<State>()) {
   bus.whenConnected([weak = std::weak_ptr(state_)](GDBusConnection* connection) {
-    g_dbus_object_manager_client_new(
-        connection, G_DBUS_OBJECT_MANAGER_CLIENT_FLAGS_DO_NOT_AUTO_START,
-        "org.freedesktop.ModemManager1", "/org/freedesktop/ModemManager1", nullptr, nullptr,
-        nullptr, nullptr, runAsync, asyncData([weak](GObject*, GAsyncResult* result) {
-          GObjectPtr<GDBusObjectManager> modems(
-              g_dbus_object_manager_client_new_finish(result, nullptr));
-          const auto state = weak.lock();
-          if (state && modems) state->follow(std::move(modems));
-        }));
+    if (const auto state = weak.lock()) state->follow(connection);
   });
 }
 

@@ -390,7 +390,7 @@ TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {
       {{"State", g_variant_new_int32(6)}, {"AccessTechnologies", g_variant_new_uint32(0)}});
   service->add(kPath, kNetwork, {{"OperatorName", g_variant_new_string("Example Mobile")}});
   service->begin();
-  EXPECT_TRUE(spinMainLoopUntil([&] { return service->calls("GetManagedObjects") == 1; }));
+  EXPECT_TRUE(spinMainLoopUntil([&] { return service->calls("GetManagedObjects") > 0; }));
   service->set(1, "State", g_variant_new_int32(11));
   EXPECT_TRUE(spinMainLoopUntil([&] { return telephony.carrierName().has_value(); }));
   EXPECT_EQ(telephony.carrierName(), "Example Mobile");

@@ -86,7 +86,10 @@ class LoopbackServer {
     server_.set_keep_alive_timeout(1);
     server_.set_keep_alive_max_count(1000);
     if (prepare) prepare(server_);
+    int listening = -1;
+    server_.set_socket_options([&](socket_t fd) { listening = fd; });
     port_ = server_.bind_to_any_port("127.0.0.1");
+    listen(listening, 1024);  // its own queue of five would drop a burst of connections
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     listen(silent_.fd, 64);  // the kernel accepts, and nobody ever answers
   }
