@@ -141,9 +141,11 @@ void Server::Impl::routeApi() {
     std::string pattern = std::string(kBase).append(endpoint.path);
     http.Get(pattern, handler).Post(pattern, handler);
   }
-  // Whatever else lies under the base gets an error record as well.
+  // Whatever else lies under the base gets an error record as well. Only what nobody has answered:
+  // an endpoint's own 404 comes this way too.
   http.set_error_handler([handler](const httplib::Request& request, httplib::Response& response) {
-    bool unknown = response.status == 404 && request.path.starts_with(std::string(kBase) + "/");
+    bool unknown = response.status == 404 && !response.has_header("Content-Type") &&
+                   request.path.starts_with(std::string(kBase) + "/");
     if (unknown) handler(request, response);
   });
 }

@@ -88,6 +88,13 @@ TEST(SandboxScenario, ShowsAClientTheFaultThatWasAskedFor) {
   }
 }
 
+TEST(SandboxScenario, AnEndpointsOwnNotFoundIsOneExchange) {
+  Server server({.scenarios = {{"/init", *Scenario::parse("error:404:Gone,times:1")}}});
+  ASSERT_TRUE(server.start());
+  EXPECT_EQ(get(server.port(), initPath()).verdict(), "404 Gone");
+  EXPECT_EQ(server.exchanges("/init").size(), 1u);
+}
+
 TEST(SandboxScenario, HoldsForAsManyRequestsAsItSaysAfterItsDelay) {
   Server server({.scenarios = {{"*", *Scenario::parse("not-ok,delay:120,times:2")}}});
   ASSERT_TRUE(server.start());
