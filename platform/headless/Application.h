@@ -28,9 +28,10 @@ class HeadlessApplication final : public HostApplication {
 
   // What this application made and is still alive.
   int liveViews() const;  ///< buttons, web views and the views of controllers among them
-  int liveWebViews() const { return static_cast<int>(live<HeadlessWebView>().size()); }
+  int liveWebViews() const { return static_cast<int>(webViews().size()); }
   int liveButtons() const { return static_cast<int>(live<HeadlessButton>().size()); }
   int liveViewControllers() const;
+  std::vector<std::shared_ptr<HeadlessWebView>> webViews() const { return live<HeadlessWebView>(); }
   /// The last web view that was made and lives; null when there is none.
   std::shared_ptr<HeadlessWebView> webView() const;
   /// The last button with this image that was made and lives; null when there is none.

@@ -90,7 +90,7 @@ struct FaultProxy::Connection {
 
 bool FaultProxy::Connection::readMessage(int socket, std::string& buffered, std::string& message,
                                          std::optional<milliseconds> limit) {
-  const auto until = limit ? std::optional(Clock::now() + *limit) : std::nullopt;
+  const auto until = Clock::now() + limit.value_or(0ms);
   while (true) {
     if (const auto length = messageLength(buffered); length && *length <= buffered.size()) {
       message = buffered.substr(0, *length);
@@ -99,8 +99,8 @@ bool FaultProxy::Connection::readMessage(int socket, std::string& buffered, std:
     }
     message = buffered;
     int wait = -1;
-    if (until) {
-      const auto left = std::chrono::duration_cast<milliseconds>(*until - Clock::now()).count();
+    if (limit) {
+      const auto left = std::chrono::duration_cast<milliseconds>(until - Clock::now()).count();
       wait = static_cast<int>(std::max<std::int64_t>(left, 0));
     }
     pollfd entry{.fd = socket, .events = POLLIN, .revents = 0};
@@ -163,7 +163,7 @@ bool FaultProxy::exchange(Connection& connection) {
   std::string request;
   if (!connection.readMessage(connection.client, connection.fromClient, request, {})) return false;
   ++underWay_;
-  const bool goesOn = passOn(connection, request, choose_(exchanges_++));
+  const bool goesOn = passOn(connection, request, choose_(exchanges_++, request));
   --underWay_;
   return goesOn;
 }

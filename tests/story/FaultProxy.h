@@ -38,8 +38,9 @@ const char* name(Fault fault);
 class FaultProxy {
  public:
   static constexpr std::chrono::milliseconds kPatience{250};
-  /// What befalls the exchange with this number, from 0; called on the connection's thread.
-  using Choose = std::function<Fault(std::size_t number)>;
+  /// What befalls the exchange with this number, from 0, whose request had these bytes; called on
+  /// the connection's thread.
+  using Choose = std::function<Fault(std::size_t number, const std::string& request)>;
 
   FaultProxy(int serverPort, Choose choose);
   /// Ends every connection.

@@ -220,7 +220,7 @@ class Soak : public testing::Test {
   Soak() : server({.periods = {.betweenUploads = 0, .restAfterNoFill = -100}}) {}
   void SetUp() override {
     ASSERT_TRUE(server.start());
-    proxy = std::make_unique<FaultProxy>(server.port(), [this](std::size_t number) {
+    proxy = std::make_unique<FaultProxy>(server.port(), [this](std::size_t number, const auto&) {
       Chance of(seed * 1'000'003 + number);
       const Fault fault = healthy || of.oneIn(2) ? Fault::none : of.oneOf(kFaults);
       ++befell[static_cast<std::size_t>(fault)];
