@@ -378,5 +378,13 @@ TEST_F(WebPages, ComeFromAPoolThatKeepsOneReady) {
   ASSERT_TRUE(spinUntil([&] { return pool.hasReady(); }));
 }
 
+TEST_F(WebPages, HaveNotFinishedWhenTheirProcessHasWarmedUp) {
+  auto& pool = static_cast<Application&>(app).webViewPool();
+  ASSERT_TRUE(spinUntil([&] { return pool.hasReady(); }));
+  open("<script>alert('here'); while (true);</script>");
+  ASSERT_TRUE(spinUntil([&] { return listener->dialogs == 1; }));
+  EXPECT_EQ(listener->finished, 0);
+}
+
 }  // namespace
 }  // namespace kva::gtk::test

@@ -74,7 +74,9 @@ std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> p
 }
 
 NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame)
-    : page_(std::move(page)), view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))) {}
+    : page_(std::move(page)),
+      view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))),
+      isWarmingUp_(webkit_web_view_is_loading(page_.get())) {}
 
 NativeWebView::~NativeWebView() {
   connections_.clear();
@@ -204,6 +206,10 @@ void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& 
   g_bytes_unref(bytes);
 }
 
+  if (isWarmingUp_) {
+    waitingLoad_ = [this, html, baseURL] { loadHTML(html, baseURL); };
+    return;
+  }
 void NativeWebView::load(const URLRequest& request) {
   load_ = Load::asked;
   ownNavigation_.reset();
@@ -213,6 +219,10 @@ void NativeWebView::load(const URLRequest& request) {
     for (const auto& [name, value] : request.headers)
       soup_message_headers_replace(headers, name.c_str(), value.c_str());
   webkit_web_view_load_request(page(), made.get());
+  if (isWarmingUp_) {
+    waitingLoad_ = [this, request] { load(request); };
+    return;
+  }
 }
 
 void NativeWebView::evaluateJavaScript(const std::string& script, Evaluated evaluated) {
@@ -230,8 +240,17 @@ void NativeWebView::loadChanged(WebKitLoadEvent event) {
     startedURI_ = uri;
   }
   // A failed load ends with this event too, and so does one that a newer load has stopped.
+void NativeWebView::warmedUp() {
+  isWarmingUp_ = false;
+  if (auto load = std::exchange(waitingLoad_, nullptr)) load();
+}
+
   if (event != WEBKIT_LOAD_FINISHED || load_ != Load::running) return;
   load_ = Load::none;
+  if (isWarmingUp_) {
+    if (event == WEBKIT_LOAD_FINISHED) warmedUp();
+    return;
+  }
   auto delegate = delegate_.lock();
   if (!delegate) return;
   // WebKit keeps to itself that it blocks a port, and shows a blank page instead.
@@ -252,6 +271,7 @@ bool NativeWebView::loadFailed(const GError& error) {
   if (auto delegate = delegate_.lock()) delegate->webViewDidFailNavigation(errorFrom(error));
   return true;
 }
+  if (isWarmingUp_) return true;
 
 void NativeWebView::processTerminated() {
   auto self = shared_from_this();
@@ -263,6 +283,7 @@ void NativeWebView::processTerminated() {
                                       "The web content process terminated."});
 }
 
+  if (isWarmingUp_) return warmedUp();
 bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
                                      std::optional<NavigationAction::TargetFrame> target) {
   auto self = shared_from_this();
@@ -274,6 +295,7 @@ bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
   }
   using enum NavigationAction::TargetFrame;
   if (!target) target = webkit_navigation_action_get_frame_name(action) ? sub : main;
+  if (isWarmingUp_) return true;
   auto delegate = delegate_.lock();
   if (!delegate || delegate->webViewDecidePolicy(actionFrom(action, *target))) return true;
   if (load_ == Load::asked) load_ = Load::none;

@@ -43,6 +43,7 @@ class NativeWebView final : public kva::WebView,
   void refuseRequests();
   void watchKeys();
 
+  void warmedUp();
   void loadChanged(WebKitLoadEvent event);
   bool loadFailed(const GError& error);
   void processTerminated();
@@ -59,6 +60,8 @@ class NativeWebView final : public kva::WebView,
   std::weak_ptr<WebViewDelegate> delegate_;
   Load load_ = Load::none;
   std::string startedURI_;
+  bool isWarmingUp_;  ///< until the blank page is there, whose end is not the ad's
+  std::move_only_function<void()> waitingLoad_;
   std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
   std::vector<Subscription> connections_;
 };
