@@ -8,6 +8,11 @@ namespace {
 
 constexpr const char* kBlank = "about:blank";
 
+// A page that asks for so many navigations while the windows have gone without a frame for so long
+// does nothing else: a change of the fragment in an endless loop will do.
+constexpr int kFlood = 1000;
+constexpr gint64 kPatienceMicroseconds = 1'000'000;
+
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
 }
@@ -50,14 +55,17 @@ void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
 }
 
 /// Ends the page's process, however busy it is, and the page with it: on the next turn of the
-/// main loop, because WebKit may be in the midst of telling us something about that page.
+/// main loop, because WebKit may be in the midst of telling us something about that page. Before
+/// anything else on that turn, for a page that floods the loop would keep a mere idle call waiting.
 void end(GObjectPtr<WebKitWebView> page) {
-  g_idle_add_once(
-      [](gpointer data) {
+  g_idle_add_full(
+      G_PRIORITY_HIGH,
+      [](gpointer data) -> gboolean {
         auto ending = GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(data));
         webkit_web_view_terminate_web_process(ending.get());
+        return G_SOURCE_REMOVE;
       },
-      page.release());
+      page.release(), nullptr);
 }
 
 }  // namespace
@@ -198,6 +206,10 @@ void NativeWebView::watchKeys() {
 }
 
 void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& baseURL) {
+  if (isWarmingUp_) {
+    waitingLoad_ = [this, html, baseURL] { loadHTML(html, baseURL); };
+    return;
+  }
   load_ = Load::asked;
   ownNavigation_ = baseURL ? baseURL->absoluteString() : kBlank;
   auto* bytes = g_bytes_new(html.data(), html.size());
@@ -206,11 +218,11 @@ void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& 
   g_bytes_unref(bytes);
 }
 
+void NativeWebView::load(const URLRequest& request) {
   if (isWarmingUp_) {
-    waitingLoad_ = [this, html, baseURL] { loadHTML(html, baseURL); };
+    waitingLoad_ = [this, request] { load(request); };
     return;
   }
-void NativeWebView::load(const URLRequest& request) {
   load_ = Load::asked;
   ownNavigation_.reset();
   auto made =
@@ -219,10 +231,6 @@ void NativeWebView::load(const URLRequest& request) {
     for (const auto& [name, value] : request.headers)
       soup_message_headers_replace(headers, name.c_str(), value.c_str());
   webkit_web_view_load_request(page(), made.get());
-  if (isWarmingUp_) {
-    waitingLoad_ = [this, request] { load(request); };
-    return;
-  }
 }
 
 void NativeWebView::evaluateJavaScript(const std::string& script, Evaluated evaluated) {
@@ -232,25 +240,25 @@ void NativeWebView::evaluateJavaScript(const std::string& script, Evaluated eval
                                       answer);
 }
 
+void NativeWebView::warmedUp() {
+  isWarmingUp_ = false;
+  if (auto load = std::exchange(waitingLoad_, nullptr)) load();
+}
+
 void NativeWebView::loadChanged(WebKitLoadEvent event) {
   auto self = shared_from_this();
+  if (isWarmingUp_) {
+    if (event == WEBKIT_LOAD_FINISHED) warmedUp();
+    return;
+  }
   auto* uri = webkit_web_view_get_uri(page());
   if (event == WEBKIT_LOAD_STARTED) {
     load_ = Load::running;
     startedURI_ = uri;
   }
   // A failed load ends with this event too, and so does one that a newer load has stopped.
-void NativeWebView::warmedUp() {
-  isWarmingUp_ = false;
-  if (auto load = std::exchange(waitingLoad_, nullptr)) load();
-}
-
   if (event != WEBKIT_LOAD_FINISHED || load_ != Load::running) return;
   load_ = Load::none;
-  if (isWarmingUp_) {
-    if (event == WEBKIT_LOAD_FINISHED) warmedUp();
-    return;
-  }
   auto delegate = delegate_.lock();
   if (!delegate) return;
   // WebKit keeps to itself that it blocks a port, and shows a blank page instead.
@@ -263,6 +271,7 @@ void NativeWebView::warmedUp() {
 
 bool NativeWebView::loadFailed(const GError& error) {
   auto self = shared_from_this();
+  if (isWarmingUp_) return true;
   if (wasStopped(error)) {
     if (load_ == Load::running) load_ = Load::none;
     return true;
@@ -271,10 +280,10 @@ bool NativeWebView::loadFailed(const GError& error) {
   if (auto delegate = delegate_.lock()) delegate->webViewDidFailNavigation(errorFrom(error));
   return true;
 }
-  if (isWarmingUp_) return true;
 
 void NativeWebView::processTerminated() {
   auto self = shared_from_this();
+  if (isWarmingUp_) return warmedUp();
   if (std::exchange(load_, Load::none) == Load::none) return;
   auto delegate = delegate_.lock();
   if (!delegate) return;
@@ -283,10 +292,11 @@ void NativeWebView::processTerminated() {
                                       "The web content process terminated."});
 }
 
-  if (isWarmingUp_) return warmedUp();
 bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
                                      std::optional<NavigationAction::TargetFrame> target) {
   auto self = shared_from_this();
+  if (isWarmingUp_) return true;
+  watchForFlood();
   auto* action = webkit_navigation_policy_decision_get_navigation_action(decision);
   auto* uri = webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
   if (!target && ownNavigation_ && *ownNavigation_ == uri) {
@@ -295,11 +305,24 @@ bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
   }
   using enum NavigationAction::TargetFrame;
   if (!target) target = webkit_navigation_action_get_frame_name(action) ? sub : main;
-  if (isWarmingUp_) return true;
   auto delegate = delegate_.lock();
   if (!delegate || delegate->webViewDecidePolicy(actionFrom(action, *target))) return true;
   if (load_ == Load::asked) load_ = Load::none;
   return false;
+}
+
+void NativeWebView::watchForFlood() {
+  const gint64 now = g_get_monotonic_time();
+  if (!isDrawingAwaited_) {
+    isDrawingAwaited_ = true;
+    navigationsSinceDrawing_ = 0;
+    awaitedSince_ = now;
+    drawing_ = PendingCall::after(
+        0, [this] { isDrawingAwaited_ = false; }, GDK_PRIORITY_REDRAW);
+  }
+  if (++navigationsSinceDrawing_ < kFlood || now - awaitedSince_ < kPatienceMicroseconds) return;
+  isDrawingAwaited_ = false;
+  end(GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(g_object_ref(page()))));
 }
 
 bool NativeWebView::runDialog(WebKitScriptDialog* dialog) {

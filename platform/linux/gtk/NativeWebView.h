@@ -49,6 +49,8 @@ class NativeWebView final : public kva::WebView,
   void processTerminated();
   bool decideNavigation(WebKitNavigationPolicyDecision* decision,
                         std::optional<NavigationAction::TargetFrame> target);
+  /// Ends a page whose navigations leave the main loop no time to draw.
+  void watchForFlood();
   bool runDialog(WebKitScriptDialog* dialog);
   template <class Signature>
   void on(const char* signal, std::function<Signature> handler) {
@@ -58,11 +60,15 @@ class NativeWebView final : public kva::WebView,
   GObjectPtr<WebKitWebView> page_;
   std::shared_ptr<NativeView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
-  Load load_ = Load::none;
-  std::string startedURI_;
   bool isWarmingUp_;  ///< until the blank page is there, whose end is not the ad's
   std::move_only_function<void()> waitingLoad_;
+  Load load_ = Load::none;
+  std::string startedURI_;
   std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
+  bool isDrawingAwaited_ = false;
+  int navigationsSinceDrawing_ = 0;
+  gint64 awaitedSince_ = 0;
+  PendingCall drawing_;
   std::vector<Subscription> connections_;
 };
 
