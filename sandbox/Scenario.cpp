@@ -41,17 +41,17 @@ std::string_view cut(std::string_view& rest, char mark) {
   return piece;
 }
 
-std::expected<Scenario, std::string> checked(Scenario scenario) {
+expected<Scenario, std::string> checked(Scenario scenario) {
   bool damagesKey = scenario.behaviour == Behaviour::missingKey ||
                     scenario.behaviour == Behaviour::wrongType ||
                     scenario.behaviour == Behaviour::replaced;
   if (damagesKey == scenario.key.empty()) {
-    return std::unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
+    return unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
   if (scenario.behaviour == Behaviour::replaced && !Json::accept(scenario.value))
-    return std::unexpected("replace: expected a JSON value");
-  if (scenario.delay.count() < 0) return std::unexpected("delay: expected milliseconds");
-  if (scenario.times && *scenario.times < 1) return std::unexpected("times: expected 1 or more");
+    return unexpected("replace: expected a JSON value");
+  if (scenario.delay.count() < 0) return unexpected("delay: expected milliseconds");
+  if (scenario.times && *scenario.times < 1) return unexpected("times: expected 1 or more");
   return scenario;
 }
 
@@ -62,7 +62,7 @@ std::string_view name(Behaviour behaviour) {
       ->first;
 }
 
-std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
+expected<Scenario, std::string> Scenario::parse(std::string_view text) {
   Scenario scenario;
   std::string_view rest = text;
   while (!rest.empty()) {
@@ -70,13 +70,13 @@ std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
     std::string_view word = cut(arguments, ':');
     if (word == "delay" || word == "times") {
       auto value = number(arguments);
-      if (!value) return std::unexpected(std::string(word) + ": expected a number");
+      if (!value) return unexpected(std::string(word) + ": expected a number");
       if (word == "delay") scenario.delay = std::chrono::milliseconds(*value);
       if (word == "times") scenario.times = value;
       continue;
     }
     auto behaviour = behaviourNamed(word);
-    if (!behaviour) return std::unexpected("scenario: no \"" + std::string(word) + "\"");
+    if (!behaviour) return unexpected("scenario: no \"" + std::string(word) + "\"");
     scenario.behaviour = *behaviour;
     if (*behaviour == Behaviour::replaced) {
       scenario.key = cut(arguments, ':');
@@ -85,7 +85,7 @@ std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
       scenario.key = arguments;
     } else if (!arguments.empty()) {
       auto code = number(cut(arguments, ':'));
-      if (!code) return std::unexpected("error: expected a code");
+      if (!code) return unexpected("error: expected a code");
       scenario.code = *code;
       if (!arguments.empty()) scenario.message = arguments;
     }
@@ -93,7 +93,7 @@ std::expected<Scenario, std::string> Scenario::parse(std::string_view text) {
   return checked(std::move(scenario));
 }
 
-std::expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
+expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
   Scenario scenario;
   for (const auto& [key, value] : json.items()) {
     const auto* text = value.get_ptr<const std::string*>();
@@ -103,13 +103,13 @@ std::expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
       continue;
     }
     if (key == "scenario" || key == "message" || key == "key") {
-      if (!text) return std::unexpected(key + ": expected a string");
+      if (!text) return unexpected(key + ": expected a string");
     } else if (!value.is_number_integer()) {
-      return std::unexpected(key + ": expected an integer");
+      return unexpected(key + ": expected an integer");
     }
     if (key == "scenario") {
       auto behaviour = behaviourNamed(*text);
-      if (!behaviour) return std::unexpected("scenario: no \"" + *text + "\"");
+      if (!behaviour) return unexpected("scenario: no \"" + *text + "\"");
       scenario.behaviour = *behaviour;
     } else if (key == "message") {
       scenario.message = *text;
@@ -122,7 +122,7 @@ std::expected<Scenario, std::string> Scenario::fromJson(const Json& json) {
     } else if (key == "times") {
       scenario.times = value;
     } else {
-      return std::unexpected(key + ": not expected here");
+      return unexpected(key + ": not expected here");
     }
   }
   return checked(std::move(scenario));

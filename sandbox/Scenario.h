@@ -2,11 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
-#include <expected>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "sandbox/Expected.h"
 
 namespace kva::sandbox {
 
@@ -44,10 +45,10 @@ struct Scenario {
 
   /// Reads "NAME[:ARG[:ARG]][,delay:MS][,times:N]": "error:503:Busy,times:2", "missing:data.bid",
   /// "replace:data.sett.sndm:false".
-  static std::expected<Scenario, std::string> parse(std::string_view text);
+  static expected<Scenario, std::string> parse(std::string_view text);
   /// Reads {"scenario": "error", "code": 503, "message": "Busy", "key": "", "value": 0,
   /// "delay": 0, "times": 2}.
-  static std::expected<Scenario, std::string> fromJson(const nlohmann::json& json);
+  static expected<Scenario, std::string> fromJson(const nlohmann::json& json);
   nlohmann::json toJson() const;
 };
 

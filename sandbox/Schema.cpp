@@ -197,10 +197,10 @@ Problem checkObject(std::span<const Field> fields, const Json& object, const std
 }
 
 /// A query knows only text; what the table calls an integer is read as one where it can be.
-std::expected<Json, std::string> queryObject(const Endpoint& endpoint, const RawRequest& request) {
+expected<Json, std::string> queryObject(const Endpoint& endpoint, const RawRequest& request) {
   Json object = Json::object();
   for (const auto& [key, text] : request.query) {
-    if (object.contains(key)) return std::unexpected(key + ": given twice");
+    if (object.contains(key)) return unexpected(key + ": given twice");
     object[key] = text;
     auto field = std::ranges::find(endpoint.fields, key, &Field::key);
     if (field == endpoint.fields.end() || field->format != Format::integer) continue;
@@ -235,35 +235,35 @@ bool isUUID(std::string_view text) {
   return true;
 }
 
-std::expected<Json, std::string> checkRequest(const RawRequest& request) {
+expected<Json, std::string> checkRequest(const RawRequest& request) {
   const Endpoint* endpoint = findEndpoint(request.path);
-  if (!endpoint) return std::unexpected("path: no endpoint " + request.path);
+  if (!endpoint) return unexpected("path: no endpoint " + request.path);
   if (request.method != endpoint->method) {
-    return std::unexpected("method: expected " + std::string(endpoint->method) + ", got " +
-                           request.method);
+    return unexpected("method: expected " + std::string(endpoint->method) + ", got " +
+                      request.method);
   }
   if (!isJsonType(request.accept)) {
-    return std::unexpected("Accept: expected application/json, got \"" + request.accept + "\"");
+    return unexpected("Accept: expected application/json, got \"" + request.accept + "\"");
   }
   if (!isJsonType(request.contentType)) {
-    return std::unexpected("Content-Type: expected application/json, got \"" + request.contentType +
-                           "\"");
+    return unexpected("Content-Type: expected application/json, got \"" + request.contentType +
+                      "\"");
   }
   Json fields;
   if (endpoint->method == "GET") {
-    if (!request.body.empty()) return std::unexpected("body: expected none with GET");
+    if (!request.body.empty()) return unexpected("body: expected none with GET");
     auto object = queryObject(*endpoint, request);
     if (!object) return object;
     fields = std::move(*object);
   } else {
-    if (!request.query.empty()) return std::unexpected("query: expected none with POST");
+    if (!request.query.empty()) return unexpected("query: expected none with POST");
     fields = Json::parse(request.body, nullptr, /*allow_exceptions=*/false);
-    if (fields.is_discarded()) return std::unexpected("body: expected a JSON object, got no JSON");
+    if (fields.is_discarded()) return unexpected("body: expected a JSON object, got no JSON");
     if (!fields.is_object()) {
-      return std::unexpected("body: expected a JSON object, got " + shown(fields));
+      return unexpected("body: expected a JSON object, got " + shown(fields));
     }
   }
-  if (auto problem = checkObject(endpoint->fields, fields, "")) return std::unexpected(*problem);
+  if (auto problem = checkObject(endpoint->fields, fields, "")) return unexpected(*problem);
   return fields;
 }
 

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <expected>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "sandbox/Expected.h"
 
 /// What each endpoint expects of a request, as a table, and the check against it.
 namespace kva::sandbox {
@@ -51,7 +52,7 @@ const Endpoint* findEndpoint(std::string_view path);
 
 /// The request's fields as one JSON object (of a GET, its query), or a message that names the
 /// field that is wrong and what was expected of it. Never throws, whatever the bytes.
-std::expected<nlohmann::json, std::string> checkRequest(const RawRequest& request);
+expected<nlohmann::json, std::string> checkRequest(const RawRequest& request);
 
 bool isUUID(std::string_view text);
 

@@ -115,7 +115,7 @@ class Server::Impl {
   void deliver(Exchange exchange, httplib::Response& response, const Scenario& scenario,
                steady_clock::time_point begun);
   void control(const httplib::Request& request, httplib::Response& response,
-               const std::function<std::expected<void, std::string>(const Json&)>& act);
+               const std::function<expected<void, std::string>(const Json&)>& act);
 
   bool setScenario(std::string_view endpoint, const Scenario& scenario);
   Scenario takeScenario(const std::string& endpoint);
@@ -173,9 +173,9 @@ void Server::Impl::answerApi(const httplib::Request& request, httplib::Response&
 Service::Result Server::Impl::carryOut(const RawRequest& request, const Scenario& scenario,
                                        const std::string& from) {
   auto checked = checkRequest(request);
-  if (!checked) return std::unexpected(Refusal{400, checked.error()});
+  if (!checked) return unexpected(Refusal{400, checked.error()});
   if (scenario.behaviour == Behaviour::serverError) {
-    return std::unexpected(Refusal{scenario.code, scenario.message});
+    return unexpected(Refusal{scenario.code, scenario.message});
   }
   if (scenario.behaviour == Behaviour::notOk) return Json(nullptr);
   if (scenario.behaviour == Behaviour::noFill && request.path == "/bid/init") {
@@ -212,11 +212,10 @@ void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const
   }
 }
 
-void Server::Impl::control(
-    const httplib::Request& request, httplib::Response& response,
-    const std::function<std::expected<void, std::string>(const Json&)>& act) {
+void Server::Impl::control(const httplib::Request& request, httplib::Response& response,
+                           const std::function<expected<void, std::string>(const Json&)>& act) {
   Json body = Json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
-  auto done = body.is_object() ? act(body) : std::unexpected("expected a JSON object");
+  auto done = body.is_object() ? act(body) : unexpected("expected a JSON object");
   if (!done) response.status = 400;
   Json answer = {{"ok", done.has_value()}};
   if (!done) answer["problem"] = done.error();
@@ -254,7 +253,7 @@ void Server::Impl::routeControl() {
     json(response, map);
   });
 
-  using Done = std::expected<void, std::string>;
+  using Done = expected<void, std::string>;
   auto post = [this](const char* path, std::function<Done(const Json&)> act) {
     http.Post(path, [this, act = std::move(act)](const Request& request, Response& response) {
       control(request, response, act);
@@ -262,17 +261,17 @@ void Server::Impl::routeControl() {
   };
   post("/control/scenario", [this](const Json& body) -> Done {
     auto scenario = Scenario::fromJson(body);
-    if (!scenario) return std::unexpected(scenario.error());
+    if (!scenario) return unexpected(scenario.error());
     auto endpoint = body.find("endpoint");
     bool known = endpoint != body.end() && endpoint->is_string() &&
                  setScenario(endpoint->get<std::string>(), *scenario);
-    if (!known) return std::unexpected("endpoint: expected one of the nine, or \"*\"");
+    if (!known) return unexpected("endpoint: expected one of the nine, or \"*\"");
     return {};
   });
   post("/control/clock", [this](const Json& body) -> Done {
     auto given = body.find("skew");
     if (given == body.end() || !given->is_number_integer()) {
-      return std::unexpected("skew: expected milliseconds");
+      return unexpected("skew: expected milliseconds");
     }
     skew = milliseconds(given->get<std::int64_t>());
     return {};
@@ -280,12 +279,12 @@ void Server::Impl::routeControl() {
   post("/control/template", [this](const Json& body) -> Done {
     auto id = body.find("tmpl"), html = body.find("html");
     if (id == body.end() || html == body.end() || !id->is_string() || !html->is_string()) {
-      return std::unexpected("tmpl, html: expected two strings");
+      return unexpected("tmpl, html: expected two strings");
     }
     bool known = service.with([&](Service& rules) {
       return rules.publishTemplate(id->get<std::string>(), html->get<std::string>());
     });
-    if (!known) return std::unexpected("tmpl: no such template");
+    if (!known) return unexpected("tmpl: no such template");
     return {};
   });
   post("/control/reset", [this](const Json&) -> Done {
@@ -344,18 +343,18 @@ void Server::Impl::reset() {
 Server::Server(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
 Server::~Server() { stop(); }
 
-std::expected<void, std::string> Server::start() {
+expected<void, std::string> Server::start() {
   for (const auto& [endpoint, scenario] : impl_->options.scenarios) {
     if (!impl_->setScenario(endpoint, scenario)) {
-      return std::unexpected("no endpoint " + endpoint);
+      return unexpected("no endpoint " + endpoint);
     }
   }
   auto problem = impl_->service.with([](Service& rules) { return rules.takeError(); });
-  if (problem) return std::unexpected(*problem);
+  if (problem) return unexpected(*problem);
   impl_->port = impl_->http.startServing(impl_->options.listen, impl_->options.port);
   if (impl_->port < 0) {
-    return std::unexpected("cannot listen on " + impl_->options.listen + " port " +
-                           std::to_string(impl_->options.port));
+    return unexpected("cannot listen on " + impl_->options.listen + " port " +
+                      std::to_string(impl_->options.port));
   }
   bool isIPv6 = impl_->options.listen.contains(':');
   impl_->origin = "http://" + (isIPv6 ? "[" + impl_->options.listen + "]" : impl_->options.listen) +

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <expected>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "sandbox/Expected.h"
 #include "sandbox/Periods.h"
 #include "sandbox/Scenario.h"
 #include "sandbox/State.h"
@@ -38,7 +38,7 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   /// Listens and serves on threads of its own; an error says what could not be had. Once only.
-  std::expected<void, std::string> start();
+  expected<void, std::string> start();
   void stop();
 
   std::string origin() const;   ///< "http://127.0.0.1:8000", once started

@@ -15,8 +15,8 @@ using Json = nlohmann::json;
 constexpr std::int64_t kBadRequest = 400, kForbidden = 403, kUserNotFound = 404, kConflict = 409,
                        kInternal = 500;
 
-std::unexpected<Refusal> refuse(std::int64_t code, std::string message) {
-  return std::unexpected(Refusal{code, std::move(message)});
+auto refuse(std::int64_t code, std::string message) {
+  return unexpected(Refusal{code, std::move(message)});
 }
 
 std::string text(const Json& request, const char* key) { return request[key].get<std::string>(); }
@@ -146,13 +146,13 @@ Service::Result Service::registerUser(const Json& request) {
 }
 
 Service::Result Service::update(const Json& request) {
-  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  if (auto known = knownUser(request); !known) return unexpected(known.error());
   store_.updateUser(text(request, "uid"), request.dump());
   return Json{{"aid", request["aid"]}, {"uid", request["uid"]}};
 }
 
 Service::Result Service::bidInit(const Json& request) {
-  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  if (auto known = knownUser(request); !known) return unexpected(known.error());
   const CatalogueAdUnit* unit = findAdUnit(text(request, "adid"));
   if (!unit) return refuse(kBadRequest, "adid: no such ad unit");
   if (request["adt"] != unit->adType) {
@@ -165,7 +165,7 @@ Service::Result Service::bidInit(const Json& request) {
 
 Service::Result Service::bidLost(const Json& request) {
   auto bid = openBid(request);
-  if (!bid) return std::unexpected(bid.error());
+  if (!bid) return unexpected(bid.error());
   bid->status = BidRecord::Status::lost;
   bid->clearingPrice = request["lecpm"];
   store_.closeBid(*bid);
@@ -174,7 +174,7 @@ Service::Result Service::bidLost(const Json& request) {
 
 Service::Result Service::bidLoad(const Json& request, std::string_view origin) {
   auto bid = openBid(request);
-  if (!bid) return std::unexpected(bid.error());
+  if (!bid) return unexpected(bid.error());
   const CatalogueAdUnit* unit = findAdUnit(bid->adUnit);
   std::string plan = text(request, "plan");
   if (!unit || std::ranges::find(unit->plans, plan, &CataloguePlan::id) == unit->plans.end()) {
@@ -202,7 +202,7 @@ Service::Result Service::htmlTemplate(const Json& request) {
 }
 
 Service::Result Service::bidStats(const Json& request) {
-  if (auto known = knownUser(request); !known) return std::unexpected(known.error());
+  if (auto known = knownUser(request); !known) return unexpected(known.error());
   for (const Json& report : request["stats"]) store_.mergeReport(reportFrom(report));
   return Json("accepted");
 }
@@ -214,12 +214,12 @@ Service::Result Service::track(const Json& request) {
   return Json{{"plan", attributed ? Json(kCampaignPlan) : Json(nullptr)}};
 }
 
-std::expected<void, Refusal> Service::knownUser(const Json& request) {
+expected<void, Refusal> Service::knownUser(const Json& request) {
   if (store_.hasUser(text(request, "aid"), text(request, "uid"))) return {};
   return refuse(kUserNotFound, "uid: no such user");
 }
 
-std::expected<BidRecord, Refusal> Service::openBid(const Json& request) {
+expected<BidRecord, Refusal> Service::openBid(const Json& request) {
   auto bid = store_.bid(text(request, "bid"));
   if (!bid) return refuse(kBadRequest, "bid: no such bid");
   if (bid->status == BidRecord::Status::lost) return refuse(kConflict, "bid: already lost");

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <expected>
 #include <filesystem>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
+#include "sandbox/Expected.h"
 #include "sandbox/Periods.h"
 #include "sandbox/Store.h"
 
@@ -21,7 +21,7 @@ struct Refusal {
 /// The rules behind the nine endpoints. For one thread at a time.
 class Service {
  public:
-  using Result = std::expected<nlohmann::json, Refusal>;
+  using Result = expected<nlohmann::json, Refusal>;
 
   Service(const std::string& database, std::filesystem::path data, Periods periods);
 
@@ -47,8 +47,8 @@ class Service {
   Result bidStats(const Json& request);
   Result track(const Json& request);
 
-  std::expected<void, Refusal> knownUser(const Json& request);
-  std::expected<BidRecord, Refusal> openBid(const Json& request);
+  expected<void, Refusal> knownUser(const Json& request);
+  expected<BidRecord, Refusal> openBid(const Json& request);
   void seedTemplates();
 
   Store store_;

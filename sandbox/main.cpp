@@ -47,8 +47,8 @@ std::optional<std::int64_t> number(std::string_view text) {
   return value;
 }
 
-std::expected<void, std::string> setOption(Options& options, std::string_view option,
-                                           std::string_view value) {
+expected<void, std::string> setOption(Options& options, std::string_view option,
+                                      std::string_view value) {
   auto amount = number(value);
   if (option == "--port" && amount && *amount >= 0 && *amount <= 65535) {
     options.port = static_cast<int>(*amount);
@@ -63,15 +63,15 @@ std::expected<void, std::string> setOption(Options& options, std::string_view op
   } else if (option == "--scenario" && value.contains('=')) {
     auto equals = value.find('=');
     auto scenario = Scenario::parse(value.substr(equals + 1));
-    if (!scenario) return std::unexpected(scenario.error());
+    if (!scenario) return unexpected(scenario.error());
     options.scenarios.emplace_back(value.substr(0, equals), *scenario);
   } else {
-    return std::unexpected(std::string(option) + " " + std::string(value) + ": not understood");
+    return unexpected(std::string(option) + " " + std::string(value) + ": not understood");
   }
   return {};
 }
 
-std::expected<CommandLine, std::string> parse(int count, char** arguments) {
+expected<CommandLine, std::string> parse(int count, char** arguments) {
   CommandLine line;
   for (int i = 1; i < count; ++i) {
     std::string_view option = arguments[i];
@@ -80,9 +80,9 @@ std::expected<CommandLine, std::string> parse(int count, char** arguments) {
     } else if (option == "--quiet") {
       line.quiet = true;
     } else if (i + 1 == count) {
-      return std::unexpected(std::string(option) + ": not understood");
+      return unexpected(std::string(option) + ": not understood");
     } else if (auto set = setOption(line.options, option, arguments[++i]); !set) {
-      return std::unexpected(set.error());
+      return unexpected(set.error());
     }
   }
   return line;

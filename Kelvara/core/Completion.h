@@ -2,14 +2,28 @@
 
 #include <concepts>
 #include <functional>
-#include <source_location>
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <version>
 
 #include <Kelvara/core/Fatal.h>
 
+// Clang 14 does not see libstdc++ 12's std::source_location; for its tools alone there is a
+// stand-in.
+#if defined(__cpp_lib_source_location)
+#include <source_location>
+#else
+#include <experimental/source_location>
+#endif
+
 namespace kva {
+
+#if defined(__cpp_lib_source_location)
+using SourceLocation = std::source_location;
+#else
+using SourceLocation = std::experimental::source_location;
+#endif
 
 /// An asynchronous operation's last argument: called exactly once. Calling it twice, or (in debug
 /// builds) dropping it uncalled, stops the process with the place where it was made.
@@ -18,7 +32,7 @@ class Completion {
  public:
   template <class F>
   requires(!std::same_as<std::remove_cvref_t<F>, Completion> && std::is_invocable_v<F&, Args...>)
-      Completion(F&& call, std::source_location origin = std::source_location::current())
+      Completion(F&& call, SourceLocation origin = SourceLocation::current())
       : call_(std::forward<F>(call)), origin_(origin) {}
 
   Completion(Completion&& other) noexcept
@@ -42,7 +56,7 @@ class Completion {
   }
 
   std::move_only_function<void(Args...)> call_;
-  std::source_location origin_;
+  SourceLocation origin_;
 };
 
 }  // namespace kva

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <ranges>
 #include <utility>
+#include <vector>
 
 #include <Kelvara/core/Fatal.h>
 #include <Kelvara/core/Json.h>
@@ -15,10 +15,15 @@
 namespace kva {
 namespace {
 
-auto pieces(std::string_view query) {
-  return query | std::views::split('&') | std::views::transform([](auto piece) {
-           return std::string_view(piece.begin(), piece.end());
-         });
+/// What stands between the "&" of a query; one empty piece for an empty query.
+std::vector<std::string_view> pieces(std::string_view query) {
+  std::vector<std::string_view> all;
+  for (std::size_t end; (end = query.find('&')) != std::string_view::npos;) {
+    all.push_back(query.substr(0, end));
+    query.remove_prefix(end + 1);
+  }
+  all.push_back(query);
+  return all;
 }
 
 }  // namespace

@@ -11,6 +11,9 @@ namespace kva {
 namespace {
 
 struct Observer {
+  Observer(std::string_view notification, const void* sender, std::function<void()> call)
+      : name(notification), object(sender), received(std::move(call)) {}
+
   std::string name;
   const void* object;
   std::function<void()> received;
@@ -28,7 +31,7 @@ NotificationCenter::~NotificationCenter() = default;
 
 Observation NotificationCenter::addObserver(std::string_view name, const void* object,
                                             std::function<void()> received) {
-  auto observer = std::make_shared<Observer>(std::string(name), object, std::move(received), false);
+  auto observer = std::make_shared<Observer>(name, object, std::move(received));
   state_->observers.with([&](auto& all) { all.push_back(observer); });
   return Observation(
       std::shared_ptr<void>(observer.get(), [observer, state = std::weak_ptr(state_)](void*) {

@@ -31,6 +31,8 @@ double timerInterval(double seconds) {
 struct VirtualTime::Event {
   using Key = std::pair<std::int64_t, std::uint64_t>;  // due, number
 
+  Event(std::int64_t every, Task toRun) : interval(every), task(std::move(toRun)) {}
+
   std::int64_t interval;  // 0: once
   Task task;
   Key key{};  // under the guard of State::all
