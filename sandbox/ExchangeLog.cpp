@@ -3,6 +3,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "sandbox/ReadJson.h"
+
 namespace kva::sandbox {
 namespace {
 
@@ -25,9 +27,8 @@ std::string clockTime(std::int64_t milliseconds) {
 }
 
 std::string oneLine(const std::string& text) {
-  Json json = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-  std::string line =
-      json.is_discarded() ? text : json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  const auto json = readJson(text);
+  std::string line = json ? json->dump(-1, ' ', false, Json::error_handler_t::replace) : text;
   for (char& c : line) {
     if (static_cast<unsigned char>(c) < ' ') c = ' ';
   }

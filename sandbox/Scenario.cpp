@@ -5,6 +5,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "sandbox/ReadJson.h"
+
 namespace kva::sandbox {
 namespace {
 
@@ -48,7 +50,7 @@ expected<Scenario, std::string> checked(Scenario scenario) {
   if (damagesKey == scenario.key.empty()) {
     return unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
-  if (scenario.behaviour == Behaviour::replaced && !Json::accept(scenario.value))
+  if (scenario.behaviour == Behaviour::replaced && !readJson(scenario.value))
     return unexpected("replace: expected a JSON value");
   if (scenario.delay.count() < 0) return unexpected("delay: expected milliseconds");
   if (scenario.times && *scenario.times < 1) return unexpected("times: expected 1 or more");

@@ -4,6 +4,9 @@
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
+
+#include "sandbox/ReadJson.h"
 
 namespace kva::sandbox {
 namespace {
@@ -257,8 +260,9 @@ expected<Json, std::string> checkRequest(const RawRequest& request) {
     fields = std::move(*object);
   } else {
     if (!request.query.empty()) return unexpected("query: expected none with POST");
-    fields = Json::parse(request.body, nullptr, /*allow_exceptions=*/false);
-    if (fields.is_discarded()) return unexpected("body: expected a JSON object, got no JSON");
+    auto body = readJson(request.body);
+    if (!body) return unexpected("body: expected a JSON object, got no JSON");
+    fields = *std::move(body);
     if (!fields.is_object()) {
       return unexpected("body: expected a JSON object, got " + shown(fields));
     }

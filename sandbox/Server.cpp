@@ -9,6 +9,7 @@
 #include "sandbox/Envelope.h"
 #include "sandbox/ExchangeLog.h"
 #include "sandbox/HttpServer.h"
+#include "sandbox/ReadJson.h"
 #include "sandbox/Schema.h"
 #include "sandbox/Service.h"
 
@@ -214,8 +215,8 @@ void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const
 
 void Server::Impl::control(const httplib::Request& request, httplib::Response& response,
                            const std::function<expected<void, std::string>(const Json&)>& act) {
-  Json body = Json::parse(request.body.empty() ? "{}" : request.body, nullptr, false);
-  auto done = body.is_object() ? act(body) : unexpected("expected a JSON object");
+  const auto body = readJson(request.body.empty() ? "{}" : request.body);
+  auto done = body && body->is_object() ? act(*body) : unexpected("expected a JSON object");
   if (!done) response.status = 400;
   Json answer = {{"ok", done.has_value()}};
   if (!done) answer["problem"] = done.error();

@@ -130,11 +130,12 @@ TEST(SandboxRequest, SurvivesBytesOfAnyKind) {
     // A damaged length would leave the server waiting for the rest, as it should.
     exchangeBytes(server.port(), bytes, std::chrono::milliseconds(10));
   }
-  std::string deep(200'000, '[');
+  std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
   EXPECT_EQ(exchangeBytes(server.port(), postBytes("/api/v1/track", deep)).verdict(),
             "400 body: expected a JSON object, got no JSON");
   EXPECT_EQ(get(server.port(), "/api/v1/init?aid=%ff%fe").status, 400);
   EXPECT_EQ(get(server.port(), "/control/exchanges").status, 200);
+  EXPECT_EQ(get(server.port(), "/control/log").status, 200);
   EXPECT_EQ(get(server.port(), initPath(), "Content-Length: 2\r\n\r\n{}").verdict(),
             "400 body: expected none with GET");
   EXPECT_EQ(get(server.port(), initPath()).verdict(), "ok");
