@@ -1,0 +1,118 @@
+// What the ad server answers: the envelope, every record in it, and the calls that read them.
+// Input: the body of an answer. A body that is one record alone is tried as every record.
+
+#include <type_traits>
+
+#include <nlohmann/json.hpp>
+
+#include <Kelvara/ads/Ad.h>
+#include <Kelvara/ads/Template.h>
+#include <Kelvara/api/RequestManager.h>
+#include <Kelvara/api/Response.h>
+#include <Kelvara/reporting/BidReport.h>
+#include <Kelvara/user/Application.h>
+#include <Kelvara/user/ReferralTracking.h>
+#include <Kelvara/user/User.h>
+#include <fuzz/Device.h>
+#include <fuzz/Target.h>
+
+namespace kva::fuzz {
+namespace {
+
+template <class T>
+Result<T> throughText(const T& record) {
+  const auto json = parseJson(record.toJson().dump());
+  expect(json.has_value(), "an encoded record is JSON");
+  return T::decode(*json);
+}
+
+/// Records that are kept: they decode to what was encoded.
+template <class T>
+void decodeAndBack(const Json& json) {
+  const auto record = T::decode(json);
+  if (!record) return;
+  const auto again = throughText(*record);
+  expect(again && *again == *record, "a record decodes to the one that was encoded");
+}
+
+void decodeApplication(const Json& json) {
+  const auto application = Application::decode(json);
+  if (!application) return;
+  auto again = throughText(*application);
+  expect(again.has_value(), "an encoded application decodes");
+  again->setting = application->setting;  // its periods are read in hundredths
+  for (auto& tester : again->testers) expect(!tester.isTestSuiteEnabled, "no server says so");
+  expect(*again == *application, "an application keeps everything but its periods");
+}
+
+void decodeAd(const Json& json) {
+  const auto ad = Ad::decode(json);
+  if (!ad) return;
+  expect(ad->files.has_value(), "a decoded ad has files");
+  expect(parseJson(ad->toJson().dump()).has_value(), "an encoded ad is JSON");
+}
+
+void decodeServerError(const Json& json) {
+  const auto error = ServerError::decode(json);
+  if (!error) return;
+  const auto again = throughText(*error);
+  expect(again && again->error() == error->error(), "an error record keeps code and message");
+}
+
+void decodeEverything(const Json& json) {
+  decodeApplication(json);
+  decodeAd(json);
+  decodeServerError(json);
+  decodeAndBack<Plan>(json);
+  decodeAndBack<Tester>(json);
+  decodeAndBack<Template>(json);
+  decodeAndBack<CreativeFile>(json);
+  decodeAndBack<BidReport>(json);
+  decodeAndBack<User>(json);
+  (void)Creative::decode(json);
+  (void)BidLoadResponse::decode(json);
+  (void)RegisterResponse::decode(json);
+  (void)TrackCampaignResponse::decode(json);
+}
+
+/// The nine calls, each answered with `body`. Not through the bid loader: an answer with plans and
+/// no bid stops the process there, as documented.
+void callEverything(std::string_view body) {
+  Device device;
+  for (const char* path : {"/init", "/register", "/update", "/bid/init", "/bid/lost", "/bid/load",
+                           "/template", "/bid/stats", "/track"})
+    device.server.reply(path, body, 1);
+  Runtime runtime(device.platform());
+
+  int answers = 0;
+  const auto count = [&answers](const auto&) { ++answers; };
+  const User user;
+  RequestManager::startSDK({{"aid", kAppId}}, count);
+  RequestManager::register_(user, count);
+  RequestManager::update(user, "user", count);
+  RequestManager::loadBid(Json::object(), count);
+  RequestManager::sendLost("bid", 1.5, count);
+  RequestManager::loadAd(kAppId, KVABidResponse("plan", "bid", 1.5), 1.5, count);
+  RequestManager::getTemplate(kAppId, "template", 3, count);
+  RequestManager::uploadReports(Json::object(), count);
+  RequestManager::trackCampaign(Json::object(), count);
+  // Long enough for what an answer sets off in its turn, such as to register anew.
+  device.time.advance(3.5);
+  expect(answers == 9, "every call is answered once");
+}
+
+}  // namespace
+}  // namespace kva::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace kva;
+  const auto body = fuzz::text(data, size);
+  if (const auto json = parseJson(body)) {
+    fuzz::Device device;
+    Runtime runtime(device.platform());
+    fuzz::decodeEverything(*json);
+    if (json->is_object() && json->contains("data")) fuzz::decodeEverything((*json)["data"]);
+  }
+  fuzz::callEverything(body);
+  return 0;
+}

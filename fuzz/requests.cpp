@@ -1,0 +1,79 @@
+// What reaches the sandbox server: requests, and scenarios as text and as JSON.
+// Input: "METHOD /path?query", a line each for the types that are accepted and sent, then the body.
+// The whole input is also read as a scenario, and the body as one in JSON.
+
+#include <cstddef>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <fuzz/Target.h>
+#include <sandbox/Envelope.h>
+#include <sandbox/ReadJson.h>
+#include <sandbox/Scenario.h>
+#include <sandbox/Schema.h>
+
+namespace kva::fuzz {
+namespace {
+
+using Json = nlohmann::json;
+
+sandbox::RawRequest takeRequest(std::string_view rest) {
+  auto target = cut(rest, "\n");
+  sandbox::RawRequest request;
+  request.method = cut(target, " ");
+  request.path = cut(target, "?");
+  while (!target.empty()) {
+    auto piece = cut(target, "&");
+    const std::string key(cut(piece, "="));
+    request.query.emplace(key, piece);
+  }
+  request.accept = cut(rest, "\n");
+  request.contentType = cut(rest, "\n");
+  request.body = rest;
+  return request;
+}
+
+void check(const sandbox::RawRequest& request) {
+  const auto checked = sandbox::checkRequest(request);
+  if (!checked) {
+    expect(!checked.error().empty(), "a refusal says why");
+    return;
+  }
+  const auto* endpoint = sandbox::findEndpoint(request.path);
+  expect(endpoint && checked->is_object(), "what was accepted is an object of an endpoint");
+  for (const auto& field : endpoint->fields) {
+    expect(field.presence != sandbox::Presence::required || checked->contains(field.key),
+           "what was accepted has every field");
+  }
+}
+
+/// A scenario that was read says the same when it is read from what it tells, and suffers no answer
+/// to fail.
+void play(const sandbox::expected<sandbox::Scenario, std::string>& read) {
+  if (!read) return expect(!read.error().empty(), "a refusal says why");
+  const Json told = read->toJson();
+  const auto again = sandbox::Scenario::fromJson(told);
+  expect(again && again->toJson() == told, "a scenario can be read from what it tells");
+  const Json data = {{"bid", "bid"}, {"plans", {{{"plan", "p"}, {"ecpm", 1}}}}};
+  for (const auto& result :
+       {sandbox::Service::Result(data),
+        sandbox::Service::Result(sandbox::unexpected(sandbox::Refusal{404, "No such user."}))}) {
+    const auto envelope = sandbox::Envelope::of(result, 1, *read);
+    expect(!envelope.verdict.empty(), "an answer has a verdict");
+  }
+}
+
+}  // namespace
+}  // namespace kva::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace kva;
+  const auto text = fuzz::text(data, size);
+  const auto request = fuzz::takeRequest(text);
+  fuzz::check(request);
+  fuzz::play(sandbox::Scenario::parse(text));
+  const auto body = sandbox::readJson(request.body);
+  if (body && body->is_object()) fuzz::play(sandbox::Scenario::fromJson(*body));
+  return 0;
+}
