@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,8 @@ namespace {
 struct Target {
   const char* name;
   int (*run)(const std::uint8_t* data, std::size_t size);
+
+  friend void PrintTo(const Target& target, std::ostream* out) { *out << target.name; }
 };
 
 class Replay : public testing::TestWithParam<Target> {};
