@@ -18,6 +18,7 @@ namespace kva::story {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
@@ -209,7 +210,7 @@ bool FaultProxy::deliver(Connection& connection, std::string answer, Fault fault
       resetConnection(client);
       return false;
     case Fault::garbageBefore:
-      answer.insert(0, std::string("\x16\x03\xff\0\r\n\xfe garbage \r\n", 20));
+      answer.insert(0, "\x16\x03\xff\0\r\n\xfe garbage \r\n"s);
       break;
     case Fault::garbageWithin:
       std::fill_n(answer.begin() + static_cast<std::ptrdiff_t>(middle),
