@@ -1,6 +1,7 @@
 #include "story/HostProcess.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -53,7 +54,11 @@ void HostProcess::finish() {
   if (output_ >= 0) close(output_);
   output_ = -1;
   killer_ = {};  // before the process's number may mean another
-  if (pid_ > 0) waitpid(pid_, nullptr, 0);
+  int status = 0;
+  if (pid_ > 0) waitpid(pid_, &status, 0);
+  // A sanitizer's findings among other endings.
+  EXPECT_TRUE(status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL))
+      << "the host process ended with status " << status;
   pid_ = -1;
 }
 

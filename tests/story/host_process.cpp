@@ -18,6 +18,7 @@
 #include <Kelvara/ads/AdLoader.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/ads/TemplateManager.h>
+#include <Kelvara/core/Guarded.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <platform/linux/LinuxPlatform.h>
@@ -61,7 +62,7 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
     KVABidLoader::loadBid(adUnit, static_cast<KVABidType>(kind),
                           [this](std::shared_ptr<KVABidResponse> bid, std::optional<Error> error) {
                             if (error) return answer("no bid " + std::to_string(error->code()));
-                            bid_ = bid;
+                            bid_.set(bid);
                             answer("bid " + bid->bidId() + " " + bid->planId());
                           });
   }
@@ -69,7 +70,8 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
   void load(std::istream&) {
     loader_ = AdLoader::create();
     loader_->setDelegate(shared_from_this());
-    loader_->load(bid_, bid_->price());
+    const auto bid = bid_.get();
+    loader_->load(bid, bid->price());
   }
 
   void fetchTemplate(std::istream& in) {
@@ -108,11 +110,11 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
       {"template", [this](auto& in) { fetchTemplate(in); }},
       {"impression", [this](auto& in) { impression(in); }},
       {"track", [this](auto& in) { track(in); }},
-      {"lose", [this](auto&) { KVABidLoader::sendBidLost(bid_, 9.5), answer("lost"); }},
+      {"lose", [this](auto&) { KVABidLoader::sendBidLost(bid_.get(), 9.5), answer("lost"); }},
       {"initialized", [](auto&) { answer(Kelvara::isInitialized() ? "yes" : "no"); }},
   };
 
-  std::shared_ptr<KVABidResponse> bid_;
+  Guarded<std::shared_ptr<KVABidResponse>> bid_;  // set on the session's thread
   std::shared_ptr<AdLoader> loader_;
 };
 
@@ -128,8 +130,8 @@ int main(int count, char** arguments) {
   options.apiBases = {.production = arguments[1], .sandbox = arguments[1]};
   options.reachability =
       count > 4 ? ReachabilityPolicy::followSystem : ReachabilityPolicy::assumeReachable;
+  const auto host = std::make_shared<HostProcess>();  // hears what is cancelled at the end
   Runtime runtime(makeLinuxPlatform(options).ports);
-  auto host = std::make_shared<HostProcess>();
   answer("ready");
 
   g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
