@@ -50,8 +50,9 @@ expected<Scenario, std::string> checked(Scenario scenario) {
   if (damagesKey == scenario.key.empty()) {
     return unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
-  if (scenario.behaviour == Behaviour::replaced && !readJson(scenario.value))
-    return unexpected("replace: expected a JSON value");
+  // A value that a later word has made idle is told all the same.
+  bool tellsValue = scenario.behaviour == Behaviour::replaced || !scenario.value.empty();
+  if (tellsValue && !readJson(scenario.value)) return unexpected("replace: expected a JSON value");
   if (scenario.delay.count() < 0) return unexpected("delay: expected milliseconds");
   if (scenario.times && *scenario.times < 1) return unexpected("times: expected 1 or more");
   return scenario;
