@@ -95,7 +95,8 @@ std::optional<std::map<std::string, std::string>> queryDictionary(const URL& url
   for (std::string_view piece : pieces(*url.query())) {
     const std::size_t sign = piece.find('=');
     std::string value(piece.substr(sign + 1, piece.find('=', sign + 1) - sign - 1));
-    std::ranges::replace(value, '+', ' ');
+    for (auto at = value.find('+'); at != std::string::npos; at = value.find('+', at))
+      value[at] = ' ';
     dictionary[std::string(piece.substr(0, sign))] = removingPercentEncoding(value).value_or("");
   }
   return dictionary;

@@ -33,16 +33,15 @@ std::optional<URL> URL::parse(std::string_view text) {
 std::optional<std::string> removingPercentEncoding(std::string_view text) {
   std::string decoded;
   decoded.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size() || !g_ascii_isxdigit(text[i + 1]) || !g_ascii_isxdigit(text[i + 2]))
+  for (std::size_t from = 0, sign = 0;; from = sign + 3) {
+    sign = text.find('%', from);
+    decoded.append(text.substr(from, sign - from));
+    if (sign == std::string_view::npos) break;
+    if (sign + 2 >= text.size() || !g_ascii_isxdigit(text[sign + 1]) ||
+        !g_ascii_isxdigit(text[sign + 2]))
       return {};
-    decoded += static_cast<char>(g_ascii_xdigit_value(text[i + 1]) * 16 +
-                                 g_ascii_xdigit_value(text[i + 2]));
-    i += 2;
+    decoded += static_cast<char>(g_ascii_xdigit_value(text[sign + 1]) * 16 +
+                                 g_ascii_xdigit_value(text[sign + 2]));
   }
   if (!isUTF8(decoded)) return {};
   return decoded;

@@ -11,7 +11,7 @@ constexpr const char* kBlank = "about:blank";
 // A page that asks for so many navigations while the windows have gone without a frame for so long
 // does nothing else: a change of the fragment in an endless loop will do.
 constexpr int kFlood = 1000;
-constexpr gint64 kPatienceMicroseconds = 1'000'000;
+constexpr gint64 kPatienceMicroseconds = 2'000'000;
 
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
