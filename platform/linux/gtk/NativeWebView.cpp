@@ -212,7 +212,8 @@ void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& 
   }
   load_ = Load::asked;
   ownNavigation_ = baseURL ? baseURL->absoluteString() : kBlank;
-  auto* bytes = g_bytes_new(html.data(), html.size());
+  // WebKit does not load nothing.
+  auto* bytes = html.empty() ? g_bytes_new(" ", 1) : g_bytes_new(html.data(), html.size());
   webkit_web_view_load_bytes(page(), bytes, "text/html", "UTF-8",
                              baseURL ? baseURL->absoluteString().c_str() : nullptr);
   g_bytes_unref(bytes);
