@@ -153,6 +153,9 @@ void MRController::didPresentVC() {
   if (arcDuration > 0) {
     arcTimer_ = Runtime::current().platform().runLoop->schedule(
         static_cast<double>(arcDuration), Repeats::no, weakly(&MRController::arcTimerTick));
+  } else if (arcDuration < 0 && adView_) {
+    // No countdown runs, so none would ever let the user out.
+    adView_->setCloseButtonHidden(false);
   }
 }
 

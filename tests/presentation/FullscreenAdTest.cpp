@@ -201,6 +201,16 @@ TEST_F(Interstitial, KnowsOfNoReward) {
   EXPECT_THAT(host->heard, ElementsAre("receive", "present"));
 }
 
+TEST_F(Interstitial, CanBeClosedWhenItsCountdownCanNeverRun) {
+  show({.arcDuration = -5});
+  EXPECT_TRUE(sees("icon.close"));
+  h.time.advance(10);
+  EXPECT_TRUE(tap("icon.close"));
+  h.time.advance(0.5);
+  EXPECT_THAT(host->heard, ElementsAre("receive", "present", "dismiss"));
+  expectNothingLeft();
+}
+
 TEST_F(Interstitial, CountdownThatRunsOutAfterDismissalDoesNothing) {
   show({.arcDuration = 5});
   page()->navigate("kva://videoComplete");  // shows close before its time
