@@ -145,12 +145,15 @@ HttpServer::HttpServer() {
   });
 }
 
-int HttpServer::startServing(const std::string& host, int port) {
+int HttpServer::bind(const std::string& host, int port) {
   int bound = port == 0 ? bind_to_any_port(host) : bind_to_port(host, port) ? port : -1;
   if (bound < 0) return bound;
   ::listen(svr_sock_, kBacklog);  // the library's own queue of 5 makes bursts of clients wait
-  listener_ = std::thread([this] { listen_after_bind(); });
   return bound;
+}
+
+void HttpServer::startServing() {
+  listener_ = std::thread([this] { listen_after_bind(); });
 }
 
 void HttpServer::stopServing() {

@@ -55,8 +55,10 @@ class HttpServer : public httplib::Server {
   HttpServer();
   ~HttpServer() override { stopServing(); }
 
-  /// Binds and starts to serve; the port, or below zero when the address cannot be had.
-  int startServing(const std::string& host, int port);
+  /// The port, or below zero when the address cannot be had.
+  int bind(const std::string& host, int port);
+  /// Serves what was bound, on threads of its own that see all that was written before.
+  void startServing();
   /// Ends every connection, whatever it is doing, and returns when the last thread has ended.
   void stopServing();
 

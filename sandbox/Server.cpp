@@ -352,7 +352,7 @@ expected<void, std::string> Server::start() {
   }
   auto problem = impl_->service.with([](Service& rules) { return rules.takeError(); });
   if (problem) return unexpected(*problem);
-  impl_->port = impl_->http.startServing(impl_->options.listen, impl_->options.port);
+  impl_->port = impl_->http.bind(impl_->options.listen, impl_->options.port);
   if (impl_->port < 0) {
     return unexpected("cannot listen on " + impl_->options.listen + " port " +
                       std::to_string(impl_->options.port));
@@ -360,6 +360,7 @@ expected<void, std::string> Server::start() {
   bool isIPv6 = impl_->options.listen.contains(':');
   impl_->origin = "http://" + (isIPv6 ? "[" + impl_->options.listen + "]" : impl_->options.listen) +
                   ":" + std::to_string(impl_->port);
+  impl_->http.startServing();
   return {};
 }
 
