@@ -77,11 +77,12 @@ class Autopilot {
     std::this_thread::sleep_for(500ms);
     picture("7-rewarded-sound-toggled");
     require("rewardedDidComplete", 1, 30s);
-    waitForLastQuarter();
-    picture("8-rewarded-ended");
+    picture("8-rewarded-skip-and-sound");
+    waitForEndCard();
+    picture("9-rewarded-ended");
     clickClose();
     require("rewardedDidDismiss", 1, 10s);
-    picture("9-window-restored-again");
+    picture("10-window-restored-again");
     heard(rewarded_, "rewarded");
     rewarded_.completed = stage_.journal.count("rewardedDidComplete");
     rewarded_.quarters = 4;
@@ -91,7 +92,7 @@ class Autopilot {
     lost_ = bidFor(KVABidType::interstitial, "another interstitial");
     stage_.ads.lose(KVABidType::interstitial);
     lost_.clearingPrice += 500;
-    picture("10-everything-heard");
+    picture("11-everything-heard");
   }
 
   PlayedBid bidFor(KVABidType kind, const char* name) {
@@ -131,9 +132,9 @@ class Autopilot {
         data.value("tmpl", "") + " version " + std::to_string(data.value("tver", 0)));
   }
 
-  void waitForLastQuarter() {
-    // The video reaches its end a moment before or after the reward's countdown does.
-    std::this_thread::sleep_for(3s);
+  void waitForEndCard() {
+    // The clip goes on for three seconds after the countdown has earned the reward.
+    std::this_thread::sleep_for(5s);
   }
 
   nlohmann::json stateWithBothReports() {

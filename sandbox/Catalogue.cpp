@@ -53,11 +53,11 @@ constexpr CatalogueCreative kLamp = {
       {"de", "Eine Lampe, die dem Sonnenuntergang folgt und den Abend ruhiger macht."}}},
     kLampFiles};
 constexpr CatalogueCreative kCometsMp4 = {
-    "comets-video-mp4", "rewarded",     "video",        8,
+    "comets-video-mp4", "rewarded",     "video",        5,
     "Paper Comets",     kVideoTemplate, kCometsUrl,     "/creatives/comets-icon.svg",
     kCometsButton,      kCometsText,    kCometsMp4Files};
 constexpr CatalogueCreative kCometsWebM = {
-    "comets-video-webm", "rewarded",     "video",         8,
+    "comets-video-webm", "rewarded",     "video",         5,
     "Paper Comets",      kVideoTemplate, kCometsUrl,      "/creatives/comets-icon.svg",
     kCometsButton,       kCometsText,    kCometsWebMFiles};
 constexpr CatalogueCreative kPlayable = {
