@@ -5,21 +5,11 @@
 #include <string>
 #include <utility>
 
-#include <Kelvara/Error.h>
 #include <Kelvara/core/Json.h>
+#include <Kelvara/core/Result.h>
+#include <Kelvara/core/ServerError.h>
 
 namespace kva {
-
-/// The error record of a reply.
-struct ServerError {
-  std::int64_t code = 0;
-  std::string message;
-
-  static Result<ServerError> decode(const Json& json);
-  Json toJson() const;
-  /// With the server's own code.
-  Error error() const;
-};
 
 /// The envelope that every reply is wrapped in. All four keys are required.
 template <class T>
