@@ -96,9 +96,6 @@ class Reader {
     return value;
   }
 
-  /// True when the key is there, whatever its value, null included.
-  bool has(const char* key) const { return member(key) != nullptr; }
-  bool isNull(const char* key) const;
   void fail(const char* key);
 
   template <class T>
@@ -122,6 +119,7 @@ class Reader {
   }
 
   const Json* member(const char* key) const;
+  bool isNull(const char* key) const;
   static bool isArray(const Json& value);
   static std::size_t sizeOf(const Json& value);
   static const Json& element(const Json& value, std::size_t index);

@@ -83,7 +83,6 @@ std::int64_t millisecondsSince1970(double secondsSince1970) {
 
 bool hasWellFormedQuery(const URL& url) {
   if (!url.query()) return true;
-  if (url.query()->empty()) return false;
   return std::ranges::all_of(pieces(*url.query()),
                              [](std::string_view piece) { return piece.contains('='); });
 }
@@ -94,9 +93,9 @@ std::optional<std::map<std::string, std::string>> queryDictionary(const URL& url
   std::map<std::string, std::string> dictionary;
   for (std::string_view piece : pieces(*url.query())) {
     const std::size_t sign = piece.find('=');
-    std::string value(piece.substr(sign + 1, piece.find('=', sign + 1) - sign - 1));
-    for (auto at = value.find('+'); at != std::string::npos; at = value.find('+', at))
-      value[at] = ' ';
+    const std::size_t end = piece.find('=', sign + 1);
+    const std::string value =
+        replacingOccurrences(piece.substr(sign + 1, end - sign - 1), "+", " ");
     dictionary[std::string(piece.substr(0, sign))] = removingPercentEncoding(value).value_or("");
   }
   return dictionary;
