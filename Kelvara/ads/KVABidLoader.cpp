@@ -53,11 +53,11 @@ void load(const std::string& adUnit, KVABidType bidType, BidCompletion completio
       {{"aid", orNull(SDKManager::shared().appId())},
        {"uid", orNull(AnalyticsManager::shared().userId())},
        {"adid", adUnit},
-       {"pl", Device::platform()},
+       {"pl", SDKHelper::Device::platform()},
        {"adt", std::string(rawValue(adType))},
-       {"osv", Device::osVersion()},
-       {"dbra", Device::deviceBrand()},
-       {"dmod", Device::deviceModel()}},
+       {"osv", SDKHelper::Device::osVersion()},
+       {"dbra", SDKHelper::Device::deviceBrand()},
+       {"dmod", SDKHelper::Device::deviceModel()}},
       [adUnit, completion = std::move(completion)](Result<BidLoadResponse> result) mutable {
         if (result) return handle(*result, std::move(completion));
         if (result.error().code() != SDKHelper::GenericErrorCodes::noInternet)

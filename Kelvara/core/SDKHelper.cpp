@@ -6,7 +6,6 @@
 #include <utility>
 
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/SDKManager.h>
 #include <Kelvara/platform/Text.h>
 
 namespace kva {
@@ -50,11 +49,6 @@ std::string SDKHelper::App::appVersion() {
 }
 
 std::string SDKHelper::App::bundleId() { return mainBundle().bundleIdentifier().value_or(""); }
-
-bool SDKHelper::Settings::isSoundMuted() {
-  const auto application = SDKManager::shared().application();
-  return application && application->setting.isSoundMuted;
-}
 
 std::optional<std::string> SDKHelper::MRAID::mraidJS() {
   return Runtime::current().get<MRAIDScript>().text;

@@ -7,13 +7,13 @@
 
 #include <Kelvara/Error.h>
 #include <Kelvara/KVAErrorCodes.h>
-#include <Kelvara/user/Device.h>
 
 namespace kva {
 
 /// Small facts and constants that many parts of the SDK share.
 struct SDKHelper {
-  using Device = kva::Device;
+  struct Device;    // <Kelvara/user/Device.h>
+  struct Settings;  // <Kelvara/core/Settings.h>
 
   /// The keys of everything that the SDK keeps in the host's user defaults. Stored data is looked
   /// up under these exact texts, "Refferal" included.
@@ -38,11 +38,6 @@ struct SDKHelper {
   struct App {
     static std::string appVersion();  ///< "" when unknown
     static std::string bundleId();    ///< "" when unknown
-  };
-
-  struct Settings {
-    /// The application record's initial sound state; false (sound on) while there is none.
-    static bool isSoundMuted();
   };
 
   struct MRAID {

@@ -13,6 +13,7 @@
 #include <Kelvara/reporting/ReportManager.h>
 #include <Kelvara/user/AdminManager.h>
 #include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/Device.h>
 #include <Kelvara/user/ReferralTracking.h>
 
 namespace kva {

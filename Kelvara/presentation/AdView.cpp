@@ -5,7 +5,7 @@
 
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/core/Settings.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 
 namespace kva {

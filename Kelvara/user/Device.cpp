@@ -35,19 +35,24 @@ const char* generation(RadioAccessTechnology technology) {
 
 }  // namespace
 
-std::string Device::platform() { return "ios"; }  // the server knows the SDK by this name alone
-std::string Device::osVersion() { return ports().device->systemVersion(); }
-std::string Device::deviceBrand() { return "apple"; }  // goes with the platform
-std::string Device::deviceModel() { return DeviceModel::modelName(); }
+// The server knows the SDK by this platform and brand alone.
+std::string SDKHelper::Device::platform() { return "ios"; }
+std::string SDKHelper::Device::deviceBrand() { return "apple"; }
+std::string SDKHelper::Device::osVersion() { return ports().device->systemVersion(); }
+std::string SDKHelper::Device::deviceModel() { return DeviceModel::modelName(); }
 
-std::string Device::connectionType() {
+std::string SDKHelper::Device::connectionType() {
   return generation(
       ports().telephony->currentRadioAccessTechnology().value_or(RadioAccessTechnology::other));
 }
 
-std::string Device::carrierName() { return ports().telephony->carrierName().value_or(""); }
-std::string Device::country() { return ports().locale->countryCode().value_or(""); }
-std::string Device::language() { return ports().locale->languageCode().value_or(""); }
-std::string Device::timezone() { return ports().locale->timeZoneAbbreviation().value_or(""); }
+std::string SDKHelper::Device::carrierName() {
+  return ports().telephony->carrierName().value_or("");
+}
+std::string SDKHelper::Device::country() { return ports().locale->countryCode().value_or(""); }
+std::string SDKHelper::Device::language() { return ports().locale->languageCode().value_or(""); }
+std::string SDKHelper::Device::timezone() {
+  return ports().locale->timeZoneAbbreviation().value_or("");
+}
 
 }  // namespace kva

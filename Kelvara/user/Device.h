@@ -2,11 +2,13 @@
 
 #include <string>
 
+#include <Kelvara/core/SDKHelper.h>
+
 namespace kva {
 
 /// Facts of the device as the server wants them, asked afresh on every call. Any thread. What the
 /// platform cannot tell is "".
-struct Device {
+struct SDKHelper::Device {
   static std::string platform();
   static std::string osVersion();
   static std::string deviceBrand();

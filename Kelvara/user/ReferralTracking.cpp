@@ -8,6 +8,7 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
+#include <Kelvara/user/Device.h>
 #include <Kelvara/user/PrivacyManager.h>
 #include <nlohmann/json.hpp>
 

@@ -4,6 +4,7 @@
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/core/Log.h>
+#include <Kelvara/user/Device.h>
 #include <ads/AdsTest.h>
 
 namespace kva {
@@ -92,14 +93,15 @@ TEST_F(BidLoader, AsksWithEightEntries) {
                                    std::pair(KVABidType::rewarded, "rewarded")}) {
     load(kAdUnit, type);
     h.time.run();
-    EXPECT_EQ(h.server.lastRequest("/bid/init").json(), Json({{"aid", kAppId},
-                                                              {"uid", "user-1"},
-                                                              {"adid", kAdUnit},
-                                                              {"pl", Device::platform()},
-                                                              {"adt", name},
-                                                              {"osv", h.device.systemVersion()},
-                                                              {"dbra", Device::deviceBrand()},
-                                                              {"dmod", Device::deviceModel()}}));
+    EXPECT_EQ(h.server.lastRequest("/bid/init").json(),
+              Json({{"aid", kAppId},
+                    {"uid", "user-1"},
+                    {"adid", kAdUnit},
+                    {"pl", SDKHelper::Device::platform()},
+                    {"adt", name},
+                    {"osv", h.device.systemVersion()},
+                    {"dbra", SDKHelper::Device::deviceBrand()},
+                    {"dmod", SDKHelper::Device::deviceModel()}}));
   }
 }
 

@@ -10,6 +10,7 @@
 namespace kva {
 namespace {
 
+using Device = SDKHelper::Device;
 using Technology = Telephony::RadioAccessTechnology;
 
 TEST(DeviceModel, NamesTheHardware) {
