@@ -12,7 +12,8 @@ class FullscreenAd;
 class ViewController;
 
 /// What the full-screen ads have in common. Each load and each show is answered by one call of the
-/// delegate. An ad object can be loaded again, with a new bid, once its ad has been dismissed.
+/// delegate; a load that another overtakes may go without. An ad object can be loaded again, with a
+/// new bid, once its ad has been dismissed.
 class KVA_EXPORT KVAAd {
  public:
   virtual ~KVAAd();

@@ -391,7 +391,8 @@
     getExpandProperties() {
       return {...screenSize, ...expandSize, useCustomClose: false, isModal: true};
     },
-    setExpandProperties({width, height} = {}) {
+    setExpandProperties(properties) {
+      const {width, height} = properties || {};
       expandSize = {width: width || screenSize.width, height: height || screenSize.height};
     },
     useCustomClose() {},

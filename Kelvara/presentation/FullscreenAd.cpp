@@ -18,8 +18,6 @@ FullscreenAd::~FullscreenAd() {
     mainQueue_->async([controller = std::move(controller)] {});
 }
 
-void FullscreenAd::setListener(Listener listener) { listener_.set(std::move(listener)); }
-
 void FullscreenAd::tell(AdEvent event, const std::optional<Error>& error) {
   if (const auto listener = listener_.get()) listener(event, error);
 }

@@ -32,15 +32,22 @@ class FullscreenAd : public AdLoaderDelegate,
                      public FullscreenAdVCDelegate,
                      public std::enable_shared_from_this<FullscreenAd> {
  public:
-  /// Called on the thread on which the event happens; the error only with the two failures.
-  using Listener = std::function<void(AdEvent, const std::optional<Error>&)>;
-
   explicit FullscreenAd(AdType adType);
   ~FullscreenAd() override;
 
-  void setListener(Listener listener);
-  /// Begins anew whatever has been before. Two loads at once have two outcomes; only the later
-  /// one's ad can be shown.
+  /// From now on `delegate` is told of the host's `ad`, by `tell`, for as long as both live: on the
+  /// thread on which the event happens, and with an error for the two failures only.
+  template <class Delegate, class HostsAd>
+  void setDelegate(std::weak_ptr<Delegate> delegate, std::weak_ptr<HostsAd> ad,
+                   void (*tell)(Delegate&, HostsAd&, AdEvent, const std::optional<Error>&)) {
+    listener_.set([=](AdEvent event, const std::optional<Error>& error) {
+      const auto listening = delegate.lock();
+      const auto told = ad.lock();
+      if (listening && told) tell(*listening, *told, event, error);
+    });
+  }
+  /// Begins anew whatever has been before. A creative that is still being prepared when the ad of
+  /// a later load arrives gives way to it unheard.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
   void showAdFrom(ViewController& host);
   bool isLoaded() const;
@@ -56,6 +63,7 @@ class FullscreenAd : public AdLoaderDelegate,
   void fullscreenAdDismissed(FullscreenAdVC&) override;
 
  private:
+  using Listener = std::function<void(AdEvent, const std::optional<Error>&)>;
   enum class AdStatus {
     idle,     ///< new, or the last one failed or was dismissed
     loading,  ///< also after the loader has failed, until the next load

@@ -38,12 +38,7 @@ KVARewarded::KVARewarded() : KVAAd(std::make_shared<FullscreenAd>(AdType::reward
 KVARewarded::~KVARewarded() = default;
 
 void KVARewarded::setDelegate(std::weak_ptr<KVARewardedDelegate> delegate) {
-  fullscreenAd().setListener([weakAd = weak_from_this(), weakDelegate = std::move(delegate)](
-                                 AdEvent event, const std::optional<Error>& error) {
-    const auto ad = weakAd.lock();
-    const auto listening = weakDelegate.lock();
-    if (ad && listening) tell(*listening, *ad, event, error);
-  });
+  fullscreenAd().setDelegate(std::move(delegate), weak_from_this(), tell);
 }
 
 }  // namespace kva
