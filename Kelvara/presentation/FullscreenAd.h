@@ -35,15 +35,15 @@ class FullscreenAd : public AdLoaderDelegate,
   explicit FullscreenAd(AdType adType);
   ~FullscreenAd() override;
 
-  /// From now on `delegate` is told of the host's `ad`, by `tell`, for as long as both live: on the
-  /// thread on which the event happens, and with an error for the two failures only.
+  /// From now on `delegate` is told of the host's `ad`, by `passOn`, for as long as both live: on
+  /// the thread on which the event happens, and with an error for the two failures only.
   template <class Delegate, class HostsAd>
   void setDelegate(std::weak_ptr<Delegate> delegate, std::weak_ptr<HostsAd> ad,
-                   void (*tell)(Delegate&, HostsAd&, AdEvent, const std::optional<Error>&)) {
+                   void (*passOn)(Delegate&, HostsAd&, AdEvent, const std::optional<Error>&)) {
     listener_.set([=](AdEvent event, const std::optional<Error>& error) {
       const auto listening = delegate.lock();
       const auto told = ad.lock();
-      if (listening && told) tell(*listening, *told, event, error);
+      if (listening && told) passOn(*listening, *told, event, error);
     });
   }
   /// Begins anew whatever has been before. A creative that is still being prepared when the ad of
