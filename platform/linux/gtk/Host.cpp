@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <unistd.h>
-
 #include <optional>
 #include <utility>
 
