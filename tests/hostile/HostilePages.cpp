@@ -37,31 +37,7 @@ WebKitWebView* lastPageIn(GtkWidget* widget) {
   return nullptr;
 }
 
-std::string field(const std::string& process, const std::string& name) {
-  std::ifstream status("/proc/" + process + "/status");
-  for (std::string line; std::getline(status, line);)
-    if (line.starts_with(name + ":\t")) return line.substr(name.size() + 2);
-  return {};
-}
-
-bool isOurs(std::string process) {
-  while (!process.empty() && process != "0" && process != std::to_string(getpid()))
-    process = field(process, "PPid");
-  return process == std::to_string(getpid());
-}
-
 }  // namespace
-
-std::vector<pid_t> pageProcesses() {
-  std::vector<pid_t> found;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    const auto process = entry.path().filename().string();
-    if (field(process, "Name") == "WebKitWebProces" && !field(process, "State").starts_with("Z") &&
-        isOurs(process))
-      found.push_back(std::stoi(process));
-  }
-  return found;
-}
 
 Pulse::Pulse() : last_(g_get_monotonic_time()) {
   source_ = g_timeout_add_full(
@@ -125,7 +101,7 @@ std::shared_ptr<KVAInterstital> HostilePages::beginLoading(const std::string& pa
   server.setScenario(
       "/bid/load",
       {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea", .value = creative.dump()});
-  lastBid = bid(sandbox::kInterstitialAdUnit, KVABidType::interstitial);
+  bid(KVABidType::interstitial);
   auto ad = KVAInterstital::create();
   ad->setDelegate(recorder);
   ad->loadAd(lastBid, lastBid->price());

@@ -72,7 +72,4 @@ class HostilePages : public ShowTest {
   test::LoopbackSocket silent_, refused_;
 };
 
-/// The page processes below this process, in whatever sandboxes.
-std::vector<pid_t> pageProcesses();
-
 }  // namespace kva::show

@@ -1,8 +1,9 @@
 #include "show/ShowTest.h"
 
 #include <algorithm>
-#include <chrono>
+#include <fstream>
 #include <optional>
+#include <stdexcept>
 
 #include <Kelvara/Kelvara.h>
 #include <stage/RealInput.h>
@@ -13,11 +14,47 @@ namespace {
 // Controls are boxes of 60 by 60 in their corners.
 constexpr double kControlCentre = 30;
 
+/// Given what hands an answer over from any thread, `ask` has it do so; waits for that.
+template <class T>
+T answerTo(const std::function<void(std::function<void(T)> answer)>& ask) {
+  auto promise = std::make_shared<std::promise<T>>();
+  auto future = promise->get_future();
+  ask([promise](T value) { promise->set_value(std::move(value)); });
+  using std::chrono_literals::operator""s;
+  if (!spinUntil([&] { return future.wait_for(0s) == std::future_status::ready; }))
+    throw std::runtime_error("no answer");
+  return future.get();
+}
+
+std::string field(const std::string& process, const std::string& name) {
+  std::ifstream status("/proc/" + process + "/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with(name + ":\t")) return line.substr(name.size() + 2);
+  return {};
+}
+
+bool isOurs(std::string process) {
+  while (!process.empty() && process != "0" && process != std::to_string(getpid()))
+    process = field(process, "PPid");
+  return process == std::to_string(getpid());
+}
+
 }  // namespace
 
-void Recorder::add(std::string event) {
+std::vector<pid_t> pageProcesses() {
+  std::vector<pid_t> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const auto process = entry.path().filename().string();
+    if (field(process, "Name") == "WebKitWebProces" && !field(process, "State").starts_with("Z") &&
+        isOurs(process))
+      found.push_back(std::stoi(process));
+  }
+  return found;
+}
+
+void Recorder::add(const std::string& event) {
   std::scoped_lock lock(mutex_);
-  events_.push_back(std::move(event));
+  events_.push_back(event);
 }
 
 std::vector<std::string> Recorder::events() const {
@@ -26,18 +63,17 @@ std::vector<std::string> Recorder::events() const {
 }
 
 int Recorder::count(const std::string& event) const {
-  std::scoped_lock lock(mutex_);
-  return static_cast<int>(std::ranges::count(events_, event));
+  return static_cast<int>(std::ranges::count(events(), event));
 }
 
 void ShowTest::SetUp() {
   ASSERT_TRUE(server.start());
+  std::filesystem::create_directory_symlink(KELVARA_RESOURCES,
+                                            folder.path / "KelvaraResources.bundle");
   gtk::HostOptions options;
   options.bundleId = "org.kelvara.show";
   options.appVersion = "1.0";
   options.mainBundle = folder.path;
-  std::filesystem::create_directory_symlink(KELVARA_RESOURCES,
-                                            folder.path / "KelvaraResources.bundle");
   options.userDefaults = folder.path / "defaults" / "defaults.sqlite";
   options.productionAPIBase = options.sandboxAPIBase = server.baseURL();
   options.networkPolicy = gtk::NetworkPolicy::assumeReachable;
@@ -57,34 +93,37 @@ void ShowTest::TearDown() {
 }
 
 void ShowTest::start() {
-  std::optional<std::optional<Error>> outcome;
-  std::mutex mutex;
-  Kelvara::start(std::string(sandbox::kApplicationId), [&](std::optional<Error> error) {
-    std::scoped_lock lock(mutex);
-    outcome = error;
-  });
-  ASSERT_TRUE(spinUntil([&] {
-    std::scoped_lock lock(mutex);
-    return outcome.has_value();
-  }));
-  ASSERT_FALSE(*outcome) << (*outcome)->localizedDescription();
+  ASSERT_FALSE(answerTo<std::optional<Error>>(
+      [](auto answer) { Kelvara::start(std::string(sandbox::kApplicationId), answer); }));
 }
 
-std::shared_ptr<KVABidResponse> ShowTest::bid(std::string_view adUnit, KVABidType kind) {
-  std::shared_ptr<KVABidResponse> won;
-  bool answered = false;
-  std::mutex mutex;
-  KVABidLoader::loadBid(std::string(adUnit), kind, [&](auto response, auto error) {
-    EXPECT_FALSE(error) << error->localizedDescription();
-    std::scoped_lock lock(mutex);
-    won = response;
-    answered = true;
+std::shared_ptr<KVAAd> ShowTest::makeAd(KVABidType kind) {
+  const auto listening = [&](auto ad) {
+    ad->setDelegate(recorder);
+    return ad;
+  };
+  if (kind == KVABidType::rewarded) return listening(KVARewarded::create());
+  return listening(KVAInterstital::create());
+}
+
+std::shared_ptr<KVABidResponse> ShowTest::bid(KVABidType kind, std::string_view adUnit) {
+  if (adUnit.empty())
+    adUnit = kind == KVABidType::rewarded ? sandbox::kRewardedAdUnit : sandbox::kInterstitialAdUnit;
+  lastBid = answerTo<std::shared_ptr<KVABidResponse>>([&](auto answer) {
+    KVABidLoader::loadBid(std::string(adUnit), kind,
+                          [answer](auto response, auto) { answer(response); });
   });
-  EXPECT_TRUE(spinUntil([&] {
-    std::scoped_lock lock(mutex);
-    return answered;
-  }));
-  return won;
+  if (!lastBid) throw std::runtime_error("the bid was refused");
+  return lastBid;
+}
+
+std::shared_ptr<KVAAd> ShowTest::loaded(KVABidType kind, std::string_view adUnit) {
+  auto ad = makeAd(kind);
+  const int before = recorder->count("didReceive");
+  const auto won = bid(kind, adUnit);
+  ad->loadAd(won, won->price());
+  EXPECT_TRUE(heard("didReceive", before + 1));
+  return ad;
 }
 
 void ShowTest::show(KVAAd& ad) {
@@ -104,8 +143,6 @@ void ShowTest::clickPage() {
                gtk_widget_get_height(GTK_WIDGET(window)) * 0.5);
 }
 
-void ShowTest::pressEscape() { stage::typeKey(window, GDK_KEY_Escape); }
-
 sandbox::ReportRecord ShowTest::reportWhen(
     std::function<bool(const sandbox::ReportRecord&)> enough) {
   sandbox::ReportRecord last;
@@ -118,26 +155,6 @@ sandbox::ReportRecord ShowTest::reportWhen(
       },
       20));
   return last;
-}
-
-bool ShowTest::spinUntil(const std::function<bool()>& done, int seconds) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  // Wakes the loop often enough to look at what other threads have brought about.
-  const guint wake = g_timeout_add(
-      10, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-  bool isDone = done();
-  while (!isDone && std::chrono::steady_clock::now() < limit) {
-    g_main_context_iteration(nullptr, TRUE);
-    isDone = done();
-  }
-  g_source_remove(wake);
-  return isDone;
-}
-
-void ShowTest::spinFor(double seconds) {
-  const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  spinUntil([&] { return std::chrono::steady_clock::now() >= until; },
-            static_cast<int>(seconds) + 10);
 }
 
 }  // namespace kva::show

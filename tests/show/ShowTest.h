@@ -4,6 +4,7 @@
 #include <gtk/gtk.h>
 
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,40 +17,48 @@
 #include <sandbox/Catalogue.h>
 #include <sandbox/Server.h>
 
+#include "gtk/MainLoop.h"
 #include "platform/linux_support.h"
 
 namespace kva::show {
 
+using test::spinFor;
+using test::spinUntil;
+
 /// Hears everything that a host can hear, as texts such as "didReceive" and "didFailToPresent 0".
 class Recorder : public KVAInterstitialDelegate, public KVARewardedDelegate {
  public:
-  void add(std::string event);
   std::vector<std::string> events() const;
   int count(const std::string& event) const;
 
   void interstitialDidReceive(KVAInterstital&) override { add("didReceive"); }
   void interstitialDidFailToReceive(KVAInterstital&, const Error& error) override {
-    add("didFailToReceive " + std::to_string(error.code()));
+    add("didFailToReceive", error);
   }
   void interstitialDidPresent(KVAInterstital&) override { add("didPresent"); }
   void interstitialDidFailToPresent(KVAInterstital&, const Error& error) override {
-    add("didFailToPresent " + std::to_string(error.code()));
+    add("didFailToPresent", error);
   }
   void interstitialDidClick(KVAInterstital&) override { add("didClick"); }
   void interstitialDidDismiss(KVAInterstital&) override { add("didDismiss"); }
   void rewardedDidReceive(KVARewarded&) override { add("didReceive"); }
   void rewardedDidFailToReceive(KVARewarded&, const Error& error) override {
-    add("didFailToReceive " + std::to_string(error.code()));
+    add("didFailToReceive", error);
   }
   void rewardedDidPresent(KVARewarded&) override { add("didPresent"); }
   void rewardedDidFailToPresent(KVARewarded&, const Error& error) override {
-    add("didFailToPresent " + std::to_string(error.code()));
+    add("didFailToPresent", error);
   }
   void rewardedDidClick(KVARewarded&) override { add("didClick"); }
   void rewardedDidDismiss(KVARewarded&) override { add("didDismiss"); }
   void rewardedDidComplete(KVARewarded&) override { add("didComplete"); }
 
  private:
+  void add(const std::string& event);
+  void add(const std::string& event, const Error& error) {
+    add(event + " " + std::to_string(error.code()));
+  }
+
   mutable std::mutex mutex_;
   std::vector<std::string> events_;
 };
@@ -62,33 +71,22 @@ class ShowTest : public testing::Test {
 
   /// Starts the SDK; fails the test when it cannot.
   void start();
-  std::shared_ptr<KVABidResponse> bid(std::string_view adUnit, KVABidType kind);
+  std::shared_ptr<KVAAd> makeAd(KVABidType kind);
+  /// Without `adUnit`, that of the catalogue for the kind.
+  std::shared_ptr<KVABidResponse> bid(KVABidType kind, std::string_view adUnit = {});
   /// Bids, loads and waits until the ad is ready.
-  template <class AdObject>
-  std::shared_ptr<AdObject> loaded(std::string_view adUnit, KVABidType kind) {
-    auto ad = AdObject::create();
-    ad->setDelegate(recorder);
-    lastBid = bid(adUnit, kind);
-    if (!lastBid) return ad;
-    const int before = recorder->count("didReceive");
-    ad->loadAd(lastBid, lastBid->price());
-    EXPECT_TRUE(spinUntil([&] { return recorder->count("didReceive") > before; }));
-    return ad;
-  }
+  std::shared_ptr<KVAAd> loaded(KVABidType kind, std::string_view adUnit = {});
   /// Shows it and waits until it covers the window.
   void show(KVAAd& ad);
-  /// Clicks where the close or skip control stands.
+  /// Clicks where the close or skip control stands, where sound stands, and amid the page.
   void clickTopTrailing();
   void clickTopLeading();
   void clickPage();
-  void pressEscape();
   bool heard(const std::string& event, int times = 1, int seconds = 10) {
     return spinUntil([&] { return recorder->count(event) >= times; }, seconds);
   }
   /// The merged report of the last bid, once `enough` holds for it.
   sandbox::ReportRecord reportWhen(std::function<bool(const sandbox::ReportRecord&)> enough);
-  static bool spinUntil(const std::function<bool()>& done, int seconds = 10);
-  static void spinFor(double seconds);
 
   test::TemporaryFolder folder;
   sandbox::Server server;
@@ -99,5 +97,8 @@ class ShowTest : public testing::Test {
   std::shared_ptr<KVABidResponse> lastBid;
   std::vector<std::string> opened;
 };
+
+/// The page processes below this process, in whatever sandboxes.
+std::vector<pid_t> pageProcesses();
 
 }  // namespace kva::show

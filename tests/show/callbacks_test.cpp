@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include <gmock/gmock.h>
+#include <stage/RealInput.h>
 #include <nlohmann/json.hpp>
 
 #include "show/ShowTest.h"
@@ -9,13 +10,12 @@ namespace kva::show {
 namespace {
 
 using sandbox::Behaviour;
-using sandbox::kInterstitialAdUnit;
-using sandbox::kRewardedAdUnit;
 using testing::ElementsAre;
+using enum KVABidType;
 
 TEST_F(ShowTest, InterstitialIsShownTappedAndClosed) {
   start();
-  auto ad = loaded<KVAInterstital>(kInterstitialAdUnit, KVABidType::interstitial);
+  auto ad = loaded(interstitial);
   EXPECT_TRUE(ad->isLoaded());
   show(*ad);
   EXPECT_FALSE(ad->isLoaded());
@@ -25,13 +25,14 @@ TEST_F(ShowTest, InterstitialIsShownTappedAndClosed) {
   clickPage();
   // The countdown of three seconds has not passed: nothing is there to close with.
   clickTopTrailing();
+  stage::typeKey(window, GDK_KEY_Escape);
   spinFor(0.5);
   EXPECT_THAT(recorder->events(), ElementsAre("didReceive", "didPresent", "didClick"));
-  EXPECT_GE(opened.size(), 1u);
-  EXPECT_EQ(opened[0], sandbox::findAdUnit(kInterstitialAdUnit)->creative->clickUrl);
+  ASSERT_GE(opened.size(), 1u);
+  EXPECT_EQ(opened[0], sandbox::findAdUnit(sandbox::kInterstitialAdUnit)->creative->clickUrl);
 
   spinFor(3);
-  clickTopTrailing();
+  stage::typeKey(window, GDK_KEY_Escape);
   ASSERT_TRUE(heard("didDismiss"));
   EXPECT_THAT(recorder->events(),
               ElementsAre("didReceive", "didPresent", "didClick", "didDismiss"));
@@ -45,30 +46,17 @@ TEST_F(ShowTest, InterstitialIsShownTappedAndClosed) {
   EXPECT_EQ(recorder->events().back(), "didFailToPresent 0") << "shown again without a load";
 }
 
-TEST_F(ShowTest, EscapeClosesOnlyWhatCanBeClosed) {
-  server.setScenario("/bid/load",
-                     {.behaviour = Behaviour::replaced, .key = "data.crea.adur", .value = "1"});
-  start();
-  auto ad = loaded<KVAInterstital>(kInterstitialAdUnit, KVABidType::interstitial);
-  show(*ad);
-  pressEscape();
-  spinFor(0.3);
-  EXPECT_EQ(recorder->count("didDismiss"), 0);
-  spinFor(1);
-  pressEscape();
-  EXPECT_TRUE(heard("didDismiss"));
-}
+class EitherKind : public ShowTest, public testing::WithParamInterface<KVABidType> {};
 
-TEST_F(ShowTest, FailuresReachTheHostOnceEach) {
+TEST_P(EitherKind, FailuresReachTheHostOnceEach) {
   start();
-  auto ad = KVAInterstital::create();
-  ad->setDelegate(recorder);
+  auto ad = makeAd(GetParam());
   ad->showAdFrom(viewController);
   EXPECT_THAT(recorder->events(), ElementsAre("didFailToPresent 0"));
 
   server.setScenario("/bid/load",
                      {.behaviour = Behaviour::serverError, .code = 503, .message = "busy"});
-  auto refused = bid(kInterstitialAdUnit, KVABidType::interstitial);
+  auto refused = bid(GetParam());
   ad->loadAd(refused, 1);
   ASSERT_TRUE(heard("didFailToReceive 503"));
   EXPECT_TRUE(ad->isLoading());
@@ -77,15 +65,20 @@ TEST_F(ShowTest, FailuresReachTheHostOnceEach) {
 
   server.clearScenarios();
   server.setScenario("/template", {.behaviour = Behaviour::serverError, .code = 500});
-  ad->loadAd(bid(kInterstitialAdUnit, KVABidType::interstitial), 1);
+  ad->loadAd(bid(GetParam()), 1);
   ASSERT_TRUE(heard("didFailToReceive 11"));
   EXPECT_FALSE(ad->isLoading());
   EXPECT_EQ(recorder->events().size(), 4u);
 }
 
+INSTANTIATE_TEST_SUITE_P(Kinds, EitherKind, testing::Values(interstitial, rewarded),
+                         [](const auto& kind) {
+                           return kind.param == rewarded ? "Rewarded" : "Interstitial";
+                         });
+
 TEST_F(ShowTest, AWindowThatGoesAwayTakesTheAdWithIt) {
   start();
-  auto ad = loaded<KVAInterstital>(kInterstitialAdUnit, KVABidType::interstitial);
+  auto ad = loaded(interstitial);
   show(*ad);
   gtk_window_destroy(window);
   window = nullptr;
@@ -98,22 +91,27 @@ TEST_F(ShowTest, AWindowThatGoesAwayTakesTheAdWithIt) {
 /// One clip per codec: H.264 in MP4, VP8 in WebM.
 class VideoShow : public ShowTest, public testing::WithParamInterface<std::string_view> {};
 
-TEST_P(VideoShow, PlaysToTheEndAndEarnsTheReward) {
+TEST_P(VideoShow, PlaysToTheEndEarnsTheRewardAndIsTapped) {
   start();
-  auto ad = loaded<KVARewarded>(GetParam(), KVABidType::rewarded);
+  auto ad = loaded(rewarded, GetParam());
   show(*ad);
   spinFor(1);
   clickTopLeading();  // sound on
+  clickPage();        // the clip itself leads nowhere
   ASSERT_TRUE(heard("didComplete", 1, 20));
   const auto played = reportWhen([](const auto& r) { return r.quarter == 4; });
   EXPECT_TRUE(played.completed);
-  spinFor(0.5);
+  EXPECT_FALSE(played.clicked);
+
+  clickPage();  // the end card
+  ASSERT_TRUE(heard("didClick"));
+  EXPECT_THAT(opened, ElementsAre(sandbox::findAdUnit(GetParam())->creative->clickUrl));
   clickTopTrailing();
   ASSERT_TRUE(heard("didDismiss"));
   EXPECT_THAT(recorder->events(),
-              ElementsAre("didReceive", "didPresent", "didComplete", "didDismiss"));
+              ElementsAre("didReceive", "didPresent", "didComplete", "didClick", "didDismiss"));
   const auto report = reportWhen([](const auto& r) { return r.dismissed; });
-  EXPECT_TRUE(report.impression && !report.clicked);
+  EXPECT_TRUE(report.impression && report.clicked);
 
   std::vector<std::int64_t> quarters;
   for (const auto& exchange : server.exchanges("/bid/stats")) {

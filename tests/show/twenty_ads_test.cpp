@@ -17,18 +17,6 @@ double residentMemory() {
   return 0;
 }
 
-/// The web content processes under this one, each with its page.
-int webProcesses(const std::string& parent = std::to_string(getpid())) {
-  int found = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    std::ifstream stat(entry.path() / "stat");
-    std::string pid, name, state, itsParent;
-    if (!(stat >> pid >> name >> state >> itsParent) || itsParent != parent) continue;
-    found += (name.starts_with("(WebKitWebProce") && state != "Z") + webProcesses(pid);
-  }
-  return found;
-}
-
 /// The types of a widget and of all below it, as they are nested. Without GTK's tooltip, which it
 /// adds to a window and leaves there once the pointer has rested on it.
 std::string widgets(GtkWidget* widget) {
@@ -47,9 +35,9 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
   start();
   const std::string widgetsBefore = widgets(GTK_WIDGET(window));
   double memoryAfterThird = 0;
-  std::vector<std::weak_ptr<KVAInterstital>> ads;
+  std::vector<std::weak_ptr<KVAAd>> ads;
   for (int shown = 1; shown <= 20; ++shown) {
-    auto ad = loaded<KVAInterstital>(sandbox::kInterstitialAdUnit, KVABidType::interstitial);
+    auto ad = loaded(KVABidType::interstitial);
     show(*ad);
     clickTopTrailing();
     ASSERT_TRUE(heard("didDismiss", shown)) << "ad " << shown;
@@ -61,7 +49,8 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
   for (const auto& ad : ads) EXPECT_TRUE(ad.expired());
   EXPECT_EQ(widgets(GTK_WIDGET(window)), widgetsBefore);
   // Those of closed ads end in their own time; the warm view's stays.
-  EXPECT_TRUE(spinUntil([] { return webProcesses() <= 1; })) << webProcesses() << " pages are left";
+  EXPECT_TRUE(spinUntil([] { return pageProcesses().size() <= 1; }))
+      << pageProcesses().size() << " pages are left";
   const double growth = residentMemory() - memoryAfterThird;
   RecordProperty("growthInMiB", std::to_string(growth));
   EXPECT_LT(growth, 12) << "MiB more than after the third ad";
