@@ -1,48 +1,60 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
+#include <Kelvara/core/StringExtensions.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Pair;
 
-constexpr const char* kAppId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
-constexpr const char* kApplication = R"({"aid":"app","pp":"https://example.org/privacy"})";
+const std::string kAppId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
+const std::string kApplication = R"({"aid":"app","pp":"https://example.org/privacy"})";
 
 class StartTest : public testing::Test {
  protected:
-  /// What each start's completion was given: the error's code, or 0.
-  std::function<void(std::optional<Error>)> record() {
-    return [this](std::optional<Error> error) { outcomes.push_back(error ? error->code() : 0); };
+  /// Starts, and notes what the completion was given: the error's code, or 0.
+  void start(const std::string& appId = kAppId) {
+    Kelvara::start(
+        appId, [this](std::optional<Error> error) { heard.push_back(error ? error->code() : 0); });
+  }
+  void setNetwork(bool isReachable) {
+    h.reachability.setFlags(isReachable ? h.reachability.kReachable : 0);
+    h.time.advance(1);
   }
 
   headless::Headless h;
   Runtime runtime{h.platform()};
-  std::vector<std::int64_t> outcomes;
+  std::vector<std::int64_t> heard;
 };
 
-TEST_F(StartTest, KeepsTheServersRecordAndIsInitialisedBeforeItCompletes) {
-  h.server.reply("/init", headless::envelope(kApplication), 0.2);
-  bool initialisedInCompletion = false;
+TEST_F(StartTest, StartsTheManagersInOrderAndIsInitialisedBeforeItCompletes) {
+  h.defaults.set(SDKHelper::UserDefaultKeys::userId, std::string("user"));
+  h.identifiers.authorize(kAppId);
+  Kelvara::setUserConsent(true);
+  h.server.reply("/init", headless::envelope(R"({"aid":"app","pp":"https://example.org/privacy",
+      "hasc":true,"tids":[{"idfa":")" + md5Value(kAppId) +
+                                             R"(","sandbox":true}]})"));
   Kelvara::start(kAppId, [&](std::optional<Error> error) {
     EXPECT_FALSE(error);
-    initialisedInCompletion = Kelvara::isInitialized();
+    EXPECT_TRUE(Kelvara::isInitialized());
+    heard.push_back(1);
   });
   EXPECT_FALSE(Kelvara::isInitialized());
-  Kelvara::start(kAppId, record());
-  EXPECT_THAT(outcomes, ElementsAre(0));
+  start();
+  EXPECT_THAT(heard, ElementsAre(0)) << "a start that is under way";
   h.time.advance(1);
-  EXPECT_TRUE(initialisedInCompletion);
+  EXPECT_THAT(heard, ElementsAre(0, 1));
   EXPECT_EQ(SDKManager::shared().application()->applicationId, "app");
-  EXPECT_THAT(h.server.requests("/init"), testing::SizeIs(1));
+  std::vector<std::string> sent;
+  for (const auto& request : h.server.requests()) sent.push_back(request.base + request.path);
+  EXPECT_THAT(sent, ElementsAre(h.apiBases.production + "/init", h.apiBases.sandbox + "/update",
+                                h.apiBases.sandbox + "/track"));
   EXPECT_THAT(
       h.server.lastRequest("/init").query,
       ElementsAre(Pair("aid", kAppId), Pair("appv", "3.2.1"), Pair("osv", "6.1.0"),
@@ -53,78 +65,39 @@ TEST_F(StartTest, KeepsTheServersRecordAndIsInitialisedBeforeItCompletes) {
 }
 
 TEST_F(StartTest, RefusesAnInvalidIdAndForgetsIt) {
-  h.reachability.setFlags(0);
-  Kelvara::start("", record());
-  Kelvara::start("not-a-uuid", record());
-  EXPECT_THAT(outcomes, ElementsAre(14, 14));
-  EXPECT_FALSE(SDKManager::shared().appId());
-  h.reachability.setFlags(h.reachability.kReachable);
-  h.time.advance(10);
-  EXPECT_THAT(h.server.requests(), IsEmpty());
+  setNetwork(false);
+  start("not-a-uuid");
+  EXPECT_THAT(heard, ElementsAre(14));
+  setNetwork(true);
+  EXPECT_EQ(h.server.count(""), 0);
 }
 
-TEST_F(StartTest, WaitsForTheNetworkAndThenStartsByItself) {
-  h.server.reply("/init", headless::envelope(kApplication));
-  h.reachability.setFlags(0);
-  Kelvara::start(kAppId, record());
-  EXPECT_THAT(outcomes, ElementsAre(4));
-  EXPECT_EQ(h.output.count("<KVA> [E]: Wait connection for initialization."), 1);
-  h.time.advance(1);
-  h.reachability.setFlags(h.reachability.kReachable);
-  h.time.advance(1);
-  EXPECT_TRUE(Kelvara::isInitialized());
-  EXPECT_THAT(outcomes, ElementsAre(4)) << "the host hears nothing of the retry";
-}
-
-TEST_F(StartTest, TriesAgainAfterAFailureAtEveryChangeOfTheNetwork) {
+TEST_F(StartTest, TriesAgainByItselfAtEveryChangeOfTheNetworkUntilItSucceeds) {
   h.server.reply("/init", headless::errorEnvelope(7, "closed"));
-  Kelvara::start(kAppId, record());
-  h.time.advance(1);
-  EXPECT_THAT(outcomes, ElementsAre(7));
+  setNetwork(false);
+  start();
+  EXPECT_THAT(heard, ElementsAre(4));
+  EXPECT_EQ(h.output.count("<KVA> [E]: Wait connection for initialization."), 1);
+  setNetwork(true);
+  EXPECT_EQ(h.server.count("/init"), 1);
   EXPECT_EQ(h.output.count("<KVA> [E]: Init error: closed"), 1);
-  for (int change = 0; change < 2; ++change) {
-    h.reachability.setFlags(0);
-    h.time.advance(1);
-    h.reachability.setFlags(h.reachability.kReachable);
-    h.time.advance(1);
-  }
-  EXPECT_EQ(h.server.count("/init"), 3);
-  h.server.reply("/init", headless::envelope(kApplication));
-  Kelvara::start(kAppId, record());
+  start();
   h.time.advance(1);
-  EXPECT_THAT(outcomes, ElementsAre(7, 0));
+  h.server.reply("/init", headless::envelope(kApplication));
+  setNetwork(false);
+  setNetwork(true);
+  EXPECT_TRUE(Kelvara::isInitialized());
+  EXPECT_EQ(h.server.count("/init"), 3);
+  EXPECT_THAT(heard, ElementsAre(4, 7)) << "the host hears nothing of what starts by itself";
 }
 
 TEST_F(StartTest, GoesOnWithoutNotificationsWhenReachabilityCannotStart) {
   h.reachability.fail(headless::HeadlessReachability::Operation::setCallback, 5);
   h.server.reply("/init", headless::envelope(kApplication));
-  Kelvara::start(kAppId, record());
+  start();
   h.time.advance(1);
-  EXPECT_THAT(outcomes, ElementsAre(0));
+  EXPECT_THAT(heard, ElementsAre(0));
   EXPECT_EQ(h.output.count("<KVA> [E]: Reachability could not start."), 1);
-}
-
-TEST_F(StartTest, ReportsAnAnswerWithoutARecord) {
-  const std::pair<std::string, const char*> cases[] = {
-      {headless::envelope("null"), "No application."},
-      {headless::envelope(R"({"aid":"a"})"), "Unknown network error."},
-      {R"({"ok":false,"err":null,"data":null,"time":0})", "Unknown parse error."},
-  };
-  for (const auto& [reply, message] : cases) {
-    h.server.reply("/init", reply);
-    std::optional<Error> failure;
-    Kelvara::start(kAppId, [&](std::optional<Error> error) { failure = error; });
-    h.time.advance(1);
-    ASSERT_TRUE(failure) << message;
-    EXPECT_EQ(failure->localizedDescription(), message);
-    EXPECT_EQ(failure->code(), -1);
-  }
-}
-
-TEST_F(StartTest, ReadsTheMraidScriptOnceForTheLifeOfTheProcess) {
-  EXPECT_FALSE(SDKHelper::MRAID::mraidJS());
-  h.mainBundle.embedResources(KELVARA_RESOURCES);
-  EXPECT_FALSE(SDKHelper::MRAID::mraidJS()) << "looked for again";
 }
 
 }  // namespace

@@ -1,0 +1,168 @@
+#include <limits>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/api/Request.h>
+#include <Kelvara/core/Completion.h>
+#include <Kelvara/core/Json.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/core/RequestLogger.h>
+#include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/StringExtensions.h>
+#include <platform/headless/Headless.h>
+
+namespace kva {
+namespace {
+
+using namespace std::string_literals;
+using testing::ElementsAre;
+using testing::Pair;
+
+TEST(Completion, StopsTheProcessWhenItIsCalledTwiceOrDropped) {
+  int calls = 0;
+  Completion<int> once([&](int value) { calls += value; });
+  Completion<int> moved(std::move(once));
+  moved(1);
+  EXPECT_EQ(calls, 1);
+  EXPECT_DEATH(moved(1), "helpers_test.*called twice");
+#ifndef NDEBUG
+  EXPECT_DEATH(Completion<int>([](int) {}), "helpers_test.*dropped");
+#endif
+}
+
+TEST(Runtime, SaysWhatToDoWhenThereIsNone) {
+  EXPECT_DEATH(Kelvara::isInitialized(), "make a kva::gtk::Host");
+}
+
+TEST(Json, IntegersAreWholeNumbersOfSixtyFourBits) {
+  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
+      {"5.0", 5},
+      {"5.5", {}},
+      {"true", {}},
+      {"\"5\"", {}},
+      {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+      {"9223372036854775808", {}},
+      {"-9223372036854775808.0", std::numeric_limits<std::int64_t>::min()},
+      {"9.3e18", {}},
+  };
+  for (const auto& [text, expected] : cases)
+    EXPECT_EQ(readJson<std::int64_t>(*parseJson(text)), expected) << text;
+}
+
+TEST(Unescaped, UndoesEachEscapeInTurnTheBackslashLast) {
+  const std::pair<std::string, std::string> cases[] = {
+      {R"(\n\\\t)", "\n\\\t"},
+      {R"(say \"hi\", it\'s)", "say \"hi\", it's"},
+      {R"(a\0b\rc)", "a\0b\rc"s},
+      // The tab is undone before the doubled backslash that would have protected it.
+      {R"(C:\\temp)", "C:\\\temp"},
+      {R"(\x \)", R"(\x \)"},
+  };
+  for (const auto& [escaped, plain] : cases) EXPECT_EQ(unescaped(escaped), plain) << escaped;
+}
+
+TEST(IsValidUUID, TakesTheHyphenatedFormInEitherCaseOnly) {
+  for (const char* valid :
+       {"E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "e621e1f8-c36c-495a-93fc-0c247a3e6e5f"})
+    EXPECT_TRUE(isValidUUID(valid)) << valid;
+  for (const char* invalid :
+       {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+        "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "E621E1F8-C36C-495A-93FC0-C247A3E6E5F"})
+    EXPECT_FALSE(isValidUUID(invalid)) << invalid;
+}
+
+TEST(MillisecondsSince1970, RoundsHalvesAwayFromZero) {
+  EXPECT_EQ(millisecondsSince1970(1.0005), 1001);
+  EXPECT_EQ(millisecondsSince1970(-1.0005), -1001);
+  EXPECT_EQ(millisecondsSince1970(1700000000.4994), 1700000000499);
+  EXPECT_DEATH(millisecondsSince1970(1e300), "64 bits");
+}
+
+TEST(Md5Value, IsLowerCaseHexadecimal) {
+  EXPECT_EQ(md5Value(""), "d41d8cd98f00b204e9800998ecf8427e");
+  EXPECT_EQ(md5Value("a\0b"s), "70350f6027bce3713f6b76473084309b");
+}
+
+TEST(URL, RefusesWhatNoBrowserWouldTake) {
+  for (const char* invalid : {"", "not a url", "http://[bad/", "http://a/\x01", "h\xc3\xa9"})
+    EXPECT_FALSE(URL::parse(invalid)) << invalid;
+  const auto url = URL::parse("mraid://Open?Url=%41");
+  EXPECT_EQ(url->scheme(), "mraid");
+  EXPECT_EQ(url->host(), "Open");
+  EXPECT_EQ(url->query(), "Url=%41");
+  EXPECT_FALSE(URL::parse("mraid:open")->host());
+}
+
+TEST(QueryDictionary, DecodesValuesAndStopsTheProcessOnWhatTheCheckRefuses) {
+  const auto dictionary = [](const char* url) { return queryDictionary(*URL::parse(url)); };
+  EXPECT_THAT(*dictionary("a://b?a=1&b=x%20y+z"), ElementsAre(Pair("a", "1"), Pair("b", "x y z")));
+  EXPECT_THAT(*dictionary("a://b?n=1=2&%61=%2B&e=%ff&v=&v=2"),
+              ElementsAre(Pair("%61", "+"), Pair("e", ""), Pair("n", "1"), Pair("v", "2")));
+  EXPECT_FALSE(dictionary("a://b"));
+  EXPECT_TRUE(hasWellFormedQuery(*URL::parse("a://b")));
+  for (const char* malformed : {"a://b?", "a://b?x", "a://b?x=1&", "a://b?&x=1", "a://b?x=1&y"}) {
+    EXPECT_FALSE(hasWellFormedQuery(*URL::parse(malformed))) << malformed;
+    EXPECT_DEATH(dictionary(malformed), "without \"=\"") << malformed;
+  }
+}
+
+struct LogTest : testing::Test {
+  headless::Headless h;
+  Runtime runtime{h.platform()};
+};
+
+TEST_F(LogTest, PrintsWhatItsLevelAsksFor) {
+  const std::pair<LogLevel, std::vector<std::string>> cases[] = {
+      {LogLevel::n, {}},
+      {LogLevel::e, {"me [E]: a"}},
+      {LogLevel::i, {"me [E]: a", "me [I]: b"}},
+      {LogLevel::d, {"me [E]: a", "me [I]: b", "me [D]: 7"}},
+  };
+  EXPECT_EQ(Log::shared().logLevel(), LogLevel::i);
+  Log::shared().setLogPrefix("me");
+  for (const auto& [level, expected] : cases) {
+    h.output.clear();
+    Log::shared().setLogLevel(level);
+    Log::e("a");
+    Log::i("b");
+    Log::d(7);
+    EXPECT_EQ(h.output.lines(), expected);
+  }
+}
+
+TEST_F(LogTest, DumpsRequestsAtTheMostDetailedLevelOnly) {
+  Request get("/init", RequestMethod::get);
+  get.parameters = {{"aid", "1"}, {"tver", std::nullopt}};
+  RequestLogger::log(get);
+  EXPECT_TRUE(h.output.lines().empty());
+
+  Log::shared().setLogLevel(LogLevel::d);
+  RequestLogger::log(get);
+  Request post("/track", RequestMethod::post);
+  post.parameters = {{"hidden", "1"}};
+  RequestLogger::log(post);
+  post.body = {{"aid", "abc"}, {"eid", nullptr}, {"n", 3}, {"t", true}};
+  RequestLogger::log(post);
+  EXPECT_THAT(
+      h.output.lines(),
+      ElementsAre("Request: \n[-------------\nhttps://api.test/api/v1/init]\n"
+                  "https://api.test/api/v1/init?aid=1\n[GET]\n------------- \n",
+                  "Request: \n[-------------\nhttps://api.test/api/v1/track]\n[POST]\n"
+                  "------------- \n",
+                  "Request: \n[-------------\nhttps://api.test/api/v1/track]\n[POST]\n"
+                  "[aid: String(abc), eid: nil, n: Int(3), t: Bool(true)]\n------------- \n"));
+}
+
+TEST_F(LogTest, TellsOfTextThatIsNoJsonWhereADictionaryIsWanted) {
+  EXPECT_THAT(*convertToDictionary(R"({"en": "Play"})"), ElementsAre(Pair("en", "Play")));
+  for (const char* otherShape : {R"({"en": 1})", "[]", "5"})
+    EXPECT_FALSE(convertToDictionary(otherShape)) << otherShape;
+  EXPECT_EQ(h.output.lines().size(), 0u);
+  EXPECT_FALSE(convertToDictionary("{"));
+  EXPECT_EQ(h.output.count("<KVA> [E]: convert json to dict: "), 1);
+}
+
+}  // namespace
+}  // namespace kva
