@@ -1,10 +1,10 @@
 #include "sandbox/Scenario.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "sandbox/ReadInteger.h"
 #include "sandbox/ReadJson.h"
 
 namespace kva::sandbox {
@@ -26,13 +26,6 @@ std::optional<Behaviour> behaviourNamed(std::string_view name) {
   auto found = std::ranges::find(kNames, name, &std::pair<std::string_view, Behaviour>::first);
   if (found == std::end(kNames)) return std::nullopt;
   return found->second;
-}
-
-std::optional<std::int64_t> number(std::string_view text) {
-  std::int64_t value = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
 }
 
 /// Takes what stands before the next `mark` off the front of `rest`.
@@ -72,7 +65,7 @@ expected<Scenario, std::string> Scenario::parse(std::string_view text) {
     std::string_view arguments = cut(rest, ',');
     std::string_view word = cut(arguments, ':');
     if (word == "delay" || word == "times") {
-      auto value = number(arguments);
+      auto value = readInteger(arguments);
       if (!value) return unexpected(std::string(word) + ": expected a number");
       if (word == "delay") scenario.delay = std::chrono::milliseconds(*value);
       if (word == "times") scenario.times = value;
@@ -87,7 +80,7 @@ expected<Scenario, std::string> Scenario::parse(std::string_view text) {
     } else if (*behaviour != Behaviour::serverError) {
       scenario.key = arguments;
     } else if (!arguments.empty()) {
-      auto code = number(cut(arguments, ':'));
+      auto code = readInteger(cut(arguments, ':'));
       if (!code) return unexpected("error: expected a code");
       scenario.code = *code;
       if (!arguments.empty()) scenario.message = arguments;

@@ -11,8 +11,9 @@
 
 namespace kva::sandbox {
 
-/// How an endpoint answers. The first four answer in place of the endpoint, which then changes
-/// nothing; with the others the request has been carried out and its answer is what suffers.
+/// How an endpoint answers. No-fill, an error and not-ok are answered in place of the endpoint,
+/// which then changes nothing; with the others the request has been carried out and its answer is
+/// what suffers.
 /// A request that fails its checks is refused as always, then suffers likewise.
 enum class Behaviour {
   normal,

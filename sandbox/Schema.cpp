@@ -1,11 +1,11 @@
 #include "sandbox/Schema.h"
 
 #include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
+#include "sandbox/ReadInteger.h"
 #include "sandbox/ReadJson.h"
 
 namespace kva::sandbox {
@@ -28,7 +28,8 @@ constexpr Field kInit[] = {{"aid", Format::uuid},
                            {"osv"},
                            {"pkg"}};
 
-// The model travels as "dmob" in a user record and as "dmod" elsewhere.
+// The model travels as "dmob" in a user record and as "dmod" elsewhere. A client whose user is gone
+// sends the empty "uid": well formed, and known to nobody.
 constexpr Field kUpdate[] = {{"aid", Format::uuid},
                              {"sdkv", Format::version},
                              {"appv"},
@@ -46,7 +47,7 @@ constexpr Field kUpdate[] = {{"aid", Format::uuid},
                              {"lcl"},
                              {"lng"},
                              {"tzn"},
-                             {"uid", Format::uuid}};
+                             {"uid", Format::uuidOrEmpty}};
 // The same record before there is a "uid" to send.
 constexpr std::span kRegister = std::span(kUpdate).first(std::size(kUpdate) - 1);
 
@@ -69,7 +70,7 @@ constexpr Field kReport[] = {{"bid", Format::uuid},  integer("time", 0),     {"i
                              {"fts", Format::flag},  {"dism", Format::flag}, {"clck", Format::flag},
                              {"comp", Format::flag}, integer("quar", 0)};
 constexpr Field kBidStats[] = {{"aid", Format::uuid},
-                               {"uid", Format::uuid},
+                               {"uid", Format::uuidOrEmpty},
                                {.key = "stats", .format = Format::list, .items = kReport},
                                {"idfa", Format::uuid, Presence::optional}};
 constexpr Field kTrack[] = {{"aid", Format::uuid},
@@ -207,9 +208,7 @@ expected<Json, std::string> queryObject(const Endpoint& endpoint, const RawReque
     object[key] = text;
     auto field = std::ranges::find(endpoint.fields, key, &Field::key);
     if (field == endpoint.fields.end() || field->format != Format::integer) continue;
-    std::int64_t number = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error == std::errc() && end == text.data() + text.size()) object[key] = number;
+    if (auto number = readInteger(text)) object[key] = *number;
   }
   return object;
 }

@@ -1,6 +1,7 @@
 #include "sandbox/Server.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -35,13 +36,14 @@ constexpr const char* kIndex = R"(Kelvara sandbox ad server
   GET  /control/state         users, bids, merged reports, tracked installations
   GET  /control/scenarios     how each endpoint behaves
   POST /control/scenario      {"endpoint": "/bid/init" or "*", "scenario": "error", "code": 503,
-                               "message": "Busy", "key": "data.bid", "delay": 250, "times": 2}
+                               "message": "Busy", "key": "data.bid", "value": 5, "delay": 250,
+                               "times": 2}
   POST /control/clock         {"skew": -3600000}                 milliseconds
   POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
   POST /control/reset         forgets everything above
 
-Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, malformed, truncated, empty,
-http-500, reset, hang.
+Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, replace, malformed, truncated,
+empty, http-500, reset, hang.
 )";
 
 Options completed(Options options) {
@@ -101,11 +103,13 @@ class Server::Impl {
         service(Service(options.database, options.data, options.periods)) {
     skew = options.clockSkew;
     routeApi();
+    routeReadings();
     routeControl();
     routeCreatives();
   }
 
   void routeApi();
+  void routeReadings();
   void routeControl();
   void routeCreatives();
 
@@ -224,7 +228,7 @@ void Server::Impl::control(const httplib::Request& request, httplib::Response& r
                        kJsonType);
 }
 
-void Server::Impl::routeControl() {
+void Server::Impl::routeReadings() {
   using httplib::Request, httplib::Response;
   auto json = [](Response& response, const Json& value) {
     response.set_content(value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n",
@@ -253,7 +257,10 @@ void Server::Impl::routeControl() {
     }
     json(response, map);
   });
+}
 
+void Server::Impl::routeControl() {
+  using httplib::Request, httplib::Response;
   using Done = expected<void, std::string>;
   auto post = [this](const char* path, std::function<Done(const Json&)> act) {
     http.Post(path, [this, act = std::move(act)](const Request& request, Response& response) {

@@ -1,13 +1,12 @@
 #include <signal.h>
 
-#include <charconv>
 #include <cstdio>
 #include <iostream>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "sandbox/ExchangeLog.h"
+#include "sandbox/ReadInteger.h"
 #include "sandbox/Server.h"
 
 namespace {
@@ -40,16 +39,9 @@ struct CommandLine {
   bool quiet = false, help = false;
 };
 
-std::optional<std::int64_t> number(std::string_view text) {
-  std::int64_t value = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
 expected<void, std::string> setOption(Options& options, std::string_view option,
                                       std::string_view value) {
-  auto amount = number(value);
+  auto amount = readInteger(value);
   if (option == "--port" && amount && *amount >= 0 && *amount <= 65535) {
     options.port = static_cast<int>(*amount);
   } else if (option == "--skew" && amount) {
