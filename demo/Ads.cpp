@@ -37,28 +37,34 @@ std::string describe(const kva::Error& error) {
 }
 
 void Ads::start() {
+  interstitial_->setDelegate(weak_from_this());
+  rewarded_->setDelegate(weak_from_this());
   journal_.add(Source::host, "start", std::string(kva::sandbox::kApplicationId));
+  // Weak, because what is under way at the end is answered then, after the ads are gone.
   kva::Kelvara::start(std::string(kva::sandbox::kApplicationId),
-                      [this](std::optional<kva::Error> error) {
-                        if (error) {
-                          failed("startFailed", *error);
-                        } else {
-                          journal_.add(Source::sdk, "started", "SDK " + kva::Kelvara::sdkVersion());
-                        }
+                      [weak = weak_from_this()](std::optional<kva::Error> error) {
+                        const auto self = weak.lock();
+                        if (!self) return;
+                        if (error) return self->failed("startFailed", *error);
+                        self->journal_.add(Source::sdk, "started",
+                                           "SDK " + kva::Kelvara::sdkVersion());
                       });
 }
 
 void Ads::bid(KVABidType kind) {
   journal_.add(Source::host, "loadBid", std::string(name(kind)));
   kva::KVABidLoader::loadBid(
-      adUnit(kind), kind, [this, kind](Bid bid, std::optional<kva::Error> error) {
-        if (error) return failed("noBid", *error);
+      adUnit(kind), kind,
+      [weak = weak_from_this(), kind](Bid bid, std::optional<kva::Error> error) {
+        const auto self = weak.lock();
+        if (!self) return;
+        if (error) return self->failed("noBid", *error);
         {
-          std::scoped_lock lock(mutex_);
-          bids_[index(kind)] = bid;
+          std::scoped_lock lock(self->mutex_);
+          self->bids_[index(kind)] = bid;
         }
-        journal_.add(Source::bid, "bid",
-                     "price " + priceText(bid->price()) + ", plan " + bid->planId());
+        self->journal_.add(Source::bid, "bid",
+                           "price " + priceText(bid->price()) + ", plan " + bid->planId());
       });
 }
 
@@ -66,23 +72,12 @@ void Ads::load(KVABidType kind) {
   const Bid bid = lastBid(kind);
   if (!bid) return journal_.add(Source::host, "nothingToLoad", "bid first");
   journal_.add(Source::host, "loadAd", std::string(name(kind)) + " at " + priceText(bid->price()));
-  if (kind == KVABidType::interstitial) {
-    if (!interstitial_) interstitial_ = kva::KVAInterstital::create();
-    interstitial_->setDelegate(shared_from_this());
-    interstitial_->loadAd(bid, bid->price());
-  } else {
-    if (!rewarded_) rewarded_ = kva::KVARewarded::create();
-    rewarded_->setDelegate(shared_from_this());
-    rewarded_->loadAd(bid, bid->price());
-  }
+  ad(kind).loadAd(bid, bid->price());
 }
 
 void Ads::show(KVABidType kind, std::shared_ptr<kva::ViewController> host) {
-  const std::shared_ptr<kva::KVAAd> ad =
-      kind == KVABidType::interstitial ? std::shared_ptr<kva::KVAAd>(interstitial_) : rewarded_;
-  if (!ad) return journal_.add(Source::host, "nothingToShow", "load first");
   journal_.add(Source::host, "showAd", std::string(name(kind)));
-  ad->showAdFrom(std::move(host));
+  ad(kind).showAdFrom(std::move(host));
 }
 
 void Ads::lose(KVABidType kind) {
@@ -96,6 +91,11 @@ void Ads::lose(KVABidType kind) {
 Ads::Bid Ads::lastBid(KVABidType kind) const {
   std::scoped_lock lock(mutex_);
   return bids_[index(kind)];
+}
+
+kva::KVAAd& Ads::ad(KVABidType kind) const {
+  if (kind == KVABidType::interstitial) return *interstitial_;
+  return *rewarded_;
 }
 
 void Ads::failed(const char* event, const kva::Error& error) {

@@ -18,8 +18,9 @@ class ViewController;
 
 namespace demo {
 
-/// The ads of the demo as a host keeps them: a bid and an ad object for each kind. Every call may
-/// be made from any thread but `show`, which is the main thread's.
+/// The ads of the demo as a host keeps them: a bid and an ad object for each kind. Made once there
+/// is a `Host`, and gone before it. Every call may be made from any thread but `show`, which is the
+/// main thread's.
 class Ads : public kva::KVAInterstitialDelegate,
             public kva::KVARewardedDelegate,
             public std::enable_shared_from_this<Ads> {
@@ -53,14 +54,15 @@ class Ads : public kva::KVAInterstitialDelegate,
   void rewardedDidComplete(kva::KVARewarded&) override;
 
  private:
+  kva::KVAAd& ad(kva::KVABidType kind) const;
   void heard(const char* name) { journal_.add(Source::ad, name); }
   void failed(const char* name, const kva::Error& error);
 
   Journal& journal_;
   mutable std::mutex mutex_;
   std::array<Bid, 2> bids_;  ///< by kind
-  std::shared_ptr<kva::KVAInterstital> interstitial_;
-  std::shared_ptr<kva::KVARewarded> rewarded_;
+  const std::shared_ptr<kva::KVAInterstital> interstitial_ = kva::KVAInterstital::create();
+  const std::shared_ptr<kva::KVARewarded> rewarded_ = kva::KVARewarded::create();
 };
 
 /// "2.50", whatever the user's locale.

@@ -87,6 +87,10 @@ Window::Window(GtkApplication* application, Actions actions) : actions_(std::mov
   g_object_unref(style);
 
   window_ = GTK_WINDOW(gtk_application_window_new(application));
+  g_signal_connect(window_, "destroy", G_CALLBACK(+[](GtkWindow*, gpointer self) {
+                     static_cast<Window*>(self)->window_ = nullptr;
+                   }),
+                   this);
   gtk_window_set_title(window_, "Kelvara demo");
   gtk_window_set_default_size(window_, 1100, 760);
   gtk_widget_add_css_class(GTK_WIDGET(window_), "demo");
@@ -108,12 +112,16 @@ Window::Window(GtkApplication* application, Actions actions) : actions_(std::mov
                        fill(gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0), makeSidebar(), main));
 }
 
+Window::~Window() {
+  if (window_) gtk_window_destroy(window_);
+}
+
 GtkWidget* Window::makeSidebar() {
   GtkWidget* privacy = fill(
-      column(10), makeSwitch("Consent", "the identifier may leave", std::move(actions_.setConsent)),
-      makeSwitch("GDPR", "the user is subject to it", std::move(actions_.setGDPR)),
-      makeSwitch("CCPA", "the user is subject to it", std::move(actions_.setCCPA)),
-      makeSwitch("Mute", "ads start silent from the next launch", std::move(actions_.setMuted)));
+      column(10), makeSwitch("Consent", "the identifier may leave", std::move(actions_.consent)),
+      makeSwitch("GDPR", "the user is subject to it", std::move(actions_.gdpr)),
+      makeSwitch("CCPA", "the user is subject to it", std::move(actions_.ccpa)),
+      makeSwitch("Mute", "ads start silent from the next launch", std::move(actions_.muted)));
   gtk_widget_add_css_class(privacy, "panel");
 
   GtkWidget* sidebar = fill(
@@ -151,18 +159,18 @@ GtkWidget* Window::makeKind(const char* title, const char* description, KVABidTy
   return panel;
 }
 
-GtkWidget* Window::makeSwitch(const char* title, const char* description,
-                              std::function<void(bool)> toggled) {
-  GtkWidget* toggle = gtk_switch_new();
-  gtk_widget_set_valign(toggle, GTK_ALIGN_CENTER);
-  connect(toggle, "state-set", G_CALLBACK(+[](GtkSwitch*, gboolean state, gpointer function) {
+GtkWidget* Window::makeSwitch(const char* title, const char* description, Toggle toggle) {
+  GtkWidget* made = gtk_switch_new();
+  gtk_switch_set_active(GTK_SWITCH(made), toggle.isOn);
+  gtk_widget_set_valign(made, GTK_ALIGN_CENTER);
+  connect(made, "state-set", G_CALLBACK(+[](GtkSwitch*, gboolean state, gpointer function) {
             (*static_cast<std::function<void(bool)>*>(function))(state != FALSE);
             return FALSE;
           }),
-          std::move(toggled));
+          std::move(toggle.set));
   GtkWidget* texts = fill(column(0), label(title, "title"), label(description, "note"));
   gtk_widget_set_hexpand(texts, TRUE);
-  return fill(gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8), texts, toggle);
+  return fill(gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8), texts, made);
 }
 
 GtkWidget* Window::makeScenarios() {
@@ -183,6 +191,7 @@ GtkWidget* Window::makeScenarios() {
 }
 
 void Window::add(const Event& event) {
+  if (!window_) return;
   const std::string milliseconds = std::to_string(static_cast<long>(event.milliseconds)) + " ms";
   const std::string source(name(event.source));
   GtkWidget* time = label(milliseconds.c_str(), "time");
@@ -198,6 +207,7 @@ void Window::add(const Event& event) {
 }
 
 void Window::showBid(KVABidType kind, const kva::KVABidResponse& bid) {
+  if (!window_) return;
   gtk_widget_remove_css_class(bidCard_, "none");
   gtk_label_set_text(
       kind_, kind == KVABidType::interstitial ? "LAST BID · INTERSTITIAL" : "LAST BID · REWARDED");

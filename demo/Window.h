@@ -11,10 +11,16 @@
 
 namespace demo {
 
+/// A switch as it stands at first, and what it does.
+struct Toggle {
+  std::function<void(bool)> set;
+  bool isOn = false;
+};
+
 /// What the window's controls do; each is called on the main thread.
 struct Actions {
   std::function<void(kva::KVABidType)> bid, load, show, lose;
-  std::function<void(bool)> setConsent, setGDPR, setCCPA, setMuted;
+  Toggle consent, gdpr, ccpa, muted;
   std::function<void(const std::string&)> setScenario;
 };
 
@@ -22,8 +28,13 @@ struct Actions {
 class Window {
  public:
   Window(GtkApplication* application, Actions actions);
+  /// Closes the window.
+  ~Window();
+  Window(const Window&) = delete;
+  Window& operator=(const Window&) = delete;
 
-  GtkWindow* window() const { return window_; }
+  GtkWindow* window() const { return window_; }  ///< null once the user has closed it
+  /// These do nothing any more then.
   void add(const Event& event);
   void showBid(kva::KVABidType kind, const kva::KVABidResponse& bid);
 
@@ -31,8 +42,7 @@ class Window {
   GtkWidget* makeSidebar();
   GtkWidget* makeBidCard();
   GtkWidget* makeKind(const char* title, const char* description, kva::KVABidType kind);
-  GtkWidget* makeSwitch(const char* title, const char* description,
-                        std::function<void(bool)> toggled);
+  GtkWidget* makeSwitch(const char* title, const char* description, Toggle toggle);
   GtkWidget* makeScenarios();
 
   Actions actions_;

@@ -3,8 +3,10 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -74,6 +76,12 @@ class Demo {
         viewController_(host_.viewController(window_.window())) {
     journal_.onEvent([this](const Event& event) { showOnMain(event); });
     gtk_window_present(window_.window());
+    if (line.interactive) {
+      tellServer("/control/scenario", {{"endpoint", "/init"},
+                                       {"scenario", "replace"},
+                                       {"key", "data.sett.sndm"},
+                                       {"value", isMuted()}});
+    }
     ads_->start();
     if (!line.interactive) autopilot_ = std::thread([this] { runAutopilot(); });
   }
@@ -95,8 +103,9 @@ class Demo {
     options.advertisingIdentifier = kva::sandbox::kTesterIDFA;
     options.trackingAuthorized = true;
     options.openURL = [this](const std::string& url) { journal_.add(Source::ad, "openURL", url); };
-    if (!line_.interactive) {
-      // A device of its own each time, so that no cap of an earlier run counts.
+    if (!line_.interactive || line_.server.empty()) {
+      // A device of its own each time, so that no cap of an earlier run counts, and so that its
+      // user is not one of whom a server of its own has never heard.
       options.userDefaults = line_.output / "defaults" / "defaults.sqlite";
       std::filesystem::remove_all(options.userDefaults.parent_path());
     }
@@ -115,23 +124,29 @@ class Demo {
         .load = [this](KVABidType kind) { ads_->load(kind); },
         .show = [this](KVABidType kind) { ads_->show(kind, viewController_); },
         .lose = [this](KVABidType kind) { ads_->lose(kind); },
-        .setConsent = switched("setUserConsent", &kva::Kelvara::setUserConsent),
-        .setGDPR = switched("setSubjectToGDPR", &kva::Kelvara::setSubjectToGDPR),
-        .setCCPA = switched("setSubjectToCCPA", &kva::Kelvara::setSubjectToCCPA),
-        .setMuted =
-            [this](bool on) {
-              tellServer("/control/scenario", {{"endpoint", "/init"},
-                                               {"scenario", "replace"},
-                                               {"key", "data.sett.sndm"},
-                                               {"value", on}});
-            },
+        .consent = {switched("setUserConsent", &kva::Kelvara::setUserConsent)},
+        .gdpr = {switched("setSubjectToGDPR", &kva::Kelvara::setSubjectToGDPR)},
+        .ccpa = {switched("setSubjectToCCPA", &kva::Kelvara::setSubjectToCCPA)},
+        .muted = {[this](bool on) { setMuted(on); }, isMuted()},
         .setScenario =
             [this](const std::string& scenario) {
               for (const char* endpoint : {"/bid/init", "/bid/load"})
-                if (scenario != "no-fill" || std::string_view(endpoint) == "/bid/init")
-                  tellServer("/control/scenario", {{"endpoint", endpoint}, {"scenario", scenario}});
+                tellServer("/control/scenario", {{"endpoint", endpoint}, {"scenario", scenario}});
             },
     };
+  }
+
+  // The server decides whether ads start silent, and an SDK hears of it once, when it starts. So
+  // the switch is kept for the next launch, as a file that is there for sound.
+  std::filesystem::path soundFile() const { return line_.output / "ads-start-with-sound"; }
+  bool isMuted() const { return !std::filesystem::exists(soundFile()); }
+  void setMuted(bool on) {
+    journal_.add(Source::host, "setMuted", on ? "on" : "off");
+    if (on) {
+      std::filesystem::remove(soundFile());
+    } else {
+      std::ofstream(soundFile()).flush();
+    }
   }
 
   void tellServer(const char* path, const nlohmann::json& body) {
@@ -144,8 +159,9 @@ class Demo {
       Demo* demo;
       Event event;
     };
-    g_main_context_invoke_full(
-        nullptr, G_PRIORITY_DEFAULT,
+    // Never at once: when the main loop is over, invoking would run this on the thread that adds.
+    g_idle_add_full(
+        G_PRIORITY_DEFAULT,
         [](gpointer data) -> gboolean {
           const auto& [demo, shown] = *static_cast<Shown*>(data);
           demo->window_.add(shown);
