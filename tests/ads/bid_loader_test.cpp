@@ -1,0 +1,131 @@
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/ads/FrequencyCappingManager.h>
+#include <Kelvara/core/Log.h>
+#include <Kelvara/user/Device.h>
+#include <ads/AdsTest.h>
+
+namespace kva {
+namespace {
+
+class BidLoader : public AdsTest {
+ protected:
+  /// What came of a bid before the call returned: its price, or the error as "code message".
+  std::string load(const std::string& adUnit = kAdUnit,
+                   KVABidType type = KVABidType::interstitial) {
+    answers.clear();
+    KVABidLoader::loadBid(adUnit, type, [this](auto response, auto error) {
+      EXPECT_EQ(response == nullptr, error.has_value());
+      answers.push_back(error ? std::to_string(error->code()) + " " + error->localizedDescription()
+                              : Json(response->price()).dump());
+      last = response;
+    });
+    return answers.empty() ? "" : answers[0];
+  }
+  /// What came of it once, in the end.
+  std::string bid(KVABidType type = KVABidType::interstitial) {
+    load(kAdUnit, type);
+    h.time.run();
+    return answers.size() == 1 ? answers[0] : std::to_string(answers.size()) + " answers";
+  }
+
+  /// Plans in the order of the server's preference, each with its cap for the hour.
+  void offer(const std::vector<std::pair<std::string, int>>& plans, const Json& bidId = kBid) {
+    Json list = Json::array();
+    for (const auto& [id, cap] : plans)
+      list.push_back({{"plan", id}, {"capd", 0}, {"caph", cap}, {"ecpm", 2500}});
+    h.server.reply("/bid/init", headless::envelope(Json{{"bid", bidId}, {"plans", list}}.dump()));
+  }
+
+  std::vector<std::string> answers;
+  std::shared_ptr<KVABidResponse> last;
+};
+
+TEST_F(BidLoader, RefusesInOrderWithoutTraffic) {
+  EXPECT_EQ(load("nonsense"), "2 SDK isn't initialized.");
+  start();
+  setNetwork(false);
+  EXPECT_EQ(load("nonsense"), "3 AdUnit isn't valid.");
+  FrequencyCappingManager::shared().trackNofill(kAdUnit);
+  EXPECT_EQ(load(), "4 No internet connection.");
+  setNetwork(true);
+  EXPECT_EQ(load(), "8 Wait 30 seconds for ad request.");
+  KVABidLoader::loadBid("nonsense", KVABidType::rewarded, {});  // hosts need not listen
+  EXPECT_EQ(h.server.requests().size(), 1u) << "more than the start was sent";
+}
+
+TEST_F(BidLoader, RegistersAndBidsWithTheFirstPlanThatItsCapsAllow) {
+  start();
+  Log::shared().setLogLevel(LogLevel::d);
+  FrequencyCappingManager::shared().trackImpression(kPlanA);
+  h.server.reply("/register", headless::errorEnvelope(7, "not now"));
+  EXPECT_EQ(bid(), "7 not now");
+  EXPECT_EQ(h.server.count("/bid/init"), 0);
+  h.server.reply("/register", headless::envelope(R"({"uid": "user-1"})"));
+  offer({});
+  EXPECT_EQ(bid(), "5 No plan.");
+  offer({{kPlanA, 1}});
+  EXPECT_EQ(bid(), "5 No active plan.");
+  offer({{kPlanA, 1}, {kPlanB, 0}, {"last", 0}});
+  EXPECT_EQ(bid(), "2.5");  // none of these answers was a no-fill
+  EXPECT_EQ(last->planId(), kPlanB);
+  EXPECT_EQ(last->bidId(), kBid);
+  EXPECT_EQ(h.output.count("<KVA> [D]: Frequency capping reached for plan " + kPlanA), 2);
+
+  Json asked = {{"aid", kAppId},
+                {"uid", "user-1"},
+                {"adid", kAdUnit},
+                {"pl", SDKHelper::Device::platform()},
+                {"adt", "interstitial"},
+                {"osv", h.device.systemVersion()},
+                {"dbra", SDKHelper::Device::deviceBrand()},
+                {"dmod", SDKHelper::Device::deviceModel()}};
+  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
+  bid(KVABidType::rewarded);
+  asked["adt"] = "rewarded";
+  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
+
+  offer({{kPlanB, 0}}, nullptr);
+  EXPECT_DEATH(bid(), "plans and no bid");
+}
+
+TEST_F(BidLoader, EveryFailureButAMissingNetworkStartsThePause) {
+  start();
+  h.server.reply("/register", headless::envelope(R"({"uid": "user-1"})"));
+  for (const auto& [outcome, code] :
+       {std::pair(headless::answer(headless::errorEnvelope(42, "full")), "42 full"),
+        std::pair(headless::failure(URLError::timedOut), "1001 ")}) {
+    h.server.reply("/bid/init", outcome);
+    EXPECT_TRUE(bid().starts_with(code)) << code;
+    EXPECT_TRUE(load().starts_with("8 ")) << code;
+    h.time.advance(31);
+  }
+  h.server.reply("/bid/init", headless::failure(URLError::notConnectedToInternet));
+  EXPECT_TRUE(bid().starts_with("1009 "));
+  offer({{kPlanA, 0}});
+  EXPECT_EQ(bid(), "2.5");
+}
+
+TEST_F(BidLoader, LostBidsAreSentAndOnlyLogged) {
+  const auto lose = [&] {
+    KVABidLoader::sendBidLost(std::make_shared<KVABidResponse>(kPlanA, kBid, 1), 1.2349);
+    h.time.run();
+  };
+  lose();
+  start();
+  Log::shared().setLogLevel(LogLevel::d);
+  setNetwork(false);
+  lose();
+  EXPECT_EQ(h.server.count("/bid/lost"), 0);
+  setNetwork(true);
+  h.server.reply("/bid/lost", headless::envelope("true"));
+  lose();
+  EXPECT_EQ(h.server.lastRequest("/bid/lost").json(), Json({{"bid", kBid}, {"lecpm", 1234}}));
+  h.server.reply("/bid/lost", headless::errorEnvelope(9, "unknown bid"));
+  lose();
+  for (const char* line : {"[E]: SDK isn't initialized.", "[E]: No internet connection.",
+                           "[D]: Lost sent successfully.", "[D]: SendLost error: unknown bid"})
+    EXPECT_EQ(h.output.count(std::string("<KVA> ") + line), 1) << line;
+}
+
+}  // namespace
+}  // namespace kva

@@ -1,0 +1,82 @@
+#include <Kelvara/ads/TemplateManager.h>
+#include <Kelvara/core/Log.h>
+#include <ads/AdsTest.h>
+
+namespace kva {
+namespace {
+
+constexpr const char* kKey = SDKHelper::UserDefaultKeys::templates;
+
+class TemplateFetching : public AdsTest {
+ protected:
+  static Json templateJson(const Json& version) {
+    return {{"tmpl", "inner"}, {"adt", "rewarded"}, {"html", "<p>"}, {"tver", version}};
+  }
+  void serve(int version) {
+    h.server.reply("/template", headless::envelope(templateJson(version).dump()));
+  }
+  static void announce(std::int64_t version) {
+    TemplateManager::shared().setTemplateVersions({{"t", version}});
+  }
+  /// The versions that one request is answered with; 0 when it failed.
+  std::vector<std::int64_t> versions() {
+    std::vector<std::int64_t> answers;
+    TemplateManager::shared().templateFor(
+        "t", [&](std::optional<Template> found) { answers.push_back(found ? found->version : 0); });
+    h.time.run();
+    return answers;
+  }
+  using Versions = std::vector<std::int64_t>;
+};
+
+TEST_F(TemplateFetching, TrustsAKeptCopyOnlyForAnAnnouncedVersion) {
+  start();
+  Log::shared().setLogLevel(LogLevel::d);
+  serve(3);
+  EXPECT_EQ(versions(), Versions{3});
+  EXPECT_EQ(versions(), Versions{3});
+  EXPECT_EQ(h.server.lastRequest("/template").query,
+            (std::map<std::string, std::string>{{"aid", kAppId}, {"tmpl", "t"}}));
+  EXPECT_EQ(h.output.count("<KVA> [D]: Get template: inner - version: 3"), 2);
+  serve(4);
+  for (int announced : {3, 2}) {
+    announce(announced);
+    EXPECT_EQ(versions(), Versions{3});
+  }
+  announce(4);
+  EXPECT_EQ(versions(), Versions{4});
+  EXPECT_EQ(h.server.lastRequest("/template").query.at("tver"), "4");
+
+  announce(5);
+  h.server.reply("/template", headless::errorEnvelope(8, "no such template"));
+  EXPECT_EQ(versions(), Versions{0});
+  EXPECT_EQ(h.output.count("<KVA> [E]: Get template error: no such template"), 1);
+  announce(4);
+  EXPECT_EQ(versions(), Versions{4}) << "the copy was not kept";
+}
+
+TEST_F(TemplateFetching, KeepsTemplatesUnderTheAskedIdentifierAcrossARestart) {
+  start();
+  serve(3);
+  versions();
+  const Json kept = {{"t", templateJson(3)}};
+  EXPECT_EQ(stored(kKey), kept);
+
+  serve(9);
+  Json unreadable = kept;
+  unreadable["u"] = templateJson("3");
+  for (const auto& [templates, answer] : {std::pair(kept, 3), std::pair(unreadable, 9)}) {
+    h.defaults.set(kKey, toBytes(templates.dump()));
+    restart();
+    start();
+    announce(3);
+    EXPECT_EQ(versions(), Versions{answer});
+  }
+}
+
+TEST_F(TemplateFetching, WithoutAnApplicationIdStopsTheProcess) {
+  EXPECT_DEATH(versions(), "no application id");
+}
+
+}  // namespace
+}  // namespace kva
