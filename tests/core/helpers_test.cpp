@@ -1,12 +1,9 @@
-#include <limits>
-
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/api/Request.h>
 #include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Json.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>
@@ -34,21 +31,6 @@ TEST(Completion, StopsTheProcessWhenItIsCalledTwiceOrDropped) {
 
 TEST(Runtime, SaysWhatToDoWhenThereIsNone) {
   EXPECT_DEATH(Kelvara::isInitialized(), "make a kva::gtk::Host");
-}
-
-TEST(Json, IntegersAreWholeNumbersOfSixtyFourBits) {
-  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-      {"5.0", 5},
-      {"5.5", {}},
-      {"true", {}},
-      {"\"5\"", {}},
-      {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
-      {"9223372036854775808", {}},
-      {"-9223372036854775808.0", std::numeric_limits<std::int64_t>::min()},
-      {"9.3e18", {}},
-  };
-  for (const auto& [text, expected] : cases)
-    EXPECT_EQ(readJson<std::int64_t>(*parseJson(text)), expected) << text;
 }
 
 TEST(Unescaped, UndoesEachEscapeInTurnTheBackslashLast) {
@@ -83,16 +65,6 @@ TEST(MillisecondsSince1970, RoundsHalvesAwayFromZero) {
 TEST(Md5Value, IsLowerCaseHexadecimal) {
   EXPECT_EQ(md5Value(""), "d41d8cd98f00b204e9800998ecf8427e");
   EXPECT_EQ(md5Value("a\0b"s), "70350f6027bce3713f6b76473084309b");
-}
-
-TEST(URL, RefusesWhatNoBrowserWouldTake) {
-  for (const char* invalid : {"", "not a url", "http://[bad/", "http://a/\x01", "h\xc3\xa9"})
-    EXPECT_FALSE(URL::parse(invalid)) << invalid;
-  const auto url = URL::parse("mraid://Open?Url=%41");
-  EXPECT_EQ(url->scheme(), "mraid");
-  EXPECT_EQ(url->host(), "Open");
-  EXPECT_EQ(url->query(), "Url=%41");
-  EXPECT_FALSE(URL::parse("mraid:open")->host());
 }
 
 TEST(QueryDictionary, DecodesValuesAndStopsTheProcessOnWhatTheCheckRefuses) {

@@ -65,21 +65,6 @@ TEST_F(PrivacyState, TheIdentifierLeavesWithConsentOnly) {
   EXPECT_EQ(privacy.encryptedIDFA(), std::nullopt);
 }
 
-TEST_F(PrivacyState, TheOlderTrackingSwitchCountsOnlyWithoutAnAuthorization) {
-  const struct {
-    std::optional<Authorization> status;
-    bool older, expected;
-  } cases[] = {{Authorization::authorized, false, true},
-               {Authorization::notDetermined, true, false},
-               {Authorization::denied, true, false},
-               {std::nullopt, true, true},
-               {std::nullopt, false, false}};
-  for (const auto& [status, older, expected] : cases) {
-    h.identifiers.set({kIdentifier, status, older});
-    EXPECT_EQ(privacy.isAdTrackingEnabled(), expected);
-  }
-}
-
 TEST_F(PrivacyState, ATestDeviceIsKnownByTheDigestOfAnIdentifierThatMayLeave) {
   using Lines = std::vector<std::string>;
   const std::string disabled =

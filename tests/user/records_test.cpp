@@ -45,7 +45,9 @@ TEST(ApplicationSetting, CountsPeriodsInHundredthsMemberByMember) {
       {R"({"dip":3000,"nfsp":6000})", {30, 60, true}},
       {R"({"dip":199,"nfsp":-150})", {1, -1, true}},
       {R"({"dip":"x","sndm":false})", {4, 60, false}},
-      {R"({"dip":1e30,"nfsp":12.5,"sndm":0})", {4, 60, true}},
+      {R"({"dip":500.0,"nfsp":12.5,"sndm":0})", {5, 60, true}},
+      {R"({"dip":9223372036854775807,"nfsp":9.3e18})", {92233720368547758, 60, true}},
+      {R"({"dip":9223372036854775808,"nfsp":true})", {4, 60, true}},
   };
   for (const auto& [json, expected] : cases)
     EXPECT_EQ(ApplicationSetting::decode(parseJson(json).value()), expected) << json;
