@@ -1,19 +1,28 @@
 #include <Kelvara/ads/Ad.h>
-#include <Kelvara/ads/Template.h>
-#include <ads/AdsTest.h>
+#include <Kelvara/ads/AdHelper.h>
+#include <presentation/Stage.h>
 
 namespace kva {
 namespace {
 
-class Ads : public AdsTest {  // text that is no JSON goes to the log
+/// An ad with everything in it.
+const Json kAd = Json::parse(R"({
+  "bid": "bid", "tmpl": "t1",
+  "crea": {"id": "c1", "adt": "rewarded", "ctyp": "video", "adur": 5, "titl": "Title",
+           "bton": "{\"en\": \"Install\", \"tr\": \"Kur\"}", "deta": "{\"tr\": \"Ayrinti\"}",
+           "curl": "https://click.test/?a=1", "icon": "a://icon", "shouldCareSafeArea": true},
+  "fls": [{"id": "f1", "furl": "a://main", "ornt": "landscape", "ftyp": "main"},
+          {"id": "f2", "furl": "a://end", "ornt": "portrait", "ftyp": "end_card"}]})");
+
+class Ads : public Stage {  // text that is no JSON goes to the log
  protected:
   static Result<Ad> adWith(const char* member, const Json& value) {
-    Json json = adJson();
+    Json json = kAd;
     json[Json::json_pointer(member)] = value;
     return Ad::decode(json);
   }
   static Result<Ad> adWithout(const char* member) {
-    return Ad::decode(adJson().patch(Json::array({{{"op", "remove"}, {"path", member}}})));
+    return Ad::decode(kAd.patch(Json::array({{{"op", "remove"}, {"path", member}}})));
   }
 };
 
@@ -42,27 +51,77 @@ TEST_F(Ads, AreLenientWithLinksAndTexts) {
 }
 
 TEST_F(Ads, CarryEveryMemberAndEncodeTextsAsObjects) {
-  Json expected = adJson();
+  Json expected = kAd;
   for (const char* texts : {"bton", "deta"})
     expected["crea"][texts] = Json::parse(expected["crea"][texts].get<std::string>());
-  EXPECT_EQ(Ad::decode(adJson())->toJson(), expected);
+  EXPECT_EQ(Ad::decode(kAd)->toJson(), expected);
 }
 
 TEST_F(Ads, OfABidNeedPlansAlone) {
-  const Json plan = {{"plan", "p"}, {"capd", 4}, {"caph", 2}};
   EXPECT_EQ(BidLoadResponse::decode({{"plans", Json::array()}})->bidId, std::nullopt);
   EXPECT_FALSE(BidLoadResponse::decode({{"bid", "b"}}));
-  EXPECT_FALSE(BidLoadResponse::decode({{"bid", "b"}, {"plans", Json::array({plan})}}));
 }
 
-TEST(Templates, DecodeWhatTheyEncodeAndNeedAllButTheName) {
-  const Json json = {
-      {"tmpl", "t"}, {"adt", "interstitial"}, {"name", "n"}, {"html", "<p>"}, {"tver", 3}};
-  EXPECT_EQ(Template::decode(json)->toJson(), json);
-  for (const auto& [key, value] : json.items()) {
-    Json without = json;
-    without.erase(key);
-    EXPECT_EQ(Template::decode(without).has_value(), key == "name") << key;
+class CreativeHTML : public Stage {
+ protected:
+  Ad ad = *Ad::decode(kAd);
+};
+
+TEST_F(CreativeHTML, FillsEachPlaceholderWhereverItStands) {
+  h.locale.set({.preferredLanguages = {"tr-TR", "en-US"}});
+  const std::string html =
+      "[@CLICK_URL] [@MAIN_ASSET] [@END_CARD_IMAGE] [@ICON_IMAGE] [@DESCRIPTION_TEXT] "
+      "[@TITLE_TEXT] [@CTA_TEXT][@CTA_TEXT] [@cta_text]";
+  EXPECT_EQ(AdHelper::finalize(html, ad),
+            "https://click.test/?a=1 a://main a://end a://icon Ayrinti Title KurKur [@cta_text]");
+  ad.files.reset();
+  ad.creative = {};
+  EXPECT_EQ(AdHelper::finalize(html, ad), " [@MAIN_ASSET] [@END_CARD_IMAGE]     [@cta_text]");
+}
+
+TEST_F(CreativeHTML, ReplacesInOrderAndUnescapesLast) {
+  ad.creative.title = R"(<b>"it's"</b> $1 \1 [@CTA_TEXT] [@DESCRIPTION_TEXT])";
+  ad.creative.buttonTexts = {{"en", R"(a\nb\\t\"c\")"}};
+  // The doubled backslash holds a "\t", which is undone before it.
+  EXPECT_EQ(AdHelper::finalize("[@TITLE_TEXT]", ad),
+            "<b>\"it's\"</b> $1 \\1 a\nb\\\t\"c\" [@DESCRIPTION_TEXT]");
+}
+
+TEST_F(CreativeHTML, ChoosesOfEachTypeTheLastFileForTheOrientationElseTheFirst) {
+  using enum DeviceOrientation;
+  const struct {
+    DeviceOrientation orientation;
+    std::vector<const char*> orientationsOfFiles;
+    std::string chosen;
+  } cases[] = {{portraitUpsideDown, {"landscape", "portrait"}, "1"},
+               {faceUp, {"portrait", "landscape"}, "1"},
+               {portrait, {"portrait", "portrait", "landscape"}, "1"},
+               {unknown, {"portrait", "Landscape"}, "0"}};
+  for (const auto& [orientation, orientationsOfFiles, chosen] : cases) {
+    h.device.setOrientationNow(orientation);
+    ad.files->clear();
+    for (const auto type : {CreativeFile::FileType::main, CreativeFile::FileType::endCard})
+      for (std::size_t i = 0; i < orientationsOfFiles.size(); ++i)
+        ad.files->push_back(
+            {"f", *URL::parse("a://" + std::to_string(i)), orientationsOfFiles[i], type});
+    EXPECT_EQ(AdHelper::finalize("[@MAIN_ASSET] [@END_CARD_IMAGE]", ad),
+              "a://" + chosen + " a://" + chosen);
+  }
+}
+
+TEST_F(CreativeHTML, PicksTheTextForTheFirstPreferredLanguage) {
+  const struct {
+    std::vector<std::string> languages;
+    LocalizedTexts texts;
+    std::optional<std::string> picked;
+  } cases[] = {{{"tr-TR", "en"}, {{"en", "English"}, {"tr", "Turkish"}}, "Turkish"},
+               {{"zh-Hant", "en"}, {{"an", "Aragonese"}, {"zh", "Chinese"}}, "Aragonese"},
+               {{}, {{"de", "German"}, {"en", "English"}}, "English"},
+               {{"de-DE"}, {{"tr", "Turkish"}}, "Turkish"},
+               {{"en"}, {}, std::nullopt}};
+  for (const auto& [languages, texts, picked] : cases) {
+    h.locale.set({.preferredLanguages = languages});
+    EXPECT_EQ(AdHelper::localizedString(texts), picked);
   }
 }
 

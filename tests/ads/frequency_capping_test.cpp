@@ -2,35 +2,39 @@
 #include <thread>
 
 #include <Kelvara/ads/FrequencyCappingManager.h>
-#include <ads/AdsTest.h>
+#include <presentation/Stage.h>
 
 namespace kva {
 namespace {
 
 constexpr const char* kKey = SDKHelper::UserDefaultKeys::frequencyCappingMembers;
 
-class FrequencyCapping : public AdsTest {
+class FrequencyCapping : public Stage {
  protected:
   static bool shouldShow(const Plan& plan) {
     return FrequencyCappingManager::shared().shouldShow(plan);
   }
   static void impress(int times = 1) {
-    while (times-- > 0) FrequencyCappingManager::shared().trackImpression(kPlanA);
+    while (times-- > 0) FrequencyCappingManager::shared().trackImpression(kPlanId);
   }
-  const Plan hourly{.planId = kPlanA, .frequencyCapDaily = 0, .frequencyCapHourly = 2};
-  const Plan daily{.planId = kPlanA, .frequencyCapDaily = 3};
+  Json stored() {
+    const auto bytes = h.defaults.get<Bytes>(kKey);
+    return bytes ? Json::parse(asText(*bytes)) : Json();
+  }
+  const Plan hourly{.planId = kPlanId, .frequencyCapDaily = 0, .frequencyCapHourly = 2};
+  const Plan daily{.planId = kPlanId, .frequencyCapDaily = 3};
 };
 
 TEST_F(FrequencyCapping, TheHourlyCapHoldsForAnHourFromTheWindowsFirstImpression) {
-  EXPECT_TRUE(shouldShow({.planId = kPlanA}));
+  EXPECT_TRUE(shouldShow({.planId = kPlanId}));
   FrequencyCappingManager::shared().trackImpression(std::nullopt);
-  EXPECT_EQ(stored(kKey), Json()) << "a plan without caps leaves no trace";
+  EXPECT_EQ(stored(), Json()) << "a plan without caps leaves no trace";
 
   impress();
   EXPECT_TRUE(shouldShow(hourly));
   h.time.advance(600);
   impress();
-  EXPECT_TRUE(shouldShow({kPlanB, 0, 2}));
+  EXPECT_TRUE(shouldShow({"other", 0, 2}));
   h.time.advance(2999);
   EXPECT_FALSE(shouldShow(hourly));
   h.time.advance(2);
@@ -47,16 +51,16 @@ TEST_F(FrequencyCapping, TheDailyCapRefusesInTheFirstHourAndCountsAllDay) {
   h.time.advance(7200);
   EXPECT_TRUE(shouldShow(daily));
   impress();
-  EXPECT_EQ(stored(kKey)[0]["dailyImpressionCount"], 4);
+  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 4);
   EXPECT_TRUE(shouldShow(daily));
   h.time.advance(86400 - 7200 + 1);
   impress();
-  EXPECT_EQ(stored(kKey)[0]["dailyImpressionCount"], 1);
+  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 1);
 }
 
 TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
   const double began = h.time.now();
-  shouldShow({kPlanB, 1, 0});
+  shouldShow({"other", 1, 0});
   impress(2);
   const auto member = [](const std::string& planId, const Json& count, double at) {
     return Json({{"planId", planId},
@@ -65,10 +69,10 @@ TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
                  {"lastHourlyImpressionAt", at},
                  {"lastDailyImpressionAt", at}});
   };
-  EXPECT_EQ(stored(kKey), Json::array({member(kPlanB, 0, 0), member(kPlanA, 2, began)}));
+  EXPECT_EQ(stored(), Json::array({member("other", 0, 0), member(kPlanId, 2, began)}));
 
   const auto restartWith = [&](const Json& count) {
-    h.defaults.set(kKey, toBytes(Json::array({member(kPlanA, count, began)}).dump()));
+    h.defaults.set(kKey, toBytes(Json::array({member(kPlanId, count, began)}).dump()));
     restart();
   };
   restartWith(2);
@@ -81,23 +85,24 @@ TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
 
 TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {
   const auto refusal = [] {
-    const auto allowed = FrequencyCappingManager::shared().shouldRequestAdUnit(kAdUnit);
+    const auto allowed = FrequencyCappingManager::shared().shouldRequestAdUnit("unit");
     return allowed ? "" : allowed.error().localizedDescription();
   };
-  FrequencyCappingManager::shared().trackNofill(kAdUnit);
-  EXPECT_EQ(refusal(), "Unknown error.") << "there is no application yet";
-  start();
-  FrequencyCappingManager::shared().trackNofill(kAdUnit);
-  EXPECT_TRUE(FrequencyCappingManager::shared().shouldRequestAdUnit(kAppId));  // another unit
+  FrequencyCappingManager::shared().trackNofill("another");
+  EXPECT_EQ(refusal(), "");
+  FrequencyCappingManager::shared().trackNofill("unit");
   const double began = h.time.now();
-  for (const auto& [seconds, message] : {std::pair(12.9, "Wait 18 seconds for ad request."),
-                                         {30.9, "Wait 0 seconds for ad request."},
-                                         {31, ""},
+  for (const auto& [seconds, message] : {std::pair(12.9, "Wait 48 seconds for ad request."),
+                                         {60.9, "Wait 0 seconds for ad request."},
+                                         {61, ""},
                                          // The user turns the clock back.
-                                         {-100, "Wait 130 seconds for ad request."}}) {
+                                         {-100, "Wait 160 seconds for ad request."}}) {
     h.time.setNow(began + seconds);
     EXPECT_EQ(refusal(), message) << seconds;
   }
+  restart();
+  FrequencyCappingManager::shared().trackNofill("unit");
+  EXPECT_EQ(refusal(), "Unknown error.") << "there is no application yet";
 }
 
 TEST_F(FrequencyCapping, NothingThatThreadsCountIsLostInTheStore) {
@@ -105,7 +110,7 @@ TEST_F(FrequencyCapping, NothingThatThreadsCountIsLostInTheStore) {
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) threads.emplace_back([] { impress(50); });
   }
-  EXPECT_EQ(stored(kKey)[0]["hourlyImpressionCount"], 200);
+  EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 200);
 }
 
 }  // namespace

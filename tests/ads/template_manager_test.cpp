@@ -1,16 +1,17 @@
 #include <Kelvara/ads/TemplateManager.h>
 #include <Kelvara/core/Log.h>
-#include <ads/AdsTest.h>
+#include <presentation/Stage.h>
 
 namespace kva {
 namespace {
 
 constexpr const char* kKey = SDKHelper::UserDefaultKeys::templates;
 
-class TemplateFetching : public AdsTest {
+class TemplateFetching : public Stage {
  protected:
   static Json templateJson(const Json& version) {
-    return {{"tmpl", "inner"}, {"adt", "rewarded"}, {"html", "<p>"}, {"tver", version}};
+    return {
+        {"tmpl", "inner"}, {"adt", "native"}, {"name", "n"}, {"html", "<p>"}, {"tver", version}};
   }
   void serve(int version) {
     h.server.reply("/template", headless::envelope(templateJson(version).dump()));
@@ -30,7 +31,6 @@ class TemplateFetching : public AdsTest {
 };
 
 TEST_F(TemplateFetching, TrustsAKeptCopyOnlyForAnAnnouncedVersion) {
-  start();
   Log::shared().setLogLevel(LogLevel::d);
   serve(3);
   EXPECT_EQ(versions(), Versions{3});
@@ -56,25 +56,24 @@ TEST_F(TemplateFetching, TrustsAKeptCopyOnlyForAnAnnouncedVersion) {
 }
 
 TEST_F(TemplateFetching, KeepsTemplatesUnderTheAskedIdentifierAcrossARestart) {
-  start();
   serve(3);
   versions();
   const Json kept = {{"t", templateJson(3)}};
-  EXPECT_EQ(stored(kKey), kept);
+  EXPECT_EQ(Json::parse(asText(h.defaults.get<Bytes>(kKey).value())), kept);
 
   serve(9);
   Json unreadable = kept;
   unreadable["u"] = templateJson("3");
   for (const auto& [templates, answer] : {std::pair(kept, 3), std::pair(unreadable, 9)}) {
     h.defaults.set(kKey, toBytes(templates.dump()));
-    restart();
-    start();
+    launch();
     announce(3);
     EXPECT_EQ(versions(), Versions{answer});
   }
 }
 
 TEST_F(TemplateFetching, WithoutAnApplicationIdStopsTheProcess) {
+  restart();
   EXPECT_DEATH(versions(), "no application id");
 }
 

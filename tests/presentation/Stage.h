@@ -53,10 +53,14 @@ class Stage : public testing::Test {
     launch();
   }
 
-  /// Ends the process, if one runs, and starts the SDK in a new one.
-  void launch() {
+  /// Ends the process, if one runs. The new one has not started the SDK.
+  void restart() {
     runtime.reset();
     runtime = std::make_unique<Runtime>(h.platform());
+  }
+  /// Likewise, and starts the SDK.
+  void launch() {
+    restart();
     nlohmann::json application = {{"aid", kAppId},
                                   {"pp", "https://example.org/privacy"},
                                   {"sett", {{"dip", statsSendPeriod * 100}, {"sndm", false}}}};
