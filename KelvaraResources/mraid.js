@@ -455,7 +455,6 @@
     const link = isFollowed ? linkOf(event) : null;
     if (!link) return;
     const href = link.getAttribute('href') || link.href.baseVal || '';
-    if (href[0] === '#') return;
     const address = outwardAddress(href, link.getAttribute('target'));
     if (!address) return;
     event.preventDefault();
