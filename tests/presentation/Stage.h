@@ -12,6 +12,7 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/presentation/FullscreenAd.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {
@@ -103,6 +104,80 @@ class Stage : public testing::Test {
   std::unique_ptr<Runtime> runtime;
   int statsSendPeriod = 60;  ///< of the next launch
   int bidCount = 0;
+};
+
+/// What a host hears of its ad, as texts such as "receive" and "no present 0 Ad isn't ready.".
+struct Recorder {
+  static void record(Recorder& host, FullscreenAd&, AdEvent event,
+                     const std::optional<Error>& error) {
+    static const char* const names[] = {"receive", "no receive", "present", "no present",
+                                        "click",   "complete",   "dismiss"};
+    std::string text = names[static_cast<int>(event)];
+    if (error) text += " " + std::to_string(error->code()) + " " + error->localizedDescription();
+    host.heard.push_back(text);
+    if (host.onEvent) host.onEvent();
+  }
+  std::vector<std::string> heard;
+  std::function<void()> onEvent;
+};
+
+/// A host with an ad object.
+class AdStage : public Stage {
+ protected:
+  AdStage() { makeAd(); }
+
+  void makeAd(AdType adType = AdType::interstitial) {
+    ad = std::make_shared<FullscreenAd>(adType);
+    host = std::make_shared<Recorder>();
+    ad->setDelegate(std::weak_ptr(host), std::weak_ptr(ad), Recorder::record);
+  }
+  void load() {
+    ad->loadAd(bid(), 1.5);
+    h.time.advance(0.1);
+  }
+  void loadPage(const AdFacts& facts = {}) {
+    serveAd(facts);
+    load();
+    page()->finishNavigation();
+  }
+  void show(const AdFacts& facts = {}) {
+    loadPage(facts);
+    page()->navigate("kva://preloadComplete");
+    present();
+  }
+  void present() {
+    ad->showAdFrom(*window->viewController());
+    h.time.advance(0.5);
+  }
+  void close() {
+    EXPECT_TRUE(tap("icon.close"));
+    h.time.advance(0.5);
+  }
+
+  /// The view that the page and the controls stand in.
+  std::shared_ptr<View> adView() { return page()->superview()->superview(); }
+  /// What the page was told since the last call.
+  std::vector<std::string> told() {
+    const auto scripts = page()->scripts();
+    page()->clearScripts();
+    return scripts;
+  }
+  /// The reports that the server has got, by the time that the next upload is over.
+  nlohmann::json uploadedReports() {
+    h.server.clearRequests();
+    h.time.advance(61);
+    const auto sent = h.server.requests("/bid/stats");
+    return sent.empty() ? nlohmann::json() : sent.back().json()["stats"];
+  }
+  void expectNothingLeft() {
+    EXPECT_EQ(h.application.liveViews(), viewsBefore);
+    EXPECT_EQ(h.application.liveViewControllers(), 0);
+    EXPECT_EQ(window->presentedCount(), 0);
+  }
+
+  std::shared_ptr<FullscreenAd> ad;
+  std::shared_ptr<Recorder> host;
+  int viewsBefore = h.application.liveViews();
 };
 
 }  // namespace kva

@@ -1,4 +1,6 @@
-#include <presentation/AdStage.h>
+#include <limits>
+
+#include <presentation/Stage.h>
 
 namespace kva {
 namespace {
@@ -9,8 +11,7 @@ using testing::IsEmpty;
 
 using MRControllers = AdStage;
 
-const std::string kIsViewable = "mraidbridge.fireChangeEvent({viewable: true});";
-const std::string kIsNotViewable = "mraidbridge.fireChangeEvent({viewable: false});";
+constexpr const char* kIsViewable = "mraidbridge.fireChangeEvent({viewable: true});";
 
 TEST_F(MRControllers, TellThePageWhatHasChangedAndNothingElse) {
   loadPage();
@@ -18,7 +19,7 @@ TEST_F(MRControllers, TellThePageWhatHasChangedAndNothingElse) {
                                   "mraidbridge.setScreenSize(1280.0, 1024.0);",
                                   "mraidbridge.setMaxSize(400.0, 800.0);",
                                   "window.mraidbridge.fireReadyEvent();"));
-  ad->showAdFrom(window->viewController());
+  ad->showAdFrom(*window->viewController());
   h.application.setScreenSize({1024, 1280});
   h.device.setOrientation(DeviceOrientation::landscapeLeft);
   h.time.advance(0.1);
@@ -48,102 +49,104 @@ TEST_F(MRControllers, TellThePageWhatHasChangedAndNothingElse) {
                                   "mraidbridge.fireChangeEvent({orientationDegree: 0});"));
 }
 
+TEST_F(MRControllers, SayOnceWhetherTheSoundIsMuted) {
+  const auto controller = MRController::create(Ad::decode(adJson({})).value());
+  const auto controls = AdView::create({}, Creative::ContentType::video);
+  for (const bool isMuted : {false, false, true, true})
+    controller->adViewDidTapSoundMute(*controls, isMuted);
+  EXPECT_THAT(told(), ElementsAre("mraidbridge.fireChangeEvent({videoMuted: false});",
+                                  "mraidbridge.fireChangeEvent({videoMuted: true});"));
+}
+
 TEST_F(MRControllers, CallTheAdViewableOnlyWhereTheUserSeesIt) {
+  using State = HostApplication::State;
   show();
   const auto shown = adView();
   const auto place = [&](Rect frame) { window->view()->addSubview(shown, Layout::frame(frame)); };
   const Rect whole{0, 0, 400, 800};
-  const auto changes = std::vector<std::pair<const char*, std::function<void(bool)>>>{
-      {"the application is not active",
-       [&](bool undo) {
-         h.application.setState(undo ? HostApplication::State::active
-                                     : HostApplication::State::inactive);
-       }},
-      {"it is hidden", [&](bool undo) { shown->setHidden(!undo); }},
-      {"what it stands in is hidden", [&](bool undo) { window->view()->setHidden(!undo); }},
-      {"it is out of the window",
-       [&](bool undo) {
-         place(undo ? whole : Rect{0, 800, 400, 800});
-       }},
-      {"it has no window", [&](bool undo) { undo ? place(whole) : shown->removeFromSuperview(); }},
+  const std::vector<std::pair<std::function<void()>, std::function<void()>>> changes = {
+      {[&] { h.application.setState(State::inactive); },
+       [&] { h.application.setState(State::active); }},
+      {[&] { shown->setHidden(true); }, [&] { shown->setHidden(false); }},
+      {[&] { window->view()->setHidden(true); }, [&] { window->view()->setHidden(false); }},
+      {[&] {
+         place({0, 800, 400, 800});
+       },
+       [&] { place(whole); }},
+      {[&] { shown->removeFromSuperview(); }, [&] { place(whole); }},
   };
-  for (const auto& [what, change] : changes) {
-    change(false);
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    changes[i].first();
     h.time.advance(1.1);
-    EXPECT_THAT(told(), Contains(kIsNotViewable)) << what;
-    change(true);
+    EXPECT_THAT(told(), Contains("mraidbridge.fireChangeEvent({viewable: false});")) << i;
+    changes[i].second();
     h.time.advance(1.1);
-    EXPECT_THAT(told(), Contains(kIsViewable)) << what;
+    EXPECT_THAT(told(), Contains(kIsViewable)) << i;
   }
   place({0, 799, 400, 800});
   h.time.advance(1.1);
   EXPECT_THAT(told(), ElementsAre("mraidbridge.setDefaultPosition(0.0, 799.0, 400.0, 800.0);"));
 }
 
-TEST_F(MRControllers, RespectTheSafeAreaOrTheBannersPlace) {
+TEST_F(MRControllers, RespectTheSafeAreaWhereTheCreativeDoes) {
   show({.shouldCareSafeArea = true});
-  EXPECT_THAT(told(), testing::IsSupersetOf({"mraidbridge.setCurrentPosition(0.0, 20.0, 400.0, "
-                                             "746.0);",
-                                             "mraidbridge.setMaxSize(400.0, 746.0);"}));
+  EXPECT_THAT(told(),
+              testing::IsSupersetOf({"mraidbridge.setCurrentPosition(0.0, 20.0, 400.0, 746.0);",
+                                     "mraidbridge.setMaxSize(400.0, 746.0);"}));
   EXPECT_EQ(adView()->frameInWindow(), (Rect{0, 20, 400, 746}));
-  close();
-
-  loadPage({.adType = "banner"});
-  EXPECT_THAT(told(), testing::Not(Contains(testing::HasSubstr("CurrentPosition"))));
-  present();
-  told();
-  const auto holder = h.application.makeView({});
-  const auto shown = adView();
-  window->view()->addSubview(holder, Layout::frame({10, 20, 320, 50}));
-  holder->addSubview(shown, Layout::frame({1, 2, 300, 40}));
-  h.time.advance(1.1);
-  EXPECT_THAT(told(), ElementsAre("mraidbridge.setCurrentPosition(11.0, 22.0, 300.0, 40.0);",
-                                  "mraidbridge.setDefaultPosition(11.0, 22.0, 300.0, 40.0);"));
 }
 
 TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
-  const auto error = [](const std::string& command, const std::string& message) {
-    return "window.mraidbridge.fireErrorEvent('" + command + "', '" + message + "');";
-  };
   const std::string notFound = "Command not found!", noSize = "Size parameters not found!";
-  const std::vector<std::pair<const char*, std::string>> commands = {
-      {"mraid://close?a=b", error("close", notFound)},
-      {"mraid://Open?url=https://example.org", error("Open", notFound)},
-      {"mraid://open?URL=https://example.org", error("open", "URL not found!")},
-      {"mraid://open?url=tel%3A112", error("open", "Scheme not supported: tel")},
-      {"mraid://open?url=sms%3A112", error("open", "Scheme not supported: sms")},
-      {"mraid://open?url=no%20address", ""},
-      {"mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc", ""},
-      {"mraid://resize?width=1&height=2&offsetX=3", error("resize", noSize)},
-      {"mraid://resize?width=&height=x&offsetX=-&offsetY=y", ""},
-      {"kva://close", error("close", notFound)},
-      {"kva://open?url=x", error("open", notFound)},
-      {"kva://preloadcomplete", error("preloadcomplete", notFound)},
-      // Nothing can be read out of these.
-      {"no address", ""},
-      {"ios-log://anything", ""},
-      {"mraid://close", ""},
-      {"mraid://open?", ""},
-      {"mraid://open?url", ""},
-      {"mraid:open?url=https://example.org", ""},
-      {"mraid://?url=x", ""},
-      {"kva:close", ""},
-      {"kva://close?", ""},
-      {"kva://close?a&b=c", ""},
+  struct Case {
+    const char *url, *command;
+    std::string error;
+  };
+  const std::vector<Case> cases = {
+      {"mraid://close?a=b", "close", notFound},
+      {"mraid://Open?url=https://example.org", "Open", notFound},
+      {"mraid://open?URL=https://example.org", "open", "URL not found!"},
+      {"mraid://open?url=tel%3A112", "open", "Scheme not supported: tel"},
+      {"mraid://open?url=sms%3A112", "open", "Scheme not supported: sms"},
+      {"mraid://resize?width=1&height=2&offsetX=3", "resize", noSize},
+      {"kva://close", "close", notFound},
+      {"kva://open?url=x", "open", notFound},
   };
   show({.contentType = "video"});
   window->tap({200, 400});
   told();
-  for (const auto& [url, script] : commands) {
-    EXPECT_FALSE(page()->navigate(url)) << url;
-    EXPECT_EQ(testing::PrintToString(told()),
-              testing::PrintToString(std::vector<std::string>(!script.empty(), script)))
+  for (const auto& [url, command, error] : cases) {
+    EXPECT_FALSE(page()->navigate(url));
+    EXPECT_THAT(told(), ElementsAre("window.mraidbridge.fireErrorEvent('" + std::string(command) +
+                                    "', '" + error + "');"))
         << url;
   }
+  for (const char* url :
+       {"mraid://open?url=no%20address", "mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc",
+        "mraid://resize?width=&height=x&offsetX=-&offsetY=y", "ios-log://anything", "no address",
+        // Nothing can be read out of these.
+        "mraid://close", "mraid://open?", "mraid://open?url", "mraid:open?url=https://example.org",
+        "mraid://?url=x", "kva:close", "kva://close?", "kva://close?a&b=c"})
+    EXPECT_FALSE(page()->navigate(url)) << url;
+  EXPECT_THAT(told(), IsEmpty());
   EXPECT_THAT(h.application.openedURLs(), ElementsAre("https://example.org/a?b=c"));
   EXPECT_TRUE(page()->navigate("https://example.org/page"));
-  EXPECT_TRUE(page()->navigate("about:blank"));
   EXPECT_THAT(host->heard, ElementsAre("receive", "present", "click"));
+}
+
+// The other events are in the stories of those who send them.
+TEST(MREvent, WritesLengthsWithOneDecimalAndTextsAsTheyStand) {
+  const std::vector<std::pair<MREvent, std::string>> events = {
+      {{MREvent::SizeChanged{{320, 1e15}}},
+       "mraidbridge.notifySizeChangeEvent(320.0, 1000000000000000.0);"},
+      {{MREvent::ScreenSize{{1280.25, -758.96}}}, "mraidbridge.setScreenSize(1280.2, -759.0);"},
+      {{MREvent::OrientationChange{-90}}, "mraidbridge.fireChangeEvent({orientationDegree: -90});"},
+      {{MREvent::CommandComplete{"it's"}}, "window.mraidbridge.nativeCallComplete('it's');"},
+  };
+  for (const auto& [event, text] : events) EXPECT_EQ(event.javaScript(), text);
+  const double largest = std::numeric_limits<double>::max();  // of 309 digits
+  EXPECT_THAT(MREvent{MREvent::MaxSize({-largest, 0})}.javaScript(),
+              testing::MatchesRegex("mraidbridge.setMaxSize.-17976931[0-9]+.0, 0.0.;"));
 }
 
 }  // namespace
