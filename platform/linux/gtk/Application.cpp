@@ -63,24 +63,26 @@ std::shared_ptr<ViewController> Application::viewController(GtkWindow* window) {
   if (known != windows_.end()) {
     std::rotate(known, known + 1, windows_.end());
   } else {
-    auto made = NativeWindow::create(
-        window, options_.safeAreaInsets,
-        {.resized =
-             [this](NativeWindow& resized) {
-               auto* key = keyHostWindow();
-               if (!key || key->window.get() != &resized || !options_.shapeChanged) return;
-               auto size = resized.frame().size();
-               options_.shapeChanged(size.width > size.height ? DeviceOrientation::landscapeLeft
-                                                              : DeviceOrientation::portrait);
-             },
-         .destroyed = [this](NativeWindow& gone) { forget(gone); }});
+    auto made = NativeWindow::create(window, options_.safeAreaInsets,
+                                     {.changed = [this] { tellShape(); },
+                                      .destroyed = [this](NativeWindow& gone) { forget(gone); }});
     windows_.push_back({made, std::make_shared<NativeViewController>(made)});
   }
+  tellShape();
   return windows_.back().controller;
 }
 
 void Application::forget(const NativeWindow& window) {
   std::erase_if(windows_, [&](auto& host) { return host.window.get() == &window; });
+  tellShape();
+}
+
+void Application::tellShape() const {
+  auto* key = keyHostWindow();
+  const Size size = key ? key->window->frame().size() : Size{};
+  if (!options_.shapeChanged || size == Size{}) return;
+  options_.shapeChanged(size.width > size.height ? DeviceOrientation::landscapeLeft
+                                                 : DeviceOrientation::portrait);
 }
 
 const Application::HostWindow* Application::keyHostWindow() const {

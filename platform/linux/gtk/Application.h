@@ -53,6 +53,7 @@ class Application final : public kva::HostApplication {
   };
   const HostWindow* keyHostWindow() const;
   void forget(const NativeWindow& window);
+  void tellShape() const;
 
   Options options_;
   WebViewPool pool_;

@@ -52,6 +52,8 @@ void NativeWindow::attach() {
   for (auto* property : {"notify::child", "notify::titlebar"})
     connections_.push_back(
         connect<void(GParamSpec*)>(window, property, [this](GParamSpec*) { contentChanged(); }));
+  connections_.push_back(connect<void(GParamSpec*)>(window, "notify::is-active",
+                                                    [this](GParamSpec*) { events_.changed(); }));
   connections_.push_back(connect<void(GParamSpec*)>(window, "notify::focus-widget",
                                                     [this](GParamSpec*) { keepFocus(); }));
   gtk_widget_queue_resize(window);
@@ -88,13 +90,14 @@ void NativeWindow::leave() {
   if (!contentShows_) showBelow(true);
   if (isCovered() && !gtk_widget_in_destruction(GTK_WIDGET(window_))) restoreFocus();
   detach();
+  // Those who hear of their end below find this window gone.
+  events_.destroyed(*this);
   while (!controllers_.empty()) {
     auto controller = std::move(controllers_.back());
     controllers_.pop_back();
     controller->windowIsGone();
   }
   layer_->becomeRoot({});
-  events_.destroyed(*this);
 }
 
 void NativeWindow::placeLayer(int width, int height) {
@@ -108,7 +111,7 @@ void NativeWindow::placeLayer(int width, int height) {
   gtk_widget_measure(layer, GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
   auto origin = GRAPHENE_POINT_INIT(0, static_cast<float>(top));
   gtk_widget_allocate(layer, width, height, -1, gsk_transform_translate(nullptr, &origin));
-  if (before != frame()) events_.resized(*this);
+  if (before != frame()) events_.changed();
 }
 
 void NativeWindow::contentChanged() {

@@ -20,7 +20,8 @@ class NativeViewController;
 class NativeWindow final : public kva::Window, public std::enable_shared_from_this<NativeWindow> {
  public:
   struct Events {
-    std::function<void(NativeWindow&)> resized, destroyed;
+    std::function<void()> changed;  ///< its size, or whether it is the active one
+    std::function<void(NativeWindow&)> destroyed;
   };
   static std::shared_ptr<NativeWindow> create(GtkWindow* window, EdgeInsets safeAreaInsets,
                                               Events events);
