@@ -7,23 +7,19 @@ namespace kva::stage {
 using gtk::connect;
 using gtk::PendingCall;
 
-namespace {
-
-void drawFrame(GtkWidget* window) {
+void drawFrame(GtkWindow* window) {
   bool drawn = false, waited = false;
-  auto painted =
-      connect<void()>(gtk_widget_get_frame_clock(window), "after-paint", [&] { drawn = true; });
+  auto painted = connect<void()>(gtk_widget_get_frame_clock(GTK_WIDGET(window)), "after-paint",
+                                 [&] { drawn = true; });
   auto limit = PendingCall::after(1000, [&] { waited = true; });
-  gtk_widget_queue_draw(window);
+  gtk_widget_queue_draw(GTK_WIDGET(window));
   while (!drawn && !waited) g_main_context_iteration(nullptr, TRUE);
 }
-
-}  // namespace
 
 bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file) {
   auto* widget = GTK_WIDGET(window);
   if (!gtk_widget_get_mapped(widget)) return false;
-  drawFrame(widget);
+  drawFrame(window);
 
   auto paintable = GObjectPtr<GdkPaintable>(gtk_widget_paintable_new(widget));
   auto* snapshot = gtk_snapshot_new();

@@ -4,11 +4,14 @@
 
 #include <filesystem>
 
+// Main thread only.
 namespace kva::stage {
 
+/// Has `window` draw once more; runs the main loop for that, at most for a second.
+void drawFrame(GtkWindow* window);
+
 /// Saves what `window` shows, pages included, as a PNG; false when it shows nothing or the file
-/// cannot be written. Has the window draw a frame first, for which it runs the main loop, at most
-/// for a second. Main thread only.
+/// cannot be written. Draws a frame first.
 bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file);
 
 }  // namespace kva::stage

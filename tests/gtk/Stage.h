@@ -2,41 +2,38 @@
 
 #include <gtk/gtk.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <platform/linux/gtk/Application.h>
+#include <stage/Screenshot.h>
+#include "gtk/MainLoop.h"
 
 namespace kva::gtk::test {
 
-/// Turns the main loop until `done`; false after ten seconds.
-bool spinUntil(const std::function<bool()>& done);
-
-/// Until the window has drawn itself once more.
-void waitForFrame(GtkWindow* window);
+using kva::test::spinUntil;
+using stage::drawFrame;
 
 /// An application over one host window on show: a column of a button and a text entry.
 class Stage {
  public:
   Stage();
-  ~Stage();
+  ~Stage() { destroyWindow(); }
 
   HostApplication& application() { return application_; }
   std::shared_ptr<kva::Window> window() { return window_; }
   std::shared_ptr<ViewController> host() { return application_.viewController(gtkWindow); }
   bool spinUntil(const std::function<bool()>& done) { return test::spinUntil(done); }
-  void pass(double seconds);
+  void pass(double seconds) { kva::test::spinFor(seconds); }
   void resize(Size size);
   void tap(Point point);
   void pressEscape();
   void destroyWindow();
 
-  GtkWindow* gtkWindow;
-  GtkWidget *button, *entry;
+  GtkWindow* gtkWindow = GTK_WINDOW(gtk_window_new());
+  GtkWidget *button = gtk_button_new_with_mnemonic("_Host"), *entry = gtk_entry_new();
   int hostClicks = 0;
-  std::vector<std::string> opened;
   std::vector<DeviceOrientation> shapes;
 
  private:

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <platform/linux/gtk/NativeViewController.h>
 #include <stage/RealInput.h>
-#include "gtk/Display.h"
+#include "gtk/Stage.h"
 
 namespace kva::gtk::test {
 namespace {
@@ -37,13 +37,13 @@ class Presentation : public testing::Test {
     bool completed = false;
     stage.host()->present(controller, [&] { completed = true; });
     ASSERT_TRUE(spinUntil([&] { return completed; }));
-    waitForFrame(stage.gtkWindow);
+    drawFrame(stage.gtkWindow);
   }
   void dismiss() {
     bool completed = false;
     controller->dismiss([&] { completed = true; });
     ASSERT_TRUE(spinUntil([&] { return completed; }));
-    waitForFrame(stage.gtkWindow);
+    drawFrame(stage.gtkWindow);
   }
   void type(unsigned key) { typeKey(stage.gtkWindow, key); }
   std::string entryText() { return gtk_editable_get_text(GTK_EDITABLE(stage.entry)); }
@@ -133,12 +133,42 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
   EXPECT_EQ(touches->count, 4);
 }
 
-TEST_F(Presentation, FollowsTheWindowAndTellsItsShape) {
+TEST_F(Presentation, FollowsTheWindowWhileTheApplicationTellsTheKeyWindowsShape) {
+  using enum DeviceOrientation;
   present();
-  EXPECT_EQ(stage.shapes.back(), DeviceOrientation::landscapeLeft);
+  EXPECT_EQ(stage.shapes.back(), landscapeLeft);
   stage.resize({300, 450});
   ASSERT_TRUE(spinUntil([&] { return controller->view()->frame() == Rect{0, 0, 300, 450}; }));
-  EXPECT_EQ(stage.shapes.back(), DeviceOrientation::portrait);
+  EXPECT_EQ(stage.shapes.back(), portrait);
+
+  auto* other = GTK_WINDOW(gtk_window_new());
+  gtk_window_set_default_size(other, 500, 200);
+  static_cast<Application&>(app).viewController(other);
+  gtk_window_present(other);
+  ASSERT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
+  type(GDK_KEY_x);  // with which the first window becomes the active one
+  EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == portrait; }));
+  typeKey(other, GDK_KEY_x);
+  EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
+  gtk_window_destroy(other);
+  EXPECT_EQ(stage.shapes.back(), portrait);
+}
+
+TEST_F(Presentation, OfAWindowThatGoesEndsWhenThatIsNoKeyWindowAnyMore) {
+  struct Asks : ViewControllerDelegate {
+    HostApplication* app;
+    int tornDown = 0;
+    void viewControllerWasTornDown() override {
+      ++tornDown;
+      EXPECT_FALSE(app->keyWindow());
+    }
+  };
+  auto asks = std::make_shared<Asks>();
+  asks->app = &app;
+  controller->setDelegate(asks);
+  present();
+  stage.destroyWindow();
+  EXPECT_EQ(asks->tornDown, 1);
 }
 
 TEST_F(Presentation, CoversWhatTheHostPutsInMeanwhileAndShowsItAfterwards) {
@@ -190,7 +220,7 @@ TEST_F(Presentation, LeavesAPlainTitleBarInReachAndCoversTheHostsOwn) {
     bool completed = false;
     host->present(covering, [&] { completed = true; });
     ASSERT_TRUE(spinUntil([&] { return completed; }));
-    waitForFrame(window);
+    drawFrame(window);
     const double whole = gtk_widget_get_height(GTK_WIDGET(window));
     const double covered = covering->view()->frame().height;
     EXPECT_GT(covered, 0);

@@ -1,4 +1,4 @@
-#include "gtk/Display.h"
+#include "gtk/Stage.h"
 
 #include <gtest/gtest.h>
 #include <stage/RealInput.h>
@@ -14,30 +14,9 @@ class Display : public testing::Environment {
 
 }  // namespace
 
-bool spinUntil(const std::function<bool()>& done) {
-  bool late = false;
-  auto limit = PendingCall::after(10'000, [&] { late = true; });
-  const auto pulse = g_timeout_add(
-      5, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
-  while (!done() && !late) g_main_context_iteration(nullptr, TRUE);
-  g_source_remove(pulse);
-  return done();
-}
-
-void waitForFrame(GtkWindow* window) {
-  bool drawn = false;
-  auto painted = connect<void()>(gtk_widget_get_frame_clock(GTK_WIDGET(window)), "after-paint",
-                                 [&] { drawn = true; });
-  gtk_widget_queue_draw(GTK_WIDGET(window));
-  EXPECT_TRUE(spinUntil([&] { return drawn; }));
-}
-
 Stage::Stage()
-    : gtkWindow(GTK_WINDOW(gtk_window_new())),
-      button(gtk_button_new_with_mnemonic("_Host")),
-      entry(gtk_entry_new()),
-      application_({.safeAreaInsets = {.top = 20, .left = 5, .bottom = 10, .right = 15},
-                    .openURL = [this](const std::string& url) { opened.push_back(url); },
+    : application_({.safeAreaInsets = {.top = 20, .left = 5, .bottom = 10, .right = 15},
+                    .openURL = {},
                     .shapeChanged = [this](DeviceOrientation shape) { shapes.push_back(shape); }}) {
   g_object_add_weak_pointer(G_OBJECT(gtkWindow), reinterpret_cast<gpointer*>(&gtkWindow));
   auto* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
@@ -56,21 +35,13 @@ Stage::Stage()
   EXPECT_TRUE(spinUntil([this] { return window_->frame().width > 0; }));
 }
 
-Stage::~Stage() { destroyWindow(); }
-
-void Stage::pass(double seconds) {
-  bool passed = false;
-  auto timer = PendingCall::after(static_cast<guint>(seconds * 1000), [&] { passed = true; });
-  EXPECT_TRUE(spinUntil([&] { return passed; }));
-}
-
 void Stage::resize(Size size) {
   gtk_window_set_default_size(gtkWindow, static_cast<int>(size.width),
                               static_cast<int>(size.height));
 }
 
 void Stage::tap(Point point) {
-  waitForFrame(gtkWindow);  // what was just added stands where it belongs after that
+  drawFrame(gtkWindow);  // what was just added stands where it belongs after that
   stage::click(gtkWindow, point.x, point.y);
 }
 

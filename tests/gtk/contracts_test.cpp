@@ -1,5 +1,5 @@
 // GTK's views and WebKit's pages keep the promises of the view ports.
-#include "gtk/Display.h"
+#include "gtk/Stage.h"
 
 #include <platform/contract/ViewContract.h>
 #include <platform/contract/WebViewContract.h>
