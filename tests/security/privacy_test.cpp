@@ -55,8 +55,7 @@ class Privacy : public testing::Test {
     LinuxOptions options;
     options.appVersion = appVersion;
     options.userDefaults = folder.path / "defaults.sqlite";
-    options.apiBases = {.production = proxy->origin() + "/api/v1",
-                        .sandbox = proxy->origin() + "/api/v1"};
+    options.apiBases = {.production = proxy->apiBase(), .sandbox = proxy->apiBase()};
     options.reachability = ReachabilityPolicy::assumeReachable;
     options.advertisingIdentifier = sandbox::kTesterIDFA;
     options.trackingAuthorized = true;

@@ -1,16 +1,8 @@
 #include "story/FaultProxy.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <charconv>
-#include <iterator>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -19,22 +11,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using std::chrono::milliseconds;
-using Clock = std::chrono::steady_clock;
-
-constexpr const char* kNames[] = {
-    "none",           "delay",           "throttle",        "refuse",
-    "cut head",       "cut body",        "reset body",      "garbage before",
-    "garbage within", "duplicate bytes", "duplicate answer"};
-static_assert(std::size(kNames) == std::size(kFaults));
-
-sockaddr_in loopback(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
 
 bool sendAll(int socket, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -45,188 +21,131 @@ bool sendAll(int socket, std::string_view bytes) {
   return true;
 }
 
-/// The length of the body that this header announces; absent where the header is not whole.
-std::optional<std::size_t> messageLength(std::string_view bytes) {
-  const auto end = bytes.find("\r\n\r\n");
-  if (end == std::string_view::npos) return {};
-  std::string head(bytes.substr(0, end));
-  std::ranges::transform(head, head.begin(), [](char c) {
-    return 'A' <= c && c <= 'Z' ? static_cast<char>(c + 32) : c;
-  });
+/// The length of the message that begins with `bytes`; no message is as long before its header has
+/// come whole.
+std::size_t messageLength(std::string_view bytes) {
+  constexpr std::string_view field = "\r\nContent-Length: ";
+  const auto end = bytes.find("\r\n\r\n"), at = bytes.substr(0, end).find(field);
   std::size_t length = 0;
-  constexpr std::string_view field = "\r\ncontent-length: ";
-  if (const auto at = head.find(field); at != std::string::npos)
-    std::from_chars(head.data() + at + field.size(), head.data() + head.size(), length);
+  if (end == std::string_view::npos) return end;
+  if (at != std::string_view::npos)
+    std::from_chars(bytes.data() + at + field.size(), bytes.data() + end, length);
   return end + 4 + length;
 }
 
-/// The other side sees a reset at once.
-void resetConnection(int socket) {
-  sockaddr nobody{};
-  nobody.sa_family = AF_UNSPEC;
-  connect(socket, &nobody, sizeof nobody);
+/// One message, or what there is of it when it does not come whole.
+bool readMessage(int socket, std::string& message) {
+  while (message.size() < messageLength(message)) {
+    char piece[16384];
+    const ssize_t got = recv(socket, piece, sizeof piece, 0);
+    if (got <= 0) return false;
+    message.append(piece, static_cast<std::size_t>(got));
+  }
+  return true;
+}
+
+/// Harms the answer, and tells whether the connection goes on after it.
+bool harm(std::string& answer, Fault fault) {
+  const std::size_t body = answer.find("\r\n\r\n") + 4, size = answer.size();
+  const std::size_t middle = body + (size - body) / 2;
+  switch (fault) {
+    case Fault::none:
+    case Fault::throttle:
+      return true;
+    case Fault::delay:
+      std::this_thread::sleep_for(20ms);
+      return true;
+    case Fault::garbageBefore:
+      answer.insert(0, "\x16\x03\xff\0\r\n\xfe garbage \r\n"s);
+      return true;
+    case Fault::garbageWithin:
+      answer.replace(middle, 9, std::min<std::size_t>(size - middle, 9), '\xff');
+      return true;
+    case Fault::duplicateBytes:
+      answer.insert(middle, answer.substr(middle, (size - middle) / 2));
+      answer.resize(size);
+      return true;
+    case Fault::duplicateAnswer:
+      answer += answer;
+      return true;
+    case Fault::refuse:
+      answer.clear();
+      return false;
+    case Fault::cutHead:
+      answer.resize(body / 2);
+      return false;
+    case Fault::cutBody:
+    case Fault::resetBody:
+      answer.resize(middle);
+      return false;
+  }
+  return false;
 }
 
 }  // namespace
 
-const char* name(Fault fault) { return kNames[static_cast<std::size_t>(fault)]; }
-
-struct FaultProxy::Connection {
-  explicit Connection(int accepted) : client(accepted) {}
-  ~Connection() {
-    if (thread.joinable()) thread.join();
-    close(client);
-    if (server >= 0) close(server);
-  }
-
-  /// One message, or what there is of it when it does not come whole.
-  bool readMessage(int socket, std::string& buffered, std::string& message,
-                   std::optional<milliseconds> limit);
-
-  std::atomic<bool> done = false;
-  int client = -1, server = -1;
-  std::string fromClient, fromServer;  ///< read, and not yet passed on
-  std::thread thread;
-};
-
-bool FaultProxy::Connection::readMessage(int socket, std::string& buffered, std::string& message,
-                                         std::optional<milliseconds> limit) {
-  const auto until = Clock::now() + limit.value_or(0ms);
-  while (true) {
-    if (const auto length = messageLength(buffered); length && *length <= buffered.size()) {
-      message = buffered.substr(0, *length);
-      buffered.erase(0, *length);
-      return true;
-    }
-    message = buffered;
-    int wait = -1;
-    if (limit) {
-      const auto left = std::chrono::duration_cast<milliseconds>(until - Clock::now()).count();
-      wait = static_cast<int>(std::max<std::int64_t>(left, 0));
-    }
-    pollfd entry{.fd = socket, .events = POLLIN, .revents = 0};
-    if (poll(&entry, 1, wait) <= 0) return false;
-    char piece[16384];
-    const ssize_t got = recv(socket, piece, sizeof piece, 0);
-    if (got <= 0) return false;
-    buffered.append(piece, static_cast<std::size_t>(got));
-  }
-}
-
 FaultProxy::FaultProxy(int serverPort, Choose choose)
-    : serverPort_(serverPort),
-      choose_(std::move(choose)),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  auto address = loopback(0);
-  bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t size = sizeof address;
-  getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ntohs(address.sin_port);
-  listen(listener_, 256);
+    : serverPort_(serverPort), choose_(std::move(choose)) {
+  listen(listener_.fd, 256);
   acceptor_ = std::thread([this] { accept(); });
 }
 
 FaultProxy::~FaultProxy() {
   stopping_ = true;
-  shutdown(listener_, SHUT_RDWR);
+  shutdown(listener_.fd, SHUT_RDWR);
   acceptor_.join();
-  close(listener_);
-  for (const auto& connection : connections_) shutdown(connection->client, SHUT_RDWR);
-  connections_.clear();
+  const auto end = [](const std::set<int>& clients) {
+    for (const int client : clients) shutdown(client, SHUT_RDWR);
+    return clients.empty();
+  };
+  while (!clients_.with(end)) std::this_thread::sleep_for(1ms);
 }
-
-std::string FaultProxy::origin() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
 void FaultProxy::accept() {
   while (!stopping_) {
-    const int client = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int client = accept4(listener_.fd, nullptr, nullptr, SOCK_CLOEXEC);
     if (client < 0) continue;
-    const int yes = 1;
-    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-    std::erase_if(connections_, [](const auto& connection) { return connection->done.load(); });
-    auto& connection = *connections_.emplace_back(std::make_unique<Connection>(client));
-    connection.thread = std::thread([this, &connection] { serve(connection); });
+    clients_.with([&](auto& clients) { clients.insert(client); });
+    std::thread([this, client] { serve(client); }).detach();
   }
 }
 
-void FaultProxy::serve(Connection& connection) {
-  const auto address = loopback(serverPort_);
-  connection.server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (connect(connection.server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-    while (exchange(connection)) {
+void FaultProxy::serve(int client) {
+  const test::LoopbackSocket server;
+  auto address = server.address;
+  address.sin_port = htons(static_cast<std::uint16_t>(serverPort_));
+  const int yes = 1;
+  setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+  const timeval patience{.tv_sec = 0, .tv_usec = 250'000};
+  setsockopt(server.fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (connect(server.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    while (exchange(client, server.fd)) {
     }
-  shutdown(connection.server, SHUT_RDWR);
-  shutdown(connection.client, SHUT_RDWR);
-  connection.done = true;
+  // Only then may the proxy be gone, and the number mean another connection.
+  clients_.with([&](auto& clients) {
+    close(client);
+    clients.erase(client);
+  });
 }
 
-bool FaultProxy::exchange(Connection& connection) {
-  std::string request;
-  if (!connection.readMessage(connection.client, connection.fromClient, request, {})) return false;
+bool FaultProxy::exchange(int client, int server) {
+  std::string request, answer;
+  if (!readMessage(client, request)) return false;
   ++underWay_;
-  const bool goesOn = passOn(connection, request, choose_(exchanges_++, request));
+  const Fault fault = choose_(exchanges_++, request);
+  sendAll(server, request);
+  bool goesOn = readMessage(server, answer) && harm(answer, fault);
+  const std::size_t crumb = fault == Fault::throttle ? answer.size() / 16 + 1 : answer.size();
+  for (std::size_t at = 0; at < answer.size(); at += crumb) {
+    if (at > 0) std::this_thread::sleep_for(2ms);
+    if (!sendAll(client, std::string_view(answer).substr(at, crumb))) goesOn = false;
+  }
+  if (fault == Fault::refuse || fault == Fault::resetBody) {
+    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    setsockopt(client, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+  }
   --underWay_;
   return goesOn;
-}
-
-bool FaultProxy::passOn(Connection& connection, const std::string& request, Fault fault) {
-  std::string answer;
-  sendAll(connection.server, request);
-  if (connection.readMessage(connection.server, connection.fromServer, answer, kPatience))
-    return deliver(connection, std::move(answer), fault);
-  sendAll(connection.client, answer);
-  return false;
-}
-
-bool FaultProxy::deliver(Connection& connection, std::string answer, Fault fault) {
-  const int client = connection.client;
-  const std::size_t body = answer.find("\r\n\r\n") + 4;
-  const std::size_t middle = body + (answer.size() - body) / 2;
-  switch (fault) {
-    case Fault::none:
-      break;
-    case Fault::delay:
-      std::this_thread::sleep_for(20ms);
-      break;
-    case Fault::throttle:
-      for (std::size_t at = 0; at < middle; at += middle / 8 + 1) {
-        if (!sendAll(client,
-                     std::string_view(answer).substr(at, std::min(middle / 8 + 1, middle - at))))
-          return false;
-        std::this_thread::sleep_for(2ms);
-      }
-      return sendAll(client, std::string_view(answer).substr(middle));
-    case Fault::refuse:
-      resetConnection(client);
-      return false;
-    case Fault::cutHead:
-      sendAll(client, std::string_view(answer).substr(0, body / 2));
-      return false;
-    case Fault::cutBody:
-      sendAll(client, std::string_view(answer).substr(0, middle));
-      return false;
-    case Fault::resetBody:
-      sendAll(client, std::string_view(answer).substr(0, middle));
-      resetConnection(client);
-      return false;
-    case Fault::garbageBefore:
-      answer.insert(0, "\x16\x03\xff\0\r\n\xfe garbage \r\n"s);
-      break;
-    case Fault::garbageWithin:
-      std::fill_n(answer.begin() + static_cast<std::ptrdiff_t>(middle),
-                  std::min<std::size_t>(answer.size() - middle, 9), '\xff');
-      break;
-    case Fault::duplicateBytes: {
-      const std::size_t size = answer.size();
-      answer.insert(middle, answer.substr(middle, (size - middle) / 2));
-      answer.resize(size);
-      break;
-    }
-    case Fault::duplicateAnswer:
-      answer += answer;
-      break;
-  }
-  return sendAll(client, answer);
 }
 
 }  // namespace kva::story

@@ -15,15 +15,6 @@ const std::set<std::int64_t> kTransport = {
     static_cast<std::int64_t>(URLError::badServerResponse),
     static_cast<std::int64_t>(URLError::cannotDecodeContentData)};
 
-bool isCancelled(const Error& error) {
-  return error.domain() == kURLErrorDomain &&
-         error.code() == static_cast<std::int64_t>(URLError::cancelled);
-}
-
-std::string described(const std::optional<Error>& error) {
-  return error ? error->domain() + " " + std::to_string(error->code()) : "success";
-}
-
 }  // namespace
 
 Ledger::Ledger(std::function<bool()> isSessionThread, std::function<bool()> isMainThread)
@@ -43,50 +34,39 @@ void Ledger::Call::returned() {
 }
 
 void Ledger::Call::answered(const std::optional<Error>& error) {
-  const bool isCaller = std::this_thread::get_id() == caller;
   ledger->books_.with([&](Books& books) {
-    const std::string wrong =
-        ledger->verdict(*this, isCaller && !hasReturned, books.isEnding, error);
+    const std::string answer =
+        promise->name + ": " +
+        (error ? error->domain() + " " + std::to_string(error->code()) : "success");
+    std::string wrong = ledger->verdict(*this, books.isEnding, error);
     if (++answers == 1) --books.pending;
-    ++books.outcomes[promise->name + ": " + described(error)];
-    if (!wrong.empty() || answers > 1)
-      books.complaints.push_back(promise->name + ", " + described(error) + ": " +
-                                 (answers > 1 ? "answered again" : wrong));
+    if (answers > 1) wrong = "answered again";
+    ++books.outcomes[answer];
+    if (!wrong.empty()) books.complaints.push_back(answer + ": " + wrong);
   });
 }
 
-std::string Ledger::verdict(const Call& call, bool atOnce, bool isEnding,
+/// What is wrong with an answer that comes now; empty when nothing is.
+std::string Ledger::verdict(const Call& call, bool isEnding,
                             const std::optional<Error>& error) const {
   const Promise& promise = *call.promise;
-  if (atOnce) {
+  const bool isOwn = error && error->domain() == "Kelvara";
+  const bool isTransport = error && error->domain() == kURLErrorDomain;
+  if (!call.hasReturned && std::this_thread::get_id() == call.caller) {
     if (!error) return promise.mayAnswerAtOnce ? "" : "success before the call returned";
-    const bool isRefusal = error->domain() == "Kelvara" && promise.refusals.contains(error->code());
+    const bool isRefusal = isOwn && promise.refusals.contains(error->code());
     return isRefusal ? "" : "no refusal that is documented";
   }
   const bool isRightThread = promise.succeedsOnMainThread
-                                 ? isMainThread_() || (error.has_value() && isSessionThread_())
+                                 ? isMainThread_() || (error && isSessionThread_())
                                  : isSessionThread_();
   if (!isRightThread) return "on a thread that was not promised";
-  if (!error || (isEnding && isCancelled(*error))) return "";
-  const auto& documented = error->domain() == kURLErrorDomain ? kTransport : promise.failures;
-  const bool isKnownDomain = error->domain() == kURLErrorDomain || error->domain() == "Kelvara";
-  return isKnownDomain && documented.contains(error->code()) ? "" : "no error that is documented";
-}
-
-std::size_t Ledger::pending() const {
-  return books_.with([](const Books& books) { return books.pending; });
-}
-std::size_t Ledger::calls() const {
-  return books_.with([](const Books& books) { return books.calls; });
-}
-void Ledger::setEnding(bool isEnding) {
-  books_.with([&](Books& books) { books.isEnding = isEnding; });
-}
-std::map<std::string, std::size_t> Ledger::outcomes() const {
-  return books_.with([](const Books& books) { return books.outcomes; });
-}
-std::vector<std::string> Ledger::complaints() const {
-  return books_.with([](const Books& books) { return books.complaints; });
+  const bool isCancelled =
+      isTransport && error->code() == static_cast<std::int64_t>(URLError::cancelled);
+  if (!error || (isEnding && isCancelled)) return "";
+  const bool isDocumented = (isOwn && promise.failures.contains(error->code())) ||
+                            (isTransport && kTransport.contains(error->code()));
+  return isDocumented ? "" : "no error that is documented";
 }
 
 }  // namespace kva::story

@@ -29,8 +29,7 @@ struct Promise {
 /// Watches that every call is answered exactly once, where and with what it promised. Any thread.
 class Ledger {
  public:
-  /// `isSessionThread` tells whether it is called on the network session's thread; so does
-  /// `isMainThread` for the main thread.
+  /// Each tells whether it is called on the thread that it names.
   explicit Ledger(std::function<bool()> isSessionThread, std::function<bool()> isMainThread = {});
 
   /// One call, from just before it is made. Whoever answers it holds on to it.
@@ -50,25 +49,22 @@ class Ledger {
   };
   std::shared_ptr<Call> open(const Promise& promise);
 
-  /// Calls that have not been answered.
-  std::size_t pending() const;
-  std::size_t calls() const;
-  /// While it is so, what is cut off is answered as cancelled.
-  void setEnding(bool isEnding);
-  /// What was answered how often, by call and outcome.
-  std::map<std::string, std::size_t> outcomes() const;
-  /// What was not as promised.
-  std::vector<std::string> complaints() const;
+  struct Books {
+    std::size_t calls = 0, pending = 0;           ///< all, and those that have not been answered
+    bool isEnding = false;                        ///< what is cut off is answered as cancelled
+    std::map<std::string, std::size_t> outcomes;  ///< by call and answer
+    std::vector<std::string> complaints;          ///< what was not as promised
+  };
+  Books books() const { return books_.get(); }
+  bool isSettled() const {
+    return books_.with([](const Books& books) { return books.pending == 0; });
+  }
+  void end() {
+    books_.with([](Books& books) { books.isEnding = true; });
+  }
 
  private:
-  struct Books {
-    std::size_t calls = 0, pending = 0;
-    bool isEnding = false;
-    std::map<std::string, std::size_t> outcomes;
-    std::vector<std::string> complaints;
-  };
-  std::string verdict(const Call& call, bool atOnce, bool isEnding,
-                      const std::optional<Error>& error) const;
+  std::string verdict(const Call& call, bool isEnding, const std::optional<Error>& error) const;
 
   const std::function<bool()> isSessionThread_, isMainThread_;
   Guarded<Books> books_;

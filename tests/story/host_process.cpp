@@ -1,11 +1,9 @@
 // A host application without a display, told what to do line by line: each line on standard input
 // is a command, each is answered by a line that begins with "= ". The SDK's log goes to standard
 // output beside that. Made to be killed at any moment.
-#include <glib-unix.h>
 #include <glib.h>
 
 #include <cstdio>
-#include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -33,10 +31,30 @@ void answer(const std::string& text) {
 
 class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this<HostProcess> {
  public:
-  void run(const std::string& command, std::istringstream& arguments) {
-    const auto found = commands_.find(command);
-    if (found == commands_.end()) return answer("unknown command " + command);
-    found->second(arguments);
+  void run(const std::string& command, std::istream& arguments) {
+    if (command == "start") {
+      Kelvara::start(next(arguments), [](std::optional<Error> error) {
+        answer("started " + std::to_string(error ? error->code() : 0));
+      });
+    } else if (command == "bid") {
+      bid(next(arguments));
+    } else if (command == "load") {
+      loader_ = AdLoader::create();
+      loader_->setDelegate(shared_from_this());
+      const auto bid = bid_.get();
+      loader_->load(bid, bid->price());
+    } else if (command == "template") {
+      TemplateManager::shared().templateFor(next(arguments), [](std::optional<Template> found) {
+        answer(found ? "template " + std::to_string(found->version) : "no template");
+      });
+    } else if (command == "impression") {
+      FrequencyCappingManager::shared().trackImpression(next(arguments));
+      answer("impression");
+    } else if (command == "track") {
+      track(arguments);
+    } else if (command == "initialized") {
+      answer(Kelvara::isInitialized() ? "yes" : "no");
+    }
   }
 
   void adLoaderDidReceiveAd(AdLoader& loader) override {
@@ -47,19 +65,14 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
   }
 
  private:
-  void start(std::istream& in) {
-    std::string appId;
-    in >> appId;
-    Kelvara::start(appId, [](std::optional<Error> error) {
-      answer("started " + std::to_string(error ? error->code() : 0));
-    });
+  static std::string next(std::istream& arguments) {
+    std::string word;
+    arguments >> word;
+    return word;
   }
 
-  void bid(std::istream& in) {
-    std::string adUnit;
-    int kind = 0;
-    in >> adUnit >> kind;
-    KVABidLoader::loadBid(adUnit, static_cast<KVABidType>(kind),
+  void bid(const std::string& adUnit) {
+    KVABidLoader::loadBid(adUnit, KVABidType::interstitial,
                           [this](std::shared_ptr<KVABidResponse> bid, std::optional<Error> error) {
                             if (error) return answer("no bid " + std::to_string(error->code()));
                             bid_.set(bid);
@@ -67,33 +80,11 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
                           });
   }
 
-  void load(std::istream&) {
-    loader_ = AdLoader::create();
-    loader_->setDelegate(shared_from_this());
-    const auto bid = bid_.get();
-    loader_->load(bid, bid->price());
-  }
-
-  void fetchTemplate(std::istream& in) {
-    std::string id;
-    in >> id;
-    TemplateManager::shared().templateFor(id, [](std::optional<Template> found) {
-      answer(found ? "template " + std::to_string(found->version) : "no template");
-    });
-  }
-
-  void impression(std::istream& in) {
-    std::string planId;
-    in >> planId;
-    FrequencyCappingManager::shared().trackImpression(planId);
-    answer("impression");
-  }
-
-  void track(std::istream& in) {
+  static void track(std::istream& arguments) {
     std::string bidId, action;
     std::int64_t quarter = 0;
-    in >> bidId >> action >> quarter;
-    const std::map<std::string, BidReportAction::Kind> kinds = {
+    arguments >> bidId >> action >> quarter;
+    static const std::map<std::string, BidReportAction::Kind> kinds = {
         {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
         {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
         {"quarter", BidReportAction::videoQuarter},  {"fail", BidReportAction::failToShow},
@@ -101,18 +92,6 @@ class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this
     ReportManager::shared().trackAction(bidId, {kinds.at(action), quarter});
     answer("tracked " + bidId + " " + action);
   }
-
-  using Command = std::function<void(std::istringstream&)>;
-  const std::map<std::string, Command> commands_ = {
-      {"start", [this](auto& in) { start(in); }},
-      {"bid", [this](auto& in) { bid(in); }},
-      {"load", [this](auto& in) { load(in); }},
-      {"template", [this](auto& in) { fetchTemplate(in); }},
-      {"impression", [this](auto& in) { impression(in); }},
-      {"track", [this](auto& in) { track(in); }},
-      {"lose", [this](auto&) { KVABidLoader::sendBidLost(bid_.get(), 9.5), answer("lost"); }},
-      {"initialized", [](auto&) { answer(Kelvara::isInitialized() ? "yes" : "no"); }},
-  };
 
   Guarded<std::shared_ptr<KVABidResponse>> bid_;  // set on the session's thread
   std::shared_ptr<AdLoader> loader_;

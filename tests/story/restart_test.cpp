@@ -18,17 +18,15 @@ class RestartStory : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(server.start()); }
 
-  HostProcess::Launch launch(std::string appVersion = "1.0") {
-    return {.apiBase = server.baseURL(),
-            .defaults = folder.path / "defaults.sqlite",
-            .appVersion = std::move(appVersion)};
+  HostProcess launch(const std::string& appVersion = "1.0") {
+    return {server.baseURL(), folder.path / "defaults.sqlite", appVersion};
   }
   static void start(HostProcess& host) {
     ASSERT_EQ(host.await("ready"), "ready");
     ASSERT_EQ(host.ask("start " + std::string(kApplicationId), "started"), "started 0");
   }
   static std::string bid(HostProcess& host) {
-    return host.ask("bid " + std::string(kInterstitialAdUnit) + " 0", "");
+    return host.ask("bid " + std::string(kInterstitialAdUnit), "");
   }
   std::size_t requests(const char* endpoint) { return server.exchanges(endpoint).size(); }
 
@@ -39,7 +37,7 @@ class RestartStory : public testing::Test {
 TEST_F(RestartStory, RegistersOnceAndUpdatesOnlyWhatChanged) {
   std::string uid;
   {
-    HostProcess first(launch());
+    auto first = launch();
     start(first);
     EXPECT_EQ(requests("/register"), 0u) << "registered before the first bid";
     EXPECT_EQ(bid(first).substr(0, 4), "bid ");
@@ -48,13 +46,13 @@ TEST_F(RestartStory, RegistersOnceAndUpdatesOnlyWhatChanged) {
     uid = server.state().users[0].uid;
   }
   {
-    HostProcess second(launch());
+    auto second = launch();
     start(second);
     EXPECT_EQ(bid(second).substr(0, 4), "bid ");
   }
   EXPECT_EQ(requests("/update"), 0u) << "nothing had changed";
   {
-    HostProcess updated(launch("2.0"));
+    auto updated = launch("2.0");
     start(updated);
     ASSERT_TRUE(server.waitForExchanges(
         "/update", [](const auto& all) { return all.size() == 1; }, std::chrono::seconds(10)));
@@ -71,7 +69,7 @@ TEST_F(RestartStory, KeepsCountersAndTemplatesAndForgetsNoFillsAndUsedBids) {
   const std::string dearestPlan(sandbox::findAdUnit(kInterstitialAdUnit)->plans[0].id);
   std::string firstBid;
   {
-    HostProcess first(launch());
+    auto first = launch();
     start(first);
     firstBid = bid(first);
     EXPECT_TRUE(firstBid.ends_with(dearestPlan)) << firstBid;
@@ -86,7 +84,7 @@ TEST_F(RestartStory, KeepsCountersAndTemplatesAndForgetsNoFillsAndUsedBids) {
   }
   EXPECT_EQ(requests("/template"), 1u);
   {
-    HostProcess second(launch());
+    auto second = launch();
     start(second);
     const std::string answer = bid(second);
     EXPECT_EQ(answer.substr(0, 4), "bid ") << "the no-fill was remembered";
@@ -94,32 +92,6 @@ TEST_F(RestartStory, KeepsCountersAndTemplatesAndForgetsNoFillsAndUsedBids) {
     EXPECT_EQ(second.ask("template " + std::string(kImageTemplate), "template"), "template 3");
   }
   EXPECT_EQ(requests("/template"), 1u) << "the template was fetched again";
-}
-
-TEST_F(RestartStory, ReportsOfAKilledProcessReachTheServerFromTheNext) {
-  std::string bidId;
-  {
-    HostProcess first(launch());
-    start(first);
-    bidId = bid(first).substr(4, 36);
-    server.setScenario("/bid/stats", {.behaviour = sandbox::Behaviour::reset});
-    for (const char* action : {"impression", "click", "quarter 3", "complete", "dismiss"})
-      first.ask("track " + bidId + " " + action, "tracked");
-    first.kill();
-  }
-  server.clearScenarios();
-  HostProcess second(launch());
-  start(second);
-  ASSERT_TRUE(server.waitForExchanges(
-      "/bid/stats", [](const auto& all) { return !all.empty() && all.back().verdict == "ok"; },
-      std::chrono::seconds(15)));
-  const auto state = server.state();
-  const auto* report = state.report(bidId);
-  ASSERT_NE(report, nullptr);
-  EXPECT_TRUE(report->bidKnown && report->impression && report->clicked && report->completed &&
-              report->dismissed);
-  EXPECT_EQ(report->quarter, 3);
-  EXPECT_GT(report->impressionAt, 0);
 }
 
 }  // namespace
