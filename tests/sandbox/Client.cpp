@@ -1,13 +1,11 @@
 #include "sandbox/Client.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
+
+#include "platform/linux_support.h"
 
 namespace kva::sandbox {
 namespace {
@@ -19,44 +17,38 @@ constexpr const char* kApiHeaders =
 }  // namespace
 
 std::string Reply::verdict() const {
-  auto envelope = json();
+  const Json envelope = json();
   if (!envelope.is_object() || !envelope.contains("ok")) return "no envelope";
   if (envelope["ok"] == true) return "ok";
-  if (envelope["err"].is_null()) return "not ok";
-  return std::to_string(envelope["err"]["code"].get<int>()) + " " +
-         envelope["err"]["msg"].get<std::string>();
+  const Json& error = envelope["err"];
+  return error.is_null() ? "not ok" : error["code"].dump() + " " + error.value("msg", "");
 }
 
 Reply exchangeBytes(int port, std::string_view bytes, std::chrono::milliseconds limit) {
   Reply reply;
-  int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
+  const test::LoopbackSocket client;
+  auto address = client.address;
   address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(client.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return reply;
+  send(client.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   std::string received;
-  if (connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
-    send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    for (;;) {
-      pollfd entry{.fd = socket, .events = POLLIN, .revents = 0};
-      if (poll(&entry, 1, static_cast<int>(limit.count())) == 0) {
-        reply.end = Reply::End::silent;
-        break;
-      }
-      char piece[4096];
-      ssize_t got = recv(socket, piece, sizeof piece, 0);
-      if (got < 0 && errno == ECONNRESET) reply.end = Reply::End::reset;
-      if (got <= 0) break;
-      received.append(piece, static_cast<std::size_t>(got));
+  for (;;) {
+    pollfd entry{.fd = client.fd, .events = POLLIN, .revents = 0};
+    char piece[4096];
+    if (poll(&entry, 1, static_cast<int>(limit.count())) == 0) {
+      reply.end = Reply::End::silent;
+      break;
     }
+    const ssize_t got = recv(client.fd, piece, sizeof piece, 0);
+    if (got < 0 && errno == ECONNRESET) reply.end = Reply::End::reset;
+    if (got <= 0) break;
+    received.append(piece, static_cast<std::size_t>(got));
   }
-  close(socket);
-  auto blank = received.find("\r\n\r\n");
+  const auto blank = received.find("\r\n\r\n");
   reply.head = received.substr(0, blank);
   if (blank != std::string::npos) reply.body = received.substr(blank + 4);
-  if (reply.head.size() > 12) {
-    std::from_chars(reply.head.data() + 9, reply.head.data() + 12, reply.status);
-  }
+  if (received.size() > 12)
+    std::from_chars(received.data() + 9, received.data() + 12, reply.status);
   return reply;
 }
 
@@ -69,8 +61,50 @@ std::string postBytes(const std::string& path, const std::string& body) {
          "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-Reply post(int port, const std::string& path, const nlohmann::json& body) {
+Reply post(int port, const std::string& path, const Json& body) {
   return exchangeBytes(port, postBytes(path, body.dump(2)));
+}
+
+std::string initPath() {
+  return "/api/v1/init?aid=" + std::string(kApplicationId) +
+         "&sdkv=1.2.0&appv=3.1&pl=ios&osv=12&pkg=example.host";
+}
+
+Json userRecord() {
+  Json record = Json::parse(R"({"sdkv": "1.2.0", "appv": "3.1", "pl": "ios", "osv": "12",
+      "pkg": "example", "idfa": "", "dbra": "apple", "dmob": "model", "conn": "3g", "gsm": "",
+      "cnst": -1, "gdpr": -1, "ccpa": -1, "lcl": "TR", "lng": "tr", "tzn": "GMT+3"})");
+  record["aid"] = kApplicationId;
+  return record;
+}
+
+Json bidRequest(const std::string& uid, const CatalogueAdUnit& unit) {
+  return {{"aid", kApplicationId}, {"uid", uid},  {"adid", unit.id}, {"pl", "ios"},
+          {"adt", unit.adType},    {"osv", "12"}, {"dbra", "apple"}, {"dmod", "model"}};
+}
+
+Json loadRequest(const std::string& bid, const std::string& plan) {
+  return {{"aid", kApplicationId}, {"bid", bid}, {"plan", plan}, {"recpm", 4100}};
+}
+
+Json report(const std::string& bid) {
+  return {{"bid", bid},    {"time", 0},     {"imp", false},  {"fts", false},
+          {"dism", false}, {"clck", false}, {"comp", false}, {"quar", 0}};
+}
+
+Json statsRequest(const std::string& uid, Json reports) {
+  return {{"aid", kApplicationId}, {"uid", uid}, {"stats", std::move(reports)}};
+}
+
+Json trackRequest(const std::string& idfa) {
+  Json request = userRecord();
+  for (const char* key : {"pkg", "dmob", "cnst", "gdpr", "ccpa"}) request.erase(key);
+  request.update({{"dmod", "m"}, {"eid", nullptr}, {"idfa", idfa}});
+  return request;
+}
+
+std::string registeredUser(int port) {
+  return post(port, "/api/v1/register", userRecord()).json()["data"]["uid"];
 }
 
 }  // namespace kva::sandbox

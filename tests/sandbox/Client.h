@@ -5,15 +5,21 @@
 #include <string>
 #include <string_view>
 
+#include "sandbox/Catalogue.h"
+#include "sandbox/Server.h"
+
+/// A client without any library, and requests as a healthy SDK makes them, to send or to spoil.
 namespace kva::sandbox {
 
-/// What a client without any library sees of one connection.
+using Json = nlohmann::json;
+
+/// What the client sees of one connection.
 struct Reply {
   enum class End { closed, reset, silent } end = End::closed;
   int status = 0;
   std::string head, body;
 
-  nlohmann::json json() const { return nlohmann::json::parse(body, nullptr, false); }
+  Json json() const { return Json::parse(body, nullptr, false); }
   /// "400 aid: missing, ..." of the error record, or "ok".
   std::string verdict() const;
 };
@@ -25,7 +31,18 @@ Reply exchangeBytes(int port, std::string_view bytes,
 
 /// One request with the headers that the API expects; `path` from the root, query included.
 Reply get(int port, const std::string& path, const std::string& headers = "");
-Reply post(int port, const std::string& path, const nlohmann::json& body);
+Reply post(int port, const std::string& path, const Json& body);
 std::string postBytes(const std::string& path, const std::string& body);
+
+inline const std::string kSomeUUID = "11111111-2222-4333-8444-555555555555";
+
+std::string initPath();
+Json userRecord();
+Json bidRequest(const std::string& uid, const CatalogueAdUnit& unit = adUnits()[0]);
+Json loadRequest(const std::string& bid, const std::string& plan);
+Json report(const std::string& bid);
+Json statsRequest(const std::string& uid, Json reports);
+Json trackRequest(const std::string& idfa);
+std::string registeredUser(int port);
 
 }  // namespace kva::sandbox

@@ -1,0 +1,238 @@
+#include "sandbox/Server.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+#include "Kelvara/platform/Digest.h"
+#include "platform/linux_support.h"
+#include "sandbox/Client.h"
+
+namespace kva::sandbox {
+namespace {
+
+using namespace std::chrono_literals;
+
+class SandboxServer : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(server.start());
+    uid = registeredUser(server.port());
+  }
+  Reply call(const std::string& endpoint, const Json& body) {
+    return post(server.port(), "/api/v1" + endpoint, body);
+  }
+  Json data(const std::string& endpoint, const Json& body) {
+    return call(endpoint, body).json()["data"];
+  }
+  Server server;
+  std::string uid;
+};
+
+TEST_F(SandboxServer, RemembersWhatAnInstallationDoes) {
+  server.setClockSkew(1h);
+  const auto before = std::chrono::system_clock::now().time_since_epoch();
+  const Json application = get(server.port(), initPath()).json();
+  const auto ahead = std::chrono::milliseconds(application["time"].get<std::int64_t>()) - before;
+  EXPECT_TRUE(ahead > 59min && ahead < 61min);
+  EXPECT_EQ(application["data"]["tids"][0]["idfa"], md5Hex(kTesterIDFA));
+
+  Json changed = userRecord();
+  changed.update({{"lng", "de"}, {"uid", uid}});
+  EXPECT_EQ(data("/update", changed)["uid"], uid);
+  EXPECT_TRUE(data("/track", trackRequest(""))["plan"].is_null());
+  EXPECT_EQ(data("/track", trackRequest(std::string(kTesterIDFA)))["plan"], kCampaignPlan);
+
+  const Json offer = data("/bid/init", bidRequest(uid));
+  const std::string bid = offer["bid"], plan = offer["plans"][1]["plan"];
+  EXPECT_EQ(data("/bid/load", loadRequest(bid, plan))["bid"], bid);
+  const std::string lost = data("/bid/init", bidRequest(uid))["bid"];
+  EXPECT_EQ(call("/bid/lost", {{"bid", lost}, {"lecpm", 1234}}).verdict(), "ok");
+  Json first = report(bid), second = report(bid);
+  first.update({{"imp", true}, {"time", 1700000000000}, {"quar", 3}});
+  second.update({{"dism", true}, {"clck", true}, {"quar", 2}});
+  EXPECT_EQ(call("/bid/stats", statsRequest(uid, {first})).verdict(), "ok");
+  EXPECT_EQ(call("/bid/stats", statsRequest(uid, {second, report(kSomeUUID)})).verdict(), "ok");
+
+  const State state = server.state();
+  ASSERT_EQ(state.users.size(), 1u);
+  EXPECT_EQ(state.users[0].updates, 1);
+  EXPECT_EQ(Json::parse(state.users[0].record)["lng"], "de");
+  EXPECT_EQ(state.tracks.size(), 2u);
+  const BidRecord *loaded = state.bid(bid), *away = state.bid(lost);
+  ASSERT_TRUE(loaded && away);
+  EXPECT_EQ(loaded->status, BidRecord::Status::loaded);
+  EXPECT_EQ(loaded->plan, plan);
+  EXPECT_EQ(loaded->clearingPrice, 4100);
+  EXPECT_EQ(away->status, BidRecord::Status::lost);
+  EXPECT_EQ(away->clearingPrice, 1234);
+  const ReportRecord* merged = state.report(bid);
+  ASSERT_TRUE(merged);
+  EXPECT_TRUE(merged->bidKnown && merged->impression && merged->dismissed && merged->clicked);
+  EXPECT_FALSE(merged->completed || merged->failToShow);
+  EXPECT_EQ(merged->impressionAt, 1700000000000);
+  EXPECT_EQ(merged->quarter, 3);
+  EXPECT_EQ(merged->received, 2);
+  EXPECT_FALSE(state.report(kSomeUUID)->bidKnown);
+}
+
+TEST_F(SandboxServer, ServesEveryFileThatItsAdsName) {
+  std::set<std::string> paths = {"/creatives/privacy.html"};
+  const auto path = [](const Json& url) {
+    return url.get<std::string>().substr(sizeof "http://sandbox.test" - 1);
+  };
+  for (const CatalogueAdUnit& unit : adUnits()) {
+    const Json offer = data("/bid/init", bidRequest(uid, unit));
+    const Json ad = data("/bid/load", loadRequest(offer["bid"], offer["plans"][0]["plan"]));
+    std::set<std::string> orientations;
+    for (const Json& file : ad["fls"]) {
+      paths.insert(path(file["furl"]));
+      orientations.insert(file["ornt"]);
+    }
+    EXPECT_EQ(orientations.size(), 2u) << unit.id;
+    paths.insert(path(ad["crea"]["icon"]));
+    for (const char* texts : {"bton", "deta"})
+      EXPECT_EQ(Json::parse(ad["crea"][texts].get<std::string>()).size(), 3u);
+
+    const Json page = get(server.port(), "/api/v1/template?aid=" + std::string(kApplicationId) +
+                                             "&tmpl=" + ad["tmpl"].get<std::string>())
+                          .json()["data"];
+    const std::string html = page["html"];
+    for (const char* placeholder :
+         {"[@CLICK_URL]", "[@MAIN_ASSET]", "[@END_CARD_IMAGE]", "[@ICON_IMAGE]",
+          "[@DESCRIPTION_TEXT]", "[@TITLE_TEXT]", "[@CTA_TEXT]"})
+      EXPECT_TRUE(html.contains(placeholder)) << placeholder << " in " << page["tmpl"];
+    // The SDK turns escapes into the characters they stand for, which would break a script.
+    EXPECT_FALSE(html.contains('\\')) << page["tmpl"];
+  }
+  EXPECT_EQ(paths.size(), 15u);
+  for (const std::string& name : paths) {
+    const Reply whole = get(server.port(), name);
+    EXPECT_EQ(whole.status, 200) << name;
+    const char* type = name.ends_with(".mp4")    ? "Content-Type: video/mp4"
+                       : name.ends_with(".webm") ? "Content-Type: video/webm"
+                       : name.ends_with(".html") ? "Content-Type: text/html"
+                                                 : "Content-Type: image/svg+xml";
+    EXPECT_TRUE(whole.head.contains(type)) << name << "\n" << whole.head;
+    const Reply part = get(server.port(), name, "Range: bytes=100-199\r\n");
+    EXPECT_EQ(part.status, 206) << name;
+    EXPECT_EQ(part.body, whole.body.substr(100, 100)) << name;
+  }
+  EXPECT_EQ(get(server.port(), "/creatives/../templates/playable.html").status, 404);
+}
+
+TEST_F(SandboxServer, KeepsItsRules) {
+  const Json offer = data("/bid/init", bidRequest(uid));
+  const std::string bid = offer["bid"], plan = offer["plans"][0]["plan"];
+  Json stranger = userRecord(), nobody = userRecord(), foreign = userRecord();
+  stranger["uid"] = kSomeUUID;
+  nobody["uid"] = "";
+  foreign["aid"] = kSomeUUID;
+  Json otherKind = bidRequest(uid), otherUnit = bidRequest(uid);
+  otherKind["adt"] = "rewarded";
+  otherUnit["adid"] = kSomeUUID;
+  const struct {
+    const char* endpoint;
+    Json body;
+    const char* verdict;
+  } table[] = {
+      {"/register", foreign, "403 aid: no such application"},
+      {"/update", stranger, "404 uid: no such user"},
+      {"/update", nobody, "404 uid: no such user"},
+      {"/bid/init", bidRequest(kSomeUUID), "404 uid: no such user"},
+      {"/bid/stats", statsRequest(kSomeUUID, {report(bid)}), "404 uid: no such user"},
+      {"/bid/stats", statsRequest("", {report(bid)}), "404 uid: no such user"},
+      {"/bid/init", otherUnit, "400 adid: no such ad unit"},
+      {"/bid/init", otherKind, "400 adt: this ad unit is interstitial"},
+      {"/bid/lost", {{"bid", kSomeUUID}, {"lecpm", 1}}, "400 bid: no such bid"},
+      {"/bid/load", loadRequest(bid, kSomeUUID), "400 plan: not one that was offered for this bid"},
+      {"/bid/load", loadRequest(bid, plan), "ok"},
+      {"/bid/load", loadRequest(bid, plan), "409 bid: already loaded"},
+      {"/bid/lost", {{"bid", bid}, {"lecpm", 1}}, "409 bid: already loaded"},
+  };
+  for (const auto& row : table) EXPECT_EQ(call(row.endpoint, row.body).verdict(), row.verdict);
+  EXPECT_TRUE(server.state().reports.empty());
+}
+
+TEST_F(SandboxServer, PublishesTemplatesInVersions) {
+  const auto announced = [&] {
+    return get(server.port(), initPath()).json()["data"]["tmpv"]["playable"];
+  };
+  const auto page = [&](const std::string& query) {
+    return get(server.port(),
+               "/api/v1/template?aid=" + std::string(kApplicationId) + "&tmpl=" + query);
+  };
+  EXPECT_EQ(announced(), 2);
+  EXPECT_FALSE(server.publishTemplate("none", "x"));
+  EXPECT_TRUE(server.publishTemplate("playable", "<p>new"));
+  EXPECT_EQ(announced(), 3);
+  EXPECT_EQ(page("playable").json()["data"]["html"], "<p>new");
+  EXPECT_EQ(page("playable&tver=2").json()["data"]["tver"], 2);
+  EXPECT_EQ(page("playable&tver=4").verdict(), "400 tver: this template has no such version");
+  EXPECT_EQ(page("none").verdict(), "400 tmpl: no such template");
+}
+
+TEST_F(SandboxServer, IsDrivenAndReadOverHttp) {
+  const auto control = [&](const char* what, const Json& body) {
+    return post(server.port(), std::string("/control/") + what, body).status;
+  };
+  const Json error = {
+      {"endpoint", "/init"}, {"scenario", "error"}, {"code", 7}, {"message", "No"}, {"times", 1}};
+  EXPECT_EQ(control("scenario", error), 200);
+  EXPECT_EQ(get(server.port(), "/control/scenarios").json()["/init"]["code"], 7);
+  EXPECT_EQ(get(server.port(), initPath()).verdict(), "7 No");
+  EXPECT_EQ(get(server.port(), initPath()).verdict(), "ok");
+  EXPECT_EQ(control("scenario", {{"endpoint", "/nowhere"}, {"scenario", "hang"}}), 400);
+  EXPECT_EQ(control("scenario", {{"endpoint", "/init"}, {"scenario", "missing"}}), 400);
+  EXPECT_EQ(control("scenario", {{"endpoint", "/init"}, {"scenario", 5}}), 400);
+  EXPECT_EQ(control("clock", Json::array()), 400);
+
+  const Json exchanges = get(server.port(), "/control/exchanges?endpoint=/init").json();
+  ASSERT_EQ(exchanges.size(), 2u);
+  EXPECT_EQ(exchanges[0]["verdict"], "7 No");
+  EXPECT_TRUE(get(server.port(), "/control/log").body.contains("GET /init  7 No  [error]"));
+  EXPECT_EQ(get(server.port(), "/control/state").json()["users"][0]["uid"], uid);
+  EXPECT_EQ(control("reset", Json::object()), 200);
+  EXPECT_TRUE(server.state().users.empty() && server.exchanges().empty());
+}
+
+TEST(SandboxServerLife, RemembersInItsFileAndSaysWhyItCannotStart) {
+  const test::TemporaryFolder folder;
+  const std::string file = folder.path / "sandbox.sqlite";
+  std::string uid;
+  {
+    Server server({.database = file});
+    ASSERT_TRUE(server.start());
+    uid = registeredUser(server.port());
+    Server second({.port = server.port()});
+    EXPECT_TRUE(second.start().error().contains("cannot listen"));
+  }
+  Server again({.database = file});
+  ASSERT_TRUE(again.start());
+  EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), "ok");
+
+  EXPECT_TRUE(Server({.data = "/nowhere"}).start().error().contains("cannot read"));
+  EXPECT_TRUE(Server({.database = "/nowhere/at/all"}).start().error().contains("database"));
+  EXPECT_FALSE(Server({.scenarios = {{"/nowhere", {}}}}).start());
+}
+
+TEST(SandboxServerLife, EndsPromptlyWhileClientsHang) {
+  Server server;
+  ASSERT_TRUE(server.start());
+  server.setScenario("/register", {.behaviour = Behaviour::hang});
+  server.setScenario("/init", {.delay = 1h});
+  std::vector<std::jthread> clients;
+  for (int i = 0; i < 20; ++i) {
+    clients.emplace_back([&] { get(server.port(), initPath()); });
+    clients.emplace_back([&] { post(server.port(), "/api/v1/register", userRecord()); });
+  }
+  EXPECT_TRUE(server.waitForExchanges(
+      "/register", [](const auto& all) { return all.size() == 20; }, 10s));
+  const auto begun = std::chrono::steady_clock::now();
+  server.stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 1s);
+}
+
+}  // namespace
+}  // namespace kva::sandbox
