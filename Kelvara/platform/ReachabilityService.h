@@ -40,7 +40,7 @@ class ReachabilityReference {
 class ReachabilityService {
  public:
   virtual ~ReachabilityService() = default;
-  /// Null on failure; `lastError` tells why. The general internet is the address 0.0.0.0.
+  /// Null on failure; `lastError` tells why. Network byte order; 0.0.0.0: the general internet.
   virtual std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) = 0;
   virtual std::unique_ptr<ReachabilityReference> createWithName(const std::string& hostname) = 0;
   virtual std::int32_t lastError() const = 0;

@@ -20,34 +20,29 @@ namespace kva::test {
 ///   void letLoad(WebView&);   // what was loaded last now finishes, where it does not by itself
 ///   void letFail(WebView&);   // likewise fails
 ///   void navigatePage(WebView&, const std::string& url);  // location.href = url
-///   std::string runDialog(WebView&, const ScriptDialog&);  // what the page gets, as JSON; it
-///   turns
-///                                                          // the loop until the page has it
+///   // What the page gets, as JSON; turns the loop until it has it.
+///   std::string runDialog(WebView&, const ScriptDialog&);
 template <class Subject>
 class WebViewContract : public testing::Test {
  protected:
   struct Listener : WebViewDelegate {
     int finished = 0, failed = 0;
-    std::vector<NavigationAction> asked;
-    std::function<bool(const NavigationAction&)> decide;
-    std::vector<std::string> dialogs;
+    bool allows = true;
+    std::vector<std::string> asked, dialogs;
     ScriptDialogAnswer answer;
 
     void webViewDidFinishNavigation() override { ++finished; }
     void webViewDidFailNavigation(const Error&) override { ++failed; }
     bool webViewDecidePolicy(const NavigationAction& action) override {
-      asked.push_back(action);
-      return !decide || decide(action);
+      EXPECT_EQ(action.target, NavigationAction::TargetFrame::main);
+      EXPECT_EQ(action.request->method, "GET");
+      asked.push_back(action.request->url.absoluteString());
+      return allows;
     }
     void webViewCreateWebView(const NavigationAction&) override {}
     ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog& dialog) override {
       dialogs.push_back(dialog.message + "|" + dialog.defaultText);
       return answer;
-    }
-    bool wasAskedFor(const std::string& url) const {
-      for (const auto& action : asked)
-        if (action.request && action.request->url.absoluteString() == url) return true;
-      return false;
     }
   };
 
@@ -82,29 +77,27 @@ class WebViewContract : public testing::Test {
 };
 TYPED_TEST_SUITE_P(WebViewContract);
 
-TYPED_TEST_P(WebViewContract, LoadsAPageAndSaysSoOnce) {
+TYPED_TEST_P(WebViewContract, SaysOnceThatAPageLoadedOrFailed) {
   EXPECT_EQ(this->webView->view()->window(), this->subject.window());
   this->loadPage();
   this->settle();
   EXPECT_EQ(this->listener->finished, 1);
   EXPECT_EQ(this->listener->failed, 0);
-}
 
-TYPED_TEST_P(WebViewContract, SaysOnceThatALoadFailed) {
   // Port 9 of this machine: no one listens there, and browsers refuse it besides.
-  this->webView->load(
-      {.url = *URL::parse("http://127.0.0.1:9/"), .method = "GET", .headers = {}, .body = {}});
+  this->webView->load({.url = *URL::parse("http://127.0.0.1:9/"), .headers = {}, .body = {}});
   EXPECT_EQ(this->listener->failed, 0);
   this->subject.letFail(*this->webView);
   ASSERT_TRUE(this->subject.spinUntil([&] { return this->listener->failed > 0; }));
   this->settle();
   EXPECT_EQ(this->listener->failed, 1);
+  EXPECT_EQ(this->listener->finished, 1);
 }
 
 TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheOrderGiven) {
   this->loadPage();
   std::vector<int> order;
-  for (int i = 0; i < 10; ++i) {
+  for (int i = 0; i < 4; ++i) {
     this->webView->evaluateJavaScript("null", nullptr);
     this->webView->evaluateJavaScript("null", [&, i](Result<std::string> value) {
       EXPECT_EQ(value, "null");
@@ -112,45 +105,43 @@ TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheOrderGiven) {
     });
   }
   EXPECT_TRUE(order.empty());
-  ASSERT_TRUE(this->subject.spinUntil([&] { return order.size() == 10; }));
-  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  ASSERT_TRUE(this->subject.spinUntil([&] { return order.size() == 4; }));
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
 }
 
 TYPED_TEST_P(WebViewContract, AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot) {
   this->loadPage();
-  this->listener->decide = [](const NavigationAction&) { return false; };
+  this->listener->allows = false;
   for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
                                 "https://example.test/elsewhere?q=%20"}) {
     this->subject.navigatePage(*this->webView, url);
-    EXPECT_TRUE(this->subject.spinUntil([&] { return this->listener->wasAskedFor(url); })) << url;
-    ASSERT_FALSE(this->listener->asked.empty());
-    EXPECT_EQ(this->listener->asked.back().target, NavigationAction::TargetFrame::main);
-    EXPECT_EQ(this->listener->asked.back().request->method, "GET");
+    EXPECT_TRUE(this->subject.spinUntil([&] {
+      return !this->listener->asked.empty() && this->listener->asked.back() == url;
+    })) << url;
   }
   this->settle();
   EXPECT_EQ(this->listener->finished, 1) << "the page stayed where it was";
 }
 
 TYPED_TEST_P(WebViewContract, GivesThePageTheDelegatesAnswersToItsDialogs) {
-  using Kind = ScriptDialog::Kind;
+  using enum ScriptDialog::Kind;
   this->loadPage();
   const struct {
     ScriptDialog dialog;
     ScriptDialogAnswer answer;
     std::string pageGets;
   } cases[] = {
-      {{Kind::alert, "hello", ""}, {false, std::nullopt}, "null"},
-      {{Kind::confirm, "sure?", ""}, {false, std::nullopt}, "false"},
-      {{Kind::confirm, "really?", ""}, {true, std::nullopt}, "true"},
-      {{Kind::prompt, "name?", "default"}, {false, std::nullopt}, "null"},
-      {{Kind::prompt, "name!", "default"}, {true, "text"}, "\"text\""},
+      {{alert, "hello", ""}, {false, std::nullopt}, "null"},
+      {{confirm, "sure?", ""}, {false, std::nullopt}, "false"},
+      {{confirm, "really?", ""}, {true, std::nullopt}, "true"},
+      {{prompt, "name?", "default"}, {false, std::nullopt}, "null"},
+      {{prompt, "name!", "default"}, {true, "text"}, "\"text\""},
   };
-  for (const auto& one : cases) {
-    this->listener->answer = one.answer;
-    EXPECT_EQ(this->subject.runDialog(*this->webView, one.dialog), one.pageGets)
-        << one.dialog.message;
+  for (const auto& [dialog, answer, pageGets] : cases) {
+    this->listener->answer = answer;
+    EXPECT_EQ(this->subject.runDialog(*this->webView, dialog), pageGets) << dialog.message;
     ASSERT_FALSE(this->listener->dialogs.empty());
-    EXPECT_EQ(this->listener->dialogs.back(), one.dialog.message + "|" + one.dialog.defaultText);
+    EXPECT_EQ(this->listener->dialogs.back(), dialog.message + "|" + dialog.defaultText);
   }
 }
 
@@ -170,7 +161,7 @@ TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndGoesWithAnswersUnderWay) {
       << "an answer, or that there is none";
 }
 
-REGISTER_TYPED_TEST_SUITE_P(WebViewContract, LoadsAPageAndSaysSoOnce, SaysOnceThatALoadFailed,
+REGISTER_TYPED_TEST_SUITE_P(WebViewContract, SaysOnceThatAPageLoadedOrFailed,
                             AnswersScriptsLaterInTheOrderGiven,
                             AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot,
                             GivesThePageTheDelegatesAnswersToItsDialogs,

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include <platform/NetworkNamespace.h>
+#include <platform/headless/Headless.h>
+#include <platform/linux/LinuxPlatform.h>
+#include <platform/linux_support.h>
+
+namespace kva::test {
+
+// What the ports' contracts run against, one for each platform. Its server answers "/ok" with "ok",
+// "/echo" with the body it is sent, "/empty" with an empty body, "/error" with status 500 and
+// "broken", and "/never" not at all; on the port of "/refused" nobody listens.
+
+struct Headless {
+  static constexpr const char* kName = "Headless";
+  static constexpr bool kSessionHasAThread = false;
+
+  Headless() {
+    for (const auto& [path, body] : {std::pair{"/ok", "ok"}, {"/empty", ""}, {"/error", "broken"}})
+      h.server.reply(path, body);
+    h.server.reply("/never", "", headless::Server::kNever);
+    h.server.reply(
+        "/echo", [](const auto& request) { return headless::answer(*request.body); }, 0.1);
+  }
+  URL url(const std::string& path) { return *URL::parse(h.apiBases.production + path); }
+  bool spinUntil(const std::function<bool()>& done) { return h.time.runUntil(done); }
+  /// Time passes, and the loop does not turn.
+  void holdUp(double seconds) { h.time.stall(seconds); }
+  /// The process ends and starts again.
+  void restart() {
+    ports.urlSession->invalidate();
+    ports = h.platform();
+  }
+  static bool canChangeTheNetwork() { return true; }
+  /// The way to the internet comes and goes.
+  bool setReachable(bool reachable) {
+    h.reachability.setFlags(reachable ? headless::HeadlessReachability::kReachable : 0);
+    return true;
+  }
+
+  headless::Headless h;
+  Platform ports = h.platform();
+};
+
+struct Linux {
+  static constexpr const char* kName = "Linux";
+  static constexpr bool kSessionHasAThread = true;
+
+  URL url(const std::string& path) { return path == "/refused" ? refusingUrl() : server.url(path); }
+  bool spinUntil(const std::function<bool()>& done) { return spinMainLoopUntil(done); }
+  void holdUp(double seconds) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+  }
+  void restart() {
+    ports = {};
+    ports = launch();
+  }
+  static bool canChangeTheNetwork() { return isInNamespaceOfItsOwn(); }
+  bool setReachable(bool reachable) {
+    if (!reachable) return ip("link set kva0 down");
+    const bool made =
+        ip("link show kva0") || (ip("link add kva0 type veth peer name kva1") &&
+                                 ip("addr add 192.0.2.2/24 dev kva0") && ip("link set kva1 up"));
+    return made && ip("link set kva0 up") && ip("route add default via 192.0.2.1 dev kva0");
+  }
+  Platform launch() {
+    return makeLinuxPlatform({.bundleId = "org.example.host",
+                              .appVersion = "3.2.1",
+                              .mainBundle = {},
+                              .userDefaults = folder.path / "defaults.sqlite",
+                              .apiBases = {},
+                              .advertisingIdentifier = {}})
+        .ports;
+  }
+
+  TemporaryFolder folder;
+  LoopbackServer server{[](httplib::Server& s) { s.set_keep_alive_max_count(1); }};
+  Platform ports = launch();
+};
+
+/// What GoogleTest calls them.
+struct SubjectNames {
+  template <class Subject>
+  static const char* GetName(int) {
+    return Subject::kName;
+  }
+};
+using Subjects = testing::Types<Headless, Linux>;
+
+}  // namespace kva::test

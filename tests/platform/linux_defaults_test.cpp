@@ -1,0 +1,185 @@
+// The stored settings among other processes, in damaged files and where nothing can be written.
+#include <platform/linux/SqliteDefaults.h>
+
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+
+#include <platform/linux_support.h>
+
+namespace kva::test {
+namespace {
+
+namespace fs = std::filesystem;
+constexpr int kRefused = 77;
+
+struct LinuxDefaults : testing::Test {
+  std::unique_ptr<SqliteDefaults> open(const fs::path& path) {
+    return std::make_unique<SqliteDefaults>(path, [this](const std::string&) { ++lines; });
+  }
+  static std::string contentsOf(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator(stream), {}};
+  }
+
+  /// Runs `body` in a process of its own, whose exit status is how many of its checks failed.
+  static pid_t inProcess(const std::function<int()>& body) {
+    const pid_t child = fork();
+    if (child == 0) _exit(std::min(body(), 70));
+    return child;
+  }
+  static int statusOf(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  /// The same where `folder` is mounted by `mounts`, which needs a namespace of its own.
+  void expectWhereMounted(const std::function<bool()>& mounts, const std::function<int()>& body) {
+    const int status = statusOf(inProcess([&] {
+      const bool left = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
+      if (!left || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || !mounts())
+        return kRefused;
+      return body();
+    }));
+    if (status == kRefused) GTEST_SKIP() << "mount namespaces are refused here";
+    EXPECT_EQ(status, 0);
+  }
+
+  TemporaryFolder folder;
+  fs::path file = folder.path / "app" / "defaults.sqlite";
+  std::atomic<int> lines{0};
+};
+
+TEST_F(LinuxDefaults, TwoProcessesOnOneFile) {
+  constexpr int kRounds = 300;
+  // Neither waits for the other to have made the file.
+  const auto hammer = [&](const std::string& own) {
+    int failures = 0;
+    SqliteDefaults store(file, [&](const std::string&) { ++failures; });
+    for (std::size_t round = 0; round < kRounds; ++round) {
+      const std::string text(round * 50, own.front());
+      store.set(own, text);
+      store.set("common", text);
+      const auto common = store.get<std::string>("common");
+      if (!common || common->find_first_not_of(common->substr(0, 1)) != std::string::npos)
+        ++failures;
+      if (store.get<std::string>(own) != text) ++failures;
+    }
+    return failures;
+  };
+  const pid_t first = inProcess([&] { return hammer("a"); });
+  const pid_t second = inProcess([&] { return hammer("b"); });
+  EXPECT_EQ(statusOf(first), 0);
+  EXPECT_EQ(statusOf(second), 0);
+  auto store = open(file);
+  for (const char* own : {"a", "b"})
+    EXPECT_EQ(store->get<std::string>(own), std::string((kRounds - 1) * 50, *own));
+  EXPECT_EQ(lines, 0);
+}
+
+TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
+  open(file)->set("large", std::string(200'000, 'x'));
+  std::string damaged = contentsOf(file);
+  damaged.replace(4096, 8192, std::string(8192, '\x5a'));
+  for (const auto& contents : {std::string(5000, 'g'), damaged}) {
+    fs::remove_all(file.parent_path());
+    fs::create_directory(file.parent_path());
+    std::ofstream(file, std::ios::binary) << contents;
+    // Two processes find it at a time; one of them replaces it.
+    const auto begin = [&](const char* own) {
+      int told = 0;
+      SqliteDefaults store(file, [&](const std::string&) { ++told; });
+      store.set(own, true);
+      return told;
+    };
+    const pid_t first = inProcess([&] { return begin("first"); });
+    const pid_t second = inProcess([&] { return begin("second"); });
+    EXPECT_EQ(statusOf(first) + statusOf(second), 1);
+    auto store = open(file);
+    EXPECT_TRUE(store->get<bool>("first"));
+    EXPECT_TRUE(store->get<bool>("second"));
+    EXPECT_FALSE(store->value("large"));
+    EXPECT_EQ(lines, 0);
+    std::vector<std::string> aside;
+    for (const auto& entry : fs::directory_iterator(file.parent_path()))
+      if (entry.path().native().find(".damaged-") != std::string::npos)
+        aside.push_back(contentsOf(entry.path()));
+    EXPECT_TRUE(aside == std::vector{contents});
+  }
+}
+
+TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
+  const auto noFolder = folder.path / "a file";
+  std::ofstream(noFolder) << "not a folder";
+  for (const fs::path& hopeless :
+       {noFolder / "defaults.sqlite", fs::path("/proc/kelvara/defaults.sqlite"), folder.path}) {
+    lines = 0;
+    auto store = open(hopeless);
+    store->set("text", std::string("kept"));
+    store->set("number", std::int64_t{7});
+    store->remove("text");
+    EXPECT_FALSE(store->value("text")) << hopeless;
+    EXPECT_EQ(store->get<std::int64_t>("number"), 7) << hopeless;
+    EXPECT_EQ(lines, 1) << hopeless;
+  }
+}
+
+TEST_F(LinuxDefaults, ReadsOnMediaThatCannotBeWritten) {
+  open(file)->set("stored", std::string("before"));
+  const char* path = folder.path.c_str();
+  expectWhereMounted(
+      [&] {
+        return mount(path, path, nullptr, MS_BIND, nullptr) == 0 &&
+               mount(path, path, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+      },
+      [&] {
+        auto store = open(file);
+        int failures = store->get<std::string>("stored") != "before";
+        store->set("stored", std::string("after"));
+        store->set("other", true);
+        failures += store->get<std::string>("stored") != "after";
+        return failures + (lines != 1);
+      });
+  EXPECT_EQ(open(file)->get<std::string>("stored"), "before");
+}
+
+TEST_F(LinuxDefaults, CatchUpWhenAFullDiskHasRoomAgain) {
+  expectWhereMounted(
+      [&] { return mount("tmpfs", folder.path.c_str(), "tmpfs", 0, "size=512k") == 0; },
+      [&] {
+        auto store = open(file);
+        store->set("small", true);
+        const auto ballast = folder.path / "ballast";
+        std::ofstream(ballast) << std::string(1 << 20, 'b');  // as much as there is room for
+        const std::string large(60'000, 'l');
+        store->set("large", large);
+        int failures = store->get<std::string>("large") != large;
+        failures += lines != 1;
+        // Another process does not see it yet, then it does.
+        failures += open(file)->get<std::string>("large").has_value();
+        fs::remove(ballast);
+        store->set("small", false);
+        auto other = open(file);
+        failures += other->get<std::string>("large") != large;
+        failures += other->get<bool>("small") != false;
+        return failures;
+      });
+}
+
+TEST_F(LinuxDefaults, TheLogOfChangesDoesNotGrowForEver) {
+  auto store = open(file);
+  for (int i = 0; i < 3000; ++i)
+    store->set("key", std::string(20'000, static_cast<char>('a' + i % 26)));
+  // 60 MB went through it.
+  EXPECT_LT(fs::file_size(file.native() + "-wal"), 70U << 20);
+  EXPECT_TRUE(spinMainLoopUntil([&] {
+    store->set("key", std::string(20'000, 'z'));
+    return fs::file_size(file) > 20'000;
+  })) << "nothing is moved to the database while it is open";
+}
+
+}  // namespace
+}  // namespace kva::test

@@ -1,0 +1,290 @@
+// A machine without network, and what services of the system say, on a message bus of the test's
+// own: what the machine that runs the test has or lacks does not matter.
+#include <fstream>
+#include <map>
+#include <optional>
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <Kelvara/core/Guarded.h>
+#include <platform/NetworkNamespace.h>
+#include <platform/linux/CurlSession.h>
+#include <platform/linux/LinuxDevice.h>
+#include <platform/linux/ModemTelephony.h>
+#include <platform/linux/NetworkReachability.h>
+#include <platform/linux_support.h>
+
+namespace kva::test {
+namespace {
+
+/// Requests, and in what order they ended how: "<what> <code of the error, or 0>".
+struct Requests {
+  void send(const std::string& what, const URL& url, double timeout = 60) {
+    session.send({.url = url, .headers = {}, .body = {}, .timeout = timeout},
+                 [this, what](const URLSession::Outcome& outcome) {
+                   const auto code = outcome.error ? outcome.error->code() : 0;
+                   ended.with([&](auto& all) { all.push_back(what + " " + std::to_string(code)); });
+                 });
+  }
+  bool waitFor(std::size_t count) {
+    return spinMainLoopUntil([&] { return ended.get().size() == count; });
+  }
+  Guarded<std::vector<std::string>> ended;
+  CurlSession session;
+};
+
+TEST(LinuxNetwork, AMachineWithoutNetworkSaysSoInItsErrorsAndReachesItself) {
+  if (!isInNamespaceOfItsOwn()) return;
+  Requests requests;
+  for (const char* unreachable :
+       {"http://192.0.2.77/", "http://[2001:db8::1]/", "http://host.example/"}) {
+    requests.ended.set({});
+    requests.send(unreachable, *URL::parse(unreachable));
+    EXPECT_TRUE(requests.waitFor(1));
+    EXPECT_EQ(requests.ended.get().front(), std::string(unreachable) + " 1009");
+  }
+  ASSERT_TRUE(ip("link set lo up"));
+  requests.send("this machine", *URL::parse("http://127.0.0.1:9/"));
+  EXPECT_TRUE(requests.waitFor(2));
+  EXPECT_EQ(requests.ended.get().back(), "this machine 1004");
+
+  constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
+  SystemBus bus;
+  NetworkReachability service(ReachabilityPolicy::followSystem, bus);
+  EXPECT_TRUE(*service.createWithName("localhost")->flags() & kReachable);
+  EXPECT_TRUE(*service.createWithAddress(htonl(INADDR_LOOPBACK))->flags() & kReachable);
+  EXPECT_EQ(service.createWithAddress(0)->flags(), 0U);
+}
+
+TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElse) {
+  if (!isInNamespaceOfItsOwn()) return;
+  TemporaryFolder folder;
+  const auto servers = folder.path / "resolv.conf";
+  std::ofstream(servers) << "nameserver 127.0.0.1\n";
+  if (unshare(CLONE_NEWNS) != 0 ||
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount(servers.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+    GTEST_SKIP() << "the list of name servers cannot be replaced";
+  ASSERT_TRUE(ip("link set lo up"));
+  const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(53);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+
+  LoopbackServer server;
+  Requests requests;
+  const auto begun = std::chrono::steady_clock::now();
+  const URL unknown = *URL::parse("http://host.example/");
+  requests.send("short", unknown, 0.3);
+  requests.send("long", unknown);
+  requests.send("other", server.url("/ok"));
+  EXPECT_TRUE(requests.waitFor(2));
+  requests.session.invalidate();
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
+  EXPECT_EQ(requests.ended.get(), (std::vector<std::string>{"other 0", "short 1001", "long 999"}));
+  EXPECT_LT(taken.count(), 4) << "the name server's silence lasts longer";
+  close(silent);
+}
+
+/// A message bus of the test's own, which the SDK takes for the system's.
+class TestBus {
+ public:
+  TestBus() {
+    g_test_dbus_up(bus_.get());
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address(), 1);
+  }
+  ~TestBus() {
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    g_test_dbus_stop(bus_.get());
+  }
+  TestBus(const TestBus&) = delete;
+  TestBus& operator=(const TestBus&) = delete;
+  const char* address() const { return g_test_dbus_get_bus_address(bus_.get()); }
+
+ private:
+  GObjectPtr<GTestDBus> bus_{g_test_dbus_new(G_TEST_DBUS_NONE)};
+};
+
+/// A service on the bus that answers and tells what a test says, in GVariant's text form; gone with
+/// this value.
+class TestService {
+ public:
+  TestService(const TestBus& bus, const char* name)
+      : connection_(g_dbus_connection_new_for_address_sync(
+            bus.address(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr)),
+        name_(name) {
+    g_dbus_connection_add_filter(
+        connection_.get(), filter, new std::shared_ptr<Methods>(methods_),
+        [](gpointer data) { delete static_cast<std::shared_ptr<Methods>*>(data); });
+  }
+  /// From now on `method` is answered so.
+  void answer(const std::string& method, const std::string& body) {
+    methods_->with([&](auto& all) { all[method].body = body; });
+  }
+  /// Once it has its answers.
+  void begin() {
+    const GVariantPtr reply(g_dbus_connection_call_sync(
+        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "RequestName", g_variant_new("(su)", name_, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+        nullptr, nullptr));
+    EXPECT_TRUE(reply);
+  }
+  /// Tells that properties of an object's interface changed.
+  void change(const char* path, const std::string& interface, const std::string& properties) {
+    const auto body = "('" + interface + "', " + properties + ", @as [])";
+    g_dbus_connection_emit_signal(connection_.get(), nullptr, path,
+                                  "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                  g_variant_new_parsed(body.c_str()), nullptr);
+  }
+  int calls(const std::string& method) const {
+    return methods_->with([&](auto& all) { return all[method].calls; });
+  }
+
+ private:
+  struct Method {
+    std::string body = "()";
+    int calls = 0;
+  };
+  using Methods = Guarded<std::map<std::string, Method>>;
+
+  /// On a thread of GLib's.
+  static GDBusMessage* filter(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                              gpointer data) {
+    if (!incoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+      return message;
+    const auto body = (*static_cast<std::shared_ptr<Methods>*>(data))->with([&](auto& all) {
+      auto& method = all[g_dbus_message_get_member(message)];
+      ++method.calls;
+      return method.body;
+    });
+    const GObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(message));
+    g_dbus_message_set_body(reply.get(), g_variant_new_parsed(body.c_str()));
+    g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                   nullptr);
+    g_object_unref(message);
+    return nullptr;
+  }
+
+  GObjectPtr<GDBusConnection> connection_;
+  const char* name_;
+  std::shared_ptr<Methods> methods_ = std::make_shared<Methods>();
+};
+
+struct LinuxServices : testing::Test {
+  void SetUp() override {
+    if (!GStringPtr(g_find_program_in_path("dbus-daemon")))
+      GTEST_SKIP() << "no dbus-daemon to make a message bus with";
+    bus.emplace();
+  }
+  std::optional<TestBus> bus;
+};
+
+TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
+  using enum DeviceOrientation;
+  constexpr const char* kPath = "/net/hadess/SensorProxy";
+  constexpr const char* kService = "net.hadess.SensorProxy";
+  auto center = std::make_shared<NotificationCenter>();
+  int changes = 0;
+  const auto observation =
+      center->addObserver(kOrientationDidChangeNotification, nullptr, [&] { ++changes; });
+  SystemBus system;
+  LinuxDevice device(center, system);
+  const auto becomes = [&](DeviceOrientation wanted) {
+    return spinMainLoopUntil([&] { return device.orientation() == wanted; });
+  };
+  EXPECT_EQ(device.orientation(), unknown);
+  device.setWindowOrientation(landscapeLeft);
+  device.setWindowOrientation(landscapeLeft);
+  EXPECT_EQ(device.orientation(), landscapeLeft);
+  EXPECT_EQ(changes, 1);
+
+  for (int life = 0; life < 2; ++life) {
+    std::optional<TestService> sensor(std::in_place, *bus, kService);
+    sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
+    sensor->begin();
+    EXPECT_TRUE(becomes(portrait));
+    EXPECT_TRUE(spinMainLoopUntil([&] { return sensor->calls("ClaimAccelerometer") == 1; }));
+    for (const auto& [edge, orientation] : {std::pair{"left-up", landscapeRight},
+                                            {"bottom-up", portraitUpsideDown},
+                                            {"right-up", landscapeLeft},
+                                            {"normal", portrait},
+                                            {"undefined", landscapeLeft},
+                                            {"normal", portrait}}) {
+      sensor->change(kPath, kService,
+                     std::string("{'AccelerometerOrientation': <'") + edge + "'>}");
+      EXPECT_TRUE(becomes(orientation)) << edge;
+    }
+    sensor.reset();
+    EXPECT_TRUE(becomes(landscapeLeft)) << "the service went away";
+  }
+  EXPECT_EQ(changes, 1 + 2 * 8);
+}
+
+TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {
+  using Technology = Telephony::RadioAccessTechnology;
+  SystemBus system;
+  ModemTelephony telephony(system);
+  std::optional<TestService> service(std::in_place, *bus, "org.freedesktop.ModemManager1");
+  const auto modem = [](const char* number, int state, const std::string& carrier,
+                        std::uint32_t bits) {
+    return "objectpath '/org/freedesktop/ModemManager1/Modem/" + std::string(number) +
+           "': {'org.freedesktop.ModemManager1.Modem': {'State': <int32 " + std::to_string(state) +
+           ">, 'AccessTechnologies': <uint32 " + std::to_string(bits) +
+           ">}, 'org.freedesktop.ModemManager1.Modem.Modem3gpp': {'OperatorName': <'" + carrier +
+           "'>}}";
+  };
+  const auto tell = [&](int state, std::uint32_t bits) {
+    service->answer("GetManagedObjects", "({" + modem("0", 6, "Not Registered", 1U << 1) + ", " +
+                                             modem("1", state, "Example Mobile", bits) + "},)");
+    service->change("/org/freedesktop/ModemManager1/Modem/1", "org.freedesktop.ModemManager1.Modem",
+                    "@a{sv} {}");
+  };
+  tell(7, 0);
+  service->begin();
+  EXPECT_TRUE(spinMainLoopUntil([&] { return service->calls("GetManagedObjects") > 0; }));
+  EXPECT_FALSE(telephony.carrierName());
+  tell(8, 0);
+  EXPECT_TRUE(spinMainLoopUntil([&] { return telephony.carrierName() == "Example Mobile"; }));
+  EXPECT_FALSE(telephony.currentRadioAccessTechnology());
+  for (const auto& [bits, technology] : {std::pair{1U << 14 | 1U << 5, Technology::lte},
+                                         {1U << 15, Technology::other},
+                                         {1U << 9 | 1U << 6, Technology::hsupa},
+                                         {1U << 5, Technology::wcdma},
+                                         {1U << 10, Technology::cdma1x},
+                                         {1U << 4 | 1U << 3, Technology::edge},
+                                         {1U << 1, Technology::gprs}}) {
+    tell(11, bits);
+    EXPECT_TRUE(spinMainLoopUntil([&] {
+      return telephony.currentRadioAccessTechnology() == technology;
+    })) << bits;
+  }
+  service.reset();
+  EXPECT_TRUE(spinMainLoopUntil([&] { return !telephony.carrierName(); }));
+  EXPECT_FALSE(telephony.currentRadioAccessTechnology());
+}
+
+TEST_F(LinuxServices, ReachableOverAModemIsWWAN) {
+  if (!g_network_monitor_get_network_available(g_network_monitor_get_default()))
+    GTEST_SKIP() << "this machine has no network";
+  constexpr const char* kService = "org.freedesktop.NetworkManager";
+  constexpr auto kWWAN = static_cast<std::uint32_t>(ReachabilityFlag::isWWAN);
+  TestService manager(*bus, kService);
+  manager.answer("GetAll", "({'PrimaryConnectionType': <'gsm'>},)");
+  manager.begin();
+  SystemBus system;
+  NetworkReachability service(ReachabilityPolicy::followSystem, system);
+  auto internet = service.createWithAddress(0);
+  EXPECT_TRUE(spinMainLoopUntil([&] { return *internet->flags() & kWWAN; }));
+  manager.change("/org/freedesktop/NetworkManager", kService,
+                 "{'PrimaryConnectionType': <'802-11-wireless'>}");
+  EXPECT_TRUE(spinMainLoopUntil([&] { return !(*internet->flags() & kWWAN); }));
+}
+
+}  // namespace
+}  // namespace kva::test

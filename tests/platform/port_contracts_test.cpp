@@ -1,0 +1,450 @@
+// What every port promises, on both platforms; those of views stand in contract/.
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Kelvara/core/Guarded.h>
+#include <platform/contract/Subjects.h>
+
+namespace kva::test {
+namespace {
+
+using testing::Each, testing::ElementsAre, testing::IsEmpty, testing::MatchesRegex, testing::Not,
+    testing::UnorderedElementsAre;
+
+template <class Subject>
+struct Contract : testing::Test {
+  void note(const std::string& what) {
+    notes.with([&](auto& all) { all.push_back(what); });
+  }
+  bool waitForNotes(std::size_t count) {
+    return subject.spinUntil([&] { return notes.get().size() >= count; });
+  }
+  Guarded<std::vector<std::string>> notes;
+  Subject subject;
+};
+
+template <class Subject>
+struct FactsContract : Contract<Subject> {};
+TYPED_TEST_SUITE(FactsContract, Subjects, SubjectNames);
+
+TYPED_TEST(FactsContract, SpeakInTheFormsThatServersExpect) {
+  const Platform& ports = this->subject.ports;
+  EXPECT_THAT(ports.locale->preferredLanguages(), Not(IsEmpty()));
+  EXPECT_THAT(ports.locale->preferredLanguages(), Each(MatchesRegex("[a-z]{2,3}(-[A-Z]{2})?")));
+  EXPECT_THAT(ports.locale->countryCode().value_or("TR"), MatchesRegex("[A-Z]{2}"));
+  EXPECT_THAT(ports.locale->languageCode().value_or("tr"), MatchesRegex("[a-z]{2,3}"));
+  EXPECT_THAT(ports.locale->timeZoneAbbreviation().value_or(""), Not(IsEmpty()));
+  EXPECT_THAT(ports.device->systemVersion(), Not(IsEmpty()));
+  EXPECT_THAT(ports.device->machine(), Not(IsEmpty()));
+  EXPECT_NE(ports.telephony->carrierName(), "") << "absent, not empty";
+  EXPECT_EQ(ports.identifiers->advertisingIdentifier(), "00000000-0000-0000-0000-000000000000");
+  EXPECT_FALSE(ports.identifiers->isAdvertisingTrackingEnabled());
+  EXPECT_EQ(ports.mainBundle->bundleIdentifier(), "org.example.host");
+  EXPECT_EQ(ports.mainBundle->infoString("CFBundleShortVersionString"), "3.2.1");
+  EXPECT_FALSE(ports.mainBundle->infoString("CFBundleName"));
+}
+
+template <class Subject>
+struct ClockContract : Contract<Subject> {
+  ClockContract() { setTimeZone("Europe/Berlin"); }
+  ~ClockContract() override { setTimeZone("UTC"); }
+  static void setTimeZone(const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+  }
+  static double utc(int year, int month, int day, int hour) {
+    using namespace std::chrono;
+    const sys_days date(std::chrono::year(year) / month / day);
+    return duration<double>((date + hours(hour)).time_since_epoch()).count();
+  }
+};
+TYPED_TEST_SUITE(ClockContract, Subjects, SubjectNames);
+
+TYPED_TEST(ClockContract, AddsDaysOfTheCalendarAndHoursOfTheClock) {
+  if (!std::filesystem::exists("/usr/share/zoneinfo/Europe/Berlin"))
+    GTEST_SKIP() << "this machine has no time zone data";
+  const Clock& clock = *this->subject.ports.clock;
+  const auto& utc = this->utc;
+  const struct {
+    const char* what;
+    double from;
+    int days;
+    double to;
+  } cases[] = {
+      {"into summer time", utc(2026, 3, 28, 11), 2, utc(2026, 3, 30, 10)},
+      {"back out of it", utc(2026, 3, 30, 10), -2, utc(2026, 3, 28, 11)},
+      {"into winter time", utc(2026, 10, 24, 10) + 0.625, 2, utc(2026, 10, 26, 11) + 0.625},
+      {"a leap day and the year", utc(2027, 12, 30, 12), 61, utc(2028, 2, 29, 12)},
+  };
+  for (const auto& one : cases)
+    EXPECT_DOUBLE_EQ(clock.addingDays(one.from, one.days), one.to) << one.what;
+  const double before = utc(2026, 3, 29, 0);
+  EXPECT_DOUBLE_EQ(clock.addingHours(before, 48), before + 48 * 3600);
+  EXPECT_GT(clock.now(), utc(2025, 1, 1, 0));
+}
+
+template <class Subject>
+struct UserDefaultsContract : Contract<Subject> {};
+TYPED_TEST_SUITE(UserDefaultsContract, Subjects, SubjectNames);
+
+TYPED_TEST(UserDefaultsContract, KeepsEveryTypeExactlyUnderAnyKey) {
+  using namespace std::string_literals;
+  using Integers = std::numeric_limits<std::int64_t>;
+  const std::map<std::string, UserDefaults::Value> values{
+      {"", ""s},
+      {"text", "text with \0 inside, \"quotes\" and ünïcode"s},
+      {"TEXT", true},
+      {"o'dd \"k\xc3\xa9y\"; --", false},
+      {"bytes", Bytes{}},
+      {"more bytes", Bytes{std::byte{0}, std::byte{0xff}, std::byte{'\n'}}},
+      {"least", Integers::min()},
+      {"most", Integers::max()},
+      {"whole", 5.0},
+      {"fraction", 0.1},
+      {"huge", -1e300},
+  };
+  auto& ports = this->subject.ports;
+  for (const auto& [key, value] : values) ports.userDefaults->set(key, value);
+  ports.userDefaults->set("nan", std::nan(""));
+  for (const char* when : {"at once", "after a restart"}) {
+    for (const auto& [key, value] : values)
+      EXPECT_TRUE(ports.userDefaults->value(key) == value) << key << " " << when;
+    EXPECT_TRUE(std::isnan(*ports.userDefaults->template get<double>("nan"))) << when;
+    this->subject.restart();
+  }
+}
+
+TYPED_TEST(UserDefaultsContract, OverwritesAndRemovesForGoodAndReadsNothingAsAnotherType) {
+  auto& ports = this->subject.ports;
+  ports.userDefaults->remove("never set");
+  ports.userDefaults->set("gone", true);
+  ports.userDefaults->set("number", std::string("1"));
+  ports.userDefaults->set("number", std::int64_t{1});
+  ports.userDefaults->remove("gone");
+  this->subject.restart();
+  const UserDefaults& store = *ports.userDefaults;
+  EXPECT_FALSE(store.value("gone"));
+  EXPECT_EQ(store.get<std::int64_t>("number"), 1);
+  EXPECT_FALSE(store.get<bool>("number"));
+  EXPECT_FALSE(store.get<double>("number"));
+  EXPECT_FALSE(store.get<std::string>("number"));
+}
+
+template <class Subject>
+struct QueueContract : Contract<Subject> {
+  /// What the main queue promises and a serial one too.
+  template <class Queue>
+  void expectOrder(std::shared_ptr<Queue> queue) {
+    auto held = std::make_shared<int>();
+    const std::weak_ptr<int> watched = held;
+    queue->async([this, &queue, held = std::move(held)] {
+      this->note("outer begins");
+      queue->async([this, &queue] {
+        this->note("inner begins");
+        queue->async([this] { this->note("innermost"); });
+        this->note("inner ends");
+      });
+      this->note("outer ends");
+    });
+    ASSERT_TRUE(this->waitForNotes(5));
+    EXPECT_THAT(this->notes.get(), ElementsAre("outer begins", "outer ends", "inner begins",
+                                               "inner ends", "innermost"));
+    EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
+
+    constexpr int kThreads = 4, kTasks = 50;
+    int last[kThreads] = {};  // touched by the tasks alone, one after the other
+    std::atomic<bool> busy{false};
+    std::atomic<int> ran{0};
+    std::vector<std::jthread> posting;
+    for (int& mine : last)
+      posting.emplace_back([&] {
+        for (int i = 1; i <= kTasks; ++i)
+          queue->async([&, i] {
+            EXPECT_FALSE(busy.exchange(true));
+            EXPECT_EQ(std::exchange(mine, i), i - 1);
+            busy = false;
+            ++ran;
+          });
+      });
+    posting.clear();
+    EXPECT_TRUE(this->subject.spinUntil([&] { return ran == kThreads * kTasks; }));
+  }
+};
+TYPED_TEST_SUITE(QueueContract, Subjects, SubjectNames);
+
+TYPED_TEST(QueueContract, TheMainQueueRunsInOrderOnTheMainThreadUntilItIsDestroyed) {
+  auto& queue = this->subject.ports.mainQueue;
+  this->expectOrder(queue);
+  bool ran = false;
+  queue->async([&] { ran = this->subject.ports.mainQueue->isMainThread(); });
+  EXPECT_FALSE(ran) << "never inline";
+  EXPECT_TRUE(this->subject.spinUntil([&] { return ran; }));
+
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> watched = held;
+  queue->async([held = std::move(held)] { ADD_FAILURE() << "its queue is gone"; });
+  this->subject.restart();
+  EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
+}
+
+TYPED_TEST(QueueContract, ASerialQueueRunsInOrderAndSyncInItsTurnOrInlineOnTheQueueItself) {
+  auto queue = this->subject.ports.reachability->makeSerialQueue("queue");
+  this->expectOrder(queue);
+  this->notes.set({});
+  queue->async([&] {
+    queue->async([this] { this->note("later"); });
+    queue->sync([&] {
+      queue->sync([this] { this->note("innermost"); });
+      this->note("inline");
+    });
+    this->note("ends");
+  });
+  queue->sync([this] { this->note("sync"); });
+  EXPECT_GE(this->notes.get().size(), 4U) << "it returns after its task";
+  ASSERT_TRUE(this->waitForNotes(5));
+  const auto order = this->notes.get();
+  EXPECT_THAT(std::vector(order.begin(), order.begin() + 3),
+              ElementsAre("innermost", "inline", "ends"));
+}
+
+template <class Subject>
+struct RunLoopContract : Contract<Subject> {
+  auto schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire) {
+    return this->subject.ports.runLoop->schedule(seconds, repeats, std::move(fire));
+  }
+  /// Turns the loop until a timer of so many seconds, scheduled now, has fired.
+  void pass(double seconds) {
+    bool passed = false;
+    auto fence = schedule(seconds, Repeats::no, [&] { passed = true; });
+    ASSERT_TRUE(this->subject.spinUntil([&] { return passed; }));
+  }
+  auto count() {
+    return [this] { ++fired; };
+  }
+  int fired = 0;
+};
+TYPED_TEST_SUITE(RunLoopContract, Subjects, SubjectNames);
+
+TYPED_TEST(RunLoopContract, FiresInTheOrderOfTimeAlsoWhatACallbackSchedulesAndDrops) {
+  const auto note = [this](const char* what) { return [this, what] { this->note(what); }; };
+  auto victim = this->schedule(0.05, Repeats::no, note("victim"));
+  auto late = this->schedule(0.06, Repeats::no, note("late"));
+  Timer next;
+  auto early = this->schedule(0.02, Repeats::no, [&] {
+    this->note("early");
+    victim.invalidate();
+    next = this->schedule(0.01, Repeats::no, note("next"));
+  });
+  EXPECT_THAT(this->notes.get(), IsEmpty());
+  this->pass(0.12);
+  EXPECT_THAT(this->notes.get(), UnorderedElementsAre("early", "next", "late"));
+  EXPECT_EQ(this->notes.get().front(), "early");
+}
+
+TYPED_TEST(RunLoopContract, ADroppedHandleMeansSilenceAlsoFromItsOwnCallback) {
+  this->schedule(0.01, Repeats::no, this->count());
+  auto replaced = this->schedule(0.01, Repeats::yes, this->count());
+  replaced = Timer();
+  auto elsewhere = this->schedule(0.01, Repeats::yes, this->count());
+  std::thread([&] { elsewhere.invalidate(); }).join();
+  this->pass(0.05);
+  EXPECT_EQ(this->fired, 0);
+  for (const auto repeats : {Repeats::no, Repeats::yes}) {
+    auto held = std::make_shared<int>(1);
+    const std::weak_ptr<int> watched = held;
+    auto timer = std::make_shared<Timer>();
+    *timer = this->schedule(0.01, repeats, [this, timer, held] {
+      timer->invalidate();
+      this->fired += *held;  // what the callback holds lives until it returns
+    });
+    held.reset();
+    this->pass(0.05);
+    EXPECT_EQ(std::exchange(this->fired, 0), 1);
+    EXPECT_TRUE(watched.expired());
+  }
+}
+
+TYPED_TEST(RunLoopContract, ARepeatingTimerThatWasHeldUpFiresOnce) {
+  auto timer = this->schedule(0.05, Repeats::yes, this->count());
+  ASSERT_TRUE(this->subject.spinUntil([&] { return this->fired == 3; }));
+  bool passed = false;
+  auto fence = this->schedule(0.4, Repeats::no, [&] { passed = true; });
+  this->subject.holdUp(0.5);
+  ASSERT_TRUE(this->subject.spinUntil([&] { return passed; }));
+  EXPECT_GE(this->fired, 4);
+  EXPECT_LE(this->fired, 5) << "the ten that were missed are not made up for";
+}
+
+TYPED_TEST(RunLoopContract, TakesAnyInterval) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  std::vector<Timer> timers;
+  for (const double never : {kInfinity, -kInfinity, std::nan(""), 1e18, 1e300})
+    timers.push_back(this->schedule(never, Repeats::yes, [] { ADD_FAILURE(); }));
+  for (const double shortest : {0.0, -5.0, 1e-9})
+    timers.push_back(this->schedule(shortest, Repeats::yes, this->count()));
+  EXPECT_EQ(this->fired, 0);
+  this->pass(0.05);  // the loop still turns for others
+  EXPECT_GE(this->fired, 3);
+  EXPECT_LE(this->fired, 200) << "no more than one in a millisecond";
+}
+
+template <class Subject>
+struct URLSessionContract : Contract<Subject> {
+  ~URLSessionContract() override { this->subject.ports.urlSession->invalidate(); }
+  /// Sends, notes the body or the error's code that `done` gets, and then does the rest.
+  void send(const std::string& path, const std::string& body, std::function<void()> then = {}) {
+    URLRequest request{.url = this->subject.url(path), .headers = {}, .body = {}};
+    if (path == "/echo") {
+      request.method = "POST";
+      request.headers = {{"Content-Type", "application/json"}};
+      request.body = toBytes(body);
+    }
+    if (path == "/never") request.timeout = timeout;
+    this->subject.ports.urlSession->send(std::move(request), [=, this](const auto& outcome) {
+      EXPECT_FALSE(busy.exchange(true)) << "two calls of done at a time";
+      if (std::exchange(thread, std::this_thread::get_id()) != std::this_thread::get_id())
+        ++threads;
+      this->note(describe(outcome));
+      busy = false;
+      if (then) then();
+    });
+  }
+  static std::string describe(const URLSession::Outcome& outcome) {
+    if (!outcome.error) return outcome.data ? std::string(asText(*outcome.data)) : "(nothing)";
+    EXPECT_FALSE(outcome.data);
+    EXPECT_EQ(outcome.error->domain(), kURLErrorDomain);
+    EXPECT_TRUE(outcome.error->localizedDescription().ends_with("."));
+    return std::to_string(outcome.error->code());
+  }
+  double timeout = 0.2;
+  std::atomic<bool> busy{false};
+  std::thread::id thread;  // touched by `done` alone
+  int threads = 0;
+};
+TYPED_TEST_SUITE(URLSessionContract, Subjects, SubjectNames);
+
+TYPED_TEST(URLSessionContract, AnswersWithDataOrAnError) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"/ok", "ok"},        {"/empty", ""},     {"/error", "broken"}, {"/echo", R"({"a":"ü"})"},
+      {"/refused", "1004"}, {"/never", "1001"},
+  };
+  for (const auto& [path, expected] : cases) {
+    this->notes.set({});
+    this->send(path, expected);
+    ASSERT_TRUE(this->waitForNotes(1)) << path;
+    EXPECT_EQ(this->notes.get().front(), expected) << path;
+  }
+}
+
+TYPED_TEST(URLSessionContract, AnswersTwoHundredInFlightOnceEachOnOneThread) {
+  std::multiset<std::string> expected;
+  for (int i = 0; i < 200; ++i) expected.insert({std::to_string(i), "ok"});
+  std::vector<std::jthread> senders;
+  for (int first = 0; first < 200; first += 50)
+    senders.emplace_back([this, first] {
+      for (int i = first; i < first + 50; ++i)
+        this->send("/echo", std::to_string(i), [this] { this->send("/ok", ""); });
+    });
+  senders.clear();
+  ASSERT_TRUE(this->waitForNotes(400));
+  // One more shows that no earlier one was answered twice.
+  this->send("/empty", "");
+  expected.insert("");
+  ASSERT_TRUE(this->waitForNotes(401));
+  const auto answers = this->notes.get();
+  EXPECT_EQ(std::multiset(answers.begin(), answers.end()), expected);
+  EXPECT_EQ(this->threads, 1);
+  EXPECT_EQ(this->thread != std::this_thread::get_id(), TypeParam::kSessionHasAThread);
+}
+
+TYPED_TEST(URLSessionContract, InvalidationCancelsWhatIsInFlightAndWhatComesLater) {
+  this->timeout = 60;
+  for (int i = 0; i < 5; ++i) this->send("/never", "");
+  this->send("/never", "", [this] { this->send("/ok", ""); });
+  this->subject.ports.urlSession->invalidate();
+  EXPECT_EQ(this->notes.get().size(), 7U) << "before invalidate returns";
+  this->send("/ok", "");
+  ASSERT_TRUE(this->waitForNotes(8));
+  this->subject.ports.urlSession->invalidate();
+  EXPECT_EQ(this->notes.get(), std::vector<std::string>(8, "999"));
+}
+
+template <class Subject>
+struct ReachabilityContract : Contract<Subject> {};
+TYPED_TEST_SUITE(ReachabilityContract, Subjects, SubjectNames);
+
+TYPED_TEST(ReachabilityContract, TellsOfEachChangeOnTheQueueUntilItIsSilenced) {
+  if (!TypeParam::canChangeTheNetwork()) return;
+  constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
+  auto& service = *this->subject.ports.reachability;
+  auto queue = service.makeSerialQueue("queue");
+  auto reference = service.createWithAddress(0);
+  ASSERT_TRUE(reference);
+  const auto change = [&](bool reachable) {
+    ASSERT_TRUE(this->subject.setReachable(reachable));
+    EXPECT_TRUE(this->subject.spinUntil(
+        [&] { return reference->flags() == (reachable ? kReachable : 0); }));
+    queue->sync([] {});
+  };
+  change(true);
+  change(false);
+  // In any order, and again.
+  EXPECT_TRUE(reference->setDispatchQueue(queue));
+  EXPECT_TRUE(reference->setCallback([](std::uint32_t) { ADD_FAILURE() << "was replaced"; }));
+  EXPECT_TRUE(reference->setDispatchQueue(nullptr));
+  EXPECT_TRUE(reference->setCallback([&](auto flags) { this->note(std::to_string(flags)); }));
+  EXPECT_TRUE(reference->setDispatchQueue(queue));
+  change(true);
+  change(false);
+  EXPECT_THAT(this->notes.get(), ElementsAre(std::to_string(kReachable), "0"));
+  reference->setCallback(nullptr);
+  change(true);
+  EXPECT_EQ(this->notes.get().size(), 2U) << "silenced";
+  EXPECT_EQ(service.createWithName("host.example")->flags(), kReachable);
+  EXPECT_FALSE(service.createWithName(""));
+  EXPECT_EQ(service.lastError(), EINVAL);
+
+  reference->setCallback([](std::uint32_t) { ADD_FAILURE() << "its reference is gone"; });
+  reference = service.createWithAddress(0);
+  change(false);
+}
+
+TEST(NotificationCenter, CallsObserversOfTheNameAndSenderInOrder) {
+  NotificationCenter center;
+  std::vector<std::string> heard;
+  const int sender = 0, stranger = 0;
+  auto note = [&](const char* who) { return [&heard, who] { heard.push_back(who); }; };
+  auto any = center.addObserver("news", nullptr, note("any"));
+  auto one = center.addObserver("news", &sender, note("one"));
+  auto other = center.addObserver("weather", nullptr, note("other"));
+  center.post("news", &sender);
+  center.post("news", &stranger);
+  EXPECT_THAT(heard, ElementsAre("any", "one", "any"));
+}
+
+TEST(NotificationCenter, ADroppedObserverIsSilentAlsoWhileNewsIsTold) {
+  auto center = std::make_unique<NotificationCenter>();
+  int heard = 0;
+  Observation victim, self;
+  auto first = center->addObserver("news", nullptr, [&] { victim.stop(); });
+  victim = center->addObserver("news", nullptr, [] { ADD_FAILURE(); });
+  auto held = std::make_shared<int>(1);
+  self = center->addObserver("news", nullptr, [&, held] {
+    self.stop();
+    heard += *held;
+  });
+  center->post("news", nullptr);
+  center->post("news", nullptr);
+  EXPECT_EQ(heard, 1);
+  center.reset();
+  first.stop();  // after its centre
+}
+
+}  // namespace
+}  // namespace kva::test
