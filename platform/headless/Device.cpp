@@ -48,12 +48,7 @@ int HeadlessOutput::count(std::string_view text) const {
 
 void HeadlessDevice::setOrientation(DeviceOrientation orientation) {
   orientation_.set(orientation);
-  if (auto post = postChange_.get()) post(false);
-}
-
-void HeadlessDevice::setOrientationNow(DeviceOrientation orientation) {
-  orientation_.set(orientation);
-  if (auto post = postChange_.get()) post(true);
+  if (auto post = postChange_.get()) post();
 }
 
 HeadlessMainBundle::~HeadlessMainBundle() {

@@ -77,10 +77,8 @@ class HeadlessDevice final : public DeviceInfo {
   void setMachine(std::string machine) { machine_.set(std::move(machine)); }
   /// Posts the notification through the main queue.
   void setOrientation(DeviceOrientation orientation);
-  /// Posts the notification before it returns.
-  void setOrientationNow(DeviceOrientation orientation);
-  /// `Headless` says where notifications go.
-  void connect(std::function<void(bool now)> postChange) { postChange_.set(std::move(postChange)); }
+  /// `Headless` says how.
+  void connect(std::function<void()> postChange) { postChange_.set(std::move(postChange)); }
 
   std::string systemVersion() const override { return systemVersion_.get(); }
   std::string machine() const override { return machine_.get(); }
@@ -90,7 +88,7 @@ class HeadlessDevice final : public DeviceInfo {
   Guarded<std::string> systemVersion_{"6.1.0"};
   Guarded<std::string> machine_{"x86_64"};
   Guarded<DeviceOrientation> orientation_{DeviceOrientation::portrait};
-  Guarded<std::function<void(bool)>> postChange_;
+  Guarded<std::function<void()>> postChange_;
 };
 
 /// No cellular service until one is set.
@@ -149,19 +147,15 @@ class HeadlessMainBundle final : public MainBundle {
   void setPath(std::filesystem::path path) { path_.set(std::move(path)); }
   /// Makes a temporary folder the bundle's path, in which "KelvaraResources.bundle" is `resources`.
   void embedResources(const std::filesystem::path& resources);
-  void setBundleIdentifier(std::optional<std::string> identifier) {
-    identifier_.set(std::move(identifier));
-  }
   void setInfoString(const std::string& key, std::optional<std::string> value);
 
   std::filesystem::path path() const override { return path_.get(); }
-  std::optional<std::string> bundleIdentifier() const override { return identifier_.get(); }
+  std::optional<std::string> bundleIdentifier() const override { return "org.example.host"; }
   std::optional<std::string> infoString(const std::string& key) const override;
 
  private:
   Guarded<std::filesystem::path> path_{"/nonexistent"};
   Guarded<std::vector<std::filesystem::path>> temporary_;
-  Guarded<std::optional<std::string>> identifier_{"org.example.host"};
   Guarded<std::map<std::string, std::string>> info_{{{"CFBundleShortVersionString", "3.2.1"}}};
 };
 

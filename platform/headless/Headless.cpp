@@ -15,14 +15,10 @@ std::shared_ptr<T> borrowed(T& member) {
 
 Headless::Headless(const MemoryUserDefaults& sharedDefaults) : defaults(sharedDefaults) {
   startProcess();
-  device.connect([this](bool now) {
-    auto post = [center = notificationCenter_, sender = &device] {
+  device.connect([this] {
+    mainQueue_->async([center = notificationCenter_, sender = &device] {
       center->post(kOrientationDidChangeNotification, sender);
-    };
-    if (now)
-      post();
-    else
-      mainQueue_->async(post);
+    });
   });
 }
 

@@ -1,6 +1,7 @@
 #include <platform/headless/Reachability.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <utility>
 #include <vector>
@@ -23,7 +24,6 @@ struct HeadlessReachability::State {
     std::uint32_t flags = kReachable;
     std::map<Operation, std::int32_t> failures;
     std::int32_t lastError = 0;
-    std::string lastTarget;
     std::vector<std::weak_ptr<Watch>> watches;
 
     std::optional<std::int32_t> failure(Operation operation) const {
@@ -113,18 +113,15 @@ int HeadlessReachability::watchers() const {
       }));
 }
 
-std::string HeadlessReachability::lastTarget() const {
-  return state_->all.with([](const auto& all) { return all.lastTarget; });
-}
-
-std::unique_ptr<ReachabilityReference> HeadlessReachability::create(std::string target) {
+std::unique_ptr<ReachabilityReference> HeadlessReachability::create(
+    std::optional<std::int32_t> error) {
   auto watch = std::make_shared<Watch>();
   const bool made = state_->all.with([&](auto& all) {
-    if (const auto error = all.failure(Operation::create)) {
+    if (!error) error = all.failure(Operation::create);
+    if (error) {
       all.lastError = *error;
       return false;
     }
-    all.lastTarget = std::move(target);
     std::erase_if(all.watches, [](const auto& weak) { return weak.expired(); });
     all.watches.push_back(watch);
     return true;
@@ -133,17 +130,13 @@ std::unique_ptr<ReachabilityReference> HeadlessReachability::create(std::string 
   return std::make_unique<Reference>(state_, std::move(watch));
 }
 
-std::unique_ptr<ReachabilityReference> HeadlessReachability::createWithAddress(
-    std::uint32_t ipv4Address) {
-  std::string target;
-  for (int shift = 24; shift >= 0; shift -= 8)
-    target += std::to_string((ipv4Address >> shift) & 0xffu) + (shift ? "." : "");
-  return create(std::move(target));
+std::unique_ptr<ReachabilityReference> HeadlessReachability::createWithAddress(std::uint32_t) {
+  return create({});
 }
 
 std::unique_ptr<ReachabilityReference> HeadlessReachability::createWithName(
     const std::string& hostname) {
-  return create(hostname);
+  return create(hostname.empty() ? std::optional(EINVAL) : std::nullopt);
 }
 
 std::int32_t HeadlessReachability::lastError() const {

@@ -26,8 +26,6 @@ class HeadlessReachability final : public ReachabilityService {
   void fail(Operation operation, std::optional<std::int32_t> systemError);
   /// The references that have a callback and a queue.
   int watchers() const;
-  /// The target of the last reference: a host name, or "0.0.0.0".
-  std::string lastTarget() const;
 
   std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) override;
   std::unique_ptr<ReachabilityReference> createWithName(const std::string& hostname) override;
@@ -38,7 +36,7 @@ class HeadlessReachability final : public ReachabilityService {
   class Reference;
   struct Watch;
   struct State;
-  std::unique_ptr<ReachabilityReference> create(std::string target);
+  std::unique_ptr<ReachabilityReference> create(std::optional<std::int32_t> error);
 
   VirtualTime& time_;
   std::shared_ptr<State> state_;

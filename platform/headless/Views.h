@@ -35,11 +35,10 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
   void setHidden(bool hidden) override { hidden_ = hidden; }
   bool isHidden() const override { return hidden_; }
   void setAlpha(double alpha) override { alpha_ = alpha; }
-  void setBackgroundColor(Color color) override { backgroundColor_ = color; }
+  void setBackgroundColor(Color) override {}
   void setClipsToBounds(bool clips) override { clipsToBounds_ = clips; }
 
   double alpha() const { return alpha_; }
-  Color backgroundColor() const { return backgroundColor_; }
   bool clipsToBounds() const { return clipsToBounds_; }
   /// In a window, and neither it nor a view that it stands in is hidden or clear.
   bool isShown() const;
@@ -69,7 +68,6 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
   bool hidden_ = false;
   bool clipsToBounds_ = false;
   double alpha_ = 1;
-  Color backgroundColor_ = Color::clear;
 };
 
 /// A button is its own view.
@@ -106,8 +104,6 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
 
   /// The host's own controller, which fills the window.
   std::shared_ptr<HeadlessViewController> viewController() const { return host_; }
-  /// The one that was presented last, or the host's own.
-  std::shared_ptr<HeadlessViewController> topController() const;
   int presentedCount() const { return static_cast<int>(presented_.size()); }
 
   void setFrame(Rect frame) { frame_ = frame; }
@@ -127,6 +123,8 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
  private:
   friend class HeadlessViewController;
   explicit HeadlessWindow(Rect frame, EdgeInsets safeAreaInsets);
+  /// The one that was presented last, or the host's own.
+  std::shared_ptr<HeadlessViewController> topController() const;
 
   Rect frame_;
   EdgeInsets safeAreaInsets_;

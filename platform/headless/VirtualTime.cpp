@@ -131,10 +131,6 @@ void VirtualTime::clear() {
   }
 }
 
-double VirtualTime::elapsed() const {
-  return state_->all.with([](const auto& all) { return toSeconds(all.elapsed); });
-}
-
 double VirtualTime::now() const {
   return state_->all.with(
       [](const auto& all) { return all.wallAtBeginning + toSeconds(all.elapsed); });

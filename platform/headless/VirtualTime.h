@@ -29,8 +29,6 @@ class VirtualTime final : public RunLoop, public Clock {
   bool runUntil(const std::function<bool()>& done, double limit = 60);
   /// Seconds that pass while nothing runs, as when the loop is held up.
   void stall(double seconds);
-  /// Virtual seconds since this object was made; no setting of the wall clock moves it.
-  double elapsed() const;
   /// The user sets the wall clock; what is due later stays due when it was.
   void setNow(double secondsSince1970);
 
