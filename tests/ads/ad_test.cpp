@@ -98,7 +98,7 @@ TEST_F(CreativeHTML, ChoosesOfEachTypeTheLastFileForTheOrientationElseTheFirst) 
                {portrait, {"portrait", "portrait", "landscape"}, "1"},
                {unknown, {"portrait", "Landscape"}, "0"}};
   for (const auto& [orientation, orientationsOfFiles, chosen] : cases) {
-    h.device.setOrientationNow(orientation);
+    h.device.setOrientation(orientation);
     ad.files->clear();
     for (const auto type : {CreativeFile::FileType::main, CreativeFile::FileType::endCard})
       for (std::size_t i = 0; i < orientationsOfFiles.size(); ++i)

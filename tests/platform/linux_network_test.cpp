@@ -89,32 +89,13 @@ TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElse) {
   close(silent);
 }
 
-/// A message bus of the test's own, which the SDK takes for the system's.
-class TestBus {
- public:
-  TestBus() {
-    g_test_dbus_up(bus_.get());
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address(), 1);
-  }
-  ~TestBus() {
-    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    g_test_dbus_stop(bus_.get());
-  }
-  TestBus(const TestBus&) = delete;
-  TestBus& operator=(const TestBus&) = delete;
-  const char* address() const { return g_test_dbus_get_bus_address(bus_.get()); }
-
- private:
-  GObjectPtr<GTestDBus> bus_{g_test_dbus_new(G_TEST_DBUS_NONE)};
-};
-
 /// A service on the bus that answers and tells what a test says, in GVariant's text form; gone with
 /// this value.
 class TestService {
  public:
-  TestService(const TestBus& bus, const char* name)
+  TestService(const char* bus, const char* name)
       : connection_(g_dbus_connection_new_for_address_sync(
-            bus.address(),
+            bus,
             static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, nullptr, nullptr)),
@@ -176,13 +157,20 @@ class TestService {
   std::shared_ptr<Methods> methods_ = std::make_shared<Methods>();
 };
 
+/// On a message bus of the test's own, which the SDK takes for the system's.
 struct LinuxServices : testing::Test {
   void SetUp() override {
     if (!GStringPtr(g_find_program_in_path("dbus-daemon")))
       GTEST_SKIP() << "no dbus-daemon to make a message bus with";
-    bus.emplace();
+    g_test_dbus_up(daemon.get());
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus(), 1);
   }
-  std::optional<TestBus> bus;
+  void TearDown() override {
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    if (bus()) g_test_dbus_stop(daemon.get());
+  }
+  const char* bus() const { return g_test_dbus_get_bus_address(daemon.get()); }
+  GObjectPtr<GTestDBus> daemon{g_test_dbus_new(G_TEST_DBUS_NONE)};
 };
 
 TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
@@ -205,7 +193,7 @@ TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
   EXPECT_EQ(changes, 1);
 
   for (int life = 0; life < 2; ++life) {
-    std::optional<TestService> sensor(std::in_place, *bus, kService);
+    std::optional<TestService> sensor(std::in_place, bus(), kService);
     sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
     sensor->begin();
     EXPECT_TRUE(becomes(portrait));
@@ -230,7 +218,7 @@ TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {
   using Technology = Telephony::RadioAccessTechnology;
   SystemBus system;
   ModemTelephony telephony(system);
-  std::optional<TestService> service(std::in_place, *bus, "org.freedesktop.ModemManager1");
+  std::optional<TestService> service(std::in_place, bus(), "org.freedesktop.ModemManager1");
   const auto modem = [](const char* number, int state, const std::string& carrier,
                         std::uint32_t bits) {
     return "objectpath '/org/freedesktop/ModemManager1/Modem/" + std::string(number) +
@@ -274,7 +262,7 @@ TEST_F(LinuxServices, ReachableOverAModemIsWWAN) {
     GTEST_SKIP() << "this machine has no network";
   constexpr const char* kService = "org.freedesktop.NetworkManager";
   constexpr auto kWWAN = static_cast<std::uint32_t>(ReachabilityFlag::isWWAN);
-  TestService manager(*bus, kService);
+  TestService manager(bus(), kService);
   manager.answer("GetAll", "({'PrimaryConnectionType': <'gsm'>},)");
   manager.begin();
   SystemBus system;
