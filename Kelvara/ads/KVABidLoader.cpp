@@ -21,9 +21,6 @@ namespace {
 
 using BidCompletion = Completion<Result<std::shared_ptr<KVABidResponse>>>;
 
-/// An id that is there whenever a bid is asked for; null if it was taken away just now.
-Json orNull(const std::optional<std::string>& id) { return id ? Json(*id) : Json(); }
-
 /// Picks the first plan of the answer, in the server's order, that its caps allow.
 void handle(const BidLoadResponse& response, BidCompletion completion) {
   const auto refuse = [&](const char* message) {
@@ -49,6 +46,7 @@ void handle(const BidLoadResponse& response, BidCompletion completion) {
 void load(const std::string& adUnit, KVABidType bidType, BidCompletion completion) {
   const AdType adType =
       bidType == KVABidType::interstitial ? AdType::interstitial : AdType::rewarded;
+  // Both ids are there whenever a bid is asked for, unless one was taken away just now.
   RequestManager::loadBid(
       {{"aid", orNull(SDKManager::shared().appId())},
        {"uid", orNull(AnalyticsManager::shared().userId())},

@@ -105,6 +105,8 @@ std::optional<std::map<std::string, std::string>> readJson(const Json& value) {
   return mapOf<std::string>(value);
 }
 
+Json orNull(const std::optional<std::string>& text) { return text ? Json(*text) : Json(); }
+
 Reader::Reader(const Json& object) : object_(object) {
   if (!object.is_object()) error_ = Error("Kelvara", -1, "not a JSON object");
 }

@@ -28,6 +28,9 @@ Result<Json> parseJson(std::string_view text);
 template <class T>
 std::optional<T> readJson(const Json& value);
 
+/// The text, or null: an absent value in a request's body.
+Json orNull(const std::optional<std::string>& text);
+
 template <class T>
 concept JsonRecord = requires(const Json& json) {
   { T::decode(json) } -> std::same_as<Result<T>>;

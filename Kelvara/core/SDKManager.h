@@ -25,7 +25,7 @@ class SDKManager {
 
   /// See `Kelvara::start`.
   void start(const std::string& appId, Completion<std::optional<Error>> completion);
-  /// Only stores it: whoever builds a user record reads it next time.
+  /// Only stores it: the next campaign report tells the server.
   void setUserId(std::string userId);
 
   /// The id of the last start that got past the id check.

@@ -19,8 +19,6 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
 
-Json orNull(std::optional<std::string> text) { return text ? Json(*std::move(text)) : Json(); }
-
 /// The server expects "dmod" here, where the user record says "dmob".
 Json reportBody(const std::optional<std::string>& idfa) {
   using Device = SDKHelper::Device;
