@@ -35,7 +35,6 @@ TEST_F(PrivacyState, OneStatusStandsForBothRegulations) {
   const std::pair<std::vector<Step>, int> cases[] = {
       {{}, -1},
       {{{gdpr, false}}, 0},
-      {{{ccpa, false}}, 0},
       {{{gdpr, true}, {gdpr, false}}, 0},
       {{{gdpr, true}, {ccpa, false}}, 1},
       {{{gdpr, true}, {ccpa, true}}, 2},

@@ -132,16 +132,15 @@ TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldName
 }
 
 TEST_F(Registration, HasAGenerationForEveryNetworkAndTheEmptyTextForWhatIsNotKnown) {
-  const std::pair<const char*, std::vector<Telephony::RadioAccessTechnology>> generations[] = {
-      {"2g", {gprs, edge, cdma1x}},
-      {"3g", {wcdma, hsdpa, hsupa, cdmaEVDORev0, cdmaEVDORevA, cdmaEVDORevB, eHRPD, other}},
+  const auto generation = [&](Telephony::RadioAccessTechnology technology) {
+    h.telephony.set(technology, std::nullopt);
+    return SDKHelper::Device::connectionType();
   };
-  for (const auto& [generation, technologies] : generations) {
-    for (const auto technology : technologies) {
-      h.telephony.set(technology, std::nullopt);
-      EXPECT_EQ(SDKHelper::Device::connectionType(), generation) << static_cast<int>(technology);
-    }
-  }
+  for (const auto technology : {gprs, edge, cdma1x})
+    EXPECT_EQ(generation(technology), "2g") << static_cast<int>(technology);
+  for (const auto technology :
+       {wcdma, hsdpa, hsupa, cdmaEVDORev0, cdmaEVDORevA, cdmaEVDORevB, eHRPD, other})
+    EXPECT_EQ(generation(technology), "3g") << static_cast<int>(technology);
   h.locale.set({{}, std::nullopt, std::nullopt, std::nullopt});
   h.telephony.set(std::nullopt, std::nullopt);
   const User user;
