@@ -88,12 +88,22 @@ TEST_F(MRControllers, CallTheAdViewableOnlyWhereTheUserSeesIt) {
   EXPECT_THAT(told(), ElementsAre("mraidbridge.setDefaultPosition(0.0, 799.0, 400.0, 800.0);"));
 }
 
-TEST_F(MRControllers, RespectTheSafeAreaWhereTheCreativeDoes) {
+TEST_F(MRControllers, RespectTheSafeAreaOrTheBannersPlace) {
   show({.shouldCareSafeArea = true});
   EXPECT_THAT(told(),
               testing::IsSupersetOf({"mraidbridge.setCurrentPosition(0.0, 20.0, 400.0, 746.0);",
                                      "mraidbridge.setMaxSize(400.0, 746.0);"}));
   EXPECT_EQ(adView()->frameInWindow(), (Rect{0, 20, 400, 746}));
+  close();
+
+  show({.adType = "banner"});
+  told();
+  const auto holder = h.application.makeView({});
+  window->view()->addSubview(holder, Layout::frame({10, 20, 320, 50}));
+  holder->addSubview(adView(), Layout::frame({1, 2, 300, 40}));
+  h.time.advance(1.1);
+  EXPECT_THAT(told(), ElementsAre("mraidbridge.setCurrentPosition(11.0, 22.0, 300.0, 40.0);",
+                                  "mraidbridge.setDefaultPosition(11.0, 22.0, 300.0, 40.0);"));
 }
 
 TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
