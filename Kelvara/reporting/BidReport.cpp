@@ -1,5 +1,7 @@
 #include <Kelvara/reporting/BidReport.h>
 
+#include <utility>
+
 #include <nlohmann/json.hpp>
 
 namespace kva {

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <utility>
 
 #include <Kelvara/core/Json.h>
 #include <Kelvara/core/Result.h>

@@ -9,6 +9,7 @@
 
 #include <Kelvara/api/RequestManager.h>
 #include <Kelvara/core/Fatal.h>
+#include <Kelvara/core/Json.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>

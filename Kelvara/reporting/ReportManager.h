@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Json.h>
 #include <Kelvara/core/Result.h>
 #include <Kelvara/platform/RunLoop.h>
 #include <Kelvara/reporting/BidReport.h>

@@ -1,5 +1,7 @@
 #include <Kelvara/reporting/ReportStore.h>
 
+#include <optional>
+#include <string_view>
 #include <utility>
 
 #include <nlohmann/json.hpp>
