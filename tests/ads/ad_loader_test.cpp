@@ -69,7 +69,8 @@ TEST_F(AdLoading, AFailedRequestUsesTheBidUpAndLeavesTheLastAd) {
 
   load(third);
   const std::weak_ptr<AdLoader> weak = std::exchange(loader, nullptr);
-  EXPECT_EQ(heardLater(), "3 gone") << "it lives until its answer";
+  EXPECT_FALSE(weak.expired()) << "it lives until its answer";
+  EXPECT_EQ(heardLater(), "3 gone");
   EXPECT_TRUE(weak.expired());
 }
 

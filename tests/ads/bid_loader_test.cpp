@@ -12,10 +12,9 @@ const std::string kAdUnit = "0b6f3f0e-1d6c-4f6e-8a0e-5a0c6b1d2e3f";
 class BidLoader : public Stage {
  protected:
   /// What came of a bid before the call returned: its price, or the error as "code message".
-  std::string load(const std::string& adUnit = kAdUnit,
-                   KVABidType type = KVABidType::interstitial) {
+  std::string load(const std::string& adUnit = kAdUnit) {
     answers.clear();
-    KVABidLoader::loadBid(adUnit, type, [this](auto response, auto error) {
+    KVABidLoader::loadBid(adUnit, KVABidType::interstitial, [this](auto response, auto error) {
       EXPECT_EQ(response == nullptr, error.has_value());
       answers.push_back(error ? std::to_string(error->code()) + " " + error->localizedDescription()
                               : Json(response->price()).dump());
@@ -24,8 +23,8 @@ class BidLoader : public Stage {
     return answers.empty() ? "" : answers[0];
   }
   /// What came of it once, in the end.
-  std::string bid(KVABidType type = KVABidType::interstitial) {
-    load(kAdUnit, type);
+  std::string bid() {
+    load();
     h.time.run();
     return answers.size() == 1 ? answers[0] : std::to_string(answers.size()) + " answers";
   }
@@ -61,7 +60,6 @@ TEST_F(BidLoader, RefusesInOrderWithoutTraffic) {
   h.reachability.setFlags(h.reachability.kReachable);
   h.time.run();
   EXPECT_EQ(load(), "8 Wait 60 seconds for ad request.");
-  KVABidLoader::loadBid("nonsense", KVABidType::rewarded, {});  // hosts need not listen
   EXPECT_EQ(h.server.count("/bid/init") + h.server.count("/bid/lost"), 0);
   EXPECT_EQ(h.output.count("<KVA> [E]: SDK isn't initialized."), 1);
   EXPECT_EQ(h.output.count("<KVA> [E]: No internet connection."), 1);
@@ -95,7 +93,8 @@ TEST_F(BidLoader, RegistersAndBidsWithTheFirstPlanThatItsCapsAllow) {
                 {"dbra", SDKHelper::Device::deviceBrand()},
                 {"dmod", SDKHelper::Device::deviceModel()}};
   EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
-  bid(KVABidType::rewarded);
+  KVABidLoader::loadBid(kAdUnit, KVABidType::rewarded, {});  // hosts need not listen
+  h.time.run();
   asked["adt"] = "rewarded";
   EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
 

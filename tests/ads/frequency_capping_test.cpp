@@ -61,6 +61,7 @@ TEST_F(FrequencyCapping, TheDailyCapRefusesInTheFirstHourAndCountsAllDay) {
 TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
   const double began = h.time.now();
   shouldShow({"other", 1, 0});
+  EXPECT_EQ(stored().size(), 1u);
   impress(2);
   const auto member = [](const std::string& planId, const Json& count, double at) {
     return Json({{"planId", planId},
@@ -106,10 +107,9 @@ TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {
 }
 
 TEST_F(FrequencyCapping, NothingThatThreadsCountIsLostInTheStore) {
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back([] { impress(50); });
-  }
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([] { impress(50); });
+  threads.clear();
   EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 200);
 }
 
