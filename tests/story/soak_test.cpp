@@ -1,15 +1,9 @@
 // The life of an SDK over and over, through the real transport, while the server and the way to it
 // fail in every way that they know. All choices come from a seed.
 //   KELVARA_EXCHANGES  how many requests (400)      KELVARA_SEED  which choices (1)
-#include <Kelvara/KVABidLoader.h>
 #include <Kelvara/Kelvara.h>
-#include <Kelvara/ads/AdLoader.h>
-#include <Kelvara/ads/TemplateManager.h>
-#include <Kelvara/core/Runtime.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <gtest/gtest.h>
-#include <platform/linux/CurlSession.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Schema.h>
 #include <sandbox/Server.h>
@@ -18,10 +12,9 @@
 #include <array>
 #include <iostream>
 
-#include "platform/linux_support.h"
 #include "story/Chance.h"
 #include "story/FaultProxy.h"
-#include "story/Ledger.h"
+#include "story/Life.h"
 
 namespace kva::story {
 namespace {
@@ -32,18 +25,6 @@ using sandbox::Scenario;
 
 /// Codes of the server's error records here, and -1, which stands for an answer that is none.
 const std::set<std::int64_t> kServerCodes = {-1, 400, 403, 404, 409, 429, 500, 503};
-std::set<std::int64_t> serverCodesAnd(std::int64_t code) {
-  auto codes = kServerCodes;
-  codes.insert(code);
-  return codes;
-}
-
-// A start of what is started already succeeds at once.
-const Promise kStart{
-    .name = "start", .refusals = {4, 14}, .failures = kServerCodes, .mayAnswerAtOnce = true};
-const Promise kBid{.name = "bid", .refusals = {2, 3, 4, 8}, .failures = serverCodesAnd(5)};
-const Promise kLoad{.name = "load", .refusals = {2, 4, 7, 9}, .failures = kServerCodes};
-const Promise kTemplate{.name = "template", .mayAnswerAtOnce = true};
 
 /// Members that a server may spoil. Not the bid identifier of an answer with plans, which the SDK
 /// insists on, nor the periods of the application.
@@ -68,111 +49,25 @@ constexpr std::pair<std::string_view, const char*> kKeys[] = {
     {"/track", "data.plan"},
 };
 
-struct Silence : StandardOutput {
-  void print(std::string_view) override {}
-};
+/// What was won in one life.
+struct Won {
+  struct Open {
+    Life::Bid bid;
+    KVABidType kind;
+  };
+  Guarded<std::map<std::string, std::string>> adUnitOf;  ///< by bid
+  Guarded<std::vector<Open>> open;                       ///< neither loaded nor lost
 
-/// A host that does what hosts do, and lives as long as one process would.
-struct Life {
-  explicit Life(Platform platform)
-      : session(std::static_pointer_cast<CurlSession>(platform.urlSession)),
-        ledger([this] { return session->isSessionThread(); }),
-        runtime(std::make_unique<Runtime>(std::move(platform))) {}
-  ~Life() { end(); }
-
-  void start();
-  void bid(std::string_view adUnit, KVABidType kind);
-  /// Loads the ad of a bid, and its template, and tracks that it was shown.
-  void load(std::shared_ptr<KVABidResponse> bid);
-  void fetchTemplate(const std::string& id);
-  /// The last bid that has not been taken, if there is one.
-  std::shared_ptr<KVABidResponse> takeBid();
-  /// Ends the process, whatever is under way.
-  void end();
-
-  const std::shared_ptr<CurlSession> session;
-  Ledger ledger;
-  Guarded<std::map<std::string, std::string>> adUnitOf;  ///< by bid, of all that were won
-  Guarded<std::vector<std::shared_ptr<KVABidResponse>>> open;
-  Guarded<std::vector<std::string>> shown;
-  std::atomic<std::size_t> templates = 0;
-  std::unique_ptr<Runtime> runtime;
-};
-
-/// Lives until the load is answered.
-struct Listener : AdLoaderDelegate {
-  Listener(Life& of, std::shared_ptr<Ledger::Call> watched) : life(of), call(std::move(watched)) {}
-  void adLoaderDidReceiveAd(AdLoader& loader) override {
-    const auto ad = loader.adData();
-    life.fetchTemplate(ad->templateId);
-    ReportManager::shared().trackAction(ad->bidId, {BidReportAction::impression});
-    life.shown.with([&](auto& shown) { shown.push_back(ad->bidId); });
-    answered(std::nullopt);
+  /// The last open bid, if there is one.
+  Open take() {
+    return open.with([](auto& bids) -> Open {
+      if (bids.empty()) return {};
+      auto last = std::move(bids.back());
+      bids.pop_back();
+      return last;
+    });
   }
-  void adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) override { answered(error); }
-  void answered(const std::optional<Error>& error) {
-    call->answered(error);
-    self = nullptr;
-  }
-  Life& life;
-  std::shared_ptr<Ledger::Call> call;
-  std::shared_ptr<Listener> self;
 };
-
-void Life::start() {
-  auto call = ledger.open(kStart);
-  Kelvara::start(std::string(sandbox::kApplicationId),
-                 [call](std::optional<Error> error) { call->answered(error); });
-  call->returned();
-}
-
-void Life::bid(std::string_view adUnit, KVABidType kind) {
-  auto call = ledger.open(kBid);
-  const std::string unit(adUnit);
-  KVABidLoader::loadBid(
-      unit, kind,
-      [this, call, unit](std::shared_ptr<KVABidResponse> bid, std::optional<Error> error) {
-        if (bid) {
-          adUnitOf.with([&](auto& units) { units[bid->bidId()] = unit; });
-          open.with([&](auto& bids) { bids.push_back(std::move(bid)); });
-        }
-        call->answered(error);
-      });
-  call->returned();
-}
-
-void Life::load(std::shared_ptr<KVABidResponse> bid) {
-  auto call = ledger.open(kLoad);
-  auto listener = std::make_shared<Listener>(*this, call);
-  listener->self = listener;
-  auto loader = AdLoader::create();
-  loader->setDelegate(listener);
-  loader->load(bid, 1.5);
-  call->returned();
-}
-
-void Life::fetchTemplate(const std::string& id) {
-  auto call = ledger.open(kTemplate);
-  TemplateManager::shared().templateFor(id, [this, call](std::optional<Template> found) {
-    if (found) ++templates;
-    call->answered(std::nullopt);
-  });
-  call->returned();
-}
-
-std::shared_ptr<KVABidResponse> Life::takeBid() {
-  return open.with([](auto& bids) -> std::shared_ptr<KVABidResponse> {
-    if (bids.empty()) return nullptr;
-    auto last = std::move(bids.back());
-    bids.pop_back();
-    return last;
-  });
-}
-
-void Life::end() {
-  ledger.end();
-  runtime = nullptr;
-}
 
 class Soak : public testing::Test {
  protected:
@@ -187,27 +82,19 @@ class Soak : public testing::Test {
       ++befell[static_cast<std::size_t>(fault)];
       return fault;
     });
-    options.bundleId = "org.kelvara.soak";
-    options.appVersion = "1.0";
-    options.userDefaults = folder.path / "defaults.sqlite";
-    options.apiBases = {.production = proxy->apiBase(), .sandbox = proxy->apiBase()};
-    options.reachability = ReachabilityPolicy::assumeReachable;
   }
 
   void liveOnce(std::size_t exchanges);
-  void doSomething(Life& life);
+  static void bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit);
+  void doSomething(Life& life, Won& won);
   void changeTheWeather();
-  void startAtLast(Life& life);
-  void expectHealth(Life& life);
-  static bool settles(const Life& life) {
-    return test::spinMainLoopUntil([&] { return life.ledger.isSettled(); });
-  }
+  static void startAtLast(Life& life);
+  void expectHealth(Life& life, Won& won);
 
   const std::uint64_t seed = fromEnvironment("KELVARA_SEED", 1);
   Chance chance{seed};
   test::TemporaryFolder folder;
   sandbox::Server server;
-  LinuxOptions options;
   std::atomic<bool> healthy = false;
   std::array<std::atomic<std::size_t>, std::size(kFaultNames)> befell{};
   std::unique_ptr<FaultProxy> proxy;
@@ -239,99 +126,115 @@ void Soak::changeTheWeather() {
   server.setScenario(endpoint, scenario);
 }
 
-void Soak::doSomething(Life& life) {
-  const auto& unit = chance.oneOf(sandbox::adUnits());
+void Soak::bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit) {
   const auto kind = unit.adType == "rewarded" ? KVABidType::rewarded : KVABidType::interstitial;
-  const auto shown = life.shown.get();
+  const std::string id(unit.id);
+  life.bid(id, kind, [&won, id, kind](const Life::Bid& bid) {
+    won.adUnitOf.with([&](auto& units) { units[bid->bidId()] = id; });
+    won.open.with([&](auto& bids) { bids.push_back({bid, kind}); });
+  });
+}
+
+void Soak::doSomething(Life& life, Won& won) {
+  const auto& unit = chance.oneOf(sandbox::adUnits());
+  const auto shown = life.shown();
   switch (chance.below(10)) {
     case 0:
     case 1:
     case 2:
-      return life.bid(unit.id, kind);
+      return bid(life, won, unit);
     case 3:
     case 4:
-      return life.load(life.takeBid());  // without one it is refused
-    case 5:
-      return life.fetchTemplate(std::string(chance.oneOf(sandbox::templates()).id));
-    case 6:
-      return KVABidLoader::sendBidLost(life.takeBid(), 2.25);
-    case 7:
-    case 8: {
-      const auto action = chance.oneIn(2) ? BidReportAction::click : BidReportAction::dismiss;
-      if (!shown.empty()) ReportManager::shared().trackAction(chance.oneOf(shown), {action});
+    case 5: {
+      const auto [bid, kind] = won.take();
+      if (bid) life.load(bid, kind);
+      if (bid && chance.oneIn(4)) life.load(bid, kind);  // which is refused
       return;
     }
+    case 6:
+      return KVABidLoader::sendBidLost(won.take().bid, 2.25);
+    case 7:
+      if (!shown.empty())
+        ReportManager::shared().trackAction(chance.oneOf(shown), {BidReportAction::click});
+      return;
+    case 8:
+      return life.start(std::string(sandbox::kApplicationId));
     default:
-      return chance.oneIn(2) ? life.bid("no ad unit", kind) : life.start();
+      return life.bid("no ad unit", KVABidType::rewarded, [](auto) {});
   }
 }
 
 void Soak::startAtLast(Life& life) {
   for (int tries = 0; tries < 100 && !Kelvara::isInitialized(); ++tries) {
-    life.start();
-    ASSERT_TRUE(settles(life)) << "a start hangs";
+    life.start(std::string(sandbox::kApplicationId));
+    ASSERT_TRUE(life.settles()) << "a start hangs";
   }
   ASSERT_TRUE(Kelvara::isInitialized());
 }
 
 /// With the faults gone, whatever they have left behind must not spoil the next calls.
-void Soak::expectHealth(Life& life) {
+void Soak::expectHealth(Life& life, Won& won) {
   healthy = true;
   server.clearScenarios();
-  ASSERT_TRUE(settles(life)) << "a call hangs";
+  ASSERT_TRUE(life.settles()) << "a call hangs";
   // Lost bids, uploads and registrations that follow from answers are not in the ledger.
   int quiet = 0;
-  ASSERT_TRUE(test::spinMainLoopUntil([&] {
+  ASSERT_TRUE(life.playUntil([&] {
     std::this_thread::sleep_for(1ms);
     quiet = proxy->isIdle() ? quiet + 1 : 0;
     return quiet == 20;
   }));
-  const auto shownBefore = life.shown.get().size(), templatesBefore = life.templates.load();
-  life.bid(sandbox::kInterstitialAdUnit, KVABidType::interstitial);
-  ASSERT_TRUE(settles(life)) << "a healthy bid hangs";
-  const auto bid = life.takeBid();
-  ASSERT_TRUE(bid) << "a healthy bid failed";
-  life.load(bid);
-  ASSERT_TRUE(settles(life)) << "a healthy load hangs";
-  ASSERT_EQ(life.shown.get().size(), shownBefore + 1) << "a healthy load failed";
-  EXPECT_EQ(life.templates, templatesBefore + 1) << "a healthy template was not had";
-  EXPECT_TRUE(test::spinMainLoopUntil([&] {
+  bid(life, won, chance.oneOf(sandbox::adUnits()));
+  ASSERT_TRUE(life.settles()) << "a healthy bid hangs";
+  const auto [healthyBid, kind] = won.take();
+  ASSERT_TRUE(healthyBid) << "a healthy bid failed";
+  life.load(healthyBid, kind);
+  ASSERT_TRUE(life.settles()) << "a healthy load or show hangs";
+  const auto shown = life.shown();
+  ASSERT_TRUE(!shown.empty() && shown.back() == healthyBid->bidId())
+      << "a healthy ad was not shown";
+  EXPECT_TRUE(life.playUntil([&] {
     const auto state = server.state();
-    if (const auto* report = state.report(bid->bidId()); report && report->clicked) return true;
-    ReportManager::shared().trackAction(bid->bidId(), {BidReportAction::click});
+    const auto* report = state.report(healthyBid->bidId());
+    if (report && report->impression && report->dismissed && report->clicked) return true;
+    // What comes during an upload goes with the next.
+    ReportManager::shared().trackAction(healthyBid->bidId(), {BidReportAction::click});
     std::this_thread::sleep_for(20ms);
     return false;
   })) << "a healthy report did not arrive";
   // No answer went to another call than its own: a bid was made for the ad unit that asked.
-  auto won = life.adUnitOf.get();
+  auto units = won.adUnitOf.get();
   for (const auto& made : server.state().bids)
-    if (const auto at = won.find(made.bid); at != won.end() && at->second == made.adUnit)
-      won.erase(at);
-  EXPECT_TRUE(won.empty()) << won.size() << " bids answered another call, or none";
+    if (const auto at = units.find(made.bid); at != units.end() && at->second == made.adUnit)
+      units.erase(at);
+  EXPECT_TRUE(units.empty()) << units.size() << " bids answered another call, or none";
   ++healthChecks;
   healthy = false;
 }
 
 void Soak::liveOnce(std::size_t exchanges) {
-  Platform ports = makeLinuxPlatform(options).ports;
-  ports.standardOutput = std::make_shared<Silence>();
-  Life life(std::move(ports));
+  // Announced by the next start, so that templates are fetched and not only found.
+  server.publishTemplate(chance.oneOf(sandbox::templates()).id, "<h1>[@TITLE_TEXT]</h1>");
+  Won won;
+  Life life(folder.path, proxy->apiBase(), kServerCodes);
   ++lives;
   startAtLast(life);
   const std::size_t end = proxy->exchanges() + exchanges;
   while (proxy->exchanges() < end && !HasFailure()) {
     if (chance.oneIn(2)) changeTheWeather();
-    doSomething(life);
-    ASSERT_TRUE(test::spinMainLoopUntil([&] { return life.ledger.books().pending < 6; }))
-        << "a call hangs";
-    if (chance.oneIn(60)) expectHealth(life);
+    doSomething(life, won);
+    ASSERT_TRUE(life.playUntil([&] { return life.ledger.books().pending < 6; })) << "a call hangs";
+    if (chance.oneIn(60)) expectHealth(life, won);
   }
-  if (chance.oneIn(2) && !HasFailure()) expectHealth(life);
-  if (HasFailure()) return;
+  if (chance.oneIn(2) && !HasFailure()) expectHealth(life, won);
+  // Ads go with the process; the calls that are under way are answered when it ends.
+  ASSERT_TRUE(life.settles()) << "a call hangs";
+  for (std::size_t i = chance.below(5); i > 0; --i) bid(life, won, sandbox::adUnits()[0]);
   cutOff += life.ledger.books().pending;
   life.end();
   const auto books = life.ledger.books();
   EXPECT_EQ(books.pending, 0u) << "calls were not answered when the process ended";
+  EXPECT_EQ(life.viewsLeft(), 0);
   for (const auto& complaint : books.complaints) ADD_FAILURE() << complaint;
   for (const auto& [outcome, count] : books.outcomes) outcomes[outcome] += count;
   calls += books.calls;
