@@ -191,6 +191,7 @@ void KillStory::sendAction(HostProcess& host) {
     std::string number = std::to_string(asked.size());
     number.insert(0, 12 - number.size(), '0');
     liveBids.push_back("b1d00000-0000-4000-8000-" + number);
+    asked[liveBids.back()];
   }
   const std::size_t at = chance.below(liveBids.size());
   const std::string bid = liveBids[at];
