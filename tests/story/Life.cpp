@@ -134,6 +134,8 @@ void Life::load(const Bid& bid, KVABidType kind) {
   loadings_.with([&](auto& all) { all.push_back(loading); });
   loading->ad->loadAd(bid, 1.25);
   load->returned();
+  // Read while others write it, for the thread sanitizer to see.
+  if (!loading->ad->isLoaded()) loading->ad->isLoading();
 }
 
 void Life::show(Loading& loading) {
