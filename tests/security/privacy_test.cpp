@@ -1,4 +1,6 @@
-// What leaves the device.
+// What leaves the device, and who can read what stays on it.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <set>
 
@@ -54,7 +56,7 @@ class Privacy : public testing::Test {
     runtime = nullptr;
     LinuxOptions options;
     options.appVersion = appVersion;
-    options.userDefaults = folder.path / "defaults.sqlite";
+    options.userDefaults = folder.path / "home" / "defaults.sqlite";
     options.apiBases = {.production = proxy->apiBase(), .sandbox = proxy->apiBase()};
     options.reachability = ReachabilityPolicy::assumeReachable;
     options.advertisingIdentifier = sandbox::kTesterIDFA;
@@ -133,6 +135,26 @@ TEST_F(Privacy, WithoutConsentTheIdentifierIsInNoRequestAndNoLogLine) {
   liveOn();
   EXPECT_FALSE(wire.hasHeardTheIdentifier()) << "sent after consent was taken back";
   EXPECT_FALSE(log->hasHeardTheIdentifier());
+}
+
+TEST_F(Privacy, WhatIsStoredIsItsOwnersAlone) {
+  using std::filesystem::perms;
+  const mode_t before = umask(0);
+  launch("1.0");
+  liveOn();
+  runtime = nullptr;
+  for (const auto& file : std::filesystem::directory_iterator(folder.path / "home"))
+    permissions(file, perms{0644});  // as something else may have left them
+  launch("2.0");
+  liveOn();
+  umask(before);
+  EXPECT_EQ(status(folder.path / "home").permissions(), perms::owner_all);
+  int files = 0;
+  for (const auto& file : std::filesystem::directory_iterator(folder.path / "home")) {
+    EXPECT_EQ(file.status().permissions(), perms::owner_read | perms::owner_write) << file.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 3) << "the database, its log and that log's index";
 }
 
 TEST(SandboxServer, IsHeardOnLoopbackAloneUnlessToldOtherwise) {
