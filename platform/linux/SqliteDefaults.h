@@ -20,7 +20,7 @@ namespace kva {
 ///
 /// A file that is no database, or a damaged one, is renamed ("<name>.damaged-<time>") and a fresh
 /// one begun. While the file cannot be written, values stay in memory, and the next `set` tries
-/// again to write all of them.
+/// again to write all of them; a file that could not be opened for writing is not tried again.
 class SqliteDefaults final : public UserDefaults {
  public:
   /// `log` is called, on whatever thread it happens, with one line when a file is set aside and

@@ -90,7 +90,7 @@ TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElse) {
 }
 
 /// A service on the bus that answers and tells what a test says, in GVariant's text form; gone with
-/// this value.
+/// this value. Main thread.
 class TestService {
  public:
   TestService(const char* bus, const char* name)
@@ -100,14 +100,17 @@ class TestService {
                                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, nullptr, nullptr)),
         name_(name) {
-    g_dbus_connection_add_filter(
-        connection_.get(), filter, new std::shared_ptr<Methods>(methods_),
-        [](gpointer data) { delete static_cast<std::shared_ptr<Methods>*>(data); });
+    alive()[++lastId] = this;
+    g_dbus_connection_add_filter(connection_.get(), handOver, GSIZE_TO_POINTER(lastId), nullptr);
   }
+  ~TestService() {
+    std::erase_if(alive(), [this](const auto& entry) { return entry.second == this; });
+  }
+  TestService(const TestService&) = delete;
+  TestService& operator=(const TestService&) = delete;
+
   /// From now on `method` is answered so.
-  void answer(const std::string& method, const std::string& body) {
-    methods_->with([&](auto& all) { all[method].body = body; });
-  }
+  void answer(const std::string& method, const std::string& body) { methods_[method].body = body; }
   /// Once it has its answers.
   void begin() {
     const GVariantPtr reply(g_dbus_connection_call_sync(
@@ -123,38 +126,44 @@ class TestService {
                                   "org.freedesktop.DBus.Properties", "PropertiesChanged",
                                   g_variant_new_parsed(body.c_str()), nullptr);
   }
-  int calls(const std::string& method) const {
-    return methods_->with([&](auto& all) { return all[method].calls; });
-  }
+  int calls(const std::string& method) { return methods_[method].calls; }
 
  private:
   struct Method {
     std::string body = "()";
     int calls = 0;
   };
-  using Methods = Guarded<std::map<std::string, Method>>;
 
-  /// On a thread of GLib's.
-  static GDBusMessage* filter(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
-                              gpointer data) {
+  /// On a thread of GLib's: to the main thread.
+  static GDBusMessage* handOver(GDBusConnection*, GDBusMessage* message, gboolean incoming,
+                                gpointer id) {
     if (!incoming || g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
       return message;
-    const auto body = (*static_cast<std::shared_ptr<Methods>*>(data))->with([&](auto& all) {
-      auto& method = all[g_dbus_message_get_member(message)];
-      ++method.calls;
-      return method.body;
-    });
-    const GObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(message));
-    g_dbus_message_set_body(reply.get(), g_variant_new_parsed(body.c_str()));
-    g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
-                                   nullptr);
-    g_object_unref(message);
+    g_object_set_data(G_OBJECT(message), "service", id);
+    g_idle_add_once(called, message);
     return nullptr;
   }
+  static void called(gpointer data) {
+    const GObjectPtr<GDBusMessage> message(G_DBUS_MESSAGE(data));
+    const auto id = GPOINTER_TO_SIZE(g_object_get_data(G_OBJECT(data), "service"));
+    if (!alive().contains(id)) return;
+    TestService& self = *alive()[id];
+    Method& method = self.methods_[g_dbus_message_get_member(message.get())];
+    ++method.calls;
+    const GObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(message.get()));
+    g_dbus_message_set_body(reply.get(), g_variant_new_parsed(method.body.c_str()));
+    g_dbus_connection_send_message(self.connection_.get(), reply.get(),
+                                   G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+  }
+  static std::map<gsize, TestService*>& alive() {
+    static std::map<gsize, TestService*> all;
+    return all;
+  }
 
+  static inline gsize lastId = 0;
   GObjectPtr<GDBusConnection> connection_;
   const char* name_;
-  std::shared_ptr<Methods> methods_ = std::make_shared<Methods>();
+  std::map<std::string, Method> methods_;
 };
 
 /// On a message bus of the test's own, which the SDK takes for the system's.
