@@ -17,28 +17,7 @@ HostOptions options() {
   made.bundleId = "com.example.host";
   made.mainBundle = std::filesystem::path(KELVARA_RESOURCES).parent_path();
   made.userDefaults = std::filesystem::path(testing::TempDir()) / "kelvara-host.sqlite";
-  made.safeAreaInsets.top = 30;
   return made;
-}
-
-TEST(Host, KnowsItsWindowsAndMayBeMadeAnew) {
-  for (int round = 0; round < 2; ++round) {
-    Host host(options());
-    auto& platform = Runtime::current().platform();
-    EXPECT_TRUE(platform.apiBases.production.ends_with("/api/v1"));
-    EXPECT_FALSE(platform.application->keyWindow());
-    auto* window = GTK_WINDOW(gtk_window_new());
-    auto* other = GTK_WINDOW(gtk_window_new());
-    auto controller = host.viewController(window);
-    EXPECT_NE(host.viewController(other), controller);
-    EXPECT_EQ(host.viewController(window), controller);
-    EXPECT_EQ(platform.application->keyWindow()->view(), controller->view()) << "asked for last";
-    EXPECT_EQ(platform.application->keyWindow()->safeAreaInsets().top, 30);
-    gtk_window_destroy(window);
-    EXPECT_NE(platform.application->keyWindow()->view(), controller->view());
-    EXPECT_GT(platform.application->screenSize().width, 0);
-    gtk_window_destroy(other);
-  }
 }
 
 TEST(Host, TakesWhatIsOnShowAwayAndLeavesTheWindowToItsOwner) {
