@@ -98,6 +98,7 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   child->superview_ = weak_from_this();
   subviews_.push_back(child);
   gtk_widget_insert_before(child->widget(), widget(), nullptr);
+  relayout();
   if (child->window() != before) child->tellOfWindow();
 }
 
@@ -171,7 +172,17 @@ EdgeInsets NativeView::safeAreaInsets() const {
   return overlap(window->safeAreaInsets(), *frameInWindow(), window->frame().size());
 }
 
-void NativeView::setHidden(bool hidden) { gtk_widget_set_visible(widget(), !hidden); }
+void NativeView::setHidden(bool hidden) {
+  gtk_widget_set_visible(widget(), !hidden);
+  relayout();
+}
+
+// GTK passes a widget's wish for a layout up, but not beyond one that waits for its own. On a busy
+// machine the layer has been seen to wait for one that never came, and the ad's controls with it.
+// The window hears of it here, whatever its layer waits for.
+void NativeView::relayout() {
+  if (auto window = nativeWindow()) window->relayout();
+}
 
 bool NativeView::isHidden() const { return !gtk_widget_get_visible(widget()); }
 

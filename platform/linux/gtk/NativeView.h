@@ -59,6 +59,7 @@ class NativeView final : public kva::View,
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;
   void leaveSuperview();
+  void relayout();
   void tellOfWindow();
 
   std::weak_ptr<ViewDelegate> delegate_;

@@ -100,6 +100,10 @@ void NativeWindow::leave() {
   layer_->becomeRoot({});
 }
 
+void NativeWindow::relayout() {
+  if (window_) gtk_widget_queue_resize(GTK_WIDGET(window_));
+}
+
 void NativeWindow::placeLayer(int width, int height) {
   const int top = plainTitleBarHeight(window_);
   const Rect before = frame();

@@ -44,6 +44,9 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void willUncover(const NativeViewController& controller);
   void uncover(const NativeViewController& controller);
 
+  /// Has GTK lay the window out again.
+  void relayout();
+
   bool isCovered() const { return !controllers_.empty(); }
 
  private:
