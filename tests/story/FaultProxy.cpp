@@ -116,8 +116,6 @@ void FaultProxy::serve(int client) {
   address.sin_port = htons(static_cast<std::uint16_t>(serverPort_));
   const int yes = 1;
   setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-  const timeval patience{.tv_sec = 0, .tv_usec = 250'000};
-  setsockopt(server.fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   if (connect(server.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
     while (exchange(client, server.fd)) {
     }
@@ -133,6 +131,9 @@ bool FaultProxy::exchange(int client, int server) {
   if (!readMessage(client, request)) return false;
   ++underWay_;
   const Fault fault = choose_(exchanges_++, request);
+  const auto micros = patience_.load().count();
+  const timeval patience{.tv_sec = micros / 1'000'000, .tv_usec = micros % 1'000'000};
+  setsockopt(server, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   sendAll(server, request);
   bool goesOn = readMessage(server, answer) && harm(answer, fault);
   const std::size_t crumb = fault == Fault::throttle ? answer.size() / 16 + 1 : answer.size();

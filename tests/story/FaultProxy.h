@@ -3,6 +3,7 @@
 #include <Kelvara/core/Guarded.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <set>
 #include <string>
@@ -33,9 +34,10 @@ inline constexpr const char* kFaultNames[] = {
 
 /// A proxy on loopback that passes HTTP/1.1 exchanges on to a server on this machine and does harm
 /// to the answers. Each connection has a thread of its own and its own connection to the server.
-/// Where the server is silent for a quarter of a second, the connection is cut.
+/// Where the server is silent for longer than the proxy's patience, the connection is cut.
 class FaultProxy {
  public:
+  static constexpr std::chrono::microseconds kPatience{250'000};
   /// What befalls the exchange with this number, from 0, whose request had these bytes; called on
   /// the connection's thread.
   using Choose = std::function<Fault(std::size_t number, const std::string& request)>;
@@ -46,6 +48,7 @@ class FaultProxy {
 
   std::string apiBase() const { return listener_.base() + "/api/v1"; }
   std::size_t exchanges() const { return exchanges_; }
+  void setPatience(std::chrono::microseconds patience) { patience_ = patience; }
   bool isIdle() const { return underWay_ == 0; }
 
  private:
@@ -57,6 +60,7 @@ class FaultProxy {
   const int serverPort_;
   const Choose choose_;
   const test::LoopbackSocket listener_;
+  std::atomic<std::chrono::microseconds> patience_ = kPatience;
   std::atomic<std::size_t> exchanges_ = 0;
   std::atomic<int> underWay_ = 0;
   std::atomic<bool> stopping_ = false;
