@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include <Kelvara/Kelvara.h>
+#include <Kelvara/reporting/ReportManager.h>
 #include <stage/RealInput.h>
 
 namespace kva::show {
@@ -145,15 +146,19 @@ void ShowTest::clickPage() {
 
 sandbox::ReportRecord ShowTest::reportWhen(
     std::function<bool(const sandbox::ReportRecord&)> enough) {
+  const auto awaited = lastBid->bidId();
   sandbox::ReportRecord last;
-  EXPECT_TRUE(spinUntil(
-      [&] {
-        const auto state = server.state();
-        const auto* report = state.report(lastBid->bidId());
-        if (report) last = *report;
-        return report && enough(last);
-      },
-      20));
+  const auto hasCome = [&] {
+    const auto state = server.state();
+    const auto* report = state.report(awaited);
+    if (report) last = *report;
+    return report && enough(last);
+  };
+  // What happened while an upload was under way waits for the next that happens, to any bid.
+  if (!spinUntil(hasCome))
+    ReportManager::shared().trackAction(bid(KVABidType::interstitial)->bidId(),
+                                        {BidReportAction::failToShow});
+  EXPECT_TRUE(spinUntil(hasCome));
   return last;
 }
 
