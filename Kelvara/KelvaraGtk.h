@@ -22,28 +22,29 @@ enum class NetworkPolicy {
   assumeReachable,  ///< the server is on this machine, and needs no network
 };
 
-/// What the SDK cannot know of its host by itself. Every field may be left as it is.
+/// What the SDK cannot know of its host by itself. Every field may be left as it is; each has an
+/// initialiser, so that a host may name the ones it sets without a compiler's warning.
 struct HostOptions {
   /// The host application's identity, as the server knows it: "com.example.game", "3.1".
-  std::string bundleId, appVersion;
+  std::string bundleId{}, appVersion{};
   /// Where the application's resources are, "KelvaraResources.bundle" among them; empty: the
   /// executable's folder.
-  std::filesystem::path mainBundle;
+  std::filesystem::path mainBundle{};
   /// The file that the SDK keeps its state in, made readable to its owner only; empty:
   /// $XDG_DATA_HOME/<bundleId>/defaults.sqlite.
-  std::filesystem::path userDefaults;
+  std::filesystem::path userDefaults{};
   /// Addresses with "/api/v1" in them, used as given; empty: those that the library was built with.
-  std::string productionAPIBase, sandboxAPIBase;
+  std::string productionAPIBase{}, sandboxAPIBase{};
   /// A UUID; empty: withheld, which is all zeros.
-  std::string advertisingIdentifier;
+  std::string advertisingIdentifier{};
   /// Whether the user lets the identifier be used for advertising.
   bool trackingAuthorized = false;
   /// What a bezel or a notch hides of the screen, in logical pixels; controls keep clear of it.
-  EdgeInsets safeAreaInsets;
+  EdgeInsets safeAreaInsets{};
   NetworkPolicy networkPolicy = NetworkPolicy::followSystem;
   /// Called on the main thread with an address that the user asked to see; empty: the desktop's
   /// own handler opens it.
-  std::function<void(const std::string& url)> openURL;
+  std::function<void(const std::string& url)> openURL{};
 };
 
 /// Brings the SDK up in a GTK 4 application. Make one on the main thread before the first call of

@@ -36,11 +36,9 @@ struct Delegate : kva::KVAInterstitialDelegate, kva::KVARewardedDelegate {
 
 int main() {
   const auto folder = std::filesystem::temp_directory_path() / "kelvara-consumer";
-  kva::gtk::HostOptions options;
-  options.bundleId = "com.example.consumer";
-  options.userDefaults = folder / "defaults.sqlite";
-  options.networkPolicy = kva::gtk::NetworkPolicy::assumeReachable;
-  kva::gtk::Host host(options);
+  kva::gtk::Host host({.bundleId = "com.example.consumer",
+                       .userDefaults = folder / "defaults.sqlite",
+                       .networkPolicy = kva::gtk::NetworkPolicy::assumeReachable});
   const auto viewController = host.viewController(GTK_WINDOW(gtk_window_new()));
 
   expect(kva::Kelvara::sdkVersion() == "1.2.0", "the version is not 1.2.0");
