@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -56,6 +57,7 @@ class Autopilot {
     picture("2-bid");
     loadAndShow(KVABidType::interstitial, "interstitial");
     std::this_thread::sleep_for(1s);  // two before the countdown is over
+    waitForFirstDrawing();
     picture("3-interstitial-before-countdown");
     onMain([&] { kva::stage::click(stage_.window, width() * 0.5, height() * 0.6); });
     require("interstitialDidClick", 1, 10s);
@@ -130,6 +132,17 @@ class Autopilot {
     stage_.journal.add(
         Source::server, "template",
         data.value("tmpl", "") + " version " + std::to_string(data.value("tver", 0)));
+  }
+
+  /// On a machine that has drawn no page before, the first may stay black for more than a second.
+  void waitForFirstDrawing() {
+    constexpr std::uint32_t kBlack = 0xff000000;
+    const auto until = std::chrono::steady_clock::now() + 10s;
+    for (std::uint32_t colour = kBlack; colour == kBlack;) {
+      if (std::chrono::steady_clock::now() > until) throw StepFailed{"the page was not drawn"};
+      std::this_thread::sleep_for(50ms);
+      onMain([&] { colour = kva::stage::colourInTheMiddle(stage_.window); });
+    }
   }
 
   void waitForEndCard() {

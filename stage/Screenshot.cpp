@@ -7,6 +7,28 @@ namespace kva::stage {
 using gtk::connect;
 using gtk::PendingCall;
 
+namespace {
+
+/// What `window` shows, of all of it or of the part in `viewport`, after one more frame.
+GObjectPtr<GdkTexture> render(GtkWindow* window, const graphene_rect_t* viewport) {
+  auto* widget = GTK_WIDGET(window);
+  if (!gtk_widget_get_mapped(widget)) return {};
+  drawFrame(window);
+
+  auto paintable = GObjectPtr<GdkPaintable>(gtk_widget_paintable_new(widget));
+  auto* snapshot = gtk_snapshot_new();
+  gdk_paintable_snapshot(paintable.get(), snapshot, gtk_widget_get_width(widget),
+                         gtk_widget_get_height(widget));
+  auto* node = gtk_snapshot_free_to_node(snapshot);
+  if (!node) return {};
+  auto texture = GObjectPtr<GdkTexture>(
+      gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window)), node, viewport));
+  gsk_render_node_unref(node);
+  return texture;
+}
+
+}  // namespace
+
 void drawFrame(GtkWindow* window) {
   bool drawn = false, waited = false;
   auto painted = connect<void()>(gtk_widget_get_frame_clock(GTK_WIDGET(window)), "after-paint",
@@ -17,20 +39,19 @@ void drawFrame(GtkWindow* window) {
 }
 
 bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file) {
-  auto* widget = GTK_WIDGET(window);
-  if (!gtk_widget_get_mapped(widget)) return false;
-  drawFrame(window);
+  const auto texture = render(window, nullptr);
+  return texture && gdk_texture_save_to_png(texture.get(), file.c_str());
+}
 
-  auto paintable = GObjectPtr<GdkPaintable>(gtk_widget_paintable_new(widget));
-  auto* snapshot = gtk_snapshot_new();
-  gdk_paintable_snapshot(paintable.get(), snapshot, gtk_widget_get_width(widget),
-                         gtk_widget_get_height(widget));
-  auto* node = gtk_snapshot_free_to_node(snapshot);
-  if (!node) return false;
-  auto texture = GObjectPtr<GdkTexture>(
-      gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window)), node, nullptr));
-  gsk_render_node_unref(node);
-  return gdk_texture_save_to_png(texture.get(), file.c_str());
+std::uint32_t colourInTheMiddle(GtkWindow* window) {
+  auto* widget = GTK_WIDGET(window);
+  const graphene_rect_t middle{{static_cast<float>(gtk_widget_get_width(widget) / 2),
+                                static_cast<float>(gtk_widget_get_height(widget) / 2)},
+                               {1, 1}};
+  std::uint32_t colour = 0;
+  if (const auto pixel = render(window, &middle))
+    gdk_texture_download(pixel.get(), reinterpret_cast<guchar*>(&colour), sizeof colour);
+  return colour;
 }
 
 }  // namespace kva::stage
