@@ -1,6 +1,8 @@
 #include "demo/Sandbox.h"
 
 #include <curl/curl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -55,8 +57,13 @@ std::string originIn(GSubprocess* process) {
 std::unique_ptr<Sandbox> Sandbox::launch() {
   const auto program =
       std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kelvara-sandbox";
-  g_autoptr(GSubprocess) process = g_subprocess_new(
-      G_SUBPROCESS_FLAGS_STDOUT_PIPE, nullptr, program.c_str(), "--port", "0", "--quiet", nullptr);
+  g_autoptr(GSubprocessLauncher) launcher =
+      g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+  // A demo that dies takes its server with it.
+  g_subprocess_launcher_set_child_setup(
+      launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGTERM); }, nullptr, nullptr);
+  g_autoptr(GSubprocess) process = g_subprocess_launcher_spawn(launcher, nullptr, program.c_str(),
+                                                               "--port", "0", "--quiet", nullptr);
   if (!process) return {};
   const std::string origin = originIn(process);
   if (origin.empty()) return {};

@@ -7,6 +7,15 @@ namespace kva::stage {
 using gtk::connect;
 using gtk::PendingCall;
 
+void drawFrame(GtkWindow* window) {
+  bool drawn = false, waited = false;
+  auto painted = connect<void()>(gtk_widget_get_frame_clock(GTK_WIDGET(window)), "after-paint",
+                                 [&] { drawn = true; });
+  auto limit = PendingCall::after(1000, [&] { waited = true; });
+  gtk_widget_queue_draw(GTK_WIDGET(window));
+  while (!drawn && !waited) g_main_context_iteration(nullptr, TRUE);
+}
+
 namespace {
 
 /// What `window` shows, of all of it or of the part in `viewport`, after one more frame.
@@ -28,15 +37,6 @@ GObjectPtr<GdkTexture> render(GtkWindow* window, const graphene_rect_t* viewport
 }
 
 }  // namespace
-
-void drawFrame(GtkWindow* window) {
-  bool drawn = false, waited = false;
-  auto painted = connect<void()>(gtk_widget_get_frame_clock(GTK_WIDGET(window)), "after-paint",
-                                 [&] { drawn = true; });
-  auto limit = PendingCall::after(1000, [&] { waited = true; });
-  gtk_widget_queue_draw(GTK_WIDGET(window));
-  while (!drawn && !waited) g_main_context_iteration(nullptr, TRUE);
-}
 
 bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file) {
   const auto texture = render(window, nullptr);
