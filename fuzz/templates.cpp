@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include <Kelvara/ads/AdHelper.h>
-#include <Kelvara/core/StringExtensions.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <fuzz/Device.h>
 #include <fuzz/Target.h>
 

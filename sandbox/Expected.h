@@ -3,7 +3,7 @@
 #include <type_traits>
 #include <utility>
 
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Result.h>
 
 namespace kva::sandbox {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "Kelvara/core/Guarded.h"
+#include "Kelvara/base/Guarded.h"
 
 namespace kva::sandbox {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "Kelvara/core/Guarded.h"
+#include "Kelvara/base/Guarded.h"
 #include "sandbox/Envelope.h"
 #include "sandbox/ExchangeLog.h"
 #include "sandbox/HttpServer.h"

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <Kelvara/ads/AdHelper.h>
-#include <Kelvara/core/StringExtensions.h>
+#include <Kelvara/base/StringExtensions.h>
 
 namespace kva {
 namespace {

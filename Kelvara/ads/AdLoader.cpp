@@ -4,7 +4,7 @@
 
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
 

@@ -6,7 +6,7 @@
 #include <Kelvara/Error.h>
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/ads/Ad.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 

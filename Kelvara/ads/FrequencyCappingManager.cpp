@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>

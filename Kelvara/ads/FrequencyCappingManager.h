@@ -9,9 +9,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/UserDefaults.h>
 #include <Kelvara/user/Plan.h>
 

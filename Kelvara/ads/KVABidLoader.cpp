@@ -7,12 +7,12 @@
 #include <Kelvara/ads/Ad.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <Kelvara/user/AnalyticsManager.h>
 #include <Kelvara/user/Device.h>
 

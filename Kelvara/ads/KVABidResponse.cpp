@@ -1,7 +1,7 @@
 #include <utility>
 
 #include <Kelvara/KVABidLoader.h>
-#include <Kelvara/core/StringExtensions.h>
+#include <Kelvara/base/StringExtensions.h>
 
 namespace kva {
 

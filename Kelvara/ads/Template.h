@@ -5,8 +5,8 @@
 #include <string>
 
 #include <Kelvara/ads/AdType.h>
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 
 namespace kva {
 

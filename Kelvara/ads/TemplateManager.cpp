@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>

@@ -7,8 +7,8 @@
 #include <string>
 
 #include <Kelvara/ads/Template.h>
-#include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/UserDefaults.h>
 
 namespace kva {

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/NotificationCenter.h>
 #include <Kelvara/platform/ReachabilityService.h>
 

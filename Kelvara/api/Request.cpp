@@ -3,7 +3,7 @@
 #include <utility>
 
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Log.h>
 
 namespace kva {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include <Kelvara/core/Json.h>
+#include <Kelvara/base/Json.h>
 #include <Kelvara/platform/URLSession.h>
 #include <nlohmann/json.hpp>
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include <Kelvara/api/Request.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>

@@ -10,8 +10,8 @@
 #include <Kelvara/ads/Ad.h>
 #include <Kelvara/ads/Template.h>
 #include <Kelvara/api/Response.h>
-#include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/user/Application.h>
 #include <Kelvara/user/ReferralTracking.h>
 #include <Kelvara/user/User.h>

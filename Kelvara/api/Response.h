@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/core/ServerError.h>
 
 namespace kva {

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/core/Wiring.h>
 
 namespace kva {

@@ -5,8 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include <Kelvara/base/Text.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/platform/Text.h>
 
 namespace kva {
 namespace {

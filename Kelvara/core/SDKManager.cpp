@@ -6,10 +6,10 @@
 #include <Kelvara/ads/TemplateManager.h>
 #include <Kelvara/api/Reachability.h>
 #include <Kelvara/api/RequestManager.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <Kelvara/user/AdminManager.h>
 #include <Kelvara/user/AnalyticsManager.h>

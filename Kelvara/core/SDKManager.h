@@ -5,9 +5,9 @@
 #include <string>
 
 #include <Kelvara/Error.h>
-#include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/NotificationCenter.h>
 #include <Kelvara/user/Application.h>
 

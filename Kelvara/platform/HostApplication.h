@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/URL.h>
 #include <Kelvara/platform/View.h>
 #include <Kelvara/platform/WebView.h>
 

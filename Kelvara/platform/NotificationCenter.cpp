@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 
 #include <Kelvara/Error.h>
-#include <Kelvara/platform/Bytes.h>
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/Bytes.h>
+#include <Kelvara/base/URL.h>
 
 namespace kva {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <variant>
 
-#include <Kelvara/platform/Bytes.h>
+#include <Kelvara/base/Bytes.h>
 
 namespace kva {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/URLSession.h>
 #include <Kelvara/platform/View.h>
 

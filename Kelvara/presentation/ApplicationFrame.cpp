@@ -1,6 +1,6 @@
 #include <Kelvara/presentation/ApplicationFrame.h>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Runtime.h>
 
 namespace kva {

@@ -8,7 +8,7 @@
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/ads/AdLoader.h>
 #include <Kelvara/ads/AdType.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/DispatchQueue.h>
 #include <Kelvara/presentation/FullscreenAdVC.h>
 

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include <Kelvara/ads/Ad.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/View.h>
 #include <Kelvara/presentation/AdView.h>
 #include <Kelvara/presentation/MRController.h>

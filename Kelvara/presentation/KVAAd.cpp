@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/presentation/FullscreenAd.h>
 
 namespace kva {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/URL.h>
 
 namespace kva {
 

@@ -5,11 +5,11 @@
 
 #include <Kelvara/ads/AdHelper.h>
 #include <Kelvara/ads/TemplateManager.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 
 namespace kva {

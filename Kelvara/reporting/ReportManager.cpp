@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Json.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Json.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/Result.h>
 #include <Kelvara/platform/RunLoop.h>
 #include <Kelvara/reporting/BidReport.h>
 #include <Kelvara/reporting/ReportStore.h>

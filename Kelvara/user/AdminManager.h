@@ -3,7 +3,7 @@
 #include <optional>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/user/Tester.h>
 
 namespace kva {

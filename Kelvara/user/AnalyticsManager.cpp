@@ -3,11 +3,11 @@
 #include <utility>
 
 #include <Kelvara/api/RequestManager.h>
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
-#include <Kelvara/core/StringExtensions.h>
 
 namespace kva {
 namespace {

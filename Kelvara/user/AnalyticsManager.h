@@ -5,8 +5,8 @@
 #include <string>
 
 #include <Kelvara/Error.h>
-#include <Kelvara/core/Completion.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/user/User.h>
 
 namespace kva {

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include <Kelvara/ads/AdType.h>
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
+#include <Kelvara/base/URL.h>
 #include <Kelvara/user/Tester.h>
 
 namespace kva {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 
 namespace kva {
 

@@ -2,8 +2,8 @@
 
 #include <string_view>
 
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/StringExtensions.h>
 
 namespace kva {
 namespace {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 

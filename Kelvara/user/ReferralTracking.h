@@ -4,9 +4,9 @@
 #include <string>
 
 #include <Kelvara/Error.h>
-#include <Kelvara/core/Guarded.h>
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 
 namespace kva {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include <Kelvara/core/Json.h>
-#include <Kelvara/core/Result.h>
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
 
 namespace kva {
 

@@ -1,4 +1,4 @@
-#include <Kelvara/platform/Digest.h>
+#include <Kelvara/base/Digest.h>
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include <Kelvara/platform/Text.h>
+#include <Kelvara/base/Text.h>
 
 #include <algorithm>
 

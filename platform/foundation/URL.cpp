@@ -1,8 +1,8 @@
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/URL.h>
 
 #include <memory>
 
-#include <Kelvara/platform/Text.h>
+#include <Kelvara/base/Text.h>
 #include <glib.h>
 #include <uriparser/Uri.h>
 

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 
 namespace kva::headless {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/DeviceInfo.h>
 #include <Kelvara/platform/Locale.h>
 #include <Kelvara/platform/MainBundle.h>

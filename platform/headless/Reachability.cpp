@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <platform/headless/Queues.h>
 
 namespace kva::headless {

@@ -5,8 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva::headless {
 namespace {

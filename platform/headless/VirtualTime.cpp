@@ -7,8 +7,8 @@
 #include <map>
 #include <utility>
 
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva::headless {
 namespace {

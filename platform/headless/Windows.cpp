@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <utility>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <platform/headless/Views.h>
 
 namespace kva::headless {

@@ -11,8 +11,8 @@
 #include <curl/curl.h>
 #include <strings.h>
 
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Guarded.h>
 
 #include "platform/linux/CurlErrors.h"
 #include "platform/linux/Threads.h"

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/DeviceInfo.h>
 #include <Kelvara/platform/NotificationCenter.h>
 

@@ -4,7 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 #include "platform/linux/GlibSupport.h"
 #include "platform/linux/TimerQueue.h"

@@ -7,7 +7,7 @@
 
 #include <arpa/inet.h>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 #include "platform/linux/Threads.h"
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/UserDefaults.h>
 
 #include "platform/linux/SqliteStore.h"

@@ -6,7 +6,7 @@
 
 #include <pthread.h>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 namespace kva {
 namespace {

@@ -3,11 +3,11 @@
 
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/api/Request.h>
-#include <Kelvara/core/Completion.h>
+#include <Kelvara/base/Completion.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 
 #include <Kelvara/Kelvara.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <platform/NetworkNamespace.h>
 #include <platform/linux/CurlSession.h>
 #include <platform/linux/LinuxDevice.h>

@@ -8,7 +8,7 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {

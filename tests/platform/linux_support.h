@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/URL.h>
 
 namespace kva::test {
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <thread>
 
-#include "Kelvara/platform/Digest.h"
+#include "Kelvara/base/Digest.h"
 #include "platform/linux_support.h"
 #include "sandbox/Client.h"
 

@@ -10,9 +10,9 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/ads/TemplateManager.h>
 #include <Kelvara/api/RequestManager.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/StringExtensions.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <sandbox/Catalogue.h>

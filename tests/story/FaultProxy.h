@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 #include <atomic>
 #include <chrono>

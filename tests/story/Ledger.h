@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Kelvara/Error.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 
 #include <cstdint>
 #include <functional>

@@ -16,7 +16,7 @@
 #include <Kelvara/ads/AdLoader.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/ads/TemplateManager.h>
-#include <Kelvara/core/Guarded.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <platform/linux/LinuxPlatform.h>

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <Kelvara/base/Digest.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/platform/Digest.h>
 #include <Kelvara/user/AdminManager.h>
 #include <Kelvara/user/PrivacyManager.h>
 #include <platform/headless/Headless.h>

@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <Kelvara/core/Runtime.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/gtk/Application.h>

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 #include <platform/linux/gtk/NativeWindow.h>
 
 namespace kva::gtk {

@@ -1,4 +1,4 @@
-#include <Kelvara/core/StringExtensions.h>
+#include <Kelvara/base/StringExtensions.h>
 
 #include <algorithm>
 #include <cctype>
@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include <Kelvara/core/Fatal.h>
-#include <Kelvara/core/Json.h>
+#include <Kelvara/base/Digest.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/Json.h>
 #include <Kelvara/core/Log.h>
-#include <Kelvara/platform/Digest.h>
 #include <nlohmann/json.hpp>
 
 namespace kva {

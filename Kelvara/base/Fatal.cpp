@@ -1,4 +1,4 @@
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 
 #include <cstdio>
 #include <cstdlib>

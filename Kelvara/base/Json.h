@@ -11,8 +11,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include <Kelvara/core/Result.h>
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/Result.h>
+#include <Kelvara/base/URL.h>
 
 namespace kva {
 

@@ -1,4 +1,4 @@
-#include <Kelvara/core/Json.h>
+#include <Kelvara/base/Json.h>
 
 #include <cmath>
 #include <limits>

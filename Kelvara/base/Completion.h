@@ -7,7 +7,7 @@
 #include <utility>
 #include <version>
 
-#include <Kelvara/core/Fatal.h>
+#include <Kelvara/base/Fatal.h>
 
 // Clang 14 does not see libstdc++ 12's std::source_location; for its tools alone there is a
 // stand-in.

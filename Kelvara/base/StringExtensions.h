@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include <Kelvara/platform/URL.h>
+#include <Kelvara/base/URL.h>
 
 namespace kva {
 
