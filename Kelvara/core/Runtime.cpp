@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -58,11 +59,13 @@ void* Runtime::slot(std::type_index type, const std::function<std::shared_ptr<vo
     if (!found) found = std::make_shared<Slot>();
     return found;
   });
-  // Outside the guard: making one manager may make others.
+  // Outside the lock: making one manager may make others.
   std::call_once(slot->made, [&] {
     slot->value = make();
     slots_->inOrderOfMaking.with([&](auto& all) { all.push_back(slot); });
   });
+  if (!slot->value)
+    fatal(std::string("asked for ") + type.name() + " after the end of the runtime destroyed it");
   return slot->value.get();
 }
 

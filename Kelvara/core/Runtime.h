@@ -8,28 +8,27 @@
 
 namespace kva {
 
-/// Owns the ports and every manager. The only global: `X::shared()` is
-/// `Runtime::current().get<X>()`, made on first use. Values that are computed once in the life of
-/// a process are kept here too. A test makes a second runtime over the same user defaults to play
-/// a restart of the process.
+/// Owns the ports and every manager, and is the only global: `X::shared()` is
+/// `Runtime::current().get<X>()`. Values that are computed once per process are kept here too. A
+/// test simulates a restart of the process with a second runtime over the same user defaults.
 class Runtime {
  public:
   /// Installs itself as the current runtime; there is one at a time.
   explicit Runtime(Platform platform);
-  /// On the main thread, never from a callback. The session answers what is still in flight
-  /// (cancelled) first, then the managers go, the last made first.
+  /// Call on the main thread, never from a callback. First the session answers every request in
+  /// flight with a cancellation, then the managers are destroyed in the reverse order of creation.
   ~Runtime();
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
 
-  /// Any thread. Without a runtime the process stops with a message that says what to do.
+  /// Any thread. Fatal when there is no runtime; the message says what to do.
   static Runtime& current();
 
   const Platform& platform() const { return platform_; }
 
-  /// The runtime's one T, made by its default constructor on the thread that first asks. Any
-  /// thread. A constructor that asks for another manager makes that one first, and so outlived by
-  /// it.
+  /// The runtime's one T, created by its default constructor on the thread that asks first. Any
+  /// thread. Managers requested in the constructor are made first and outlive it. Fatal when the
+  /// end of the runtime has destroyed the T already.
   template <class T>
   T& get() {
     return *static_cast<T*>(slot(typeid(T), [] { return std::make_shared<T>(); }));
