@@ -36,7 +36,8 @@ struct URLRequest {
   std::string method = "GET";
   std::map<std::string, std::string> headers;
   std::optional<Bytes> body;
-  double timeout = 60;  ///< seconds without progress
+  /// Seconds without an answer, or in which less than 100 bytes a second come.
+  double timeout = 60;
 };
 
 /// Runs HTTP requests for the SDK. One instance serves the whole process.

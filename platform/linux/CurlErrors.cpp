@@ -2,10 +2,7 @@
 
 #include <cerrno>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "platform/linux/RouteMonitor.h"
 
 namespace kva {
 namespace {
@@ -46,28 +43,7 @@ const char* descriptionOf(URLError code) {
   return "The request failed.";
 }
 
-/// Whether the kernel knows a way to an address that is not this machine's. Connecting a datagram
-/// socket sends nothing; the addresses are those set aside for documentation.
-bool hasRouteToInternet() {
-  const auto hasRoute = [](const auto& address) {
-    const int probe =
-        socket(reinterpret_cast<const sockaddr&>(address).sa_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (probe < 0) return false;
-    const bool found =
-        connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    close(probe);
-    return found;
-  };
-  sockaddr_in v4{};
-  v4.sin_family = AF_INET;
-  v4.sin_port = htons(9);
-  inet_pton(AF_INET, "192.0.2.1", &v4.sin_addr);
-  sockaddr_in6 v6{};
-  v6.sin6_family = AF_INET6;
-  v6.sin6_port = htons(9);
-  inet_pton(AF_INET6, "2001:db8::1", &v6.sin6_addr);
-  return hasRoute(v4) || hasRoute(v6);
-}
+bool hasRouteToInternet() { return !routesToInternet().empty(); }
 
 URLError connectError(CURL* easy) {
   long systemError = 0;
@@ -126,7 +102,7 @@ URLError urlErrorOf(CURL* easy, CURLcode result) {
     case CURLE_WEIRD_SERVER_REPLY:
       return URLError::badServerResponse;
     case CURLE_BAD_CONTENT_ENCODING:
-    // Whatever arrives is taken, so this comes from undoing a compression alone.
+    // The body goes on after its compression has ended, or is more than a transfer takes.
     case CURLE_WRITE_ERROR:
       return URLError::cannotDecodeContentData;
     case CURLE_PEER_FAILED_VERIFICATION:

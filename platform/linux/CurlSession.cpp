@@ -1,70 +1,37 @@
 #include "platform/linux/CurlSession.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include <curl/curl.h>
+#include <glib.h>
 #include <strings.h>
 
+#include <Kelvara/Kelvara.h>
 #include <Kelvara/base/Fatal.h>
 #include <Kelvara/base/Guarded.h>
 
 #include "platform/linux/CurlErrors.h"
+#include "platform/linux/CurlTransfer.h"
+#include "platform/linux/Descriptors.h"
 #include "platform/linux/Threads.h"
 
 namespace kva {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-struct EasyCleanup {
-  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
-struct HeadersCleanup {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
+using Clock = CurlTransfer::Clock;
 
 struct Exchange {
   URLRequest request;
   URLSession::Done done;
 };
-
-/// One exchange on its way.
-struct Transfer {
-  explicit Transfer(Exchange what) : exchange(std::move(what)) {}
-
-  Exchange exchange;
-  std::unique_ptr<CURL, EasyCleanup> easy;
-  std::unique_ptr<curl_slist, HeadersCleanup> headers;
-  Bytes received;
-  curl_off_t moved = 0;  ///< bytes in both directions
-  Clock::time_point lastProgress = Clock::now();
-
-  Clock::time_point deadline() const {
-    // Clamped, so that an absurd time-out stays within what the clock can hold.
-    const double seconds = std::clamp(exchange.request.timeout, 0.0, 1e8);
-    return lastProgress +
-           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-  }
-};
-
-std::size_t receive(char* bytes, std::size_t, std::size_t size, void* transfer) {
-  auto& received = static_cast<Transfer*>(transfer)->received;
-  const auto* begin = reinterpret_cast<const std::byte*>(bytes);
-  received.insert(received.end(), begin, begin + size);
-  return size;
-}
-
-int noteProgress(void* data, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
-  auto& transfer = *static_cast<Transfer*>(data);
-  if (std::exchange(transfer.moved, down + up) != down + up) transfer.lastProgress = Clock::now();
-  return 0;
-}
 
 /// The environment's list of hosts without a proxy, and this machine.
 std::string hostsWithoutProxy() {
@@ -74,33 +41,37 @@ std::string hostsWithoutProxy() {
   return hosts == "*" ? hosts : hosts + ",localhost,127.0.0.0/8,::1";
 }
 
-void setMethodAndBody(CURL* easy, const URLRequest& request) {
-  const bool posts = request.method == "POST";
-  if (request.body || posts) {
-    const std::string_view body = request.body ? asText(*request.body) : "";
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.empty() ? "" : body.data());
-  }
-  // Named only where libcurl would choose another: a method that is named survives redirects.
-  if (request.method == "HEAD")
-    curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
-  else if (!posts && (request.method != "GET" || request.body))
-    curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+/// A name or version as a product of the User-Agent header, whose characters are few.
+std::string productText(const std::string& text) {
+  constexpr auto isAllowed = [](unsigned char c) {
+    return g_ascii_isalnum(c) || std::string_view("!#$&'*+-.^_`|~").find(c) != std::string::npos;
+  };
+  std::string product;
+  for (const unsigned char c : text)
+    if (isAllowed(c)) {
+      product += static_cast<char>(c);
+    } else {
+      char escape[4];
+      std::snprintf(escape, sizeof escape, "%%%02X", c);
+      product += escape;
+    }
+  return product;
 }
 
-curl_slist* headerList(const URLRequest& request) {
-  // A large body goes out at once, without asking first whether it is welcome.
-  curl_slist* list = curl_slist_append(nullptr, "Expect:");
-  for (const auto& [name, value] : request.headers)
-    list = curl_slist_append(list, (value.empty() ? name + ";" : name + ": " + value).c_str());
-  return list;
+std::string userAgent(const HostIdentity& host) {
+  std::string text = "Kelvara/" + Kelvara::sdkVersion();
+  if (host.bundleId.empty()) return text;
+  text += " " + productText(host.bundleId);
+  return host.appVersion.empty() ? text : text + "/" + productText(host.appVersion);
 }
 
 }  // namespace
 
 class CurlSession::Worker {
  public:
-  Worker() : multi_(curl_multi_init()), hostsWithoutProxy_(hostsWithoutProxy()) {
+  explicit Worker(const HostIdentity& host) : settings_{userAgent(host), hostsWithoutProxy()} {
+    const SocketPairGuard guard;
+    multi_ = curl_multi_init();
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, 8L);
   }
   ~Worker() { curl_multi_cleanup(multi_); }
@@ -118,6 +89,10 @@ class CurlSession::Worker {
     wake();
     still->acquire();
   }
+  void dropIdleConnections() {
+    inbox_.with([](Inbox& inbox) { inbox.connectionsAreStale = true; });
+    wake();
+  }
   void stop() {
     inbox_.with([](Inbox& inbox) { inbox.stopped = true; });
     wake();
@@ -134,22 +109,25 @@ class CurlSession::Worker {
   struct Inbox {
     std::vector<Exchange> exchanges;
     std::vector<std::shared_ptr<Semaphore>> awaitingStillness;
-    bool invalidated = false, stopped = false;
+    bool connectionsAreStale = false, invalidated = false, stopped = false;
   };
 
   Inbox takeInbox();
   void wake() { curl_multi_wakeup(multi_); }
   void start(Exchange exchange);
-  void configure(Transfer& transfer);
+  void perform();
+  static int beforeResolving(void*, void*, void* self);
   void finishCompleted();
   void finishTimedOut();
   bool cancelEverything(std::vector<Exchange> unsent);
   void finish(CURL* easy, URLSession::Outcome outcome);
   void sleep();
 
-  CURLM* multi_;
-  std::string hostsWithoutProxy_;
-  std::unordered_map<CURL*, std::unique_ptr<Transfer>> transfers_;
+  CURLM* multi_ = nullptr;
+  TransferSettings settings_;
+  Connections connections_ = makeConnections();
+  std::unordered_map<CURL*, std::unique_ptr<CurlTransfer>> transfers_;
+  std::optional<SocketPairGuard> resolving_;
   Guarded<Inbox> inbox_;
   TimerQueue timers_{[this] {
     if (ofThisThread() != this) wake();
@@ -160,9 +138,9 @@ void CurlSession::Worker::run() {
   ofThisThread() = this;
   Inbox news = takeInbox();
   for (; !news.invalidated; news = takeInbox()) {
+    if (news.connectionsAreStale) connections_ = makeConnections();
     for (auto& exchange : news.exchanges) start(std::move(exchange));
-    int running = 0;
-    curl_multi_perform(multi_, &running);
+    perform();
     finishCompleted();
     finishTimedOut();
     timers_.fireDue();
@@ -172,7 +150,7 @@ void CurlSession::Worker::run() {
   std::vector<std::shared_ptr<Semaphore>> waiting;
   for (;; news = takeInbox()) {
     std::ranges::move(news.awaitingStillness, std::back_inserter(waiting));
-    // Completions may have sent again: still is only who finds nothing.
+    // A completion may have sent again, so the thread is still only when nothing is left.
     if (cancelEverything(std::move(news.exchanges))) continue;
     for (auto& one : std::exchange(waiting, {})) one->release();
     if (news.stopped) return;
@@ -183,7 +161,7 @@ void CurlSession::Worker::run() {
 CurlSession::Worker::Inbox CurlSession::Worker::takeInbox() {
   return inbox_.with([](Inbox& inbox) {
     return Inbox{std::exchange(inbox.exchanges, {}), std::exchange(inbox.awaitingStillness, {}),
-                 inbox.invalidated, inbox.stopped};
+                 std::exchange(inbox.connectionsAreStale, false), inbox.invalidated, inbox.stopped};
   });
 }
 
@@ -191,40 +169,26 @@ void CurlSession::Worker::start(Exchange exchange) {
   const auto scheme = exchange.request.url.scheme().value_or("");
   if (strcasecmp(scheme.c_str(), "http") != 0 && strcasecmp(scheme.c_str(), "https") != 0)
     return exchange.done({{}, urlError(URLError::unsupportedURL)});
-  auto transfer = std::make_unique<Transfer>(std::move(exchange));
-  transfer->easy.reset(curl_easy_init());
-  configure(*transfer);
-  CURL* easy = transfer->easy.get();
+  auto transfer = std::make_unique<CurlTransfer>(std::move(exchange.request),
+                                                 std::move(exchange.done), connections_, settings_);
+  CURL* easy = transfer->easy();
+  curl_easy_setopt(easy, CURLOPT_RESOLVER_START_DATA, this);
+  curl_easy_setopt(easy, CURLOPT_RESOLVER_START_FUNCTION, &beforeResolving);
   curl_multi_add_handle(multi_, easy);
   transfers_.emplace(easy, std::move(transfer));
 }
 
-void CurlSession::Worker::configure(Transfer& transfer) {
-  CURL* easy = transfer.easy.get();
-  const URLRequest& request = transfer.exchange.request;
-  const auto set = [easy](CURLoption option, auto value) { curl_easy_setopt(easy, option, value); };
-  set(CURLOPT_URL, request.url.absoluteString().c_str());
-  set(CURLOPT_PROTOCOLS_STR, "http,https");
-  setMethodAndBody(easy, request);
-  transfer.headers.reset(headerList(request));
-  set(CURLOPT_HTTPHEADER, transfer.headers.get());
+/// libcurl opens a socket pair for each name that it looks up.
+int CurlSession::Worker::beforeResolving(void*, void*, void* self) {
+  auto& resolving = static_cast<Worker*>(self)->resolving_;
+  if (!resolving) resolving.emplace();
+  return 0;
+}
 
-  set(CURLOPT_FOLLOWLOCATION, 1L);
-  set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-  set(CURLOPT_MAXREDIRS, 20L);
-  set(CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can undo
-  set(CURLOPT_NOPROXY, hostsWithoutProxy_.c_str());
-  set(CURLOPT_SSL_VERIFYPEER, 1L);
-  set(CURLOPT_SSL_VERIFYHOST, 2L);
-
-  set(CURLOPT_WRITEFUNCTION, &receive);
-  set(CURLOPT_WRITEDATA, &transfer);
-  set(CURLOPT_XFERINFOFUNCTION, &noteProgress);
-  set(CURLOPT_XFERINFODATA, &transfer);
-  set(CURLOPT_NOPROGRESS, 0L);
-  set(CURLOPT_NOSIGNAL, 1L);
-  // A name server that does not answer must not hold up the thread when its asker gives up.
-  set(CURLOPT_QUICK_EXIT, 1L);
+void CurlSession::Worker::perform() {
+  int running = 0;
+  curl_multi_perform(multi_, &running);
+  resolving_.reset();
 }
 
 void CurlSession::Worker::finishCompleted() {
@@ -232,10 +196,7 @@ void CurlSession::Worker::finishCompleted() {
   while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     CURL* easy = message->easy_handle;
-    if (message->data.result == CURLE_OK)
-      finish(easy, {std::move(transfers_.at(easy)->received), std::nullopt});
-    else
-      finish(easy, {std::nullopt, urlError(urlErrorOf(easy, message->data.result))});
+    finish(easy, transfers_.at(easy)->outcome(message->data.result));
   }
 }
 
@@ -259,7 +220,7 @@ bool CurlSession::Worker::cancelEverything(std::vector<Exchange> unsent) {
 void CurlSession::Worker::finish(CURL* easy, URLSession::Outcome outcome) {
   auto transfer = std::move(transfers_.extract(easy).mapped());
   curl_multi_remove_handle(multi_, easy);
-  transfer->exchange.done(std::move(outcome));
+  transfer->finish(std::move(outcome));
 }
 
 /// Until a socket has news, a timer or a time-out is due, or `wake`.
@@ -271,10 +232,10 @@ void CurlSession::Worker::sleep() {
   curl_multi_poll(multi_, nullptr, 0, static_cast<int>(std::max<std::int64_t>(left, 0)), nullptr);
 }
 
-CurlSession::CurlSession() {
+CurlSession::CurlSession(const HostIdentity& host) {
   static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
   if (ready != CURLE_OK) fatal("libcurl could not be initialised");
-  worker_ = std::make_unique<Worker>();
+  worker_ = std::make_unique<Worker>(host);
   thread_ = startThread("kva-session", [worker = worker_.get()] { worker->run(); });
 }
 
@@ -292,6 +253,8 @@ void CurlSession::invalidate() {
   if (isSessionThread()) fatal("the URL session cannot be invalidated on its own thread");
   worker_->invalidate();
 }
+
+void CurlSession::dropIdleConnections() { worker_->dropIdleConnections(); }
 
 bool CurlSession::isSessionThread() const { return Worker::ofThisThread() == worker_.get(); }
 

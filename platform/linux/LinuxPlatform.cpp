@@ -22,7 +22,8 @@ LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
   SystemBus bus;
   auto center = std::make_shared<NotificationCenter>();
   auto output = std::make_shared<ProcessOutput>();
-  auto session = std::make_shared<CurlSession>();
+  auto session = std::make_shared<CurlSession>(
+      HostIdentity{.bundleId = options.bundleId, .appVersion = options.appVersion});
   auto mainLoop = std::make_shared<MainLoop>();
   auto device = std::make_shared<LinuxDevice>(center, bus);
   Platform ports;
@@ -39,7 +40,8 @@ LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
   ports.telephony = std::make_shared<ModemTelephony>(bus);
   ports.identifiers =
       std::make_shared<HostIdentifiers>(options.advertisingIdentifier, options.trackingAuthorized);
-  ports.reachability = std::make_shared<NetworkReachability>(options.reachability, bus);
+  ports.reachability = std::make_shared<NetworkReachability>(
+      options.reachability, bus, [session] { session->dropIdleConnections(); });
   ports.mainBundle =
       std::make_shared<HostBundle>(options.mainBundle, options.bundleId, options.appVersion);
   ports.standardOutput = output;

@@ -9,6 +9,7 @@
 
 #include <Kelvara/base/Guarded.h>
 
+#include "platform/linux/RouteMonitor.h"
 #include "platform/linux/Threads.h"
 
 namespace kva {
@@ -28,7 +29,7 @@ bool isLoopback(const std::string& hostname) {
 
 }  // namespace
 
-/// What one reference was told to do with changes.
+/// What one reference does with changes.
 struct NetworkReachability::Watch {
   struct Wish {
     std::shared_ptr<std::function<void(std::uint32_t)>> changed;
@@ -37,7 +38,7 @@ struct NetworkReachability::Watch {
   Guarded<Wish> wish;
 };
 
-/// The flags of the internet, and who wants to hear of them.
+/// The flags of the Internet, and the references that follow them.
 struct NetworkReachability::Hub {
   struct Known {
     std::uint32_t flags = 0;
@@ -79,7 +80,7 @@ class NetworkReachability::Reference final : public ReachabilityReference {
   bool setCallback(std::function<void(std::uint32_t)> changed) override {
     auto shared = changed ? std::make_shared<std::function<void(std::uint32_t)>>(std::move(changed))
                           : nullptr;
-    // Swapped, so that what the old callback holds goes outside the guard.
+    // Swap, so the old callback is destroyed outside the guard.
     watch_->wish.with([&](auto& wish) { std::swap(wish.changed, shared); });
     return true;
   }
@@ -98,22 +99,16 @@ class NetworkReachability::Reference final : public ReachabilityReference {
 /// Keeps the hub's flags as the system has them. Main thread.
 class NetworkReachability::Monitor {
  public:
-  Monitor(std::shared_ptr<Hub> hub, SystemBus& bus)
+  Monitor(std::shared_ptr<Hub> hub, SystemBus& bus, std::function<void()> routesChanged)
       : hub_(std::move(hub)),
         networkManager_(bus,
                         {"org.freedesktop.NetworkManager", "/org/freedesktop/NetworkManager",
                          "org.freedesktop.NetworkManager"},
                         [this] { update(); }),
-        changed_(network_, "network-changed",
-                 G_CALLBACK(+[](GNetworkMonitor*, gboolean, gpointer self) {
-                   static_cast<Monitor*>(self)->update();
-                 }),
-                 this),
-        connectivityChanged_(network_, "notify::connectivity",
-                             G_CALLBACK(+[](GNetworkMonitor*, GParamSpec*, gpointer self) {
-                               static_cast<Monitor*>(self)->update();
-                             }),
-                             this) {
+        routes_([this, routesChanged = std::move(routesChanged)] {
+          routesChanged();
+          update();
+        }) {
     update();
   }
 
@@ -121,9 +116,10 @@ class NetworkReachability::Monitor {
   void update() { hub_->setFlags(flags()); }
 
   std::uint32_t flags() const {
-    if (!g_network_monitor_get_network_available(network_)) return 0;
+    constexpr std::uint32_t kPortal = 2;  // NMConnectivityState
+    if (!routes_.hasRoute()) return 0;
     auto flags = bits(ReachabilityFlag::reachable);
-    if (g_network_monitor_get_connectivity(network_) == G_NETWORK_CONNECTIVITY_PORTAL)
+    if (networkManager_.number("Connectivity") == kPortal)
       flags |= bits(ReachabilityFlag::connectionRequired, ReachabilityFlag::interventionRequired);
     const auto kind = networkManager_.text("PrimaryConnectionType");
     if (kind == "gsm" || kind == "cdma") flags |= bits(ReachabilityFlag::isWWAN);
@@ -132,16 +128,16 @@ class NetworkReachability::Monitor {
 
   std::shared_ptr<Hub> hub_;
   BusObject networkManager_;
-  GNetworkMonitor* network_ = g_network_monitor_get_default();  ///< lives for the process
-  SignalConnection changed_, connectivityChanged_;
+  RouteMonitor routes_;
 };
 
-NetworkReachability::NetworkReachability(ReachabilityPolicy policy, SystemBus& bus)
+NetworkReachability::NetworkReachability(ReachabilityPolicy policy, SystemBus& bus,
+                                         std::function<void()> routesChanged)
     : hub_(std::make_shared<Hub>()) {
   if (policy == ReachabilityPolicy::assumeReachable)
     hub_->setFlags(bits(ReachabilityFlag::reachable));
   else
-    monitor_ = std::make_unique<Monitor>(hub_, bus);
+    monitor_ = std::make_unique<Monitor>(hub_, bus, std::move(routesChanged));
 }
 
 NetworkReachability::~NetworkReachability() = default;

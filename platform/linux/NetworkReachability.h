@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <Kelvara/platform/ReachabilityService.h>
@@ -13,16 +14,19 @@ enum class ReachabilityPolicy {
   assumeReachable,  ///< for a server on this machine, which needs no network
 };
 
-/// Reachability as GLib's network monitor sees it: the internet is reachable when there is a
-/// default route, behind a captive portal only after an intervention, and over WWAN when
-/// NetworkManager says that the primary connection is a modem's. The machine's own addresses are
-/// always reachable; every other target is as reachable as the internet.
+/// Reachability as the kernel's routes say it: the Internet is reachable when a route leads there
+/// over a link with a carrier. NetworkManager, where it runs, adds whether a captive portal asks
+/// for an intervention and whether the primary connection is a modem's (WWAN). The machine's own
+/// addresses are always reachable; every other target is as reachable as the Internet.
 ///
 /// Made and destroyed on the main thread, where changes arrive too. References are thread-safe
 /// and may outlive the service; then nothing changes any more.
 class NetworkReachability final : public ReachabilityService {
  public:
-  NetworkReachability(ReachabilityPolicy policy, SystemBus& bus);
+  /// `routesChanged` is called after each change of the routes to the Internet, also where both
+  /// before and after there is one. Never under `assumeReachable`.
+  NetworkReachability(ReachabilityPolicy policy, SystemBus& bus,
+                      std::function<void()> routesChanged);
   ~NetworkReachability() override;
 
   std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) override;

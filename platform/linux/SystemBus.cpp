@@ -65,11 +65,22 @@ bool BusObject::isPresent() const {
   return GStringPtr(g_dbus_proxy_get_name_owner(state_->proxy.get())) != nullptr;
 }
 
-std::optional<std::string> BusObject::text(const char* property) const {
-  if (!isPresent()) return std::nullopt;
-  const GVariantPtr value(g_dbus_proxy_get_cached_property(state_->proxy.get(), property));
-  if (!value || !g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING)) return std::nullopt;
+GVariantPtr BusObject::property(const char* name, const GVariantType* type) const {
+  if (!isPresent()) return nullptr;
+  GVariantPtr value(g_dbus_proxy_get_cached_property(state_->proxy.get(), name));
+  return value && g_variant_is_of_type(value.get(), type) ? std::move(value) : nullptr;
+}
+
+std::optional<std::string> BusObject::text(const char* name) const {
+  const auto value = property(name, G_VARIANT_TYPE_STRING);
+  if (!value) return std::nullopt;
   return g_variant_get_string(value.get(), nullptr);
+}
+
+std::optional<std::uint32_t> BusObject::number(const char* name) const {
+  const auto value = property(name, G_VARIANT_TYPE_UINT32);
+  if (!value) return std::nullopt;
+  return g_variant_get_uint32(value.get());
 }
 
 void BusObject::call(const char* method) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -42,10 +43,14 @@ class BusObject {
   bool isPresent() const;
   /// A property that holds text; nothing when the service is not there.
   std::optional<std::string> text(const char* property) const;
+  /// Likewise one that holds an unsigned number of 32 bits.
+  std::optional<std::uint32_t> number(const char* property) const;
   /// Calls a method without arguments and does not wait for the answer.
   void call(const char* method);
 
  private:
+  GVariantPtr property(const char* name, const GVariantType* type) const;
+
   struct State;
   std::shared_ptr<State> state_;
 };

@@ -10,12 +10,35 @@
 
 namespace kva {
 
+namespace {
+
+/// Blocks what a new thread must not take. A thread inherits the mask of its creator.
+class SignalMask {
+ public:
+  SignalMask() {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+      sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+  }
+  ~SignalMask() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalMask(const SignalMask&) = delete;
+  SignalMask& operator=(const SignalMask&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+std::thread startMasked(std::function<void()> run) {
+  const SignalMask mask;
+  return std::thread(std::move(run));
+}
+
+}  // namespace
+
 std::thread startThread(const std::string& name, std::function<void()> run) {
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  std::thread thread(std::move(run));
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  std::thread thread = startMasked(std::move(run));
   pthread_setname_np(thread.native_handle(), name.substr(0, 15).c_str());
   return thread;
 }

@@ -11,7 +11,9 @@
 
 namespace kva {
 
-/// A thread of the SDK's own, named for debuggers. It takes no signals: those are the host's.
+/// A thread of the SDK's own, named for debuggers. It blocks the signals that are sent to the
+/// process, which are the host's. Those that a fault raises stay open, for crash reporters.
+/// Throws std::system_error if the system refuses the thread.
 std::thread startThread(const std::string& name, std::function<void()> run);
 
 /// Counts permits; a thread that waits for one sleeps. (The standard library's own can sleep

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <set>
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -10,9 +11,9 @@
 #include <Kelvara/base/Guarded.h>
 #include <platform/NetworkNamespace.h>
 #include <platform/linux/CurlSession.h>
-#include <platform/linux/LinuxDevice.h>
+#include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ModemTelephony.h>
-#include <platform/linux/NetworkReachability.h>
+#include <platform/linux/RouteMonitor.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {
@@ -21,11 +22,13 @@ namespace {
 /// Requests, and in what order they ended how: "<what> <code of the error, or 0>".
 struct Requests {
   void send(const std::string& what, const URL& url, double timeout = 60) {
-    session.send({.url = url, .headers = {}, .body = {}, .timeout = timeout},
-                 [this, what](const URLSession::Outcome& outcome) {
-                   const auto code = outcome.error ? outcome.error->code() : 0;
-                   ended.with([&](auto& all) { all.push_back(what + " " + std::to_string(code)); });
-                 });
+    session.send({.url = url, .headers = {}, .body = {}, .timeout = timeout}, noting(what));
+  }
+  URLSession::Done noting(const std::string& what) {
+    return [this, what](const URLSession::Outcome& outcome) {
+      const auto code = outcome.error ? outcome.error->code() : 0;
+      ended.with([&](auto& all) { all.push_back(what + " " + std::to_string(code)); });
+    };
   }
   bool waitFor(std::size_t count) {
     return spinMainLoopUntil([&] { return ended.get().size() == count; });
@@ -51,20 +54,25 @@ TEST(LinuxNetwork, AMachineWithoutNetworkSaysSoInItsErrorsAndReachesItself) {
 
   constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
   SystemBus bus;
-  NetworkReachability service(ReachabilityPolicy::followSystem, bus);
+  NetworkReachability service(ReachabilityPolicy::followSystem, bus, [] {});
   EXPECT_TRUE(*service.createWithName("localhost")->flags() & kReachable);
   EXPECT_TRUE(*service.createWithAddress(htonl(INADDR_LOOPBACK))->flags() & kReachable);
   EXPECT_EQ(service.createWithAddress(0)->flags(), 0U);
 }
 
-TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElse) {
+/// For this process alone, if the system lets it.
+bool replaceFile(const char* path, const std::filesystem::path& by) {
+  return unshare(CLONE_NEWNS) == 0 &&
+         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount(by.c_str(), path, nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElseAndAChildInheritsNothing) {
   if (!isInNamespaceOfItsOwn()) return;
   TemporaryFolder folder;
   const auto servers = folder.path / "resolv.conf";
   std::ofstream(servers) << "nameserver 127.0.0.1\n";
-  if (unshare(CLONE_NEWNS) != 0 ||
-      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount(servers.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+  if (!replaceFile("/etc/resolv.conf", servers))
     GTEST_SKIP() << "the list of name servers cannot be replaced";
   ASSERT_TRUE(ip("link set lo up"));
   const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -74,19 +82,169 @@ TEST(LinuxNetwork, ASilentNameServerHoldsUpNobodyElse) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
 
-  LoopbackServer server;
+  std::optional<LoopbackServer> server(std::in_place);
+  const auto inheritedBefore = descriptorsOfAChild();
+  const auto platform = makeLinuxPlatform({.bundleId = {},
+                                           .appVersion = {},
+                                           .mainBundle = {},
+                                           .userDefaults = folder.path / "defaults.sqlite",
+                                           .apiBases = {},
+                                           .advertisingIdentifier = {}});
+  platform.ports.userDefaults->set("key", "value");
   Requests requests;
   const auto begun = std::chrono::steady_clock::now();
   const URL unknown = *URL::parse("http://host.example/");
   requests.send("short", unknown, 0.3);
   requests.send("long", unknown);
-  requests.send("other", server.url("/ok"));
+  requests.send("other", server->url("/ok"));
   EXPECT_TRUE(requests.waitFor(2));
+  server.reset();  // a child inherits its end of the keep-alive connection
+  EXPECT_EQ(descriptorsOfAChild(), inheritedBefore);
   requests.session.invalidate();
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
   EXPECT_EQ(requests.ended.get(), (std::vector<std::string>{"other 0", "short 1001", "long 999"}));
   EXPECT_LT(taken.count(), 4) << "the name server's silence lasts longer";
   close(silent);
+}
+
+TEST(LinuxNetwork, ARedirectNeverLeavesTls) {
+  if (!isInNamespaceOfItsOwn()) return;
+  ASSERT_TRUE(ip("link set lo up"));
+  TemporaryFolder folder;
+  const auto certificate = makeCertificate(folder);
+  if (!certificate) GTEST_SKIP() << "no openssl command to make a certificate";
+  if (!replaceFile("/etc/ssl/certs/ca-certificates.crt", certificate->file))
+    GTEST_SKIP() << "the list of certificates cannot be replaced";
+
+  Guarded<std::string> bodies;
+  const auto note = [&](const auto& request, auto& answer) {
+    bodies.with([&](auto& all) { all += request.body + " "; });
+    answer.set_content("ok", "text/plain");
+  };
+  LoopbackServer plain([&](httplib::Server& s) { s.Post("/target", note); });
+  httplib::SSLServer encrypted(certificate->file.c_str(), certificate->key.c_str());
+  const auto origin =
+      "https://127.0.0.1:" + std::to_string(encrypted.bind_to_any_port("127.0.0.1"));
+  encrypted.Post("/target", note);
+  encrypted.Post("/stays", [&](const auto&, auto& answer) { answer.set_redirect("/target", 307); });
+  encrypted.Post("/leaves", [&](const auto&, auto& answer) {
+    answer.set_redirect(plain.base() + "/target", 307);
+  });
+  LoopbackServer first([&](httplib::Server& s) {
+    s.Post("/leaves",
+           [&](const auto&, auto& answer) { answer.set_redirect(origin + "/leaves", 308); });
+  });
+  std::jthread listening([&] { encrypted.listen_after_bind(); });
+
+  Requests requests;
+  std::size_t count = 0;
+  for (const auto& [from, ending] : {std::pair{origin + "/stays", " 0"},
+                                     {origin + "/leaves", " 1002"},
+                                     {first.base() + "/leaves", " 1002"}}) {
+    requests.session.send(
+        {.url = *URL::parse(from), .method = "POST", .headers = {}, .body = toBytes("secret")},
+        requests.noting(from));
+    EXPECT_TRUE(requests.waitFor(++count));
+    EXPECT_EQ(requests.ended.get().back(), from + ending);
+  }
+  EXPECT_EQ(bodies.get(), "secret ");
+  encrypted.stop();
+}
+
+/// A link with a default route, without IPv6.
+void makeLink() {
+  std::ofstream("/proc/sys/net/ipv6/conf/all/disable_ipv6") << "1";
+  for (const char* step : {"link set lo up", "link add outside type veth peer name inside",
+                           "link set inside up", "address add 192.0.2.2/24 dev outside",
+                           "link set outside up", "route add default via 192.0.2.1"})
+    ASSERT_TRUE(ip(step)) << step;
+}
+
+TEST(LinuxNetwork, LossAndReturnOfTheNetworkAreNoticedWithinHalfASecond) {
+  if (!isInNamespaceOfItsOwn()) return;
+  makeLink();
+  SystemBus bus;
+  NetworkReachability service(ReachabilityPolicy::followSystem, bus, [] {});
+  auto internet = service.createWithAddress(0);
+  using Clock = std::chrono::steady_clock;
+  const auto becomes = [&](bool reachable) {
+    const auto limit = Clock::now() + std::chrono::milliseconds(500);
+    const auto isSo = [&] { return (*internet->flags() != 0) == reachable; };
+    return spinMainLoopUntil([&] { return isSo() || Clock::now() > limit; }) && isSo();
+  };
+  ASSERT_TRUE(becomes(true));
+  const struct {
+    std::vector<const char*> lose, restore;
+    double seconds;
+  } outages[] = {
+      {{"link set inside down"}, {"link set inside up"}, 0.5},
+      {{"link set inside down"}, {"link set inside up"}, 1},
+      {{"link set inside down"}, {"link set inside up"}, 4},
+      {{"link set outside down"}, {"link set outside up", "route add default via 192.0.2.1"}, 1},
+      {{"address del 192.0.2.2/24 dev outside"},
+       {"address add 192.0.2.2/24 dev outside", "route add default via 192.0.2.1"},
+       0.5},
+      {{"route del default"}, {"route add default via 192.0.2.1"}, 0.5},
+  };
+  for (const auto& outage : outages) {
+    const auto end = Clock::now() + std::chrono::duration<double>(outage.seconds);
+    for (const char* step : outage.lose) ASSERT_TRUE(ip(step)) << step;
+    EXPECT_TRUE(becomes(false)) << outage.lose.front() << " for " << outage.seconds;
+    spinMainLoopUntil([&] { return Clock::now() > end; });
+    for (const char* step : outage.restore) ASSERT_TRUE(ip(step)) << step;
+    EXPECT_TRUE(becomes(true)) << outage.restore.front() << " after " << outage.seconds;
+  }
+}
+
+TEST(LinuxNetwork, AnotherAddressMeansNewConnectionsAndADeadPeerIsNoticed) {
+  if (!isInNamespaceOfItsOwn()) return;
+  makeLink();
+  Guarded<std::set<int>> ports;
+  LoopbackServer server([&](httplib::Server& s) {
+    s.set_logger([&](const auto& request, const auto&) {
+      ports.with([&](auto& all) { all.insert(request.remote_port); });
+    });
+    s.set_keep_alive_max_count(1'000'000'000);
+  });
+  TemporaryFolder folder;
+  const auto platform = makeLinuxPlatform({.bundleId = {},
+                                           .appVersion = {},
+                                           .mainBundle = {},
+                                           .userDefaults = folder.path / "defaults.sqlite",
+                                           .apiBases = {},
+                                           .advertisingIdentifier = {}});
+  Guarded<std::vector<std::int64_t>> codes;
+  const auto request = [&](const std::string& path) {
+    const auto before = codes.get().size();
+    platform.ports.urlSession->send(
+        {.url = server.url(path), .headers = {}, .body = {}}, [&](URLSession::Outcome outcome) {
+          codes.with([&](auto& all) { all.push_back(outcome.error ? outcome.error->code() : 0); });
+        });
+    return before + 1;
+  };
+  const auto isAnswered = [&](std::size_t count) {
+    return spinMainLoopUntil([&] { return codes.get().size() == count; });
+  };
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(isAnswered(request("/ok")));
+  EXPECT_EQ(ports.get().size(), 1U);
+  ASSERT_TRUE(ip("address del 192.0.2.2/24 dev outside"));
+  ASSERT_TRUE(ip("address add 192.0.2.3/24 dev outside"));
+  ASSERT_TRUE(ip("route add default via 192.0.2.1"));
+  EXPECT_TRUE(spinMainLoopUntil([&] {
+    EXPECT_TRUE(isAnswered(request("/ok")));
+    return ports.get().size() == 2;
+  })) << "the keep-alive connection is still used";
+
+  // The peer acknowledges nothing any more, and nothing says so.
+  const auto begun = std::chrono::steady_clock::now();
+  const auto count = request("/never");
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_TRUE(ip("link set lo down"));
+  EXPECT_TRUE(isAnswered(count));
+  EXPECT_EQ(codes.get().back(), 1005);
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
+  EXPECT_LT(taken.count(), 12);
+  EXPECT_GT(taken.count(), 5);
 }
 
 /// A service on the bus that answers and tells what a test says, in GVariant's text form; gone with
@@ -266,21 +424,23 @@ TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {
   EXPECT_FALSE(telephony.currentRadioAccessTechnology());
 }
 
-TEST_F(LinuxServices, ReachableOverAModemIsWWAN) {
-  if (!g_network_monitor_get_network_available(g_network_monitor_get_default()))
-    GTEST_SKIP() << "this machine has no network";
+TEST_F(LinuxServices, TheNetworkManagerKnowsModemsAndPortals) {
+  if (routesToInternet().empty()) GTEST_SKIP() << "this machine has no network";
   constexpr const char* kService = "org.freedesktop.NetworkManager";
   constexpr auto kWWAN = static_cast<std::uint32_t>(ReachabilityFlag::isWWAN);
   TestService manager(bus(), kService);
   manager.answer("GetAll", "({'PrimaryConnectionType': <'gsm'>},)");
   manager.begin();
   SystemBus system;
-  NetworkReachability service(ReachabilityPolicy::followSystem, system);
+  NetworkReachability service(ReachabilityPolicy::followSystem, system, [] {});
   auto internet = service.createWithAddress(0);
   EXPECT_TRUE(spinMainLoopUntil([&] { return *internet->flags() & kWWAN; }));
   manager.change("/org/freedesktop/NetworkManager", kService,
                  "{'PrimaryConnectionType': <'802-11-wireless'>}");
   EXPECT_TRUE(spinMainLoopUntil([&] { return !(*internet->flags() & kWWAN); }));
+  constexpr auto kPortal = static_cast<std::uint32_t>(ReachabilityFlag::interventionRequired);
+  manager.change("/org/freedesktop/NetworkManager", kService, "{'Connectivity': <uint32 2>}");
+  EXPECT_TRUE(spinMainLoopUntil([&] { return *internet->flags() & kPortal; }));
 }
 
 }  // namespace

@@ -2,25 +2,33 @@
 #include <platform/linux/CurlSession.h>
 
 #include <atomic>
+#include <csignal>
 #include <future>
 #include <set>
 
 #include <gio/gio.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <Kelvara/Kelvara.h>
 #include <Kelvara/base/Guarded.h>
+#include <platform/linux/GlibSupport.h>
+#include <platform/linux/RouteMonitor.h>
+#include <platform/linux/Threads.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {
 namespace {
 
+using testing::HasSubstr;
 using Outcome = URLSession::Outcome;
 
-/// Reads a request's head from every connection, answers with raw bytes, and closes.
+/// Reads a request's head from every connection, answers with raw bytes, and closes. Before it
+/// closes it sends `tail` for as long as the peer takes it, up to 300 MB.
 class RawServer {
  public:
-  explicit RawServer(std::string answer, bool reset = false)
-      : answer_(std::move(answer)), reset_(reset) {
+  explicit RawServer(std::string answer, bool reset = false, std::string tail = {})
+      : answer_(std::move(answer)), reset_(reset), tail_(std::move(tail)) {
     listen(socket_.fd, 64);
     thread_ = std::thread([this] { serve(); });
   }
@@ -31,6 +39,7 @@ class RawServer {
   URL url() const { return socket_.url(); }
   std::string base() const { return socket_.base(); }
   int connections() const { return connections_; }
+  std::string head() const { return head_.get(); }  ///< of the last request
 
  private:
   void serve() {
@@ -39,21 +48,94 @@ class RawServer {
       std::string head;
       char byte;
       while (!head.ends_with("\r\n\r\n") && recv(peer, &byte, 1, 0) == 1) head += byte;
-      send(peer, answer_.data(), answer_.size(), MSG_NOSIGNAL);
+      head_.set(head);
+      sendAll(peer, answer_);
+      for (std::size_t sent = 0; !tail_.empty() && sent < 300'000'000; sent += tail_.size())
+        if (!sendAll(peer, tail_)) break;
       const linger abort{.l_onoff = 1, .l_linger = 0};
       if (reset_) setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
       close(peer);
     }
   }
+  static bool sendAll(int peer, std::string_view bytes) {
+    while (!bytes.empty()) {
+      const ssize_t sent = send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+      if (sent < 0) return false;
+      bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+  }
   LoopbackSocket socket_;
   std::string answer_;
   bool reset_;
+  std::string tail_;
+  Guarded<std::string> head_;
   std::atomic<int> connections_{0};
   std::thread thread_;
 };
 
+/// Answers the first request of each connection once there are `size` connections, and closes each
+/// at its second one without an answer. Later connections are answered or closed at once.
+class BreakingServer {
+ public:
+  enum class Later { answered, closed };
+  BreakingServer(int size, Later later) : size_(size), later_(later) {
+    listen(socket_.fd, 64);
+    acceptor_ = std::thread([this] {
+      for (int peer; (peer = accept4(socket_.fd, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+        peers_.emplace_back([this, peer, number = ++connections_] { serve(peer, number); });
+    });
+  }
+  ~BreakingServer() {
+    shutdown(socket_.fd, SHUT_RDWR);
+    acceptor_.join();
+    for (auto& peer : peers_) peer.join();
+  }
+  URL url() const { return socket_.url(); }
+  int requests() const { return requests_; }
+
+ private:
+  bool readRequest(int peer) {
+    std::string text;
+    char byte;
+    while (!text.ends_with("body"))
+      if (recv(peer, &byte, 1, 0) == 1)
+        text += byte;
+      else
+        return false;
+    ++requests_;
+    return true;
+  }
+  void serve(int peer, int number) {
+    if (readRequest(peer) && (number <= size_ || later_ == Later::answered)) {
+      while (connections_ < size_) std::this_thread::yield();
+      const std::string_view ok = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+      send(peer, ok.data(), ok.size(), MSG_NOSIGNAL);
+      readRequest(peer);
+    }
+    close(peer);
+  }
+  LoopbackSocket socket_;
+  int size_;
+  Later later_;
+  std::atomic<int> connections_{0}, requests_{0};
+  std::vector<std::thread> peers_;
+  std::thread acceptor_;
+};
+
 URLRequest get(URL url, double timeout = 60) {
   return {.url = std::move(url), .headers = {}, .body = {}, .timeout = timeout};
+}
+
+std::string gzip(std::size_t zeros) {
+  const GObjectPtr<GConverter> compressor(
+      G_CONVERTER(g_zlib_compressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP, 9)));
+  const std::string plain(zeros, '\0');
+  std::string zipped(zeros / 100, '\0');
+  gsize read = 0, written = 0;
+  g_converter_convert(compressor.get(), plain.data(), plain.size(), zipped.data(), zipped.size(),
+                      G_CONVERTER_INPUT_AT_END, &read, &written, nullptr);
+  return zipped.substr(0, written);
 }
 
 URLRequest post(URL url, std::string_view body) {
@@ -64,20 +146,21 @@ URLRequest post(URL url, std::string_view body) {
 }
 
 struct LinuxSession : testing::Test {
-  Outcome answerTo(URLRequest request) {
+  static Outcome answerTo(CurlSession& session, URLRequest request) {
     std::promise<Outcome> promise;
     session.send(std::move(request),
                  [&](Outcome outcome) { promise.set_value(std::move(outcome)); });
     return promise.get_future().get();
   }
-  std::string textOf(URLRequest request) {
-    const auto outcome = answerTo(std::move(request));
+  static std::string textOf(CurlSession& session, URLRequest request) {
+    const auto outcome = answerTo(session, std::move(request));
     return outcome.error  ? outcome.error->localizedDescription()
            : outcome.data ? std::string(asText(*outcome.data))
                           : "(neither data nor error)";
   }
+  std::string textOf(URLRequest request) { return textOf(session, std::move(request)); }
   URLError errorOf(URLRequest request) {
-    const auto outcome = answerTo(std::move(request));
+    const auto outcome = answerTo(session, std::move(request));
     EXPECT_FALSE(outcome.data);
     if (!outcome.error) return URLError::unknown;
     return static_cast<URLError>(outcome.error->code());
@@ -88,11 +171,14 @@ struct LinuxSession : testing::Test {
 TEST_F(LinuxSession, NamesWhatWentWrong) {
   using enum URLError;
   const std::string ok = "HTTP/1.1 200 OK\r\n";
+  const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+  const std::string chunk = "10000\r\n" + std::string(0x10000, 'x') + "\r\n";
   const struct {
     const char* what;
     std::string answer;
     URLError error;
     bool reset = false;
+    std::string tail{};
   } servers[] = {
       {"closes without a word", "", networkConnectionLost},
       {"resets", "", networkConnectionLost, true},
@@ -105,12 +191,19 @@ TEST_F(LinuxSession, NamesWhatWentWrong) {
        ok + "Content-Encoding: br\r\n\r\n\x0b\x02\x80hello\x03 and more", cannotDecodeContentData},
       {"sends us to a file", "HTTP/1.1 302 Found\r\nLocation: file:///etc/hostname\r\n\r\n",
        unsupportedURL},
+      {"sends 80 MB in 80 kB", ok + "Content-Encoding: gzip\r\n\r\n" + gzip(80'000'000),
+       cannotDecodeContentData},
+      {"never ends its body", chunked, cannotDecodeContentData, false, chunk},
+      {"never ends its headers", ok, networkConnectionLost, false,
+       "X: " + std::string(50'000, 'x') + "\r\n"},
+      {"never ends a redirect", "HTTP/1.1 302 Found\r\nLocation: /\r\n" + chunked.substr(17),
+       cannotDecodeContentData, false, chunk},
   };
   for (const auto& one : servers) {
-    const RawServer server(one.answer, one.reset);
+    const RawServer server(one.answer, one.reset, one.tail);
     EXPECT_EQ(errorOf(get(server.url())), one.error) << one.what;
   }
-  const bool online = g_network_monitor_get_network_available(g_network_monitor_get_default());
+  const bool online = !routesToInternet().empty();
   const std::pair<const char*, URLError> addresses[] = {
       {"http://host.invalid/", online ? cannotFindHost : notConnectedToInternet},
       {"file:///etc/hostname", unsupportedURL},
@@ -121,20 +214,23 @@ TEST_F(LinuxSession, NamesWhatWentWrong) {
     EXPECT_EQ(errorOf(get(*URL::parse(address))), error) << address;
 }
 
-TEST_F(LinuxSession, TimesOutWithoutProgressButNotWithIt) {
+TEST_F(LinuxSession, TimesOutWithoutEnoughProgress) {
   LoopbackServer server([](httplib::Server& s) {
-    s.Get("/drip", [](const auto&, auto& answer) {
-      answer.set_content_provider(8, "text/plain", [](auto, auto, httplib::DataSink& sink) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        return sink.write("x", 1);
-      });
+    s.Get(R"(/drip/(\d+))", [](const auto& request, auto& answer) {
+      const std::string drop(std::stoul(request.matches[1]), 'x');
+      answer.set_content_provider(drop.size() * 20, "text/plain",
+                                  [drop](auto, auto, httplib::DataSink& sink) {
+                                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                                    return sink.write(drop.data(), drop.size());
+                                  });
     });
   });
   const auto begun = std::chrono::steady_clock::now();
   EXPECT_EQ(errorOf(get(server.url("/never"), 0.3)), URLError::timedOut);
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
   EXPECT_GE(taken.count(), 0.29);
-  EXPECT_EQ(textOf(get(server.url("/drip"), 0.5)), "xxxxxxxx");
+  EXPECT_EQ(textOf(get(server.url("/drip/50"), 1)), std::string(1000, 'x'));
+  EXPECT_EQ(errorOf(get(server.url("/drip/1"), 1)), URLError::timedOut);
 }
 
 TEST_F(LinuxSession, CarriesLargeBodiesBothWaysAndUndoesCompression) {
@@ -185,18 +281,67 @@ TEST_F(LinuxSession, KeepsOneConnectionForCallsInTurn) {
   const RawServer oneShot("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
   for (int i = 0; i < 5; ++i) EXPECT_EQ(textOf(post(oneShot.url(), "")), "ok");
   EXPECT_EQ(oneShot.connections(), 5);
+
+  // One that breaks when the request is there may have carried it out.
+  using Later = BreakingServer::Later;
+  constexpr int kSize = 6;
+  for (const auto& [later, text] :
+       {std::pair{Later::answered, "ok"}, {Later::closed, "The network connection was lost."}}) {
+    BreakingServer breaking(kSize, later);
+    CurlSession one;
+    std::atomic<int> answers{0};
+    for (int i = 0; i < kSize; ++i)
+      one.send(post(breaking.url(), "body"), [&](Outcome) { ++answers; });
+    ASSERT_TRUE(spinMainLoopUntil([&] { return answers == kSize; }));
+    EXPECT_EQ(textOf(one, post(breaking.url(), "body")), text);
+    EXPECT_EQ(breaking.requests(), kSize + 2) << text;
+  }
+}
+
+TEST_F(LinuxSession, RequestsNameTheSdkAndTheHost) {
+  const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+  const std::string sdk = "Kelvara/" + Kelvara::sdkVersion();
+  for (const auto& [host, agent] :
+       {std::pair{HostIdentity{}, ""},
+        {HostIdentity{"org.example.app", {}}, " org.example.app"},
+        {HostIdentity{"org.example.app", "2.0 (45)"}, " org.example.app/2.0%20%2845%29"},
+        {HostIdentity{"a/b", "1\r\nX: y"}, " a%2Fb/1%0D%0AX%3A%20y"}}) {
+    CurlSession one(host);
+    EXPECT_EQ(textOf(one, get(server.url())), "ok");
+    EXPECT_THAT(server.head(), HasSubstr("\r\nUser-Agent: " + sdk + agent + "\r\n"));
+  }
+}
+
+TEST_F(LinuxSession, ItsThreadsLeaveSignalsToTheHostButForFaults) {
+  const auto mask = [] {
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    return blocked;
+  };
+  std::promise<sigset_t> promise;
+  session.send(get(refusingUrl()), [&](Outcome) { promise.set_value(mask()); });
+  const sigset_t blocked = promise.get_future().get();
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+    EXPECT_FALSE(sigismember(&blocked, fault)) << fault;
+  for (const int other : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1, SIGALRM, SIGPIPE})
+    EXPECT_TRUE(sigismember(&blocked, other)) << other;
+
+  pthread_attr_t usual, huge;
+  pthread_getattr_default_np(&usual);
+  pthread_getattr_default_np(&huge);
+  pthread_attr_setstacksize(&huge, std::size_t{1} << 46);
+  pthread_setattr_default_np(&huge);
+  EXPECT_THROW(startThread("kva-refused", [] {}), std::system_error);
+  pthread_setattr_default_np(&usual);
+  const sigset_t after = mask();
+  EXPECT_FALSE(sigismember(&after, SIGTERM)) << "the mask of a caller whose thread was refused";
 }
 
 TEST_F(LinuxSession, RefusesACertificateThatNobodyVouchesFor) {
   TemporaryFolder folder;
-  const auto certificate = folder.path / "cert.pem", key = folder.path / "key.pem";
-  const std::string make =
-      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-      " -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1"
-      " -keyout " +
-      key.native() + " -out " + certificate.native() + " 2>/dev/null";
-  if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no openssl command to make a certificate";
-  httplib::SSLServer server(certificate.c_str(), key.c_str());
+  const auto certificate = makeCertificate(folder);
+  if (!certificate) GTEST_SKIP() << "no openssl command to make a certificate";
+  httplib::SSLServer server(certificate->file.c_str(), certificate->key.c_str());
   std::atomic<bool> served{false};
   server.Get("/", [&](const auto&, auto&) { served = true; });
   const int port = server.bind_to_any_port("127.0.0.1");

@@ -1,16 +1,22 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <glib.h>
+#include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Kelvara/base/URL.h>
@@ -41,6 +47,44 @@ struct TemporaryFolder {
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   std::filesystem::path path;
 };
+
+/// What a child that this process starts has open, the standard streams aside.
+inline std::multiset<std::string> descriptorsOfAChild() {
+  std::multiset<std::string> open;
+  int kept[2];  // closed with this process's end: the child lives until it was looked at
+  EXPECT_EQ(pipe2(kept, O_CLOEXEC), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(kept[0], STDIN_FILENO);
+    execlp("cat", "cat", nullptr);
+    _exit(127);
+  }
+  const auto proc = std::filesystem::path("/proc") / std::to_string(child);
+  std::error_code gone;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe");
+  while (std::filesystem::read_symlink(proc / "exe", gone) == self) std::this_thread::yield();
+  for (const auto& entry : std::filesystem::directory_iterator(proc / "fd"))
+    if (std::stoi(entry.path().filename()) > STDERR_FILENO)
+      open.insert(std::filesystem::read_symlink(entry.path()));
+  for (const int fd : kept) close(fd);
+  waitpid(child, nullptr, 0);
+  return open;
+}
+
+struct Certificate {
+  std::filesystem::path file, key;
+};
+/// For 127.0.0.1, signed by itself; nothing without the openssl command.
+inline std::optional<Certificate> makeCertificate(const TemporaryFolder& folder) {
+  Certificate made{folder.path / "cert.pem", folder.path / "key.pem"};
+  const std::string command =
+      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
+      " -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1"
+      " -keyout " +
+      made.key.native() + " -out " + made.file.native() + " 2>/dev/null";
+  if (std::system(command.c_str()) != 0) return std::nullopt;
+  return made;
+}
 
 /// A socket on a free port of 127.0.0.1.
 struct LoopbackSocket {

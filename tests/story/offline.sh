@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# offline.sh BIN_DIR: the SDK in a network namespace of its own, with nothing but loopback at first.
-# Start-up is refused with code 4; then a link with a default route comes up, and the SDK becomes
-# initialised by itself. Exits 77 where namespaces are refused.
+# offline.sh BIN_DIR: the SDK in a network namespace of its own, with nothing but loopback at first
+# and without IPv6. Start-up is refused with code 4; then a link with a default route comes up, and
+# the SDK becomes initialised by itself. During outages of the link a bid is refused with code 4 half
+# a second after the loss, and answered half a second after the return. Exits 77 where namespaces are
+# refused.
 set -euo pipefail
 bin=$1
 
@@ -13,6 +15,7 @@ fi
 work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 ip link set lo up
+echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
 
 "$bin/kelvara-sandbox" --port 0 --quiet >"$work/sandbox" &
 for _ in $(seq 100); do
@@ -22,13 +25,13 @@ for _ in $(seq 100); do
 done
 
 mkfifo "$work/commands"
-"$bin/story_host" "$origin/api/v1" "$work/defaults.sqlite" 1.0 follow <"$work/commands" >"$work/host" &
+"$bin/story_host" "$origin/api/v1" "$work/defaults.sqlite" 1.0 follow <"$work/commands" >>"$work/host" &
 exec 3>"$work/commands"
 
-# Waits until the host has answered with this line.
+# Waits until the host has answered with a line that has this in it.
 await() {
   for _ in $(seq 200); do
-    grep -qxF "$1" "$work/host" && return 0
+    grep -qF "$1" "$work/host" && return 0
     [ -n "${2:-}" ] && echo "$2" >&3
     sleep 0.1
   done
@@ -48,5 +51,19 @@ ip link set inside up
 ip link set outside up
 ip route add default via 192.0.2.2
 await "= yes" initialized
-[ "$(grep -c '^= started' "$work/host")" = 1 ] || { echo "the host heard of the retry"; exit 1; }
-echo "offline: refused with code 4, initialised by itself when the route came"
+[ "$(grep -c '^= started' "$work/host")" = 1 ] || { echo "the retry called the host"; exit 1; }
+
+for rest in 0 0.5 3.5; do
+  : >"$work/host"
+  ip link set inside down
+  sleep 0.5
+  echo "bid 0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c201" >&3
+  await "= no bid 4"
+  sleep $rest
+  ip link set inside up
+  sleep 0.5
+  : >"$work/host"
+  echo "bid 0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c201" >&3
+  await "= bid "
+done
+echo "offline: refused with code 4 during each outage, working by itself after each"

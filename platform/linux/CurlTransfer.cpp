@@ -1,0 +1,181 @@
+#include "platform/linux/CurlTransfer.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <strings.h>
+#include <sys/socket.h>
+
+#include "platform/linux/CurlErrors.h"
+
+namespace kva {
+namespace {
+
+constexpr std::size_t kLargestAnswer = 64 << 20;
+constexpr double kLeastBytesPerSecond = 100;
+
+template <class T>
+T info(CURL* easy, CURLINFO what) {
+  T value{};
+  curl_easy_getinfo(easy, what, &value);
+  return value;
+}
+
+/// Makes the kernel end a connection whose peer is gone within ten seconds: probes while it is
+/// silent, a limit for bytes that nobody acknowledges.
+void noticeDeadPeers(int fd) {
+  const auto set = [fd](int level, int option, int value) {
+    setsockopt(fd, level, option, &value, sizeof value);
+  };
+  set(SOL_SOCKET, SO_KEEPALIVE, 1);
+  set(IPPROTO_TCP, TCP_KEEPIDLE, 3);  // seconds; a probe each 3 s ends it after the third
+  set(IPPROTO_TCP, TCP_KEEPINTVL, 3);
+  set(IPPROTO_TCP, TCP_USER_TIMEOUT, 8000);  // milliseconds
+}
+
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) {
+  const int fd = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (fd < 0) return CURL_SOCKET_BAD;
+  if (address->socktype == SOCK_STREAM) noticeDeadPeers(fd);
+  return fd;
+}
+
+}  // namespace
+
+Connections makeConnections() {
+  Connections made(curl_share_init(), curl_share_cleanup);
+  curl_share_setopt(made.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+  return made;
+}
+
+CurlTransfer::CurlTransfer(URLRequest request, URLSession::Done done, Connections connections,
+                           const TransferSettings& settings)
+    : request_(std::move(request)),
+      done_(std::move(done)),
+      connections_(std::move(connections)),
+      easy_(curl_easy_init()) {
+  const auto set = [this](CURLoption option, auto value) {
+    curl_easy_setopt(easy_.get(), option, value);
+  };
+  set(CURLOPT_SHARE, connections_.get());
+  set(CURLOPT_URL, request_.url.absoluteString().c_str());
+  set(CURLOPT_PROTOCOLS_STR, "http,https");
+  setMethodAndBody();
+  setHeaders();
+  set(CURLOPT_USERAGENT, settings.userAgent.c_str());
+
+  set(CURLOPT_FOLLOWLOCATION, 1L);
+  set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  set(CURLOPT_MAXREDIRS, 20L);
+  set(CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can undo
+  set(CURLOPT_NOPROXY, settings.hostsWithoutProxy.c_str());
+  set(CURLOPT_SSL_VERIFYPEER, 1L);
+  set(CURLOPT_SSL_VERIFYHOST, 2L);
+  set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  set(CURLOPT_PREREQFUNCTION, &beforeSending);
+  set(CURLOPT_PREREQDATA, this);
+  setLimits();
+  set(CURLOPT_NOSIGNAL, 1L);
+  // A name server that does not answer must not hold up the thread when its asker gives up.
+  set(CURLOPT_QUICK_EXIT, 1L);
+}
+
+void CurlTransfer::setMethodAndBody() {
+  const bool posts = request_.method == "POST";
+  if (request_.body || posts) {
+    const std::string_view body = request_.body ? asText(*request_.body) : "";
+    curl_easy_setopt(easy(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(easy(), CURLOPT_POSTFIELDS, body.empty() ? "" : body.data());
+  }
+  // Named only where libcurl would choose another: a method that is named survives redirects.
+  if (request_.method == "HEAD")
+    curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
+  else if (!posts && (request_.method != "GET" || request_.body))
+    curl_easy_setopt(easy(), CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+}
+
+void CurlTransfer::setHeaders() {
+  // A large body goes out at once, without asking first whether it is welcome.
+  curl_slist* list = curl_slist_append(nullptr, "Expect:");
+  for (const auto& [name, value] : request_.headers)
+    list = curl_slist_append(list, (value.empty() ? name + ";" : name + ": " + value).c_str());
+  headers_.reset(list);
+  curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, list);
+}
+
+void CurlTransfer::setLimits() {
+  const auto set = [this](CURLoption option, auto value) {
+    curl_easy_setopt(easy(), option, value);
+  };
+  set(CURLOPT_WRITEFUNCTION, &receive);
+  set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_XFERINFOFUNCTION, &noteProgress);
+  set(CURLOPT_XFERINFODATA, this);
+  set(CURLOPT_NOPROGRESS, 0L);
+}
+
+/// No exception passes through libcurl's frames.
+std::size_t CurlTransfer::receive(char* bytes, std::size_t, std::size_t size, void* data) try {
+  auto& self = *static_cast<CurlTransfer*>(data);
+  if (size > kLargestAnswer - self.received_.size()) return 0;
+  const auto* begin = reinterpret_cast<const std::byte*>(bytes);
+  self.received_.insert(self.received_.end(), begin, begin + size);
+  return size;
+} catch (const std::bad_alloc&) {
+  return 0;
+}
+
+void CurlTransfer::restartMinute() {
+  minuteBegan_ = Clock::now();
+  movedBefore_ = moved_;
+}
+
+CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
+  // Clamped, so that an absurd time-out stays within what the clock can hold.
+  const double seconds = std::clamp(request_.timeout, 0.0, 1e8);
+  return minuteBegan_ +
+         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+int CurlTransfer::noteProgress(void* data, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up) {
+  auto& self = *static_cast<CurlTransfer*>(data);
+  self.moved_ = down + up;
+  const bool begins = down > 0 && !std::exchange(self.isAnswering_, down > 0);
+  const auto moved = static_cast<double>(self.moved_ - self.movedBefore_);
+  if (begins || moved >= kLeastBytesPerSecond * self.request_.timeout) self.restartMinute();
+  // The body of a redirect is counted here alone.
+  if (down <= static_cast<curl_off_t>(kLargestAnswer)) return 0;
+  self.refusal_ = URLError::cannotDecodeContentData;
+  return 1;
+}
+
+/// libcurl sends a request again when a connection that it reused ends before the first byte of an
+/// answer. It may do so once, on a connection of its own; a redirected request not at all, because
+/// there libcurl would reuse another connection.
+int CurlTransfer::beforeSending(void* data, char*, char*, int, int) {
+  auto& self = *static_cast<CurlTransfer*>(data);
+  const long redirects = info<long>(self.easy(), CURLINFO_REDIRECT_COUNT);
+  if (std::exchange(self.redirects_, redirects) != redirects) self.sendings_ = 0;
+  if (++self.sendings_ > (redirects == 0 ? 2 : 1)) {
+    self.refusal_ = URLError::networkConnectionLost;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  curl_easy_setopt(self.easy(), CURLOPT_FRESH_CONNECT, 1L);
+  // Once encrypted, a redirect never leads back to plain text.
+  const char* scheme = info<const char*>(self.easy(), CURLINFO_SCHEME);
+  if (scheme && strcasecmp(scheme, "https") == 0)
+    curl_easy_setopt(self.easy(), CURLOPT_REDIR_PROTOCOLS_STR, "https");
+  self.restartMinute();
+  self.isAnswering_ = false;
+  return CURL_PREREQFUNC_OK;
+}
+
+URLSession::Outcome CurlTransfer::outcome(CURLcode result) {
+  if (result == CURLE_OK) return {std::move(received_), std::nullopt};
+  return {std::nullopt, urlError(refusal_ ? *refusal_ : urlErrorOf(easy(), result))};
+}
+
+}  // namespace kva
