@@ -78,7 +78,7 @@ std::unique_ptr<SqliteStore> SqliteDefaults::openStore() {
     return nullptr;
   };
   for (const char* companion : {"", "-wal", "-shm"})
-    if (isNoFile(file_.native() + companion)) return inMemory("there is something that is no file");
+    if (isNoFile(file_.native() + companion)) return inMemory("it is no regular file");
   const auto deadline = Clock::now() + kLongestWait;
   const FolderLock lock(folder, deadline);
   if (lock.isHeldByAnother()) return inMemory("another process locks the folder");
