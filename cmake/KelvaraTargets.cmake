@@ -75,7 +75,7 @@ if(KELVARA_DISPLAY)
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(kelvara INTERFACE cxx_std_20)
   # What hosts compile against needs GTK's headers for <Kelvara/KelvaraGtk.h>, and nothing else.
-  pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET GLOBAL gtk4)
+  pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
   target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
     $<BUILD_INTERFACE:kelvara_flags> $<BUILD_INTERFACE:PkgConfig::GTK> $<BUILD_INTERFACE:PkgConfig::WEBKIT> $<BUILD_INTERFACE:PkgConfig::GIO>
     $<BUILD_INTERFACE:PkgConfig::CURL> $<BUILD_INTERFACE:PkgConfig::SQLITE> $<BUILD_INTERFACE:PkgConfig::URIPARSER>)

@@ -9,6 +9,8 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
+static_assert(__cplusplus == 202002L, "the library changes the language of its hosts");
+
 namespace {
 
 void expect(bool holds, const char* what) {

@@ -9,16 +9,20 @@ how=$1 build=$2 source=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp -r "$source/tests/consumer" "$work/consumer"
-configure() { cmake -S "$work/consumer" -B "$@" -G Ninja -DCMAKE_BUILD_TYPE=Debug; }
 fail() { echo "$*"; exit 1; }
+# quietly COMMAND...: shows what it prints only if it fails.
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
+configure() { cmake -S "$work/consumer" -B "$@" -G Ninja -DCMAKE_BUILD_TYPE=Debug; }
 
 # consumer PROGRAM: what it logs of resources that it does not find.
-consumer() { "$1" >"$work/log" || { cat "$work/log"; fail "$1 failed"; }; grep 'Tried' "$work/log" || true; }
+consumer() {
+  quietly "$1"
+  grep Tried "$work/log" || true
+}
 
 from_source() {
   for as in subdirectory fetched; do
-    configure "$work/$as" -DKELVARA_SOURCE="$source" -DKELVARA_AS="$as" >"$work/log" ||
-      { cat "$work/log"; fail "not configured: $as"; }
+    quietly configure "$work/$as" -DKELVARA_SOURCE="$source" -DKELVARA_AS="$as"
     # The library alone: no tests, sandbox or demo, and nothing that only they need.
     if grep -E '^(HTTPLIB|XTEST|FFMPEG|GTest|GTEST)' "$work/$as/CMakeCache.txt"; then
       fail "$as looks for what the library does not need"
@@ -27,7 +31,7 @@ from_source() {
     grep -E '/(sandbox|demo|stage|tests|headless)/' "$work/log" && fail "$as builds more"
     grep -rq libkelvara --include=cmake_install.cmake "$work/$as" && fail "$as installs the library"
     if [ "$how" = built ]; then
-      cmake --build "$work/$as" >"$work/log" || { cat "$work/log"; fail "not built: $as"; }
+      quietly cmake --build "$work/$as"
       [ -z "$(consumer "$work/$as/consumer")" ] || fail "$as: no resources were embedded"
       rm -r "$work/$as/KelvaraResources.bundle"
       [ -z "$(consumer "$work/$as/consumer")" ] || fail "$as: the library's data were not found"
@@ -37,13 +41,13 @@ from_source() {
 }
 
 installed() {
-  cmake --install "$build" --prefix "$work/prefix" >/dev/null
+  quietly cmake --install "$build" --prefix "$work/prefix"
   PKG_CONFIG_LIBDIR=/nonexistent configure "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" \
     &>"$work/log" && fail "found Kelvara without GTK"
   grep -q 'without Kelvara: .*gtk4' "$work/log" || { cat "$work/log"; fail "not said: no GTK"; }
-  configure "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
-  cmake --build "$work/build" >/dev/null
-  cmake --install "$work/build" --prefix "$work/host" >/dev/null
+  quietly configure "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix"
+  quietly cmake --build "$work/build"
+  quietly cmake --install "$work/build" --prefix "$work/host"
 
   # The prefix moves: the library finds its data where it now is.
   mv "$work/prefix" "$work/moved"
