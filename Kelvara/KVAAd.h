@@ -11,22 +11,23 @@ namespace kva {
 class FullscreenAd;
 class ViewController;
 
-/// What the full-screen ads have in common. Each load and each show is answered by one call of the
-/// delegate; a load that another overtakes may go without. An ad object can be loaded again, with a
-/// new bid, once its ad has been dismissed.
+/// What the full-screen ads have in common. Each load and each show produces one call of the
+/// delegate; a superseded load may produce none. An ad object can be loaded again, with a new bid,
+/// once its ad has been dismissed. Delegates must not throw, and not wait for the main thread while
+/// the `gtk::Host` is destroyed.
 class KVA_EXPORT KVAAd {
  public:
   virtual ~KVAAd();
   KVAAd(const KVAAd&) = delete;
   KVAAd& operator=(const KVAAd&) = delete;
 
-  /// Loads the ad of the bid that has won at `clearingPrice` (finite). Any thread. The delegate
-  /// hears of a refusal before this returns, of another failure on the network session's thread or
-  /// on the main thread, of success on the main thread.
+  /// Loads the ad of the bid that has won at `clearingPrice` (finite). Any thread. The delegate is
+  /// called for a refusal before this returns, for another failure on the network session's thread
+  /// or on the main thread, for success on the main thread.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
-  /// Covers the window that `host` stands for with the ad. Main thread, as everything that the
-  /// delegate hears of the shown ad. An ad that is on screen stays there until the user closes it
-  /// or the window goes away (which counts as dismissed), also when this object is let go.
+  /// Covers the window that `host` stands for with the ad. Main thread, as are all delegate calls
+  /// for the shown ad. An ad that is on screen stays there until the user closes it or the window
+  /// is destroyed (which counts as dismissed), also when this object is released.
   void showAdFrom(std::shared_ptr<ViewController> host);
 
   /// Ready to be shown, and not yet shown. Any thread.

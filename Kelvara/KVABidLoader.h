@@ -41,7 +41,8 @@ class KVA_EXPORT KVABidResponse {
 struct KVA_EXPORT KVABidLoader {
   /// Asks for a bid for the ad unit (a UUID). `completion` runs exactly once with either a bid or
   /// an error: before `loadBid` returns when it is refused (codes 2, 3, 4, 8), otherwise on the
-  /// network session's thread.
+  /// network session's thread. It must not throw, and not wait for the main thread while the
+  /// `gtk::Host` is destroyed.
   static void loadBid(
       std::string adUnit, KVABidType bidType,
       std::function<void(std::shared_ptr<KVABidResponse>, std::optional<Error>)> completion);

@@ -19,7 +19,7 @@ enum class KVAErrorCodes : int {
   invalidBidResponse = 7,
   requestTooSoon = 8,          ///< the back-off after a no-fill runs
   bidResponseAlreadyUsed = 9,  ///< one bid loads one ad
-  noMraidFile = 10,            ///< KelvaraResources.bundle is not in the main bundle
+  noMraidFile = 10,            ///< no KelvaraResources.bundle: see `gtk::HostOptions::mainBundle`
   noTemplate = 11,
   invalidHtmlData = 12,
   adAlreadyShown = 13,  ///< also: no connection at the moment of showing

@@ -8,7 +8,7 @@ namespace kva {
 
 class KVAInterstital;
 
-/// Every method is optional. The threads are told at `KVAAd`.
+/// Every method is optional, and must not throw. `KVAAd` names the threads.
 class KVA_EXPORT KVAInterstitialDelegate {
  public:
   virtual ~KVAInterstitialDelegate() = default;

@@ -8,7 +8,7 @@ namespace kva {
 
 class KVARewarded;
 
-/// Every method is optional. The threads are told at `KVAAd`.
+/// Every method is optional, and must not throw. `KVAAd` names the threads.
 class KVA_EXPORT KVARewardedDelegate {
  public:
   virtual ~KVARewardedDelegate() = default;

@@ -1,9 +1,10 @@
-# Warnings are errors, sanitizers come from KELVARA_SANITIZE, optimised builds are hardened.
+# Warnings, sanitizers from KELVARA_SANITIZE, hardening of optimised builds.
+option(KELVARA_WERROR "Treat warnings as errors" OFF)
 set(KELVARA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 
 add_library(kelvara_flags INTERFACE)
 target_compile_options(kelvara_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KELVARA_WERROR}>:-Werror>
   -fstack-protector-strong
   $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
 target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now)

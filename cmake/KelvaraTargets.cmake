@@ -4,8 +4,8 @@
 #   kelvara_headless    platform/headless: every port in memory, with virtual time
 #   kelvara_linux       platform/linux: the adapters that need no display
 #   kelvara_gtk         platform/linux/gtk: views, windows, the web view
+#   kelvara_resources   the data folder with the resource bundle
 #   kelvara             libkelvara.so
-#   kelvara_stage       stage: eyes and hands (screenshots, real X input) for demo and tests
 find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(Threads REQUIRED)
@@ -37,8 +37,12 @@ target_link_libraries(kelvara_foundation PRIVATE PkgConfig::URIPARSER PkgConfig:
 target_link_libraries(kelvara_sdk PUBLIC kelvara_foundation)
 
 kelvara_library(kelvara_headless platform/headless kelvara_sdk)
+set_target_properties(kelvara_headless PROPERTIES EXCLUDE_FROM_ALL ON)
 kelvara_library(kelvara_linux platform/linux kelvara_sdk PkgConfig::GIO PkgConfig::CURL
-  PkgConfig::SQLITE Threads::Threads)
+  PkgConfig::SQLITE Threads::Threads ${CMAKE_DL_LIBS})
+file(RELATIVE_PATH data_from_library
+  ${CMAKE_INSTALL_FULL_LIBDIR} ${CMAKE_INSTALL_FULL_DATADIR}/kelvara)
+target_compile_definitions(kelvara_linux PRIVATE KELVARA_DATA_FROM_LIBRARY="${data_from_library}")
 
 if(KELVARA_DISPLAY)
   pkg_check_modules(GTK REQUIRED IMPORTED_TARGET gtk4)
@@ -49,20 +53,15 @@ if(KELVARA_DISPLAY)
     KELVARA_SANDBOX_API_BASE="${KELVARA_SANDBOX_API_BASE}")
 endif()
 
-if(KELVARA_DISPLAY)
-  pkg_check_modules(XTEST REQUIRED IMPORTED_TARGET xtst x11)
-  kelvara_library(kelvara_stage stage PkgConfig::GTK PkgConfig::XTEST)
-endif()
-
 # The resource bundle as it ships: the script and the images, not their sources.
-set(KELVARA_RESOURCE_BUNDLE ${PROJECT_BINARY_DIR}/KelvaraResources.bundle)
+set(resource_bundle ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_DATADIR}/kelvara/KelvaraResources.bundle)
 file(GLOB resources CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/KelvaraResources/*.js ${PROJECT_SOURCE_DIR}/KelvaraResources/*.png)
 add_custom_target(kelvara_resources ALL
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${KELVARA_RESOURCE_BUNDLE}
-  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${resources} ${KELVARA_RESOURCE_BUNDLE}
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${resource_bundle}
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${resources} ${resource_bundle}
   DEPENDS ${resources})
-include(KelvaraEmbedResources)
+include(KelvaraResources)
 
 if(KELVARA_DISPLAY)
   add_library(kelvara SHARED $<TARGET_OBJECTS:kelvara_sdk> $<TARGET_OBJECTS:kelvara_foundation>
@@ -70,10 +69,11 @@ if(KELVARA_DISPLAY)
   add_library(Kelvara::Kelvara ALIAS kelvara)
   set_target_properties(kelvara PROPERTIES EXPORT_NAME Kelvara
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/kelvara.map)
+    LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/kelvara.map
+    KELVARA_RESOURCE_BUNDLE ${resource_bundle})
   target_include_directories(kelvara INTERFACE
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include>)
-  target_compile_features(kelvara INTERFACE cxx_std_23)
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(kelvara INTERFACE cxx_std_20)
   # What hosts compile against needs GTK's headers for <Kelvara/KelvaraGtk.h>, and nothing else.
   pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
   target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
@@ -82,11 +82,4 @@ if(KELVARA_DISPLAY)
   target_link_options(kelvara PRIVATE
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/kelvara.map -Wl,--no-undefined)
   add_dependencies(kelvara kelvara_resources)
-  include(KelvaraInstall)
 endif()
-
-foreach(part sandbox demo)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/${part}/CMakeLists.txt)
-    add_subdirectory(${part})
-  endif()
-endforeach()

@@ -41,7 +41,7 @@ void Log::log(LogLevel logLevel, std::string_view message) {
   std::string line = logPrefix_.get() + " ";
   line.append(prefix(logLevel)).append(":");
   line.append(" ").append(message);
-  Runtime::current().platform().standardOutput->print(line);
+  Runtime::current().platform().logOutput->print(logLevel, line);
 }
 
 }  // namespace kva

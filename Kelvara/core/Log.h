@@ -7,17 +7,15 @@
 #include <string_view>
 
 #include <Kelvara/base/Guarded.h>
+#include <Kelvara/platform/LogOutput.h>
 
 namespace kva {
-
-/// In order of increasing detail.
-enum class LogLevel : int { n = 0, e = 1, i = 2, d = 3 };
 
 std::optional<LogLevel> logLevelFromRawValue(int rawValue);
 /// The marker of a line of this level, such as "[E]".
 std::string_view prefix(LogLevel level);
 
-/// The SDK's diagnostic output: lines on standard output such as "<KVA> [E]: message". Any thread.
+/// The SDK's diagnostic output: lines such as "<KVA> [E]: message". Any thread.
 class Log {
  public:
   static Log& shared();

@@ -49,7 +49,7 @@ void RequestLogger::log(const Request& request) {
   block += "\n[" + std::string(rawValue(request.method)) + "]";
   if (!request.body.empty()) block += "\n[" + bodyEntries(request.body) + "]";
   block += "\n-------------";
-  Runtime::current().platform().standardOutput->print("Request: \n" + block + " \n");
+  Runtime::current().platform().logOutput->print(LogLevel::d, "Request: \n" + block + " \n");
 }
 
 }  // namespace kva

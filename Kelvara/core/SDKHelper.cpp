@@ -13,13 +13,6 @@ namespace {
 
 const MainBundle& mainBundle() { return *Runtime::current().platform().mainBundle; }
 
-std::optional<std::filesystem::path> bundleFor(const std::string& name) {
-  const auto path = mainBundle().path() / (name + ".bundle");
-  std::error_code ignored;
-  if (!std::filesystem::is_directory(path, ignored)) return {};
-  return path;
-}
-
 /// Kept by the runtime.
 struct MRAIDScript {
   std::optional<std::string> text;
@@ -35,7 +28,19 @@ struct MRAIDScript {
 
 }  // namespace
 
-std::optional<std::filesystem::path> kvaBundle() { return bundleFor(kvaBundleName); }
+std::vector<std::filesystem::path> kvaBundlePaths() {
+  auto paths = mainBundle().resourceFolders();
+  for (auto& path : paths) path /= std::string(kvaBundleName) + ".bundle";
+  return paths;
+}
+
+std::optional<std::filesystem::path> kvaBundle() {
+  for (const auto& path : kvaBundlePaths()) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) return path;
+  }
+  return {};
+}
 
 std::optional<std::filesystem::path> mraidJSFile() {
   const auto bundle = kvaBundle();

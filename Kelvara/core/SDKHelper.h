@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <Kelvara/Error.h>
 #include <Kelvara/KVAErrorCodes.h>
@@ -62,7 +63,9 @@ struct SDKHelper {
 
 inline constexpr const char* kvaBundleName = "KelvaraResources";
 
-/// The SDK's resource bundle in the host's main bundle; absent when it is not there.
+/// Where the SDK's resource bundle may be: in the host's main bundle, else in the SDK's own data.
+std::vector<std::filesystem::path> kvaBundlePaths();
+/// The first of them that exists.
 std::optional<std::filesystem::path> kvaBundle();
 /// The MRAID script in it.
 std::optional<std::filesystem::path> mraidJSFile();

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace kva {
 
@@ -11,8 +11,8 @@ namespace kva {
 class MainBundle {
  public:
   virtual ~MainBundle() = default;
-  /// The folder in which the application's resources are looked for.
-  virtual std::filesystem::path path() const = 0;
+  /// The folders in which the SDK looks for its resources: the application's own first.
+  virtual std::vector<std::filesystem::path> resourceFolders() const = 0;
   virtual std::optional<std::string> bundleIdentifier() const = 0;
   /// A text of the information dictionary, such as "CFBundleShortVersionString".
   virtual std::optional<std::string> infoString(const std::string& key) const = 0;
@@ -22,14 +22,6 @@ class MainBundle {
 struct APIBases {
   std::string production;  ///< with "/api/v1" in it
   std::string sandbox;
-};
-
-/// Where log lines go: one write per call, so that lines do not interleave. Thread-safe.
-class StandardOutput {
- public:
-  virtual ~StandardOutput() = default;
-  /// Writes `text` and a newline.
-  virtual void print(std::string_view text) = 0;
 };
 
 }  // namespace kva

@@ -7,6 +7,7 @@
 #include <Kelvara/platform/DispatchQueue.h>
 #include <Kelvara/platform/HostApplication.h>
 #include <Kelvara/platform/Locale.h>
+#include <Kelvara/platform/LogOutput.h>
 #include <Kelvara/platform/MainBundle.h>
 #include <Kelvara/platform/NotificationCenter.h>
 #include <Kelvara/platform/ReachabilityService.h>
@@ -30,7 +31,7 @@ struct Platform {
   std::shared_ptr<IdentifierManager> identifiers;
   std::shared_ptr<ReachabilityService> reachability;
   std::shared_ptr<MainBundle> mainBundle;
-  std::shared_ptr<StandardOutput> standardOutput;
+  std::shared_ptr<LogOutput> logOutput;
   std::shared_ptr<HostApplication> application;
   APIBases apiBases;
 };

@@ -35,7 +35,7 @@ int MemoryUserDefaults::writes() const {
   return store_->with([](const Store& store) { return store.writes; });
 }
 
-void HeadlessOutput::print(std::string_view text) {
+void HeadlessOutput::print(LogLevel, std::string_view text) {
   lines_.with([&](auto& lines) { lines.emplace_back(text); });
 }
 

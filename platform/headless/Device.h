@@ -11,6 +11,7 @@
 #include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/DeviceInfo.h>
 #include <Kelvara/platform/Locale.h>
+#include <Kelvara/platform/LogOutput.h>
 #include <Kelvara/platform/MainBundle.h>
 #include <Kelvara/platform/UserDefaults.h>
 
@@ -35,9 +36,9 @@ class MemoryUserDefaults final : public UserDefaults {
   std::shared_ptr<Guarded<Store>> store_ = std::make_shared<Guarded<Store>>();
 };
 
-class HeadlessOutput final : public StandardOutput {
+class HeadlessOutput final : public LogOutput {
  public:
-  void print(std::string_view text) override;
+  void print(LogLevel level, std::string_view text) override;
   std::vector<std::string> lines() const { return lines_.get(); }
   /// How many lines contain `text`.
   int count(std::string_view text) const;
@@ -149,7 +150,7 @@ class HeadlessMainBundle final : public MainBundle {
   void embedResources(const std::filesystem::path& resources);
   void setInfoString(const std::string& key, std::optional<std::string> value);
 
-  std::filesystem::path path() const override { return path_.get(); }
+  std::vector<std::filesystem::path> resourceFolders() const override { return {path_.get()}; }
   std::optional<std::string> bundleIdentifier() const override { return "org.example.host"; }
   std::optional<std::string> infoString(const std::string& key) const override;
 

@@ -45,7 +45,7 @@ Platform Headless::platform() {
           .identifiers = borrowed(identifiers),
           .reachability = borrowed(reachability),
           .mainBundle = borrowed(mainBundle),
-          .standardOutput = borrowed(output),
+          .logOutput = borrowed(output),
           .application = borrowed(application),
           .apiBases = apiBases};
 }

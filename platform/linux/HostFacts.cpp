@@ -1,13 +1,12 @@
 #include "platform/linux/HostFacts.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <utility>
 
-#include <unistd.h>
+#include <dlfcn.h>
 
 #include "platform/linux/GlibSupport.h"
 
@@ -38,6 +37,15 @@ LocaleName currentLocale() {
   for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
     if (const char* value = std::getenv(variable); value && *value) return LocaleName(value);
   return LocaleName("C");
+}
+
+/// The file that this code was loaded from; empty when it cannot be told.
+std::filesystem::path libraryFile() {
+  static const char inThisLibrary = 0;
+  Dl_info found{};
+  std::error_code unreadable;
+  if (dladdr(&inThisLibrary, &found) == 0) return {};
+  return std::filesystem::canonical(found.dli_fname, unreadable);
 }
 
 }  // namespace
@@ -92,6 +100,13 @@ HostBundle::HostBundle(std::filesystem::path folder, std::string identifier, std
     folder_ = std::filesystem::read_symlink("/proc/self/exe", unreadable).parent_path();
 }
 
+std::vector<std::filesystem::path> HostBundle::resourceFolders() const {
+  std::vector folders{folder_};
+  if (const auto library = libraryFile(); !library.empty())
+    folders.push_back((library.parent_path() / KELVARA_DATA_FROM_LIBRARY).lexically_normal());
+  return folders;
+}
+
 std::optional<std::string> HostBundle::bundleIdentifier() const { return unlessEmpty(identifier_); }
 
 std::optional<std::string> HostBundle::infoString(const std::string& key) const {
@@ -110,16 +125,6 @@ HostIdentifiers::HostIdentifiers(const std::string& advertisingIdentifier, bool 
 std::optional<IdentifierManager::AuthorizationStatus> HostIdentifiers::trackingAuthorizationStatus()
     const {
   return authorized_ ? AuthorizationStatus::authorized : AuthorizationStatus::notDetermined;
-}
-
-void ProcessOutput::print(std::string_view text) {
-  std::string line(text);
-  line += '\n';
-  for (std::string_view left = line; !left.empty();) {
-    const ssize_t written = write(STDOUT_FILENO, left.data(), left.size());
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) left.remove_prefix(static_cast<std::size_t>(written));
-  }
 }
 
 }  // namespace kva

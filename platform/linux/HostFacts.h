@@ -31,9 +31,10 @@ class LinuxLocale final : public Locale {
 /// The host application as its options describe it.
 class HostBundle final : public MainBundle {
  public:
-  /// An empty `folder` is the folder of the executable; an empty text is an absent one.
+  /// An empty `folder` is the folder of the executable; an empty text is an absent one. The second
+  /// resource folder is the data folder that the library was built or installed with.
   HostBundle(std::filesystem::path folder, std::string identifier, std::string version);
-  std::filesystem::path path() const override { return folder_; }
+  std::vector<std::filesystem::path> resourceFolders() const override;
   std::optional<std::string> bundleIdentifier() const override;
   std::optional<std::string> infoString(const std::string& key) const override;
 
@@ -55,11 +56,4 @@ class HostIdentifiers final : public IdentifierManager {
   std::string identifier_;
   bool authorized_;
 };
-
-/// Standard output, unbuffered.
-class ProcessOutput final : public StandardOutput {
- public:
-  void print(std::string_view text) override;
-};
-
 }  // namespace kva

@@ -5,6 +5,7 @@
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/MainLoop.h"
 #include "platform/linux/ModemTelephony.h"
+#include "platform/linux/ProcessOutput.h"
 #include "platform/linux/SqliteDefaults.h"
 
 namespace kva {
@@ -21,7 +22,7 @@ std::filesystem::path defaultsFile(const LinuxOptions& options) {
 LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
   SystemBus bus;
   auto center = std::make_shared<NotificationCenter>();
-  auto output = std::make_shared<ProcessOutput>();
+  auto output = options.logOutput ? options.logOutput : std::make_shared<ProcessOutput>();
   auto session = std::make_shared<CurlSession>(
       HostIdentity{.bundleId = options.bundleId, .appVersion = options.appVersion});
   auto mainLoop = std::make_shared<MainLoop>();
@@ -30,7 +31,7 @@ LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
   ports.urlSession = session;
   ports.userDefaults = std::make_shared<SqliteDefaults>(
       defaultsFile(options),
-      [output](const std::string& line) { output->print("<KVA> [E]: " + line); });
+      [output](const std::string& line) { output->print(LogLevel::e, "<KVA> [E]: " + line); });
   ports.mainQueue = mainLoop;
   ports.runLoop = std::make_shared<LinuxRunLoop>(mainLoop, session);
   ports.notificationCenter = center;
@@ -44,7 +45,7 @@ LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
       options.reachability, bus, [session] { session->dropIdleConnections(); });
   ports.mainBundle =
       std::make_shared<HostBundle>(options.mainBundle, options.bundleId, options.appVersion);
-  ports.standardOutput = output;
+  ports.logOutput = output;
   ports.apiBases = options.apiBases;
   return {std::move(ports), std::move(device)};
 }

@@ -19,6 +19,7 @@ struct LinuxOptions {
   std::string advertisingIdentifier;  ///< default: all zeros (withheld)
   bool trackingAuthorized = false;
   ReachabilityPolicy reachability = ReachabilityPolicy::followSystem;
+  std::shared_ptr<LogOutput> logOutput{};  ///< default: standard output
 };
 
 struct LinuxPlatform {

@@ -1,6 +1,8 @@
 #include "platform/linux/SqliteDefaults.h"
 
+#include <cerrno>
 #include <ctime>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -14,13 +16,21 @@ constexpr int kPagesToCheckpoint = 1000;
 /// A log that grows this long although it is being moved is moved by whoever writes.
 constexpr int kPagesToWaitAt = 16000;
 
+using Clock = SqliteStore::Clock;
+/// The longest wait for other processes when the file is opened.
+constexpr std::chrono::seconds kLongestWait(1);
+
 /// Holds the folder while a file in it is opened or set aside, so that of two processes that find
 /// a damaged file only one replaces it.
 class FolderLock {
  public:
-  explicit FolderLock(const std::filesystem::path& folder)
+  FolderLock(const std::filesystem::path& folder, Clock::time_point deadline)
       : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (folder_ >= 0) flock(folder_, LOCK_EX);
+    while (folder_ >= 0 && flock(folder_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+      isHeldByAnother_ = Clock::now() >= deadline;
+      if (isHeldByAnother_) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
   }
   ~FolderLock() {
     if (folder_ >= 0) ::close(folder_);
@@ -28,9 +38,19 @@ class FolderLock {
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
 
+  bool isHeldByAnother() const { return isHeldByAnother_; }
+
  private:
   int folder_;
+  bool isHeldByAnother_ = false;
 };
+
+/// A FIFO, for one, which SQLite would wait on without end.
+bool isNoFile(const std::filesystem::path& path) {
+  std::error_code ignored;
+  const auto status = std::filesystem::status(path, ignored);
+  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+}
 
 bool isDamage(int result) {
   const int kind = result & 0xff;
@@ -43,7 +63,8 @@ SqliteDefaults::SqliteDefaults(std::filesystem::path file, std::function<void(st
     : file_(std::filesystem::absolute(file)), log_(std::move(log)) {
   auto opened = openStore();
   state_.with([&](State& state) {
-    state.store = std::move(opened);
+    state.complained = opened == nullptr;
+    state.store = opened ? std::move(opened) : std::make_unique<SqliteStore>();
     state.store->setCommitHook([this, &state](int pages) { committed(state, pages); });
   });
 }
@@ -51,19 +72,30 @@ SqliteDefaults::SqliteDefaults(std::filesystem::path file, std::function<void(st
 std::unique_ptr<SqliteStore> SqliteDefaults::openStore() {
   const auto folder = file_.parent_path();
   g_mkdir_with_parents(folder.c_str(), 0700);
-  const FolderLock lock(folder);
+  const auto inMemory = [&](const std::string& why) {
+    log_("Settings cannot be stored in " + file_.native() + " (" + why +
+         "). They are kept in memory.");
+    return nullptr;
+  };
+  for (const char* companion : {"", "-wal", "-shm"})
+    if (isNoFile(file_.native() + companion)) return inMemory("it is no regular file");
+  const auto deadline = Clock::now() + kLongestWait;
+  const FolderLock lock(folder, deadline);
+  if (lock.isHeldByAnother()) return inMemory("another process locks the folder");
   using Access = SqliteStore::Access;
   auto store = std::make_unique<SqliteStore>();
-  int result = store->open(file_, Access::readWrite);
+  int result = store->open(file_, Access::readWrite, deadline);
   if (isDamage(result)) {
     store = std::make_unique<SqliteStore>();
     setAside();
-    result = store->open(file_, Access::readWrite);
+    result = store->open(file_, Access::readWrite, deadline);
   }
   if (result == SQLITE_OK) return store;
+  // A file in use is not immutable.
+  if ((result & 0xff) == SQLITE_BUSY) return inMemory("another process locks it");
   store = std::make_unique<SqliteStore>();
-  if (store->open(file_, Access::immutable) == SQLITE_OK) return store;
-  return std::make_unique<SqliteStore>();
+  if (store->open(file_, Access::immutable, deadline) == SQLITE_OK) return store;
+  return inMemory(sqlite3_errstr(result));
 }
 
 void SqliteDefaults::setAside() {
@@ -115,7 +147,8 @@ void SqliteDefaults::committed(State& state, int pagesInLog) {
 
 void SqliteDefaults::checkpoint() {
   SqliteStore store;
-  if (store.open(file_, SqliteStore::Access::readWrite) == SQLITE_OK) store.checkpoint();
+  if (store.open(file_, SqliteStore::Access::readWrite, Clock::now() + kLongestWait) == SQLITE_OK)
+    store.checkpoint();
   state_.with([](State& state) { state.checkpointing = false; });
 }
 

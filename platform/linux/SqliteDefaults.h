@@ -20,11 +20,12 @@ namespace kva {
 ///
 /// A file that is no database, or a damaged one, is renamed ("<name>.damaged-<time>") and a fresh
 /// one begun. While the file cannot be written, values stay in memory, and the next `set` tries
-/// again to write all of them; a file that could not be opened for writing is not tried again.
+/// again to write all of them; a file that could not be opened for writing, or was locked by
+/// another process for a second, is not tried again.
 class SqliteDefaults final : public UserDefaults {
  public:
-  /// `log` is called, on whatever thread it happens, with one line when a file is set aside and
-  /// one when values could not be written for the first time.
+  /// `log` is called, on whatever thread it happens, with one line when a file is set aside, and
+  /// with one when the file cannot be opened or values cannot be written for the first time.
   SqliteDefaults(std::filesystem::path file, std::function<void(std::string)> log);
 
   std::optional<Value> value(std::string_view key) const override;
@@ -38,6 +39,7 @@ class SqliteDefaults final : public UserDefaults {
     bool complained = false;
     bool checkpointing = false;
   };
+  /// Nothing, after a line in the log, when the file cannot be opened at all.
   std::unique_ptr<SqliteStore> openStore();
   void setAside();
   void change(std::string_view key, std::optional<Value> value);

@@ -1,6 +1,7 @@
 #include "platform/linux/SqliteStore.h"
 
 #include <cmath>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -87,6 +88,14 @@ std::optional<UserDefaults::Value> valueOf(sqlite3_stmt* statement) {
   return std::nullopt;
 }
 
+/// A busy handler: one limit for all statements together.
+int retryUntil(void* deadline, int) {
+  if (SqliteStore::Clock::now() >= *static_cast<SqliteStore::Clock::time_point*>(deadline))
+    return 0;
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  return 1;
+}
+
 /// Runs a statement that answers with no rows.
 int run(sqlite3_stmt* statement) {
   if (!statement) return SQLITE_READONLY;
@@ -97,7 +106,8 @@ int run(sqlite3_stmt* statement) {
 
 }  // namespace
 
-int SqliteStore::open(const std::filesystem::path& file, Access access) {
+int SqliteStore::open(const std::filesystem::path& file, Access access,
+                      Clock::time_point deadline) {
   int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   std::string name = file.native();
   if (access == Access::readWrite) {
@@ -112,7 +122,7 @@ int SqliteStore::open(const std::filesystem::path& file, Access access) {
   int result = sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);
   connection_.reset(opened);
   if (result != SQLITE_OK) return result;
-  sqlite3_busy_timeout(opened, 2000);
+  sqlite3_busy_handler(opened, retryUntil, &deadline);
   if (access == Access::readWrite) {
     constexpr const char* setUp =
         "PRAGMA journal_mode = WAL;"
@@ -123,7 +133,9 @@ int SqliteStore::open(const std::filesystem::path& file, Access access) {
     result = sqlite3_exec(opened, setUp, nullptr, nullptr, nullptr);
     if (result == SQLITE_OK) result = checkIntegrity();
   }
-  return result == SQLITE_OK ? prepareStatements(access) : result;
+  if (result == SQLITE_OK) result = prepareStatements(access);
+  sqlite3_busy_timeout(opened, 2000);
+  return result;
 }
 
 int SqliteStore::checkIntegrity() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -26,8 +27,9 @@ class SqliteStore {
     readWrite,  ///< makes the file, its folder and its table when they are missing
     immutable,  ///< for media that cannot be written: reads the file alone, without its log
   };
-  /// Before anything else, once.
-  int open(const std::filesystem::path& file, Access access);
+  using Clock = std::chrono::steady_clock;
+  /// Before anything else, once. Waits for the locks of other processes until `deadline`.
+  int open(const std::filesystem::path& file, Access access, Clock::time_point deadline);
 
   std::optional<Value> read(std::string_view key);
   /// All of them or none.

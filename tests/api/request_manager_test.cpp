@@ -88,6 +88,7 @@ TEST_F(RequestManagerTest, TellsOfAnUnknownUserBeforeTheCompletionAndOfThePostsT
   bool isCompleted = false;
   RequestManager::uploadReports({}, [&](Result<bool> result) {
     isCompleted = true;
+    ASSERT_FALSE(result);
     EXPECT_EQ(result.error().code(), 404);
     EXPECT_EQ(user(), std::nullopt);
     EXPECT_FALSE(hasTime());

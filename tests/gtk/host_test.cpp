@@ -5,8 +5,9 @@
 #include <filesystem>
 #include <thread>
 
+#include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include "gtk/Stage.h"
 
 namespace kva::gtk::test {
@@ -50,6 +51,37 @@ TEST(Host, TakesWhatIsOnShowAwayAndLeavesTheWindowToItsOwner) {
   EXPECT_EQ(gtk_widget_get_next_sibling(entry), nullptr);
   drawFrame(window);
   gtk_window_destroy(window);
+}
+
+TEST(Host, LogsToItsSinkWhatItsLevelAllows) {
+  using enum gtk::LogLevel;
+  struct Case {
+    gtk::LogLevel level;
+    std::vector<std::pair<gtk::LogLevel, std::string>> lines;
+    bool logsForATestDevice;
+  };
+  const std::pair error_{error, "<KVA> [E]: e"}, info_{info, "<KVA> [I]: i"};
+  const Case cases[] = {{none, {}, false},
+                        {error, {error_}, true},
+                        {info, {error_, info_}, true},
+                        {debug, {error_, info_, {debug, "<KVA> [D]: d"}}, true}};
+  for (const auto& one : cases) {
+    std::vector<std::pair<gtk::LogLevel, std::string>> lines;
+    auto with = options();
+    with.logLevel = one.level;
+    with.logSink = [&](gtk::LogLevel level, const std::string& line) {
+      lines.emplace_back(level, line);
+    };
+    Host host(with);
+    Log::e("e");
+    Log::i("i");
+    Log::d("d");
+    EXPECT_THAT(lines, testing::ElementsAreArray(one.lines)) << static_cast<int>(one.level);
+    lines.clear();
+    Log::shared().setLogLevel(kva::LogLevel::d);
+    Log::d("d");
+    EXPECT_EQ(!lines.empty(), one.logsForATestDevice) << static_cast<int>(one.level);
+  }
 }
 
 TEST(HostDeathTest, SaysWhatIsWrong) {

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <platform/linux_support.h>
@@ -114,10 +116,27 @@ TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
 TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
   const auto noFolder = folder.path / "a file";
   std::ofstream(noFolder) << "not a folder";
+  const auto fifo = folder.path / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  // Another process is as good as another description or connection of this one.
+  fs::create_directories(folder.path / "locked");
+  const int lock = ::open((folder.path / "locked").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  open(file)->set("stored", true);
+  sqlite3* user = nullptr;
+  sqlite3_open(file.c_str(), &user);
+  ASSERT_EQ(sqlite3_exec(user, "PRAGMA locking_mode = EXCLUSIVE; DELETE FROM defaults", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
   for (const fs::path& hopeless :
-       {noFolder / "defaults.sqlite", fs::path("/proc/kelvara/defaults.sqlite"), folder.path}) {
+       {noFolder / "defaults.sqlite", fs::path("/proc/kelvara/defaults.sqlite"), folder.path, fifo,
+        folder.path / "locked" / "defaults.sqlite", file}) {
     lines = 0;
+    const auto began = std::chrono::steady_clock::now();
     auto store = open(hopeless);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(1900))
+        << hopeless;
+    EXPECT_FALSE(store->value("stored")) << "read from a file that another process changes";
     store->set("text", std::string("kept"));
     store->set("number", std::int64_t{7});
     store->remove("text");
@@ -125,6 +144,8 @@ TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
     EXPECT_EQ(store->get<std::int64_t>("number"), 7) << hopeless;
     EXPECT_EQ(lines, 1) << hopeless;
   }
+  sqlite3_close(user);
+  close(lock);
 }
 
 TEST_F(LinuxDefaults, ReadsOnMediaThatCannotBeWritten) {

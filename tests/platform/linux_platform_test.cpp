@@ -6,9 +6,12 @@
 #include <set>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/socket.h>
 
 #include <platform/linux/HostFacts.h>
+#include <platform/linux/ProcessOutput.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {
@@ -39,7 +42,8 @@ TEST(LinuxPlatform, StandsWithoutAMainLoopAndLeavesNoThread) {
                                        .advertisingIdentifier = {}});
     auto& ports = platform.ports;
     EXPECT_NE(threadsOfTheSdk(), before);
-    EXPECT_EQ(ports.mainBundle->path(), fs::read_symlink("/proc/self/exe").parent_path());
+    EXPECT_EQ(ports.mainBundle->resourceFolders().front(),
+              fs::read_symlink("/proc/self/exe").parent_path());
     std::atomic<bool> answered{false};
     auto timer = ports.runLoop->schedule(0.01, Repeats::yes, [] {});
     ports.mainQueue->async([] { ADD_FAILURE() << "there is no loop that could run this"; });
@@ -92,18 +96,69 @@ TEST(LinuxPlatform, HandsOutAnIdentifierOnlyIfItIsOne) {
   EXPECT_NE(bad.trackingAuthorizationStatus(), Status::authorized);
 }
 
-TEST(LinuxPlatform, PrintsALineInOneWrite) {
-  int packets[2];  // a pipe in this mode hands out each write by itself
-  ASSERT_EQ(pipe2(packets, O_DIRECT | O_CLOEXEC), 0);
-  std::fflush(stdout);
-  const int before = dup(STDOUT_FILENO);
-  dup2(packets[1], STDOUT_FILENO);
-  ProcessOutput().print("a line");
-  dup2(before, STDOUT_FILENO);
-  char written[100] = {};
-  EXPECT_EQ(read(packets[0], written, sizeof written - 1), 7);
-  EXPECT_STREQ(written, "a line\n");
-  for (const int fd : {before, packets[0], packets[1]}) close(fd);
+/// Prints to a pipe or a pair of sockets in place of standard output.
+struct LogLines : testing::Test {
+  void open(bool isSocket, int pipeFlags = 0) {
+    ASSERT_EQ(isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)
+                       : pipe2(ends, O_CLOEXEC | pipeFlags),
+              0);
+  }
+  void TearDown() override {
+    for (const int fd : ends) close(fd);
+  }
+  void print(std::string_view text) {
+    std::fflush(stdout);
+    const int before = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    output.print(LogLevel::i, text);
+    dup2(before, STDOUT_FILENO);
+    close(before);
+  }
+  /// What can be read at once; with a limit, from a pipe of packets, the first one.
+  std::string arrived(std::size_t limit = 1 << 20) {
+    std::string text(limit, 0);
+    pollfd waiting{.fd = ends[0], .events = POLLIN, .revents = 0};
+    std::size_t size = 0;
+    while (size < limit && poll(&waiting, 1, 0) > 0) {
+      const ssize_t count = read(ends[0], text.data() + size, limit - size);
+      if (count <= 0) break;
+      size += static_cast<std::size_t>(count);
+      if (limit < 100) break;
+    }
+    text.resize(size);
+    return text;
+  }
+
+  ProcessOutput output;
+  int ends[2] = {-1, -1};
+};
+
+TEST_F(LogLines, AreOneWriteEach) {
+  open(false, O_DIRECT);  // a pipe in this mode hands out each write by itself
+  print("a line");
+  print("another");
+  EXPECT_EQ(arrived(99), "a line\n");
+  EXPECT_EQ(arrived(99), "another\n");
+}
+
+TEST_F(LogLines, NeitherStopNorHoldUpTheHostWhenNobodyReads) {
+  for (const bool isSocket : {false, true}) {
+    open(isSocket);
+    const std::string large(1 << 20, 'x');  // more than a pipe or a socket holds
+    const auto began = std::chrono::steady_clock::now();
+    print(large);
+    for (int line = 0; line < 100; ++line) print("dropped");
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5)) << isSocket;
+    EXPECT_THAT(arrived(), testing::MatchesRegex("x+")) << isSocket;
+    print("whole");
+    print("again");
+    EXPECT_EQ(arrived(), "\nwhole\nagain\n") << isSocket;
+    EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "the host's output has changed";
+
+    close(std::exchange(ends[0], -1));
+    print("to nobody");  // a SIGPIPE ends this process
+    close(std::exchange(ends[1], -1));
+  }
 }
 
 }  // namespace

@@ -27,8 +27,9 @@ namespace {
 using test::spinMainLoopUntil;
 
 /// Keeps what is said, and knows the identifier and what gives it away.
-struct Ear : StandardOutput {
-  void print(std::string_view text) override {
+struct Ear : LogOutput {
+  void print(LogLevel, std::string_view text) override { hear(text); }
+  void hear(std::string_view text) {
     said.with([&](auto& all) { all.emplace_back(text); });
   }
   bool hasHeardTheIdentifier() const {
@@ -47,7 +48,7 @@ class Privacy : public testing::Test {
   void SetUp() override {
     ASSERT_TRUE(server.start());
     proxy = std::make_unique<FaultProxy>(server.port(), [this](auto, const std::string& request) {
-      wire.print(request);
+      wire.hear(request);
       return Fault::none;
     });
   }
@@ -62,7 +63,7 @@ class Privacy : public testing::Test {
     options.advertisingIdentifier = sandbox::kTesterIDFA;
     options.trackingAuthorized = true;
     Platform ports = makeLinuxPlatform(options).ports;
-    ports.standardOutput = log;
+    ports.logOutput = log;
     runtime = std::make_unique<Runtime>(std::move(ports));
     Log::shared().setLogLevel(LogLevel::d);
   }

@@ -9,8 +9,8 @@
 namespace kva::story {
 namespace {
 
-struct Silence : StandardOutput {
-  void print(std::string_view) override {}
+struct Silence : LogOutput {
+  void print(LogLevel, std::string_view) override {}
 };
 
 std::set<std::int64_t> with(std::set<std::int64_t> codes, std::int64_t code) {
@@ -99,7 +99,7 @@ Life::Life(const std::filesystem::path& folder, const std::string& apiBase,
       show_{.name = "show", .succeedsOnMainThread = true},
       dismissal_{.name = "dismissal", .succeedsOnMainThread = true},
       platform_(platform(folder, apiBase)) {
-  platform_.standardOutput = std::make_shared<Silence>();
+  platform_.logOutput = std::make_shared<Silence>();
   platform_.application = {std::shared_ptr<void>(), &application_};
   runtime_ = std::make_unique<Runtime>(platform_);
 }

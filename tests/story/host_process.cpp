@@ -25,8 +25,10 @@ namespace {
 
 using namespace kva;
 
+/// In one write, so that it does not mix with log lines, and however long the reader takes.
 void answer(const std::string& text) {
-  Runtime::current().platform().standardOutput->print("= " + text);
+  const std::string line = "= " + text + "\n";
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::exit(1);
 }
 
 class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this<HostProcess> {

@@ -6,8 +6,11 @@
 #include <utility>
 
 #include <Kelvara/base/Fatal.h>
+#include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
 #include <platform/linux/LinuxPlatform.h>
+#include <platform/linux/ProcessOutput.h>
 #include <platform/linux/gtk/Application.h>
 
 namespace kva::gtk {
@@ -16,6 +19,18 @@ namespace {
 
 std::string orBuiltIn(std::string base, const char* builtIn) {
   return base.empty() ? builtIn : std::move(base);
+}
+
+/// Nothing stands for standard output. What is not to be logged at all has nowhere to go, whatever
+/// the level becomes later.
+std::shared_ptr<LogOutput> logOutput(const HostOptions& options) {
+  if (options.logLevel == LogLevel::none)
+    return std::make_shared<CallbackOutput>([](kva::LogLevel, const std::string&) {});
+  if (!options.logSink) return nullptr;
+  return std::make_shared<CallbackOutput>(
+      [sink = options.logSink](kva::LogLevel level, const std::string& line) {
+        sink(static_cast<LogLevel>(level), line);
+      });
 }
 
 LinuxOptions linuxOptions(const HostOptions& options) {
@@ -30,12 +45,22 @@ LinuxOptions linuxOptions(const HostOptions& options) {
       .trackingAuthorized = options.trackingAuthorized,
       .reachability = options.networkPolicy == NetworkPolicy::assumeReachable
                           ? ReachabilityPolicy::assumeReachable
-                          : ReachabilityPolicy::followSystem};
+                          : ReachabilityPolicy::followSystem,
+      .logOutput = logOutput(options)};
 }
 
 Platform withApplication(Platform ports, std::shared_ptr<HostApplication> application) {
   ports.application = std::move(application);
   return ports;
+}
+
+/// Without the script no ad loads, which the host would otherwise learn from its first won bid.
+void warnWithoutResources() {
+  if (mraidJSFile()) return;
+  std::string tried;
+  for (const auto& path : kvaBundlePaths())
+    tried += (tried.empty() ? "" : " and ") + (path / "mraid.js").native();
+  Log::e("No ad can be loaded: there is no resource bundle. Tried " + tried + ".");
 }
 
 void requireMainThread(const char* what) {
@@ -54,7 +79,10 @@ struct Host::Impl {
                                      [device = linux.device](DeviceOrientation shape) {
                                        device->setWindowOrientation(shape);
                                      }})),
-        runtime(withApplication(linux.ports, application)) {}
+        runtime(withApplication(linux.ports, application)) {
+    Log::shared().setLogLevel(static_cast<kva::LogLevel>(options.logLevel));
+    warnWithoutResources();
+  }
   // Ads that are on show hear of their end while there still is a runtime to report it to.
   ~Impl() { application->leaveWindows(); }
 

@@ -31,8 +31,8 @@ Rect place(const Layout& layout, Size superview, const EdgeInsets& safe) {
 
 void allocateIn(GtkWidget* child, const Rect& frame) {
   if (!gtk_widget_should_layout(child)) return;
-  auto origin = GRAPHENE_POINT_INIT(static_cast<float>(std::round(frame.x)),
-                                    static_cast<float>(std::round(frame.y)));
+  const graphene_point_t origin{static_cast<float>(std::round(frame.x)),
+                                static_cast<float>(std::round(frame.y))};
   gtk_widget_allocate(child, static_cast<int>(std::lround(frame.width)),
                       static_cast<int>(std::lround(frame.height)), -1,
                       gsk_transform_translate(nullptr, &origin));
@@ -208,8 +208,9 @@ void NativeView::allocate(Size size) {
 void NativeView::snapshot(GtkSnapshot* snapshot) {
   if (background_ == Color::clear) return;
   const GdkRGBA black{0, 0, 0, 1};
-  auto bounds = GRAPHENE_RECT_INIT(0, 0, static_cast<float>(gtk_widget_get_width(widget())),
-                                   static_cast<float>(gtk_widget_get_height(widget())));
+  const graphene_rect_t bounds{{0, 0},
+                               {static_cast<float>(gtk_widget_get_width(widget())),
+                                static_cast<float>(gtk_widget_get_height(widget()))}};
   gtk_snapshot_append_color(snapshot, &black, &bounds);
 }
 

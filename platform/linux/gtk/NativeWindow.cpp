@@ -113,7 +113,7 @@ void NativeWindow::placeLayer(int width, int height) {
   auto* layer = layer_->widget();
   gtk_widget_measure(layer, GTK_ORIENTATION_HORIZONTAL, -1, &minimum, nullptr, nullptr, nullptr);
   gtk_widget_measure(layer, GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
-  auto origin = GRAPHENE_POINT_INIT(0, static_cast<float>(top));
+  const graphene_point_t origin{0, static_cast<float>(top)};
   gtk_widget_allocate(layer, width, height, -1, gsk_transform_translate(nullptr, &origin));
   if (before != frame()) events_.changed();
 }
