@@ -83,6 +83,11 @@ TEST_F(RequestManagerTest, TellsOfAnUnknownUserBeforeTheCompletionAndOfThePostsT
   h.time.advance(1);
   EXPECT_FALSE(hasTime()) << "a get reply's time was taken";
 
+  h.server.reply("/register", headless::errorEnvelope(404, "who?"));
+  RequestManager::register_(User(), [](auto) {});
+  h.time.advance(1);
+  EXPECT_EQ(user(), "first") << "a registration names no user that could be unknown";
+
   h.server.reply("/register", envelope(R"({"uid":"second"})"));
   h.server.reply("/bid/stats", headless::errorEnvelope(404, "who?", 5));
   bool isCompleted = false;
