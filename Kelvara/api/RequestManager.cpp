@@ -106,6 +106,9 @@ Request post(std::string path, Json body) {
 }
 
 Request get(std::string path, std::map<std::string, std::optional<std::string>> parameters) {
+  // The host and the server write these values, and a request writes them as they are.
+  for (auto& [key, value] : parameters)
+    if (value) value = addingPercentEncoding(*value);
   Request request(std::move(path), RequestMethod::get);
   request.parameters = std::move(parameters);
   return request;
