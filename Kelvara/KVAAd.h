@@ -12,15 +12,16 @@ class FullscreenAd;
 class ViewController;
 
 /// What the full-screen ads have in common. Each load and each show is answered by one call of the
-/// delegate; a load that another overtakes may go without. An ad object can be loaded again, with a
-/// new bid, once its ad has been dismissed.
+/// delegate; a superseded load may produce no call. An ad object can be loaded again, with a new
+/// bid, at any time: an ad that is on screen stays there until it is dismissed.
 class KVA_EXPORT KVAAd {
  public:
   virtual ~KVAAd();
   KVAAd(const KVAAd&) = delete;
   KVAAd& operator=(const KVAAd&) = delete;
 
-  /// Loads the ad of the bid that has won at `clearingPrice` (finite). Any thread. The delegate
+  /// Loads the ad of the bid that has won at `clearingPrice` (finite). A null bid is refused with
+  /// `KVAErrorCodes::invalidBidResponse`, once the SDK is initialized. Any thread. The delegate
   /// hears of a refusal before this returns, of another failure on the network session's thread or
   /// on the main thread, of success on the main thread.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
