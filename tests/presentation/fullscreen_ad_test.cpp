@@ -178,7 +178,7 @@ TEST_F(FullscreenAds, SurviveTheDismissalOfTheOneTheyWereLoadedUnder) {
       h.time.advance(1);
       page()->finishNavigation();
     }
-    EXPECT_TRUE(ad->isLoaded());
+    ASSERT_TRUE(ad->isLoaded());
     present();
     close();
     auto order = std::vector<std::string>{"receive", "present", "dismiss", "receive"};
