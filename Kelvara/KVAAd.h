@@ -13,15 +13,16 @@ class ViewController;
 
 /// What the full-screen ads have in common. Each load and each show produces one call of the
 /// delegate; a superseded load may produce none. An ad object can be loaded again, with a new bid,
-/// once its ad has been dismissed. Delegates must not throw, and not wait for the main thread while
-/// the `gtk::Host` is destroyed.
+/// at any time: an ad that is on screen stays there until it is dismissed. Delegates must not
+/// throw, and not wait for the main thread while the `gtk::Host` is destroyed.
 class KVA_EXPORT KVAAd {
  public:
   virtual ~KVAAd();
   KVAAd(const KVAAd&) = delete;
   KVAAd& operator=(const KVAAd&) = delete;
 
-  /// Loads the ad of the bid that has won at `clearingPrice` (finite). Any thread. The delegate is
+  /// Loads the ad of the bid that has won at `clearingPrice` (finite). A null bid is refused with
+  /// `KVAErrorCodes::invalidBidResponse`, once the SDK is initialized. Any thread. The delegate is
   /// called for a refusal before this returns, for another failure on the network session's thread
   /// or on the main thread, for success on the main thread.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);

@@ -20,7 +20,7 @@ check_pie_supported()
 # target's include path, stops the build with the reason.
 set(KELVARA_FENCE_DIR ${PROJECT_BINARY_DIR}/fence)
 foreach(header glib.h glib-object.h gio/gio.h gtk/gtk.h webkit/webkit.h jsc/jsc.h curl/curl.h
-    sqlite3.h uriparser/Uri.h libmm-glib.h)
+    sqlite3.h libmm-glib.h)
   file(CONFIGURE OUTPUT ${KELVARA_FENCE_DIR}/${header}
     CONTENT "#error \"Kelvara/ sees the platform only through Kelvara/platform; ${header} belongs in platform/\"\n")
 endforeach()

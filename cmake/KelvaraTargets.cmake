@@ -10,7 +10,6 @@ find_package(PkgConfig REQUIRED)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(Threads REQUIRED)
 pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
-pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 
@@ -33,7 +32,7 @@ target_compile_definitions(kelvara_sdk PRIVATE KELVARA_VERSION="${PROJECT_VERSIO
 target_link_libraries(kelvara_sdk PRIVATE kelvara_flags PUBLIC nlohmann_json::nlohmann_json)
 
 kelvara_library(kelvara_foundation platform/foundation)
-target_link_libraries(kelvara_foundation PRIVATE PkgConfig::URIPARSER PkgConfig::GIO)
+target_link_libraries(kelvara_foundation PRIVATE PkgConfig::GIO)
 target_link_libraries(kelvara_sdk PUBLIC kelvara_foundation)
 
 kelvara_library(kelvara_headless platform/headless kelvara_sdk)
@@ -78,7 +77,7 @@ if(KELVARA_DISPLAY)
   pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
   target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
     $<BUILD_INTERFACE:kelvara_flags> $<BUILD_INTERFACE:PkgConfig::GTK> $<BUILD_INTERFACE:PkgConfig::WEBKIT> $<BUILD_INTERFACE:PkgConfig::GIO>
-    $<BUILD_INTERFACE:PkgConfig::CURL> $<BUILD_INTERFACE:PkgConfig::SQLITE> $<BUILD_INTERFACE:PkgConfig::URIPARSER>)
+    $<BUILD_INTERFACE:PkgConfig::CURL> $<BUILD_INTERFACE:PkgConfig::SQLITE>)
   target_link_options(kelvara PRIVATE
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/kelvara.map -Wl,--no-undefined)
   add_dependencies(kelvara kelvara_resources)

@@ -1,6 +1,6 @@
 #include <Kelvara/ads/FrequencyCappingManager.h>
 
-#include <cmath>
+#include <algorithm>
 
 #include <nlohmann/json.hpp>
 
@@ -15,12 +15,7 @@ namespace {
 constexpr double kHour = 3600;
 constexpr double kDay = 86400;
 
-double now() { return Runtime::current().platform().clock->now(); }
-
-std::int64_t wholeSeconds(double seconds) {
-  if (!(std::abs(seconds) < 0x1p63)) fatal("a time since the last no-fill beyond 64 bits");
-  return static_cast<std::int64_t>(seconds);
-}
+const Clock& deviceClock() { return *Runtime::current().platform().clock; }
 
 /// Counts one impression in the window that began at `windowBegan`, or in a new one.
 void countImpression(std::int64_t& count, double& windowBegan, double windowLength, double now) {
@@ -53,20 +48,17 @@ Result<void> FrequencyCappingManager::shouldRequestAdUnit(const std::string& adU
   if (!application)
     return failure(SDKHelper::Error::error(KVAErrorCodes::unknown, "Unknown error."));
 
-  const std::int64_t elapsed = wholeSeconds(now() - *lastNofill);
+  const auto elapsed = static_cast<std::int64_t>(deviceClock().monotonicNow() - *lastNofill);
   const std::int64_t sleepOnNofill = application->setting.sleepOnNofill;
   if (sleepOnNofill < elapsed) return {};
 
-  std::int64_t remaining = 0;
-  if (__builtin_sub_overflow(sleepOnNofill, elapsed, &remaining))
-    fatal("a wait after a no-fill beyond 64 bits");
-  return failure(
-      SDKHelper::Error::error(KVAErrorCodes::requestTooSoon,
-                              "Wait " + std::to_string(remaining) + " seconds for ad request."));
+  return failure(SDKHelper::Error::error(
+      KVAErrorCodes::requestTooSoon,
+      "Wait " + std::to_string(sleepOnNofill - elapsed) + " seconds for ad request."));
 }
 
 void FrequencyCappingManager::trackNofill(const std::string& adUnit) {
-  state_.with([&](State& state) { state.lastNofills[adUnit] = now(); });
+  state_.with([&](State& state) { state.lastNofills[adUnit] = deviceClock().monotonicNow(); });
 }
 
 bool FrequencyCappingManager::shouldShow(const Plan& plan) {
@@ -75,7 +67,7 @@ bool FrequencyCappingManager::shouldShow(const Plan& plan) {
   const FrequencyCappingMember member = memberFor(plan.planId);
   if (member.lastHourlyImpressionAt == 0 && member.lastDailyImpressionAt == 0) return true;
 
-  const double time = now();
+  const double time = deviceClock().now();
   if (plan.frequencyCapHourly != 0 && member.lastHourlyImpressionAt != 0 &&
       time < member.lastHourlyImpressionAt + kHour &&
       plan.frequencyCapHourly <= member.hourlyImpressionCount)
@@ -94,7 +86,8 @@ void FrequencyCappingManager::trackImpression(const std::optional<std::string>& 
   state_.with([&](State& state) {
     const auto* found = state.fcMembers.find(*planId);
     auto member = found ? *found : FrequencyCappingMember{.planId = *planId};
-    const double time = now();
+    const double time = deviceClock().now();
+    member.endFuture(time);
     countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour, time);
     countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, time);
     state.fcMembers.put(member);
@@ -112,16 +105,24 @@ void FrequencyCappingManager::trackBidUsed(const std::string& bidId) {
 
 FrequencyCappingManager::FrequencyCappingMember FrequencyCappingManager::memberFor(
     const std::string& planId) {
-  bool isNew = false;
+  bool isChanged = false;
   auto member = state_.with([&](State& state) {
-    if (const auto* found = state.fcMembers.find(planId)) return *found;
-    isNew = true;
-    const FrequencyCappingMember made{.planId = planId};
-    state.fcMembers.put(made);
-    return made;
+    const auto* found = state.fcMembers.find(planId);
+    auto current = found ? *found : FrequencyCappingMember{.planId = planId};
+    const bool isCorrected = current.endFuture(deviceClock().now());
+    isChanged = !found || isCorrected;
+    if (isChanged) state.fcMembers.put(current);
+    return current;
   });
-  if (isNew) serializeMembers();
+  if (isChanged) serializeMembers();
   return member;
+}
+
+bool FrequencyCappingManager::FrequencyCappingMember::endFuture(double now) {
+  if (lastHourlyImpressionAt <= now && lastDailyImpressionAt <= now) return false;
+  lastHourlyImpressionAt = std::min(lastHourlyImpressionAt, now);
+  lastDailyImpressionAt = std::min(lastDailyImpressionAt, now);
+  return true;
 }
 
 void FrequencyCappingManager::serializeMembers() {

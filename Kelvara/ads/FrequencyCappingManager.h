@@ -48,6 +48,9 @@ class FrequencyCappingManager {
     double lastHourlyImpressionAt = 0;
     double lastDailyImpressionAt = 0;
 
+    /// Windows that began after `now`, while the clock was ahead, begin now: they end like others.
+    /// Whether there was one.
+    bool endFuture(double now);
     static Result<FrequencyCappingMember> decode(const Json& json);
     std::string encoded() const;
   };
@@ -76,7 +79,7 @@ class FrequencyCappingManager {
 
   struct State {
     Members fcMembers;
-    std::map<std::string, double> lastNofills;  ///< seconds since 1970 by ad unit
+    std::map<std::string, double> lastNofills;  ///< on the monotonic clock, by ad unit
     std::unordered_set<std::string> lastUsedBidResponses;
   };
 

@@ -23,7 +23,7 @@ class Request {
   std::string path;  ///< under the API base, such as "/init"
   RequestMethod method;
   std::map<std::string, std::string> headers;
-  /// The URL's query. Written as it stands, so the values are safe in a URL; absent ones are left
+  /// The URL's query, written as it is: the caller makes the values safe. Absent ones are left
   /// out.
   std::map<std::string, std::optional<std::string>> parameters;
   /// The JSON body of a post: an object; null stands for an absent value.

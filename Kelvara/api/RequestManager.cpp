@@ -25,28 +25,38 @@ std::optional<Response<T>> decodeEnvelope(const std::optional<Bytes>& data) {
   return *std::move(response);
 }
 
+constexpr const char* kRegisterPath = "/register";
+
+/// What the reply's handling depends on.
+struct Call {
+  RequestMethod method;
+  std::string path;
+};
+
 template <class T>
-void complete(const Response<T>& response, Completion<Result<std::optional<T>>>& completion) {
+void complete(const Call& call, const Response<T>& response,
+              Completion<Result<std::optional<T>>>& completion) {
   if (response.isSuccess) return completion(response.data);
   if (!response.error)
     return completion(
         failure(SDKHelper::Error::error(KVAErrorCodes::unknown, "Unknown parse error.")));
   const Error error = response.error->error();
-  if (error.code() == SDKHelper::GenericErrorCodes::userNotFound)
+  // A registration names no user; logging out after it would register again without end.
+  if (error.code() == SDKHelper::GenericErrorCodes::userNotFound && call.path != kRegisterPath)
     Runtime::current().get<ServerEvents>().userNotFound();
   completion(failure(error));
 }
 
 template <class T>
-void handle(RequestMethod method, const URLSession::Outcome& outcome,
+void handle(const Call& call, const URLSession::Outcome& outcome,
             Completion<Result<std::optional<T>>> completion) {
   const auto response = decodeEnvelope<T>(outcome.data);
   if (!response)
     return completion(failure(
         outcome.error ? *outcome.error
                       : SDKHelper::Error::error(KVAErrorCodes::unknown, "Unknown network error.")));
-  complete(*response, completion);
-  if (method == RequestMethod::post && response->time > 0) {
+  complete(call, *response, completion);
+  if (call.method == RequestMethod::post && response->time > 0) {
     Log::d("Server time: " + std::to_string(response->time));
     Runtime::current().get<ServerEvents>().serverTime(response->time);
   }
@@ -58,9 +68,10 @@ void send(Request request, Completion<Result<std::optional<T>>> completion) {
   request.headers["Accept"] = "application/json";
   request.headers["Content-Type"] = "application/json";
   Runtime::current().platform().urlSession->send(
-      request.urlRequest(), [method = request.method, completion = std::move(completion)](
-                                URLSession::Outcome outcome) mutable {
-        handle<T>(method, outcome, std::move(completion));
+      request.urlRequest(),
+      [call = Call{request.method, request.path},
+       completion = std::move(completion)](URLSession::Outcome outcome) mutable {
+        handle<T>(call, outcome, std::move(completion));
       });
 }
 
@@ -95,6 +106,9 @@ Request post(std::string path, Json body) {
 }
 
 Request get(std::string path, std::map<std::string, std::optional<std::string>> parameters) {
+  // The host and the server write these values, and a request writes them as they are.
+  for (auto& [key, value] : parameters)
+    if (value) value = addingPercentEncoding(*value);
   Request request(std::move(path), RequestMethod::get);
   request.parameters = std::move(parameters);
   return request;
@@ -121,7 +135,7 @@ void RequestManager::startSDK(std::map<std::string, std::optional<std::string>> 
 }
 
 void RequestManager::register_(const User& user, Completion<Result<RegisterResponse>> completion) {
-  sendForPayload(post("/register", user.dictionaryValue()), "Unknown register error.",
+  sendForPayload(post(kRegisterPath, user.dictionaryValue()), "Unknown register error.",
                  std::move(completion));
 }
 

@@ -21,7 +21,8 @@ namespace kva {
 /// What a reply tells beside its payload, for whoever keeps the user and the clock. Called on the
 /// session's thread. Kept by the runtime.
 struct ServerEvents {
-  std::function<void()> userNotFound;            ///< before the call's completion
+  /// Before the call's completion; not for a registration.
+  std::function<void()> userNotFound;
   std::function<void(std::int64_t)> serverTime;  ///< after it; milliseconds since 1970
 };
 

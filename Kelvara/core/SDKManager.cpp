@@ -38,6 +38,7 @@ void SDKManager::start(const std::string& appId, Completion<std::optional<Error>
     if (state.initStatus != InitStatus::notInitialized) return true;
     if (isValid) {
       state.initStatus = InitStatus::initializing;
+      state.isNetworkBack = false;
       state.appId = appId;
     }
     return false;
@@ -51,9 +52,9 @@ void SDKManager::start(const std::string& appId, Completion<std::optional<Error>
 
   if (!isReachable()) {
     Log::e("Wait connection for initialization.");
-    state_.with([](State& state) { state.initStatus = InitStatus::notInitialized; });
-    return completion(
-        SDKHelper::Error::error(KVAErrorCodes::noInternetConnection, "No internet connection."));
+    return failStart(
+        SDKHelper::Error::error(KVAErrorCodes::noInternetConnection, "No internet connection."),
+        std::move(completion));
   }
 
   RequestManager::startSDK({{"aid", appId},
@@ -71,8 +72,7 @@ void SDKManager::finishStart(Result<Application> result,
                              Completion<std::optional<Error>> completion) {
   if (!result) {
     Log::e("Init error: " + result.error().localizedDescription());
-    state_.with([](State& state) { state.initStatus = InitStatus::notInitialized; });
-    return completion(result.error());
+    return failStart(result.error(), std::move(completion));
   }
   const Application& application = *result;
   Log::i("Application initalized: " + application.applicationId);
@@ -87,7 +87,27 @@ void SDKManager::finishStart(Result<Application> result,
   completion(std::nullopt);
 }
 
+void SDKManager::failStart(const Error& error, Completion<std::optional<Error>> completion) {
+  const bool isNetworkBack = state_.with([](State& state) {
+    state.initStatus = InitStatus::notInitialized;
+    return state.isNetworkBack;
+  });
+  completion(error);
+  // The change that would have started it again came too early.
+  if (isNetworkBack) startAgain();
+}
+
 void SDKManager::reachabilityChanged() {
+  const bool isThere = isReachable();
+  const bool isStarting = state_.with([&](State& state) {
+    // The first notification is no change: it says what the network is like.
+    state.isNetworkBack = std::exchange(state.isNetworkKnown, true) && isThere;
+    return state.initStatus == InitStatus::initializing;
+  });
+  if (!isStarting) startAgain();
+}
+
+void SDKManager::startAgain() {
   if (!isReachable()) return;
   const auto appId = state_.with([](const State& state) {
     return state.initStatus == InitStatus::notInitialized ? state.appId : std::nullopt;

@@ -43,10 +43,15 @@ class SDKManager {
     std::optional<std::string> userId;
     std::optional<Application> application;
     InitStatus initStatus = InitStatus::notInitialized;
+    bool isNetworkKnown = false;
+    bool isNetworkBack = false;  ///< it has changed since the last start began, and is there
   };
 
   void finishStart(Result<Application> result, Completion<std::optional<Error>> completion);
+  void failStart(const Error& error, Completion<std::optional<Error>> completion);
   void reachabilityChanged();
+  /// Starts with the last id, unless a start is under way or done, or there is no network.
+  void startAgain();
 
   Guarded<State> state_;
   std::shared_ptr<Reachability> reachability_;

@@ -26,6 +26,13 @@ void FullscreenAd::setStatus(AdStatus adStatus) {
   state_.with([&](State& state) { state.adStatus = adStatus; });
 }
 
+void FullscreenAd::setStatusOfShow(const FullscreenAdVC* controller, AdStatus adStatus) {
+  state_.with([&](State& state) {
+    const bool isShow = state.adStatus == AdStatus::willShow || state.adStatus == AdStatus::shown;
+    if (isShow && state.fullscreenVC.get() == controller) state.adStatus = adStatus;
+  });
+}
+
 bool FullscreenAd::hasStatus(AdStatus adStatus) const {
   return state_.with([&](const State& state) { return state.adStatus == adStatus; });
 }
@@ -83,32 +90,34 @@ void FullscreenAd::fullscreenAdFailed(FullscreenAdVC&, const Error& error) {
 }
 
 void FullscreenAd::showAdFrom(ViewController& host) {
-  const bool isAccepted = state_.with([](State& state) {
+  Show show;
+  const bool isAccepted = state_.with([&](State& state) {
     if (state.adStatus != AdStatus::loaded) return false;
     state.adStatus = AdStatus::willShow;
+    show = {.controller = state.fullscreenVC, .bidResponse = state.bidResponse};
     return true;
   });
   if (!isAccepted) {
     return tell(AdEvent::didFailToPresent,
                 SDKHelper::Error::error(KVAErrorCodes::adNotReady, "Ad isn't ready."));
   }
-  const auto controller = state_.with([](State& state) { return state.fullscreenVC; });
+  const auto controller = show.controller.lock();
   if (!controller) return;
-  controller->show(host, [weak = weak_from_this()](const Result<bool>& result) {
-    if (auto self = weak.lock()) self->didShow(result);
+  controller->show(host, [weak = weak_from_this(), show](const Result<bool>& result) {
+    if (auto self = weak.lock()) self->didShow(show, result);
   });
 }
 
-void FullscreenAd::didShow(const Result<bool>& result) {
+void FullscreenAd::didShow(const Show& show, const Result<bool>& result) {
+  const auto controller = show.controller.lock();
   if (!result) {
-    setStatus(AdStatus::idle);
+    setStatusOfShow(controller.get(), AdStatus::idle);
     return tell(AdEvent::didFailToPresent, result.error());
   }
-  setStatus(AdStatus::shown);
+  setStatusOfShow(controller.get(), AdStatus::shown);
   tell(AdEvent::didPresent);
-  const auto bidResponse = state_.with([](State& state) { return state.bidResponse; });
   FrequencyCappingManager::shared().trackImpression(
-      bidResponse ? std::optional(bidResponse->planId()) : std::nullopt);
+      show.bidResponse ? std::optional(show.bidResponse->planId()) : std::nullopt);
 }
 
 void FullscreenAd::fullscreenAdClicked(FullscreenAdVC&) { tell(AdEvent::didClick); }
@@ -117,12 +126,13 @@ void FullscreenAd::fullscreenAdRewardEarned(FullscreenAdVC&) {
   if (adType_ == AdType::rewarded) tell(AdEvent::didComplete);
 }
 
-void FullscreenAd::fullscreenAdDismissed(FullscreenAdVC&) {
-  const auto controller = state_.with([](State& state) {
-    state.adStatus = AdStatus::idle;
-    return std::exchange(state.fullscreenVC, nullptr);
+void FullscreenAd::fullscreenAdDismissed(FullscreenAdVC& dismissed) {
+  setStatusOfShow(&dismissed, AdStatus::idle);
+  const auto controller = state_.with([&](State& state) {
+    const bool isReplaced = state.fullscreenVC.get() != &dismissed;
+    return isReplaced ? nullptr : std::exchange(state.fullscreenVC, nullptr);
   });
-  if (controller) controller->setDelegate({});
+  dismissed.setDelegate({});
   tell(AdEvent::didDismiss);
 }
 

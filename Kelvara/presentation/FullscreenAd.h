@@ -47,7 +47,8 @@ class FullscreenAd : public AdLoaderDelegate,
     });
   }
   /// Begins anew whatever has been before. A creative that is still being prepared when the ad of
-  /// a later load arrives gives way to it unheard.
+  /// a later load arrives gives way to it unheard. One on screen stays there, and its end leaves
+  /// the later load alone.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
   void showAdFrom(ViewController& host);
   bool isLoaded() const;
@@ -78,9 +79,17 @@ class FullscreenAd : public AdLoaderDelegate,
     std::shared_ptr<FullscreenAdVC> fullscreenVC;
   };
 
+  /// What is shown: a load in the meantime changes the state.
+  struct Show {
+    std::weak_ptr<FullscreenAdVC> controller;
+    std::shared_ptr<KVABidResponse> bidResponse;
+  };
+
   void setupFullscreenVC(Ad ad);
-  void didShow(const Result<bool>& result);
+  void didShow(const Show& show, const Result<bool>& result);
   void setStatus(AdStatus adStatus);
+  /// Unless a later load has begun, whose status it is then.
+  void setStatusOfShow(const FullscreenAdVC* controller, AdStatus adStatus);
   bool hasStatus(AdStatus adStatus) const;
   void tell(AdEvent event, const std::optional<Error>& error = std::nullopt);
 

@@ -12,7 +12,6 @@ KVAAd::KVAAd(std::shared_ptr<FullscreenAd> fullscreenAd) : fullscreenAd_(std::mo
 KVAAd::~KVAAd() = default;
 
 void KVAAd::loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice) {
-  if (!bidResponse) fatal("loadAd needs the bid response that has won");
   fullscreenAd_->loadAd(std::move(bidResponse), clearingPrice);
 }
 

@@ -1,5 +1,6 @@
 #include <Kelvara/reporting/ReportManager.h>
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -26,6 +27,7 @@ constexpr int kExpiryDays = 2;
 constexpr int kUnfinishedHours = 1;
 /// How far back the last upload counts on a first launch.
 constexpr double kSecondsSinceUpload = 4;
+constexpr double kShortestInterval = 1;
 
 const Platform& platform() { return Runtime::current().platform(); }
 
@@ -54,15 +56,20 @@ ReportManager& ReportManager::shared() { return Runtime::current().get<ReportMan
 ReportManager::ReportManager() : state_(storedState()) { setupTimer(); }
 
 ReportManager::State ReportManager::storedState() {
-  const double now = platform().clock->now();
+  const Clock& clock = *platform().clock;
+  const double now = clock.monotonicNow();
+  // A stored time that is in the future, because the clock was, counts as now.
+  const double sinceUpload = std::max(
+      0.0,
+      clock.now() -
+          storedNumber(Keys::lastReportUploadedAt).value_or(clock.now() - kSecondsSinceUpload));
   return {.uploadTimer = {},
           .isUploading = false,
           .reports = ReportStore(platform().userDefaults, Keys::reports),
           .reportsForUpload = ReportStore(platform().userDefaults, Keys::reportsForUpload),
           .serverErrorCount = 1,
           .lastTrackActionAt = now,
-          .lastReportUploadedAt =
-              storedNumber(Keys::lastReportUploadedAt).value_or(now - kSecondsSinceUpload)};
+          .lastReportUploadedAt = now - sinceUpload};
 }
 
 void ReportManager::trackAction(const std::string& bidId, const BidReportAction& reportAction) {
@@ -75,7 +82,7 @@ void ReportManager::trackAction(const std::string& bidId, const BidReportAction&
     const BidReport* known = state.reports.find(bidId);
     BidReport report = known ? *known : BidReport{.bidId = bidId, .createdAt = now};
     report.apply(reportAction, serverTime);
-    state.lastTrackActionAt = now;
+    state.lastTrackActionAt = platform().clock->monotonicNow();
     state.reports.set(std::move(report));
     state.reports.persist();
   });
@@ -85,8 +92,9 @@ void ReportManager::setupTimer() {
   const auto application = SDKManager::shared().application();
   if (!application) fatal("the report timer was set up before there was an application record");
   const auto exponent = state_.with([](State& state) { return state.serverErrorCount; });
-  const double interval = std::pow(static_cast<double>(application->setting.statsSendPeriod),
-                                   static_cast<double>(exponent));
+  const double period = static_cast<double>(application->setting.statsSendPeriod);
+  const double interval =
+      std::max(kShortestInterval, std::pow(period, static_cast<double>(exponent)));
   Timer timer = platform().runLoop->schedule(interval, Repeats::yes,
                                              [] { ReportManager::shared().uploadTimerTick(); });
   // The old timer goes outside of the guard.
@@ -113,10 +121,8 @@ void ReportManager::finishUpload(const Result<bool>& result) {
   setUploading(false);
   if (!result) return backOff(result.error());
   Log::d("ReportManager: report uploaded.");
-  const double now = platform().clock->now();
   state_.with([&](State& state) {
-    state.lastReportUploadedAt = now;
-    platform().userDefaults->set(Keys::lastReportUploadedAt, now);
+    setLastReportUploaded(state);
     // The timer stays: an interval that errors have grown lasts until the next one.
     state.serverErrorCount = 1;
   });
@@ -136,10 +142,12 @@ void ReportManager::backOff(const Error& error) {
 
 std::vector<BidReport> ReportManager::preparedReportsForUpload() {
   const Clock& clock = *platform().clock;
-  const double cutoff = clock.addingDays(clock.now(), -kExpiryDays);
+  const double now = clock.now();
+  const double cutoff = clock.addingDays(now, -kExpiryDays);
   return state_.with([&](State& state) {
     std::vector<BidReport> batch;
     if (state.lastReportUploadedAt > state.lastTrackActionAt) return batch;
+    state.reports.endFuture(now);
     state.reportsForUpload.merge(state.reports);
     for (const auto& [bidId, entry] : state.reportsForUpload.entries())
       batch.push_back(entry.report);
@@ -172,15 +180,19 @@ void ReportManager::validateUploadedReports() {
 }
 
 void ReportManager::resetReports() {
-  const double now = platform().clock->now();
   state_.with([&](State& state) {
-    state.lastReportUploadedAt = now;
-    platform().userDefaults->set(Keys::lastReportUploadedAt, now);
+    setLastReportUploaded(state);
     state.reports.clear();
     state.reports.persist();
     state.reportsForUpload.clear();
     state.reportsForUpload.persist();
   });
+}
+
+void ReportManager::setLastReportUploaded(State& state) {
+  const Clock& clock = *platform().clock;
+  state.lastReportUploadedAt = clock.monotonicNow();
+  platform().userDefaults->set(Keys::lastReportUploadedAt, clock.now());
 }
 
 void ReportManager::setUploading(bool isUploading) {

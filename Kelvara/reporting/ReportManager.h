@@ -36,7 +36,7 @@ class ReportManager {
     ReportStore reports;
     ReportStore reportsForUpload;
     std::int64_t serverErrorCount = 1;  ///< 1 when healthy
-    // Seconds since 1970.
+    // On the monotonic clock.
     double lastTrackActionAt;
     double lastReportUploadedAt;
   };
@@ -50,6 +50,7 @@ class ReportManager {
   std::vector<BidReport> preparedReportsForUpload();
   void validateUploadedReports();
   void resetReports();
+  static void setLastReportUploaded(State& state);
   void setUploading(bool isUploading);
 
   Guarded<State> state_;

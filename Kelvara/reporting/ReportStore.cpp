@@ -53,6 +53,14 @@ void ReportStore::merge(const ReportStore& other) {
   for (const auto& [bidId, entry] : other.entries_) entries_.insert_or_assign(bidId, entry);
 }
 
+void ReportStore::endFuture(double now) {
+  for (auto& [bidId, stored] : entries_) {
+    if (stored.report.createdAt <= now) continue;
+    stored.report.createdAt = now;
+    stored = entry(std::move(stored.report));
+  }
+}
+
 void ReportStore::remove(const std::string& bidId) { entries_.erase(bidId); }
 
 void ReportStore::clear() { entries_.clear(); }

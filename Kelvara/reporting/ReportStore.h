@@ -29,6 +29,8 @@ class ReportStore {
   void set(BidReport report);
   /// Everything that `other` holds, in place of what is here under the same bid.
   void merge(const ReportStore& other);
+  /// Reports made after `now`, while the clock was ahead, count as made now: they still expire.
+  void endFuture(double now);
   void remove(const std::string& bidId);
   void clear();
 

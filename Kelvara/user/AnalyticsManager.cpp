@@ -26,20 +26,33 @@ AnalyticsManager& AnalyticsManager::shared() { return Runtime::current().get<Ana
 
 AnalyticsManager::AnalyticsManager()
     : state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
+                   .registrations = {},
                    .deltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime).value_or(0)}) {}
 
 void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
-  if (isRegistered()) return completion(std::nullopt);
-  RequestManager::register_(
-      defaultUser_, [this, completion = std::move(completion)](auto response) mutable {
-        if (!response) {
-          Log::e("Register error: " + response.error().localizedDescription());
-          return completion(response.error());
-        }
-        Log::d("Register success: " + response->userId);
-        accept(response->userId);
-        completion(std::nullopt);
-      });
+  enum class Next { complete, wait, send };
+  const auto next = state_.with([&](State& state) {
+    if (state.userId) return Next::complete;
+    state.registrations.push_back(std::move(completion));
+    return state.registrations.size() == 1 ? Next::send : Next::wait;
+  });
+  if (next == Next::complete) return completion(std::nullopt);
+  if (next == Next::wait) return;
+  RequestManager::register_(defaultUser_, [this](auto response) {
+    if (!response) {
+      Log::e("Register error: " + response.error().localizedDescription());
+      return completeRegistrations(response.error());
+    }
+    Log::d("Register success: " + response->userId);
+    accept(response->userId);
+    completeRegistrations(std::nullopt);
+  });
+}
+
+void AnalyticsManager::completeRegistrations(const std::optional<Error>& error) {
+  auto completions =
+      state_.with([](State& state) { return std::exchange(state.registrations, {}); });
+  for (auto& completion : completions) completion(error);
 }
 
 void AnalyticsManager::updateIfNeeded() {

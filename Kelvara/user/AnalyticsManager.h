@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <Kelvara/Error.h>
 #include <Kelvara/base/Completion.h>
@@ -21,12 +22,12 @@ class AnalyticsManager {
   AnalyticsManager();
 
   /// Registers the user unless that has been done, in which case `completion` runs at once, with
-  /// no error. Otherwise it runs on the session's thread. Two calls at once may both register; the
-  /// later answer holds.
+  /// no error. Otherwise it runs on the session's thread. A call during a registration sends
+  /// nothing and completes with the answer to that one.
   void register_(Completion<std::optional<Error>> completion);
   /// Sends the record of a registered user if it differs from the last one that was accepted.
   void updateIfNeeded();
-  /// Forgets the user, whom the server does not know, and registers anew at once.
+  /// Forgets the user, whom the server does not know, and registers again at once.
   void logout();
 
   /// Sets this device's clock against the server's `serverTime`, milliseconds since 1970. A
@@ -42,10 +43,13 @@ class AnalyticsManager {
  private:
   struct State {
     std::optional<std::string> userId;
+    /// Of the registration that is under way; empty when there is none.
+    std::vector<Completion<std::optional<Error>>> registrations;
     std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds
   };
   void setUserId(std::optional<std::string> userId);
   void accept(const std::string& userId);
+  void completeRegistrations(const std::optional<Error>& error);
 
   const User defaultUser_;
   Guarded<State> state_;

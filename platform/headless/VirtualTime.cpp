@@ -136,6 +136,10 @@ double VirtualTime::now() const {
       [](const auto& all) { return all.wallAtBeginning + toSeconds(all.elapsed); });
 }
 
+double VirtualTime::monotonicNow() const {
+  return state_->all.with([](const auto& all) { return toSeconds(all.elapsed); });
+}
+
 void VirtualTime::setNow(double secondsSince1970) {
   state_->all.with(
       [&](auto& all) { all.wallAtBeginning = secondsSince1970 - toSeconds(all.elapsed); });

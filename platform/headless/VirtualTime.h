@@ -40,6 +40,8 @@ class VirtualTime final : public RunLoop, public Clock {
   Timer schedule(double seconds, Repeats repeats, Task fire) override;
 
   double now() const override;
+  /// Virtual time: it follows `advance`, not the wall clock's changes.
+  double monotonicNow() const override;
   /// In the time zone of the process (TZ).
   double addingDays(double time, int days) const override;
   double addingHours(double time, int hours) const override;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <ctime>
 #include <utility>
 
 #include <dlfcn.h>
@@ -53,6 +54,12 @@ std::filesystem::path libraryFile() {
 double LinuxClock::now() const {
   using Seconds = std::chrono::duration<double>;
   return Seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+double LinuxClock::monotonicNow() const {
+  timespec time{};
+  clock_gettime(CLOCK_BOOTTIME, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 double LinuxClock::addingDays(double time, int days) const {

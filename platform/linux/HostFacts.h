@@ -14,6 +14,7 @@ namespace kva {
 class LinuxClock final : public Clock {
  public:
   double now() const override;
+  double monotonicNow() const override;
   double addingDays(double time, int days) const override;
   double addingHours(double time, int hours) const override;
 };

@@ -33,12 +33,13 @@ TEST_F(Ads, NeedEachRequiredMemberWellTypedAndOfAKnownCase) {
     EXPECT_FALSE(adWithout(member)) << member;
     EXPECT_FALSE(adWith(member, Json::array({5.5}))) << member;
   }
-  for (const char* member : {"/crea/adt", "/crea/ctyp", "/fls/0/ftyp", "/fls/0/furl"})
+  for (const char* member : {"/crea/adt", "/crea/ctyp", "/fls/0/ftyp"})
     EXPECT_FALSE(adWith(member, "no case")) << member;
+  EXPECT_FALSE(adWith("/fls/0/furl", "http://["));
 }
 
 TEST_F(Ads, AreLenientWithLinksAndTexts) {
-  for (const Json& noLink : {Json(), Json(""), Json("no url"), Json(7)}) {
+  for (const Json& noLink : {Json(), Json(""), Json("http://["), Json(7)}) {
     EXPECT_EQ(adWith("/crea/curl", noLink)->creative.clickUrl, std::nullopt) << noLink;
     EXPECT_EQ(adWith("/crea/icon", noLink)->creative.iconUrl, std::nullopt) << noLink;
   }

@@ -92,18 +92,40 @@ TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {
   FrequencyCappingManager::shared().trackNofill("another");
   EXPECT_EQ(refusal(), "");
   FrequencyCappingManager::shared().trackNofill("unit");
-  const double began = h.time.now();
   for (const auto& [seconds, message] : {std::pair(12.9, "Wait 48 seconds for ad request."),
-                                         {60.9, "Wait 0 seconds for ad request."},
-                                         {61, ""},
-                                         // The user turns the clock back.
-                                         {-100, "Wait 160 seconds for ad request."}}) {
-    h.time.setNow(began + seconds);
-    EXPECT_EQ(refusal(), message) << seconds;
+                                         {48.0, "Wait 0 seconds for ad request."},
+                                         {0.1, ""}}) {
+    h.time.advance(seconds);
+    for (const double clockJump : {-86400.0, 2 * 86400.0}) {
+      h.time.setNow(h.time.now() + clockJump);
+      EXPECT_EQ(refusal(), message) << seconds << " " << clockJump;
+    }
   }
   restart();
   FrequencyCappingManager::shared().trackNofill("unit");
   EXPECT_EQ(refusal(), "Unknown error.") << "there is no application yet";
+}
+
+TEST_F(FrequencyCapping, ImpressionsOfAClockThatWasAheadCountFromNow) {
+  const double ahead = 20 * 3600;
+  for (const auto& plan : {hourly, daily}) {
+    h.defaults.remove(kKey);
+    launch();
+    h.time.setNow(h.time.now() + ahead);
+    impress(3);
+    h.time.setNow(h.time.now() - ahead);
+    EXPECT_FALSE(shouldShow(plan));
+    h.time.advance(1800);
+    launch();
+    EXPECT_FALSE(shouldShow(plan));
+    h.time.advance(1801);
+    EXPECT_TRUE(shouldShow(plan)) << "an hour has passed, with a restart in it";
+  }
+  h.time.setNow(h.time.now() + 10 * ahead);
+  impress();
+  h.time.setNow(h.time.now() - 9 * ahead);
+  impress();
+  EXPECT_EQ(stored()[0]["lastDailyImpressionAt"], h.time.now());
 }
 
 TEST_F(FrequencyCapping, NothingThatThreadsCountIsLostInTheStore) {

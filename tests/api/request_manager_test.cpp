@@ -43,7 +43,7 @@ TEST_F(RequestManagerTest, WritesAQueryAsItStandsAndABodyForAPostOnly) {
   get.body = {{"ignored", true}};
   EXPECT_EQ(get.urlRequest().url.absoluteString(), "https://api.test/api/v1/template?a=1&c=x");
   EXPECT_FALSE(get.urlRequest().body);
-  get.parameters["c"] = "a space";
+  get.parameters["c"] = "\xff";
   EXPECT_DEATH(get.urlRequest(), "Unexpectedly found nil while unwrapping an Optional value");
 
   Request post("/track", RequestMethod::post);
@@ -53,6 +53,23 @@ TEST_F(RequestManagerTest, WritesAQueryAsItStandsAndABodyForAPostOnly) {
   post.body = {{"a", "\xff"}};
   EXPECT_FALSE(post.urlRequest().body);
   EXPECT_EQ(h.output.count("<KVA> [E]: Request body parse: "), 1);
+}
+
+TEST_F(RequestManagerTest, LetsNoTextOfAHostOrAServerChangeAQuery) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"com.example.game-1_0~/:@,'()*$!?", "com.example.game-1_0~/:@,'()*$!?"},
+      {"2.0 (45)", "2.0%20(45)"},
+      {"1&aid=x", "1%26aid%3Dx"},
+      {"a+b;c#d%41|ü\xff", "a%2Bb%3Bc%23d%2541%7C%C3%BC%FF"},
+  };
+  for (const auto& [value, written] : cases) {
+    RequestManager::startSDK({{"appv", value}}, [](auto) {});
+    RequestManager::getTemplate("a", value, 3, [](auto) {});
+    EXPECT_THAT(h.server.lastRequest("/init").query, ElementsAre(Pair("appv", written)));
+    EXPECT_THAT(h.server.lastRequest("/template").query,
+                ElementsAre(Pair("aid", "a"), Pair("tmpl", written), Pair("tver", "3")));
+  }
+  h.time.advance(1);
 }
 
 TEST_F(RequestManagerTest, UnwrapsEveryEnvelopeAsItsRulesSay) {
@@ -82,6 +99,11 @@ TEST_F(RequestManagerTest, TellsOfAnUnknownUserBeforeTheCompletionAndOfThePostsT
   RequestManager::getTemplate("a", "t", {}, [](auto) {});
   h.time.advance(1);
   EXPECT_FALSE(hasTime()) << "a get reply's time was taken";
+
+  h.server.reply("/register", headless::errorEnvelope(404, "who?"));
+  RequestManager::register_(User(), [](auto) {});
+  h.time.advance(1);
+  EXPECT_EQ(user(), "first") << "a registration names no user that could be unknown";
 
   h.server.reply("/register", envelope(R"({"uid":"second"})"));
   h.server.reply("/bid/stats", headless::errorEnvelope(404, "who?", 5));

@@ -67,6 +67,52 @@ TEST(Md5Value, IsLowerCaseHexadecimal) {
   EXPECT_EQ(md5Value("a\0b"s), "70350f6027bce3713f6b76473084309b");
 }
 
+TEST(URL, IsReadAsBrowsersReadIt) {
+  const struct {
+    std::string text, absolute;  ///< the same when empty
+    std::optional<std::string> host, query;
+  } cases[] = {
+      {"HTTP://u@A.B:80/%61%2b;x/?%61=%2b&x=1&#f?#", "", "A.B", "%61=%2b&x=1&"},
+      {"mraid://%6fpen?url=https%3A%2F%2Fa.b", "", "%6fpen", "url=https%3A%2F%2Fa.b"},
+      {"x://[::1]:9/", "", "::1", {}},
+      {"intent://x#Intent;end?", "", "x", {}},
+      {"https://a.b?u=//c@d:e", "", "a.b", "u=//c@d:e"},
+      {"//a/b", "", "a", {}},
+      {"?", "", {}, ""},
+      {"about:blank", "", {}, {}},
+      {"data:text/html,'a'", "", {}, {}},
+
+      {"https://a.b/?s=300x250|320x50", "https://a.b/?s=300x250%7C320x50", "a.b",
+       "s=300x250%7C320x50"},
+      {R"(https://a.b/{c} \ü?{\}=100%&%zz"<>^`#|)",
+       "https://a.b/%7Bc%7D%20/%C3%BC?%7B%5C%7D=100%25&%25zz%22%3C%3E%5E%60#%7C", "a.b",
+       "%7B%5C%7D=100%25&%25zz%22%3C%3E%5E%60"},
+      {"\n https://a\t.b/\r\nc\x01 ", "https://a.b/c", "a.b", {}},
+      {R"(https:\\a.b\@c.d/)", "https://a.b/@c.d/", "a.b", {}},
+      {"http://u:p@Bücher.example:80/",
+       "http://u:p@xn--bcher-kva.example:80/",
+       "xn--bcher-kva.example",
+       {}},
+      {"https://%C3%BC.de?ü", "https://xn--tda.de?%C3%BC", "xn--tda.de", "%C3%BC"},
+      {"mraid://ü", "mraid://%C3%BC", "%C3%BC", {}},
+      {"a b", "a%20b", {}, {}},
+  };
+  for (const auto& [text, absolute, host, query] : cases) {
+    SCOPED_TRACE(text);
+    const auto url = URL::parse(text);
+    ASSERT_TRUE(url);
+    EXPECT_EQ(url->absoluteString(), absolute.empty() ? text : absolute);
+    EXPECT_EQ(url->host(), host);
+    EXPECT_EQ(url->query(), query);
+    EXPECT_EQ(URL::parse(url->absoluteString()), url);
+  }
+  for (const std::string& unreadable :
+       {""s, " \t\n"s, "http://["s, "http://[::1]x/"s, "http://a:port/"s, "http://a:65536/"s,
+        "http://a b/"s, "http://a%2Fb/"s, "http://a\0b/"s, "http://a／b/"s, "http://a<b>/"s,
+        "\xff"s, "http://a/\xc3"s})
+    EXPECT_FALSE(URL::parse(unreadable)) << unreadable;
+}
+
 TEST(QueryDictionary, DecodesValuesAndStopsTheProcessOnWhatTheCheckRefuses) {
   const auto dictionary = [](const char* url) { return queryDictionary(*URL::parse(url)); };
   EXPECT_THAT(*dictionary("a://b?a=1&b=x%20y+z"), ElementsAre(Pair("a", "1"), Pair("b", "x y z")));

@@ -87,6 +87,30 @@ TEST_F(StartTest, TriesAgainByItselfAtEveryChangeOfTheNetworkUntilItSucceeds) {
   EXPECT_THAT(heard, ElementsAre(14, 4, 7)) << "the host hears nothing of what starts by itself";
 }
 
+TEST_F(StartTest, TriesAgainWhenTheNetworkCameBackDuringARequestThatThenFailed) {
+  const auto fail = headless::failure(URLError::networkConnectionLost);
+  h.server.reply("/init", fail, 5);
+  start();
+  h.time.advance(20);
+  EXPECT_EQ(h.server.count("/init"), 1) << "the network has not changed";
+  setNetwork(false);
+  setNetwork(true);
+  setNetwork(false);
+  h.time.advance(20);
+  EXPECT_EQ(h.server.count("/init"), 2) << "the network has gone again";
+
+  setNetwork(true);
+  h.reachability.setFlags(0);
+  h.reachability.setFlags(h.reachability.kReachable);
+  h.time.advance(4.5);
+  EXPECT_EQ(h.server.count("/init"), 4);
+  h.time.advance(20);
+  EXPECT_EQ(h.server.count("/init"), 4) << "one change, one more attempt";
+  EXPECT_THAT(heard, ElementsAre(1005));
+  EXPECT_EQ(h.output.count("<KVA> [E]: Init error: "), 4);
+  EXPECT_EQ(h.output.lines().size(), 4u);
+}
+
 TEST_F(StartTest, GoesOnWithoutNotificationsWhenReachabilityCannotStart) {
   h.reachability.fail(headless::HeadlessReachability::Operation::setCallback, 5);
   h.server.reply("/init", headless::envelope(kApplication));

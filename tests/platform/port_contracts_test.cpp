@@ -87,6 +87,10 @@ TYPED_TEST(ClockContract, AddsDaysOfTheCalendarAndHoursOfTheClock) {
   const double before = utc(2026, 3, 29, 0);
   EXPECT_DOUBLE_EQ(clock.addingHours(before, 48), before + 48 * 3600);
   EXPECT_GT(clock.now(), utc(2025, 1, 1, 0));
+
+  const double begin = clock.monotonicNow();
+  this->subject.holdUp(0.05);
+  EXPECT_GE(clock.monotonicNow() - begin, 0.049);
 }
 
 template <class Subject>

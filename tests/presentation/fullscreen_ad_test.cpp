@@ -158,6 +158,50 @@ TEST_F(FullscreenAds, HaveAnOutcomeForEachOfTwoLoadsAtOnce) {
   EXPECT_THAT(host->heard, ElementsAre("no receive 1 Ad data isn't available.", "receive"));
 }
 
+TEST_F(FullscreenAds, SurviveTheDismissalOfTheOneTheyWereLoadedUnder) {
+  // When the ad on screen is closed: its page is there and the next ad's is not yet, or both are.
+  for (const bool isNextReady : {false, true}) {
+    SCOPED_TRACE(isNextReady);
+    makeAd();
+    show();
+    h.server.reply("/bid/load", headless::envelope(adJson({}).dump()), 0.6);
+    ad->loadAd(bid(), 1.5);
+    if (isNextReady) {
+      h.time.advance(1);
+      page()->finishNavigation();
+      EXPECT_TRUE(ad->isLoaded());
+    }
+    window->pressEscape();
+    h.time.advance(0.5);
+    if (!isNextReady) {
+      EXPECT_TRUE(ad->isLoading());
+      h.time.advance(1);
+      page()->finishNavigation();
+    }
+    ASSERT_TRUE(ad->isLoaded());
+    present();
+    close();
+    auto order = std::vector<std::string>{"receive", "present", "dismiss", "receive"};
+    if (isNextReady) std::swap(order[2], order[3]);
+    order.insert(order.end(), {"present", "dismiss"});
+    EXPECT_EQ(host->heard, order);
+    expectNothingLeft();
+  }
+}
+
+TEST_F(FullscreenAds, CountAnImpressionForTheirPlanAlthoughAnotherLoadHasBegun) {
+  loadPage();
+  ad->showAdFrom(*window->viewController());
+  ad->loadAd(nullptr, 1.5);
+  h.time.advance(0.5);
+  const auto counted = h.defaults.get<Bytes>(SDKHelper::UserDefaultKeys::frequencyCappingMembers);
+  ASSERT_TRUE(counted);
+  EXPECT_THAT(asText(*counted), testing::HasSubstr(kPlanId));
+  EXPECT_THAT(host->heard,
+              ElementsAre("receive", "no receive 7 Bid response isn't valid.", "present"));
+  EXPECT_TRUE(ad->isLoading());
+}
+
 TEST_F(FullscreenAds, GoWithTheirWindowAtAnyMoment) {
   struct Case {
     const char* when;

@@ -125,8 +125,8 @@ TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
     EXPECT_THAT(told(), ElementsAre("window.mraidbridge.fireErrorEvent(" + error + ");")) << url;
   }
   for (const char* url :
-       {"mraid://open?url=no%20address", "mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc",
-        "mraid://resize?width=&height=x&offsetX=-&offsetY=y", "ios-log://anything", "no address",
+       {"mraid://open?url=http%3A%2F%2F%5B", "mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc",
+        "mraid://resize?width=&height=x&offsetX=-&offsetY=y", "ios-log://anything", "http://[",
         // Nothing can be read out of these.
         "mraid://close", "mraid://open?", "mraid://open?url", "mraid:open?url=https://example.org",
         "mraid://?url=x", "kva:close", "kva://close?", "kva://close?a&b=c"})

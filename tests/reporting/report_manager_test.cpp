@@ -177,11 +177,37 @@ TEST_F(Reports, OfAnEarlierProcessAreSentOnceByTheNext) {
     tick(3);
     EXPECT_THAT(batches(), ElementsAre(ElementsAre("bid")));
   }
-  // Uploaded, by what is stored, after all that will be tracked.
+}
+
+TEST_F(Reports, GoAndExpireWhateverTheClockDoes) {
+  h.time.setNow(h.time.now() + 9 * kDay);
+  track("ahead", {Action::impression});
+  tick();
+  h.time.setNow(h.time.now() - 9 * kDay);
+  track("back", {Action::dismiss});
+  tick();
+  EXPECT_THAT(batches(), ElementsAre(ElementsAre("ahead"), ElementsAre("ahead", "back")));
   h.defaults.set(Keys::lastReportUploadedAt, static_cast<std::int64_t>(h.time.now() + kDay));
   launch();
   tick();
-  EXPECT_THAT(batches(), IsEmpty());
+  EXPECT_THAT(batches(), ElementsAre(ElementsAre("ahead")));
+  h.time.advance(kHour);
+  track("other", {Action::dismiss});
+  tick();
+  EXPECT_THAT(stored(Keys::reports), IsEmpty()) << "unfinished for an hour";
+}
+
+TEST_F(Reports, AreUploadedOnceASecondAtMost) {
+  for (const int period : {0, -5}) {
+    statsSendPeriod = period;
+    launch();
+    batches();
+    for (int i = 0; i < 40; ++i) {
+      track("bid", {Action::click});
+      h.time.advance(0.25);
+    }
+    EXPECT_THAT(batches(), testing::SizeIs(10)) << period;
+  }
 }
 
 TEST_F(Reports, TrackedOnSeveralThreadsAreAllStored) {

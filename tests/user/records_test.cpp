@@ -24,7 +24,7 @@ TEST(Application, NeedsOnlyItsIdAndItsPrivacyPolicy) {
             with(kMinimal, R"({"tids":[], "btyp":[], "bads":[], "tmpv":{}, "hasc":false,
                 "sett":{"dip":4,"nfsp":60,"sndm":true}})"));
   for (const char* broken : {R"({"aid":7})", R"({"aid":null})", R"({"pp":null})", R"({"pp":""})",
-                             R"({"pp":"no url"})", R"({"pp":true})"})
+                             R"({"pp":"http://["})", R"({"pp":true})"})
     EXPECT_FALSE(Application::decode(with(kMinimal, broken))) << broken;
   for (const char* unreadable : {
            R"({"tids":[{"idfa":"a"},{"test":true}]})",  // one bad element spoils the list

@@ -111,6 +111,26 @@ TEST_F(Registration, IsSentOnceAndAnUpdateWhenTheDeviceChanged) {
   EXPECT_EQ(updates(), 0);
 }
 
+TEST_F(Registration, IsOneAtATimeWhoeverAsksAndWhateverTheAnswer) {
+  std::vector<std::int64_t> heard;
+  const auto askTwiceAndLogOut = [&] {
+    const auto note = [&](auto error) { heard.push_back(error ? error->code() : 0); };
+    analytics().register_(note);
+    analytics().logout();
+    analytics().register_(note);
+    EXPECT_THAT(heard, testing::IsEmpty());
+    h.time.advance(60);
+    return std::exchange(heard, {});
+  };
+  h.server.reply("/register", errorEnvelope(404, "Who?"), 0.5);
+  EXPECT_THAT(askTwiceAndLogOut(), testing::ElementsAre(404, 404));
+  EXPECT_EQ(h.server.count("/register"), 1);
+  h.server.reply("/register", envelope(R"({"uid":"u1"})"), 0.5);
+  EXPECT_THAT(askTwiceAndLogOut(), testing::ElementsAre(0, 0));
+  EXPECT_EQ(h.server.count("/register"), 2);
+  EXPECT_EQ(analytics().userId(), "u1");
+}
+
 TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldNames) {
   const User user;
   user.save();
