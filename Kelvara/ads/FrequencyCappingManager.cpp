@@ -1,6 +1,7 @@
 #include <Kelvara/ads/FrequencyCappingManager.h>
 
 #include <cmath>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -37,8 +38,8 @@ FrequencyCappingManager& FrequencyCappingManager::shared() {
 }
 
 FrequencyCappingManager::FrequencyCappingManager()
-    : store_(Runtime::current().platform().userDefaults),
-      state_({.fcMembers = Members(deserializeMembers(*Runtime::current().platform().userDefaults)),
+    : state_({.fcMembers = {Runtime::current().platform().userDefaults,
+                            SDKHelper::UserDefaultKeys::frequencyCappingMembers},
               .lastNofills = {},
               .lastUsedBidResponses = {}}) {}
 
@@ -72,7 +73,11 @@ void FrequencyCappingManager::trackNofill(const std::string& adUnit) {
 bool FrequencyCappingManager::shouldShow(const Plan& plan) {
   if (plan.frequencyCapHourly == 0 && plan.frequencyCapDaily == 0) return true;
 
-  const FrequencyCappingMember member = memberFor(plan.planId);
+  const auto member = state_.with([&](State& state) {
+    state.fcMembers.refresh();
+    const auto* found = state.fcMembers.value().find(plan.planId);
+    return found ? *found : FrequencyCappingMember{};
+  });
   if (member.lastHourlyImpressionAt == 0 && member.lastDailyImpressionAt == 0) return true;
 
   const double time = now();
@@ -92,14 +97,9 @@ bool FrequencyCappingManager::shouldShow(const Plan& plan) {
 void FrequencyCappingManager::trackImpression(const std::optional<std::string>& planId) {
   if (!planId) return;
   state_.with([&](State& state) {
-    const auto* found = state.fcMembers.find(*planId);
-    auto member = found ? *found : FrequencyCappingMember{.planId = *planId};
-    const double time = now();
-    countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour, time);
-    countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, time);
-    state.fcMembers.put(member);
+    state.fcMembers.change({*planId, now()});
+    state.fcMembers.store();
   });
-  serializeMembers();
 }
 
 bool FrequencyCappingManager::shouldRequestBid(const std::string& bidId) {
@@ -108,42 +108,6 @@ bool FrequencyCappingManager::shouldRequestBid(const std::string& bidId) {
 
 void FrequencyCappingManager::trackBidUsed(const std::string& bidId) {
   state_.with([&](State& state) { state.lastUsedBidResponses.insert(bidId); });
-}
-
-FrequencyCappingManager::FrequencyCappingMember FrequencyCappingManager::memberFor(
-    const std::string& planId) {
-  bool isNew = false;
-  auto member = state_.with([&](State& state) {
-    if (const auto* found = state.fcMembers.find(planId)) return *found;
-    isNew = true;
-    const FrequencyCappingMember made{.planId = planId};
-    state.fcMembers.put(made);
-    return made;
-  });
-  if (isNew) serializeMembers();
-  return member;
-}
-
-void FrequencyCappingManager::serializeMembers() {
-  store_.with([&](const std::shared_ptr<UserDefaults>& store) {
-    store->set(SDKHelper::UserDefaultKeys::frequencyCappingMembers,
-               state_.with([](const State& state) { return state.fcMembers.encoded(); }));
-  });
-}
-
-std::vector<FrequencyCappingManager::FrequencyCappingMember>
-FrequencyCappingManager::deserializeMembers(const UserDefaults& defaults) {
-  const auto bytes = defaults.get<Bytes>(SDKHelper::UserDefaultKeys::frequencyCappingMembers);
-  if (!bytes) return {};
-  const auto json = parseJson(asText(*bytes));
-  if (!json || !json->is_array()) return {};
-  std::vector<FrequencyCappingMember> members;
-  for (const auto& element : *json) {
-    auto member = FrequencyCappingMember::decode(element);
-    if (!member) return {};
-    members.push_back(*std::move(member));
-  }
-  return members;
 }
 
 Result<FrequencyCappingManager::FrequencyCappingMember>
@@ -167,25 +131,16 @@ std::string FrequencyCappingManager::FrequencyCappingMember::encoded() const {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-FrequencyCappingManager::Members::Members(const std::vector<FrequencyCappingMember>& stored) {
-  for (const auto& member : stored) append(member);
-}
-
-const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::Members::find(
-    const std::string& planId) const {
-  const auto found = indexOfPlan_.find(planId);
-  return found == indexOfPlan_.end() ? nullptr : &entries_[found->second].member;
-}
-
-void FrequencyCappingManager::Members::put(const FrequencyCappingMember& member) {
-  const auto found = indexOfPlan_.find(member.planId);
-  if (found == indexOfPlan_.end()) return append(member);
-  entries_[found->second] = {member, member.encoded()};
-}
-
-void FrequencyCappingManager::Members::append(const FrequencyCappingMember& member) {
-  indexOfPlan_.emplace(member.planId, entries_.size());  // the first of a plan is the plan's
-  entries_.push_back({member, member.encoded()});
+FrequencyCappingManager::Members FrequencyCappingManager::Members::decode(const Bytes& bytes) {
+  const auto json = parseJson(asText(bytes));
+  if (!json || !json->is_array()) return {};
+  Members members;
+  for (const auto& element : *json) {
+    auto member = FrequencyCappingMember::decode(element);
+    if (!member) return {};
+    members.append(*std::move(member));
+  }
+  return members;
 }
 
 Bytes FrequencyCappingManager::Members::encoded() const {
@@ -196,6 +151,39 @@ Bytes FrequencyCappingManager::Members::encoded() const {
   }
   text += ']';
   return toBytes(text);
+}
+
+void FrequencyCappingManager::Members::apply(const Change& impression) {
+  dropExpired(impression.time);
+  if (!find(impression.planId)) append({.planId = impression.planId});
+  auto& [member, encoded] = entries_[indexOfPlan_.at(impression.planId)];
+  countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour,
+                  impression.time);
+  countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, impression.time);
+  encoded = member.encoded();
+}
+
+const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::Members::find(
+    const std::string& planId) const {
+  const auto found = indexOfPlan_.find(planId);
+  return found == indexOfPlan_.end() ? nullptr : &entries_[found->second].member;
+}
+
+void FrequencyCappingManager::Members::append(FrequencyCappingMember member) {
+  indexOfPlan_.emplace(member.planId, entries_.size());  // the first of a plan is the plan's
+  std::string encoded = member.encoded();
+  entries_.push_back({std::move(member), std::move(encoded)});
+}
+
+void FrequencyCappingManager::Members::dropExpired(double time) {
+  const auto dropped = std::erase_if(entries_, [time](const Entry& entry) {
+    return entry.member.lastHourlyImpressionAt + kHour < time &&
+           entry.member.lastDailyImpressionAt + kDay < time;
+  });
+  if (dropped == 0) return;
+  indexOfPlan_.clear();
+  for (std::size_t i = 0; i < entries_.size(); ++i)
+    indexOfPlan_.emplace(entries_[i].member.planId, i);
 }
 
 }  // namespace kva

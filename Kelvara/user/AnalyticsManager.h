@@ -3,10 +3,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <Kelvara/Error.h>
 #include <Kelvara/base/Completion.h>
 #include <Kelvara/base/Guarded.h>
+#include <Kelvara/platform/RunLoop.h>
+#include <Kelvara/platform/UserDefaults.h>
 #include <Kelvara/user/User.h>
 
 namespace kva {
@@ -19,14 +22,17 @@ class AnalyticsManager {
   /// Takes up what an earlier launch has stored, and the user record of this moment, which then
   /// stands for the whole run: a device value that changes reaches the server at the next launch.
   AnalyticsManager();
+  /// Cancels what still waits for another process's registration, on the session's thread.
+  ~AnalyticsManager();
 
-  /// Registers the user unless that has been done, in which case `completion` runs at once, with
-  /// no error. Otherwise it runs on the session's thread. Two calls at once may both register; the
-  /// later answer holds.
+  /// Registers the user unless that has been done, in this process or in another, in which case
+  /// `completion` runs at once, with no error. Otherwise it runs on the session's thread. While
+  /// another process registers, its user is waited for; if it fails or dies, this one registers.
   void register_(Completion<std::optional<Error>> completion);
   /// Sends the record of a registered user if it differs from the last one that was accepted.
   void updateIfNeeded();
-  /// Forgets the user, whom the server does not know, and registers anew at once.
+  /// Forgets the user, whom the server does not know, and registers anew at once, unless another
+  /// process has done so.
   void logout();
 
   /// Sets this device's clock against the server's `serverTime`, milliseconds since 1970. A
@@ -40,11 +46,21 @@ class AnalyticsManager {
   const User& defaultUser() const { return defaultUser_; }
 
  private:
+  /// A registration that another process's holds up.
+  struct Waiting {
+    Completion<std::optional<Error>> completion;
+    int attempts = 0;
+  };
   struct State {
     std::optional<std::string> userId;
     std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds
+    std::vector<Waiting> waiting;
+    Timer nextAttempt;  ///< of all that wait
   };
-  void setUserId(std::optional<std::string> userId);
+  void registerOrWait(Waiting registration);
+  void sendRegistration(UserDefaults::Claim claim, Completion<std::optional<Error>> completion);
+  bool adoptStoredUser();
+  void setUserId(std::string userId);
   void accept(const std::string& userId);
 
   const User defaultUser_;
