@@ -1,6 +1,7 @@
 #include <Kelvara/ads/FrequencyCappingManager.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -32,8 +33,8 @@ FrequencyCappingManager& FrequencyCappingManager::shared() {
 }
 
 FrequencyCappingManager::FrequencyCappingManager()
-    : store_(Runtime::current().platform().userDefaults),
-      state_({.fcMembers = Members(deserializeMembers(*Runtime::current().platform().userDefaults)),
+    : state_({.fcMembers = {Runtime::current().platform().userDefaults,
+                            SDKHelper::UserDefaultKeys::frequencyCappingMembers},
               .lastNofills = {},
               .lastUsedBidResponses = {}}) {}
 
@@ -64,10 +65,19 @@ void FrequencyCappingManager::trackNofill(const std::string& adUnit) {
 bool FrequencyCappingManager::shouldShow(const Plan& plan) {
   if (plan.frequencyCapHourly == 0 && plan.frequencyCapDaily == 0) return true;
 
-  const FrequencyCappingMember member = memberFor(plan.planId);
+  const double time = deviceClock().now();
+  const auto member = state_.with([&](State& state) {
+    state.fcMembers.refresh();
+    const auto* found = state.fcMembers.value().find(plan.planId);
+    if (found && found->isAheadOf(time)) {
+      state.fcMembers.change({{}, time});
+      state.fcMembers.store();
+      found = state.fcMembers.value().find(plan.planId);
+    }
+    return found ? *found : FrequencyCappingMember{};
+  });
   if (member.lastHourlyImpressionAt == 0 && member.lastDailyImpressionAt == 0) return true;
 
-  const double time = deviceClock().now();
   if (plan.frequencyCapHourly != 0 && member.lastHourlyImpressionAt != 0 &&
       time < member.lastHourlyImpressionAt + kHour &&
       plan.frequencyCapHourly <= member.hourlyImpressionCount)
@@ -84,15 +94,9 @@ bool FrequencyCappingManager::shouldShow(const Plan& plan) {
 void FrequencyCappingManager::trackImpression(const std::optional<std::string>& planId) {
   if (!planId) return;
   state_.with([&](State& state) {
-    const auto* found = state.fcMembers.find(*planId);
-    auto member = found ? *found : FrequencyCappingMember{.planId = *planId};
-    const double time = deviceClock().now();
-    member.endFuture(time);
-    countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour, time);
-    countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, time);
-    state.fcMembers.put(member);
+    state.fcMembers.change({*planId, deviceClock().now()});
+    state.fcMembers.store();
   });
-  serializeMembers();
 }
 
 bool FrequencyCappingManager::shouldRequestBid(const std::string& bidId) {
@@ -103,48 +107,8 @@ void FrequencyCappingManager::trackBidUsed(const std::string& bidId) {
   state_.with([&](State& state) { state.lastUsedBidResponses.insert(bidId); });
 }
 
-FrequencyCappingManager::FrequencyCappingMember FrequencyCappingManager::memberFor(
-    const std::string& planId) {
-  bool isChanged = false;
-  auto member = state_.with([&](State& state) {
-    const auto* found = state.fcMembers.find(planId);
-    auto current = found ? *found : FrequencyCappingMember{.planId = planId};
-    const bool isCorrected = current.endFuture(deviceClock().now());
-    isChanged = !found || isCorrected;
-    if (isChanged) state.fcMembers.put(current);
-    return current;
-  });
-  if (isChanged) serializeMembers();
-  return member;
-}
-
-bool FrequencyCappingManager::FrequencyCappingMember::endFuture(double now) {
-  if (lastHourlyImpressionAt <= now && lastDailyImpressionAt <= now) return false;
-  lastHourlyImpressionAt = std::min(lastHourlyImpressionAt, now);
-  lastDailyImpressionAt = std::min(lastDailyImpressionAt, now);
-  return true;
-}
-
-void FrequencyCappingManager::serializeMembers() {
-  store_.with([&](const std::shared_ptr<UserDefaults>& store) {
-    store->set(SDKHelper::UserDefaultKeys::frequencyCappingMembers,
-               state_.with([](const State& state) { return state.fcMembers.encoded(); }));
-  });
-}
-
-std::vector<FrequencyCappingManager::FrequencyCappingMember>
-FrequencyCappingManager::deserializeMembers(const UserDefaults& defaults) {
-  const auto bytes = defaults.get<Bytes>(SDKHelper::UserDefaultKeys::frequencyCappingMembers);
-  if (!bytes) return {};
-  const auto json = parseJson(asText(*bytes));
-  if (!json || !json->is_array()) return {};
-  std::vector<FrequencyCappingMember> members;
-  for (const auto& element : *json) {
-    auto member = FrequencyCappingMember::decode(element);
-    if (!member) return {};
-    members.push_back(*std::move(member));
-  }
-  return members;
+bool FrequencyCappingManager::FrequencyCappingMember::isAheadOf(double time) const {
+  return lastHourlyImpressionAt > time || lastDailyImpressionAt > time;
 }
 
 Result<FrequencyCappingManager::FrequencyCappingMember>
@@ -168,25 +132,16 @@ std::string FrequencyCappingManager::FrequencyCappingMember::encoded() const {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-FrequencyCappingManager::Members::Members(const std::vector<FrequencyCappingMember>& stored) {
-  for (const auto& member : stored) append(member);
-}
-
-const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::Members::find(
-    const std::string& planId) const {
-  const auto found = indexOfPlan_.find(planId);
-  return found == indexOfPlan_.end() ? nullptr : &entries_[found->second].member;
-}
-
-void FrequencyCappingManager::Members::put(const FrequencyCappingMember& member) {
-  const auto found = indexOfPlan_.find(member.planId);
-  if (found == indexOfPlan_.end()) return append(member);
-  entries_[found->second] = {member, member.encoded()};
-}
-
-void FrequencyCappingManager::Members::append(const FrequencyCappingMember& member) {
-  indexOfPlan_.emplace(member.planId, entries_.size());  // the first of a plan is the plan's
-  entries_.push_back({member, member.encoded()});
+FrequencyCappingManager::Members FrequencyCappingManager::Members::decode(const Bytes& bytes) {
+  const auto json = parseJson(asText(bytes));
+  if (!json || !json->is_array()) return {};
+  Members members;
+  for (const auto& element : *json) {
+    auto member = FrequencyCappingMember::decode(element);
+    if (!member) return {};
+    members.append(*std::move(member));
+  }
+  return members;
 }
 
 Bytes FrequencyCappingManager::Members::encoded() const {
@@ -197,6 +152,49 @@ Bytes FrequencyCappingManager::Members::encoded() const {
   }
   text += ']';
   return toBytes(text);
+}
+
+void FrequencyCappingManager::Members::apply(const Change& change) {
+  endFuture(change.time);
+  dropExpired(change.time);
+  if (!change.planId) return;
+  if (!find(*change.planId)) append({.planId = *change.planId});
+  auto& [member, encoded] = entries_[indexOfPlan_.at(*change.planId)];
+  countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour, change.time);
+  countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, change.time);
+  encoded = member.encoded();
+}
+
+const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::Members::find(
+    const std::string& planId) const {
+  const auto found = indexOfPlan_.find(planId);
+  return found == indexOfPlan_.end() ? nullptr : &entries_[found->second].member;
+}
+
+void FrequencyCappingManager::Members::append(FrequencyCappingMember member) {
+  indexOfPlan_.emplace(member.planId, entries_.size());  // the first of a plan is the plan's
+  std::string encoded = member.encoded();
+  entries_.push_back({std::move(member), std::move(encoded)});
+}
+
+void FrequencyCappingManager::Members::endFuture(double time) {
+  for (auto& [member, encoded] : entries_) {
+    if (!member.isAheadOf(time)) continue;
+    member.lastHourlyImpressionAt = std::min(member.lastHourlyImpressionAt, time);
+    member.lastDailyImpressionAt = std::min(member.lastDailyImpressionAt, time);
+    encoded = member.encoded();
+  }
+}
+
+void FrequencyCappingManager::Members::dropExpired(double time) {
+  const auto dropped = std::erase_if(entries_, [time](const Entry& entry) {
+    return entry.member.lastHourlyImpressionAt + kHour < time &&
+           entry.member.lastDailyImpressionAt + kDay < time;
+  });
+  if (dropped == 0) return;
+  indexOfPlan_.clear();
+  for (std::size_t i = 0; i < entries_.size(); ++i)
+    indexOfPlan_.emplace(entries_[i].member.planId, i);
 }
 
 }  // namespace kva

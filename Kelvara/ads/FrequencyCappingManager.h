@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -12,7 +11,7 @@
 #include <Kelvara/base/Guarded.h>
 #include <Kelvara/base/Json.h>
 #include <Kelvara/base/Result.h>
-#include <Kelvara/platform/UserDefaults.h>
+#include <Kelvara/core/SharedSetting.h>
 #include <Kelvara/user/Plan.h>
 
 namespace kva {
@@ -48,26 +47,33 @@ class FrequencyCappingManager {
     double lastHourlyImpressionAt = 0;
     double lastDailyImpressionAt = 0;
 
-    /// Windows that began after `now`, while the clock was ahead, begin now: they end like others.
-    /// Whether there was one.
-    bool endFuture(double now);
+    /// Whether a window began after `time`, because the clock was ahead then.
+    bool isAheadOf(double time) const;
     static Result<FrequencyCappingMember> decode(const Json& json);
     std::string encoded() const;
   };
 
-  /// The members in the order of their first use, each with its stored form at hand, so that
-  /// neither finding one nor storing all of them encodes what did not change.
+  /// The members in the order of their first impression, each with its stored form at hand, so
+  /// that neither finding one nor storing all of them encodes what did not change.
   class Members {
    public:
-    explicit Members(const std::vector<FrequencyCappingMember>& stored);
+    /// One impression at `time`; without a plan none is counted.
+    struct Change {
+      std::optional<std::string> planId;
+      double time;
+    };
+    static Members decode(const Bytes& bytes);
+    Bytes encoded() const;
+    /// Counts the impression. Times ahead of it, stored while the clock was ahead, count as its
+    /// time; members whose windows are over by then are dropped.
+    void apply(const Change& change);
     /// Null when there is none.
     const FrequencyCappingMember* find(const std::string& planId) const;
-    /// Puts it in the place of the one with its plan, or last.
-    void put(const FrequencyCappingMember& member);
-    Bytes encoded() const;
 
    private:
-    void append(const FrequencyCappingMember& member);
+    void append(FrequencyCappingMember member);
+    void endFuture(double time);
+    void dropExpired(double time);
 
     struct Entry {
       FrequencyCappingMember member;
@@ -78,18 +84,11 @@ class FrequencyCappingManager {
   };
 
   struct State {
-    Members fcMembers;
+    SharedSetting<Members> fcMembers;
     std::map<std::string, double> lastNofills;  ///< on the monotonic clock, by ad unit
     std::unordered_set<std::string> lastUsedBidResponses;
   };
 
-  /// A copy of the plan's member, which is made and stored if it is new.
-  FrequencyCappingMember memberFor(const std::string& planId);
-  static std::vector<FrequencyCappingMember> deserializeMembers(const UserDefaults& defaults);
-  void serializeMembers();
-
-  /// Held while the members are encoded and stored: an older state never overwrites a newer one.
-  Guarded<std::shared_ptr<UserDefaults>> store_;
   Guarded<State> state_;
 };
 

@@ -1,5 +1,6 @@
 #include <Kelvara/ads/TemplateManager.h>
 
+#include <tuple>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -16,8 +17,7 @@ namespace kva {
 TemplateManager& TemplateManager::shared() { return Runtime::current().get<TemplateManager>(); }
 
 TemplateManager::TemplateManager()
-    : store_(Runtime::current().platform().userDefaults),
-      state_({.templates = storedTemplates(*Runtime::current().platform().userDefaults),
+    : state_({.templates = storedTemplates(*Runtime::current().platform().userDefaults),
               .templateVersions = {}}) {}
 
 void TemplateManager::setTemplateVersions(std::map<std::string, std::int64_t> templateVersions) {
@@ -53,17 +53,18 @@ void TemplateManager::templateFor(const std::string& id,
 
 void TemplateManager::keep(const std::string& id, Template fetched) {
   auto shared = std::make_shared<const Template>(std::move(fetched));
-  state_.with([&](State& state) { state.templates[id] = std::move(shared); });
-  store_.with([&](const std::shared_ptr<UserDefaults>& store) {
+  state_.with([&](State& state) { state.templates[id] = shared; });
+  // Added to what other processes have kept; if it cannot be stored, a later launch fetches it.
+  std::ignore = Runtime::current().platform().userDefaults->edit([&](KeyedValues& stored) {
     Json json = Json::object();
-    for (const auto& [key, kept] : state_.with([](const State& state) { return state.templates; }))
-      json[key] = kept->toJson();
-    store->set(SDKHelper::UserDefaultKeys::templates,
+    for (const auto& [key, kept] : storedTemplates(stored)) json[key] = kept->toJson();
+    json[id] = shared->toJson();
+    stored.set(SDKHelper::UserDefaultKeys::templates,
                toBytes(json.dump(-1, ' ', false, Json::error_handler_t::replace)));
   });
 }
 
-TemplateManager::Templates TemplateManager::storedTemplates(const UserDefaults& defaults) {
+TemplateManager::Templates TemplateManager::storedTemplates(const KeyedValues& defaults) {
   const auto bytes = defaults.get<Bytes>(SDKHelper::UserDefaultKeys::templates);
   if (!bytes) return {};
   const auto json = parseJson(asText(*bytes));

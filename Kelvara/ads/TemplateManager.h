@@ -29,8 +29,8 @@ class TemplateManager {
   void templateFor(const std::string& id, Completion<std::optional<Template>> completion);
 
  private:
-  /// Templates by the identifier under which they were asked for. Shared, so that taking a copy of
-  /// the map to store it does not copy the documents.
+  /// Templates by the identifier under which they were asked for. Shared, so that finding one does
+  /// not copy the document under the guard.
   using Templates = std::map<std::string, std::shared_ptr<const Template>>;
   struct State {
     Templates templates;
@@ -38,10 +38,8 @@ class TemplateManager {
   };
 
   void keep(const std::string& id, Template fetched);
-  static Templates storedTemplates(const UserDefaults& defaults);
+  static Templates storedTemplates(const KeyedValues& defaults);
 
-  /// Held while the templates are encoded and stored: an older state never overwrites a newer one.
-  Guarded<std::shared_ptr<UserDefaults>> store_;
   Guarded<State> state_;
 };
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,18 +12,20 @@
 
 namespace kva {
 
-/// The host application's store of small typed values. Thread-safe. What `set` returned from
-/// survives the process being killed. A store that cannot be written keeps its values in memory
-/// and goes on; nothing here fails outward.
-class UserDefaults {
+/// Small typed values by key.
+class KeyedValues {
  public:
   using Value = std::variant<std::string, Bytes, bool, std::int64_t, double>;
 
-  virtual ~UserDefaults() = default;
+  virtual ~KeyedValues() = default;
 
   virtual std::optional<Value> value(std::string_view key) const = 0;
   virtual void set(std::string_view key, Value value) = 0;
   virtual void remove(std::string_view key) = 0;
+
+  /// Stays the same until another process (or another instance) has changed a value. Whoever keeps
+  /// a copy of a value asks for this first, then for the value.
+  virtual std::uint64_t foreignChanges() const = 0;
 
   /// The value under `key` when it was stored as a T; nothing otherwise.
   template <class T>
@@ -30,6 +34,24 @@ class UserDefaults {
     if (auto* typed = found ? std::get_if<T>(&*found) : nullptr) return std::move(*typed);
     return std::nullopt;
   }
+};
+
+/// The host application's store, which all processes of the application share. Thread-safe. What
+/// `set` returned from survives the process being killed. A store that cannot be written keeps its
+/// values in memory and goes on; nothing here fails outward.
+class UserDefaults : public KeyedValues {
+ public:
+  /// Makes several changes as one, between which no other process comes: `change` reads what is
+  /// stored now and sets what follows from it. Call nothing from it but its argument. What it set
+  /// survives the process being killed once `edit` returns true. False when others held the store
+  /// for two seconds or it could not be written: nothing was changed, whether `change` ran or not.
+  [[nodiscard]] virtual bool edit(const std::function<void(KeyedValues&)>& change) = 0;
+
+  /// The right to do what `name` stands for, which one holder at a time has among all processes.
+  /// Released with its last copy, or when the process ends, however it ends.
+  using Claim = std::shared_ptr<void>;
+  /// Null while another holds it; never waits. Any text without a slash.
+  virtual Claim claim(const std::string& name) = 0;
 };
 
 }  // namespace kva

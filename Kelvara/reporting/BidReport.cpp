@@ -1,5 +1,6 @@
 #include <Kelvara/reporting/BidReport.h>
 
+#include <algorithm>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -46,6 +47,17 @@ void BidReport::apply(const BidReportAction& action, std::int64_t serverTime) {
       isDismissed = true;
       return;
   }
+}
+
+void BidReport::join(const BidReport& other) {
+  createdAt = std::min(createdAt, other.createdAt);
+  if (!isShown) impressionAt = other.impressionAt;
+  isShown |= other.isShown;
+  isFailToShow |= other.isFailToShow;
+  isClicked |= other.isClicked;
+  isDismissed |= other.isDismissed;
+  isCompleted |= other.isCompleted;
+  quarter = std::max(quarter, other.quarter);
 }
 
 Result<BidReport> BidReport::decode(const Json& json) {

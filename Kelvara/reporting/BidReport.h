@@ -31,6 +31,8 @@ struct BidReport {
 
   /// `serverTime` counts for an impression.
   void apply(const BidReportAction& action, std::int64_t serverTime);
+  /// Adds what another process reports of the same ad.
+  void join(const BidReport& other);
   /// Nothing more will happen to the ad.
   bool isFinished() const { return isDismissed || isFailToShow; }
 

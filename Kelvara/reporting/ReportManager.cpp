@@ -64,7 +64,7 @@ ReportManager::State ReportManager::storedState() {
       clock.now() -
           storedNumber(Keys::lastReportUploadedAt).value_or(clock.now() - kSecondsSinceUpload));
   return {.uploadTimer = {},
-          .isUploading = false,
+          .upload = {},
           .reports = ReportStore(platform().userDefaults, Keys::reports),
           .reportsForUpload = ReportStore(platform().userDefaults, Keys::reportsForUpload),
           .serverErrorCount = 1,
@@ -104,29 +104,43 @@ void ReportManager::setupTimer() {
 void ReportManager::uploadTimerTick() { startUpload(); }
 
 void ReportManager::startUpload() {
-  const bool wasUploading =
-      state_.with([](State& state) { return std::exchange(state.isUploading, true); });
-  if (wasUploading) return Log::d("ReportManager: is already uploading.");
+  if (!claimUpload()) return Log::d("ReportManager: is already uploading.");
   const auto batch = preparedReportsForUpload();
-  if (batch.empty()) return setUploading(false);
+  if (batch.empty()) return releaseUpload();
   if (!AnalyticsManager::shared().isRegistered()) {
     Log::e("ReportManager: user is not registered.");
-    return setUploading(false);
+    return releaseUpload();
   }
   RequestManager::uploadReports(uploadBody(batch),
                                 [this](const Result<bool>& result) { finishUpload(result); });
 }
 
-void ReportManager::finishUpload(const Result<bool>& result) {
-  setUploading(false);
-  if (!result) return backOff(result.error());
-  Log::d("ReportManager: report uploaded.");
-  state_.with([&](State& state) {
-    setLastReportUploaded(state);
-    // The timer stays: an interval that errors have grown lasts until the next one.
-    state.serverErrorCount = 1;
+/// False while this process or another is uploading.
+bool ReportManager::claimUpload() {
+  return state_.with([](State& state) {
+    if (state.upload) return false;
+    state.upload = platform().userDefaults->claim("upload");
+    return state.upload != nullptr;
   });
-  validateUploadedReports();
+}
+
+void ReportManager::releaseUpload() {
+  state_.with([](State& state) { state.upload.reset(); });
+}
+
+void ReportManager::finishUpload(const Result<bool>& result) {
+  if (result) {
+    Log::d("ReportManager: report uploaded.");
+    state_.with([&](State& state) {
+      setLastReportUploaded(state);
+      // The timer stays: an interval that errors have grown lasts until the next one.
+      state.serverErrorCount = 1;
+    });
+    validateUploadedReports();
+  } else {
+    backOff(result.error());
+  }
+  releaseUpload();
 }
 
 void ReportManager::backOff(const Error& error) {
@@ -147,6 +161,8 @@ std::vector<BidReport> ReportManager::preparedReportsForUpload() {
   return state_.with([&](State& state) {
     std::vector<BidReport> batch;
     if (state.lastReportUploadedAt > state.lastTrackActionAt) return batch;
+    state.reports.refresh();
+    state.reportsForUpload.refresh();
     state.reports.endFuture(now);
     state.reportsForUpload.merge(state.reports);
     for (const auto& [bidId, entry] : state.reportsForUpload.entries())
@@ -167,6 +183,7 @@ void ReportManager::validateUploadedReports() {
   const Clock& clock = *platform().clock;
   const double cutoff = clock.addingHours(clock.now(), -kUnfinishedHours);
   state_.with([&](State& state) {
+    state.reports.refresh();
     for (const auto& [bidId, entry] : state.reportsForUpload.entries()) {
       if (!entry.report.isFinished() && entry.report.createdAt >= cutoff) continue;
       // One that has changed since it was sent is not lost.
@@ -179,6 +196,7 @@ void ReportManager::validateUploadedReports() {
   });
 }
 
+/// Drops every report that this process knows; what another has tracked meanwhile stays.
 void ReportManager::resetReports() {
   state_.with([&](State& state) {
     setLastReportUploaded(state);
@@ -193,10 +211,6 @@ void ReportManager::setLastReportUploaded(State& state) {
   const Clock& clock = *platform().clock;
   state.lastReportUploadedAt = clock.monotonicNow();
   platform().userDefaults->set(Keys::lastReportUploadedAt, clock.now());
-}
-
-void ReportManager::setUploading(bool isUploading) {
-  state_.with([&](State& state) { state.isUploading = isUploading; });
 }
 
 }  // namespace kva

@@ -14,7 +14,8 @@ namespace kva {
 
 /// Collects a report for every bid whose ad is shown, keeps the reports across restarts and sends
 /// them to the server in batches. The server may get one report more than once: until it is
-/// finished, or an hour old, it stays. Any thread.
+/// finished, or an hour old, it stays. Processes of one application share the reports, and one of
+/// them at a time uploads. Any thread.
 class ReportManager {
  public:
   /// First used once start-up has the application record, whose `statsSendPeriod` sets the upload
@@ -32,9 +33,9 @@ class ReportManager {
  private:
   struct State {
     Timer uploadTimer;
-    bool isUploading = false;
+    UserDefaults::Claim upload;  ///< while one is under way
     ReportStore reports;
-    ReportStore reportsForUpload;
+    ReportStore reportsForUpload;       ///< touched by the holder of the claim alone
     std::int64_t serverErrorCount = 1;  ///< 1 when healthy
     // On the monotonic clock.
     double lastTrackActionAt;
@@ -45,13 +46,14 @@ class ReportManager {
   void setupTimer();
   void uploadTimerTick();
   void startUpload();
+  bool claimUpload();
   void finishUpload(const Result<bool>& result);
   void backOff(const Error& error);
   std::vector<BidReport> preparedReportsForUpload();
   void validateUploadedReports();
   void resetReports();
   static void setLastReportUploaded(State& state);
-  void setUploading(bool isUploading);
+  void releaseUpload();
 
   Guarded<State> state_;
 };

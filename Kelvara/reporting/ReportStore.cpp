@@ -1,8 +1,8 @@
 #include <Kelvara/reporting/ReportStore.h>
 
-#include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -18,56 +18,74 @@ ReportStore::Entry entry(BidReport report) {
   return {.report = std::move(report), .member = std::move(member)};
 }
 
-std::optional<ReportStore::Entries> decoded(const Bytes& bytes) {
-  auto json = parseJson(asText(bytes));
+}  // namespace
+
+ReportStore::ReportStore(std::shared_ptr<UserDefaults> userDefaults, std::string key)
+    : reports_(std::move(userDefaults), std::move(key)) {}
+
+void ReportStore::set(BidReport report) {
+  const BidReport* known = find(report.bidId);
+  if (known && *known == report) return;
+  auto from = known ? std::optional(*known) : std::nullopt;
+  reports_.change({.from = std::move(from), .to = std::move(report)});
+}
+
+void ReportStore::merge(const ReportStore& other) {
+  for (const auto& [bidId, entry] : other.entries()) set(entry.report);
+}
+
+void ReportStore::remove(const std::string& bidId) {
+  if (const BidReport* known = find(bidId)) reports_.change({.from = *known, .to = {}});
+}
+
+void ReportStore::clear() {
+  while (!entries().empty()) remove(entries().begin()->first);
+}
+
+void ReportStore::endFuture(double now) {
+  std::vector<BidReport> ahead;
+  for (const auto& [bidId, entry] : entries())
+    if (entry.report.createdAt > now) ahead.push_back(entry.report);
+  for (auto& report : ahead) {
+    report.createdAt = now;
+    set(std::move(report));
+  }
+}
+
+ReportStore::Reports ReportStore::Reports::decode(const Bytes& bytes) {
+  const auto json = parseJson(asText(bytes));
   if (!json || !json->is_object()) return {};
-  ReportStore::Entries entries;
+  Reports reports;
   for (const auto& value : *json) {
     auto report = BidReport::decode(value);
     if (!report) return {};
     const std::string bidId = report->bidId;
-    entries.emplace(bidId, entry(*std::move(report)));
+    reports.entries.emplace(bidId, entry(*std::move(report)));
   }
-  return entries;
+  return reports;
 }
 
-}  // namespace
-
-ReportStore::ReportStore(std::shared_ptr<UserDefaults> userDefaults, std::string key)
-    : userDefaults_(std::move(userDefaults)), key_(std::move(key)) {
-  if (auto stored = userDefaults_->get<Bytes>(key_))
-    entries_ = decoded(*stored).value_or(Entries());
-}
-
-const BidReport* ReportStore::find(const std::string& bidId) const {
-  auto found = entries_.find(bidId);
-  return found == entries_.end() ? nullptr : &found->second.report;
-}
-
-void ReportStore::set(BidReport report) {
-  const std::string bidId = report.bidId;
-  entries_.insert_or_assign(bidId, entry(std::move(report)));
-}
-
-void ReportStore::merge(const ReportStore& other) {
-  for (const auto& [bidId, entry] : other.entries_) entries_.insert_or_assign(bidId, entry);
-}
-
-void ReportStore::endFuture(double now) {
-  for (auto& [bidId, stored] : entries_) {
-    if (stored.report.createdAt <= now) continue;
-    stored.report.createdAt = now;
-    stored = entry(std::move(stored.report));
+void ReportStore::Reports::apply(const Change& change) {
+  const std::string& bidId = (change.to ? *change.to : *change.from).bidId;
+  const BidReport* found = find(bidId);
+  const bool isUnchanged = found && change.from == *found;
+  if (!change.to) {
+    if (isUnchanged) entries.erase(bidId);
+    return;
   }
+  BidReport report = *change.to;
+  if (found && !isUnchanged) report.join(*found);
+  entries.insert_or_assign(bidId, entry(std::move(report)));
 }
 
-void ReportStore::remove(const std::string& bidId) { entries_.erase(bidId); }
+const BidReport* ReportStore::Reports::find(const std::string& bidId) const {
+  const auto found = entries.find(bidId);
+  return found == entries.end() ? nullptr : &found->second.report;
+}
 
-void ReportStore::clear() { entries_.clear(); }
-
-void ReportStore::persist() const {
+Bytes ReportStore::Reports::encoded() const {
   std::size_t size = 2;
-  for (const auto& [bidId, entry] : entries_) size += entry.member.size() + 1;
+  for (const auto& [bidId, entry] : entries) size += entry.member.size() + 1;
   Bytes bytes;
   bytes.reserve(size);
   const auto append = [&](std::string_view part) {
@@ -75,12 +93,12 @@ void ReportStore::persist() const {
     bytes.insert(bytes.end(), begin, begin + part.size());
   };
   append("{");
-  for (const auto& [bidId, entry] : entries_) {
+  for (const auto& [bidId, entry] : entries) {
     if (bytes.size() > 1) append(",");
     append(entry.member);
   }
   append("}");
-  userDefaults_->set(key_, std::move(bytes));
+  return bytes;
 }
 
 }  // namespace kva

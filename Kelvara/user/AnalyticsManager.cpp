@@ -1,5 +1,6 @@
 #include <Kelvara/user/AnalyticsManager.h>
 
+#include <tuple>
 #include <utility>
 
 #include <Kelvara/api/RequestManager.h>
@@ -16,6 +17,10 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
 
+constexpr double kSecondsBetweenAttempts = 0.05;
+/// A process that registers for longer than a request may take is not waited for.
+constexpr int kAttempts = static_cast<int>(70 / kSecondsBetweenAttempts);
+
 std::int64_t deviceTime() {
   return millisecondsSince1970(Runtime::current().platform().clock->now());
 }
@@ -27,7 +32,19 @@ AnalyticsManager& AnalyticsManager::shared() { return Runtime::current().get<Ana
 AnalyticsManager::AnalyticsManager()
     : state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
                    .registrations = {},
+                   .nextAttempt = {},
                    .deltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime).value_or(0)}) {}
+
+AnalyticsManager::~AnalyticsManager() {
+  if (state_.with([](State& state) { return state.registrations.empty(); })) return;
+  // Another process's registration holds these up. The session is over: it cancels this request on
+  // its own thread, and `invalidate` waits for that.
+  auto& session = *Runtime::current().platform().urlSession;
+  session.send(
+      {.url = *URL::parse("about:blank"), .headers = {}, .body = {}},
+      [this](const URLSession::Outcome& outcome) { completeRegistrations(outcome.error); });
+  session.invalidate();
+}
 
 void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
   enum class Next { complete, wait, send };
@@ -37,14 +54,29 @@ void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
     return state.registrations.size() == 1 ? Next::send : Next::wait;
   });
   if (next == Next::complete) return completion(std::nullopt);
-  if (next == Next::wait) return;
-  RequestManager::register_(defaultUser_, [this](auto response) {
+  if (next == Next::send) attemptRegistration(1);
+}
+
+void AnalyticsManager::attemptRegistration(int attempt) {
+  auto claim = userDefaults().claim("registration");
+  if (adoptStoredUser()) return completeRegistrations(std::nullopt);
+  if (claim || attempt > kAttempts) return sendRegistration(std::move(claim));
+  Timer next = Runtime::current().platform().runLoop->schedule(
+      kSecondsBetweenAttempts, Repeats::no, [this, attempt] { attemptRegistration(attempt + 1); });
+  state_.with([&](State& state) { std::swap(state.nextAttempt, next); });
+}
+
+/// Holds the claim until the user is stored.
+void AnalyticsManager::sendRegistration(UserDefaults::Claim claim) {
+  RequestManager::register_(defaultUser_, [this, claim = std::move(claim)](auto response) mutable {
     if (!response) {
       Log::e("Register error: " + response.error().localizedDescription());
+      claim.reset();
       return completeRegistrations(response.error());
     }
     Log::d("Register success: " + response->userId);
     accept(response->userId);
+    claim.reset();
     completeRegistrations(std::nullopt);
   });
 }
@@ -53,6 +85,14 @@ void AnalyticsManager::completeRegistrations(const std::optional<Error>& error) 
   auto completions =
       state_.with([](State& state) { return std::exchange(state.registrations, {}); });
   for (auto& completion : completions) completion(error);
+}
+
+/// Takes the user whom another process has registered, if there is one.
+bool AnalyticsManager::adoptStoredUser() {
+  return state_.with([](State& state) {
+    state.userId = userDefaults().get<std::string>(Keys::userId);
+    return state.userId.has_value();
+  });
 }
 
 void AnalyticsManager::updateIfNeeded() {
@@ -71,17 +111,20 @@ void AnalyticsManager::accept(const std::string& userId) {
 }
 
 void AnalyticsManager::logout() {
-  setUserId(std::nullopt);
+  state_.with([](State& state) {
+    // Another process may have replaced the user already; then there is nothing to forget.
+    std::ignore = userDefaults().edit([&](KeyedValues& stored) {
+      if (stored.get<std::string>(Keys::userId) == state.userId) stored.remove(Keys::userId);
+    });
+    state.userId.reset();
+  });
   register_([](std::optional<Error>) {});
 }
 
-void AnalyticsManager::setUserId(std::optional<std::string> userId) {
+void AnalyticsManager::setUserId(std::string userId) {
   // Stored under the guard, so that what is kept is what was set last.
   state_.with([&](State& state) {
-    if (userId)
-      userDefaults().set(Keys::userId, *userId);
-    else
-      userDefaults().remove(Keys::userId);
+    userDefaults().set(Keys::userId, userId);
     state.userId = std::move(userId);
   });
 }

@@ -8,6 +8,8 @@
 #include <Kelvara/Error.h>
 #include <Kelvara/base/Completion.h>
 #include <Kelvara/base/Guarded.h>
+#include <Kelvara/platform/RunLoop.h>
+#include <Kelvara/platform/UserDefaults.h>
 #include <Kelvara/user/User.h>
 
 namespace kva {
@@ -20,14 +22,19 @@ class AnalyticsManager {
   /// Takes up what an earlier launch has stored, and the user record of this moment, which then
   /// stands for the whole run: a device value that changes reaches the server at the next launch.
   AnalyticsManager();
+  /// Cancels what still waits for another process's registration, on the session's thread.
+  ~AnalyticsManager();
 
-  /// Registers the user unless that has been done, in which case `completion` runs at once, with
-  /// no error. Otherwise it runs on the session's thread. A call during a registration sends
-  /// nothing and completes with the answer to that one.
+  /// Registers the user unless that has been done, in this process or in another, in which case
+  /// `completion` runs at once, with no error. Otherwise it runs on the session's thread. A call
+  /// during a registration sends nothing and completes with the answer to that one. While another
+  /// process registers, this one waits for its user; if that process fails or dies, this one
+  /// registers.
   void register_(Completion<std::optional<Error>> completion);
   /// Sends the record of a registered user if it differs from the last one that was accepted.
   void updateIfNeeded();
-  /// Forgets the user, whom the server does not know, and registers again at once.
+  /// Drops the user, whom the server does not know, and registers again at once, unless another
+  /// process has done so.
   void logout();
 
   /// Sets this device's clock against the server's `serverTime`, milliseconds since 1970. A
@@ -45,9 +52,13 @@ class AnalyticsManager {
     std::optional<std::string> userId;
     /// Of the registration that is under way; empty when there is none.
     std::vector<Completion<std::optional<Error>>> registrations;
+    Timer nextAttempt;           ///< while another process registers
     std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds
   };
-  void setUserId(std::optional<std::string> userId);
+  void attemptRegistration(int attempt);
+  void sendRegistration(UserDefaults::Claim claim);
+  bool adoptStoredUser();
+  void setUserId(std::string userId);
   void accept(const std::string& userId);
   void completeRegistrations(const std::optional<Error>& error);
 

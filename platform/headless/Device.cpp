@@ -9,6 +9,34 @@
 
 namespace kva::headless {
 
+/// The store under its guard.
+class MemoryUserDefaults::Edit final : public KeyedValues {
+ public:
+  Edit(Store& store, int& ownWrites) : store_(store), ownWrites_(ownWrites) {}
+
+  std::optional<Value> value(std::string_view key) const override {
+    auto found = store_.values.find(key);
+    if (found == store_.values.end()) return std::nullopt;
+    return found->second;
+  }
+  void set(std::string_view key, Value value) override {
+    ++store_.writes, ++ownWrites_;
+    store_.values.insert_or_assign(std::string(key), std::move(value));
+  }
+  void remove(std::string_view key) override {
+    ++store_.writes, ++ownWrites_;
+    if (auto found = store_.values.find(key); found != store_.values.end())
+      store_.values.erase(found);
+  }
+  std::uint64_t foreignChanges() const override {
+    return static_cast<std::uint64_t>(store_.writes - ownWrites_);
+  }
+
+ private:
+  Store& store_;
+  int& ownWrites_;
+};
+
 std::optional<UserDefaults::Value> MemoryUserDefaults::value(std::string_view key) const {
   return store_->with([&](const Store& store) -> std::optional<Value> {
     auto found = store.values.find(key);
@@ -18,21 +46,41 @@ std::optional<UserDefaults::Value> MemoryUserDefaults::value(std::string_view ke
 }
 
 void MemoryUserDefaults::set(std::string_view key, Value value) {
-  store_->with([&](Store& store) {
-    ++store.writes;
-    store.values.insert_or_assign(std::string(key), std::move(value));
-  });
+  store_->with([&](Store& store) { Edit(store, ownWrites_).set(key, std::move(value)); });
 }
 
 void MemoryUserDefaults::remove(std::string_view key) {
-  store_->with([&](Store& store) {
-    ++store.writes;
-    if (auto found = store.values.find(key); found != store.values.end()) store.values.erase(found);
+  store_->with([&](Store& store) { Edit(store, ownWrites_).remove(key); });
+}
+
+std::uint64_t MemoryUserDefaults::foreignChanges() const {
+  return store_->with(
+      [&](const Store& store) { return static_cast<std::uint64_t>(store.writes - ownWrites_); });
+}
+
+bool MemoryUserDefaults::edit(const std::function<void(KeyedValues&)>& change) {
+  return store_->with([&](Store& store) {
+    if (store.isBusy) return false;
+    Edit edit(store, ownWrites_);
+    change(edit);
+    return true;
   });
+}
+
+UserDefaults::Claim MemoryUserDefaults::claim(const std::string& name) {
+  if (!store_->with([&](Store& store) { return store.claims.insert(name).second; })) return nullptr;
+  const auto release = [store = store_, name](void*) {
+    store->with([&](Store& held) { held.claims.erase(name); });
+  };
+  return Claim(static_cast<void*>(this), release);
 }
 
 int MemoryUserDefaults::writes() const {
   return store_->with([](const Store& store) { return store.writes; });
+}
+
+void MemoryUserDefaults::setBusy(bool isBusy) {
+  store_->with([&](Store& store) { store.isBusy = isBusy; });
 }
 
 void HeadlessOutput::print(LogLevel, std::string_view text) {

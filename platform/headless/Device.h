@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,22 +20,31 @@
 // The device and the host application as a test wants them. Thread-safe, setters included.
 namespace kva::headless {
 
-/// Copies share one store, as two launches of an application do.
+/// Copies share one store, as two processes of an application do.
 class MemoryUserDefaults final : public UserDefaults {
  public:
   std::optional<Value> value(std::string_view key) const override;
   void set(std::string_view key, Value value) override;
   void remove(std::string_view key) override;
+  std::uint64_t foreignChanges() const override;
+  bool edit(const std::function<void(KeyedValues&)>& change) override;
+  Claim claim(const std::string& name) override;
 
-  /// How many times `set` and `remove` were called.
+  /// How many times a value was set or removed.
   int writes() const;
+  /// From now on another process holds the store: edits fail.
+  void setBusy(bool isBusy);
 
  private:
+  class Edit;
   struct Store {
     std::map<std::string, Value, std::less<>> values;
+    std::set<std::string> claims;
     int writes = 0;
+    bool isBusy = false;
   };
   std::shared_ptr<Guarded<Store>> store_ = std::make_shared<Guarded<Store>>();
+  int ownWrites_ = 0;  ///< under the guard of the store
 };
 
 class HeadlessOutput final : public LogOutput {

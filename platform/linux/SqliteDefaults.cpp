@@ -52,12 +52,58 @@ bool isNoFile(const std::filesystem::path& path) {
   return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
+/// The descriptor of a locked file. The lock is released for copies of the descriptor too, which a
+/// child of the host may hold.
+class FileLock {
+ public:
+  explicit FileLock(const std::string& file)
+      : file_(::open(file.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0600)),
+        isHeldElsewhere_(flock(file_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {}
+  ~FileLock() {
+    if (file_ < 0) return;
+    if (!isHeldElsewhere_) flock(file_, LOCK_UN);
+    ::close(file_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  /// False as well where there can be no file: nobody shares a store that cannot be written.
+  bool isHeldElsewhere() const { return isHeldElsewhere_; }
+
+ private:
+  int file_;
+  bool isHeldElsewhere_;
+};
+
 bool isDamage(int result) {
   const int kind = result & 0xff;
   return kind == SQLITE_NOTADB || kind == SQLITE_CORRUPT;
 }
 
 }  // namespace
+
+/// What one `edit` has set so far, over what could not be written before, over what is stored.
+class SqliteDefaults::Edit final : public KeyedValues {
+ public:
+  explicit Edit(State& state) : store_(*state.store), changes(state.unsaved) {}
+
+  std::optional<Value> value(std::string_view key) const override {
+    const auto changed = changes.find(key);
+    return changed == changes.end() ? store_.read(key) : changed->second;
+  }
+  void set(std::string_view key, Value value) override {
+    changes.insert_or_assign(std::string(key), std::move(value));
+  }
+  void remove(std::string_view key) override {
+    changes.insert_or_assign(std::string(key), std::nullopt);
+  }
+  std::uint64_t foreignChanges() const override { return store_.foreignChanges(); }
+
+ private:
+  SqliteStore& store_;
+
+ public:
+  SqliteStore::Changes changes;
+};
 
 SqliteDefaults::SqliteDefaults(std::filesystem::path file, std::function<void(std::string)> log)
     : file_(std::filesystem::absolute(file)), log_(std::move(log)) {
@@ -122,18 +168,51 @@ void SqliteDefaults::set(std::string_view key, Value value) { change(key, std::m
 void SqliteDefaults::remove(std::string_view key) { change(key, std::nullopt); }
 
 void SqliteDefaults::change(std::string_view key, std::optional<Value> value) {
-  const int complaint = state_.with([&](State& state) {
+  complain(state_.with([&](State& state) {
     state.unsaved.insert_or_assign(std::string(key), std::move(value));
     const int result = state.store->write(state.unsaved);
-    if (result == SQLITE_OK) {
-      state.unsaved.clear();
-      return SQLITE_OK;
+    if (result == SQLITE_OK) state.unsaved.clear();
+    return result;
+  }));
+}
+
+std::uint64_t SqliteDefaults::foreignChanges() const {
+  return state_.with([](State& state) { return state.store->foreignChanges(); });
+}
+
+bool SqliteDefaults::edit(const std::function<void(KeyedValues&)>& change) {
+  bool isDone = false;
+  complain(state_.with([&](State& state) {
+    Edit edit(state);
+    if (!state.store->isWritable()) {
+      change(edit);
+      const bool isChanged = edit.changes != state.unsaved;
+      state.unsaved = std::move(edit.changes);
+      isDone = true;
+      return isChanged ? SQLITE_READONLY : SQLITE_OK;
     }
-    return std::exchange(state.complained, true) ? SQLITE_OK : result;
-  });
-  if (complaint != SQLITE_OK)
-    log_("Settings cannot be stored (" + std::string(sqlite3_errstr(complaint)) +
-         "). They are kept in memory.");
+    const int result = state.store->edit([&]() -> const auto& {
+      change(edit);
+      return edit.changes;
+    });
+    isDone = result == SQLITE_OK;
+    if (isDone) state.unsaved.clear();
+    return result;
+  }));
+  return isDone;
+}
+
+UserDefaults::Claim SqliteDefaults::claim(const std::string& name) {
+  auto lock = std::make_shared<FileLock>(file_.native() + "-" + name);
+  return lock->isHeldElsewhere() ? nullptr : Claim(std::move(lock));
+}
+
+/// Says once that something could not be written.
+void SqliteDefaults::complain(int result) {
+  if (result == SQLITE_OK) return;
+  if (state_.with([](State& state) { return std::exchange(state.complained, true); })) return;
+  log_("Settings cannot be stored (" + std::string(sqlite3_errstr(result)) +
+       "). They are kept in memory.");
 }
 
 /// Under the guard, on the thread that wrote.

@@ -20,8 +20,9 @@ namespace kva {
 ///
 /// A file that is no database, or a damaged one, is renamed ("<name>.damaged-<time>") and a fresh
 /// one begun. While the file cannot be written, values stay in memory, and the next `set` tries
-/// again to write all of them; a file that could not be opened for writing, or was locked by
-/// another process for a second, is not tried again.
+/// again to write all of them. A file that could not be opened for writing, or that another process
+/// locked for a second, is not tried again; its values are changed in memory. A claim is a lock on
+/// an empty file beside it ("<name>-<claim>").
 class SqliteDefaults final : public UserDefaults {
  public:
   /// `log` is called, on whatever thread it happens, with one line when a file is set aside, and
@@ -31,8 +32,12 @@ class SqliteDefaults final : public UserDefaults {
   std::optional<Value> value(std::string_view key) const override;
   void set(std::string_view key, Value value) override;
   void remove(std::string_view key) override;
+  std::uint64_t foreignChanges() const override;
+  bool edit(const std::function<void(KeyedValues&)>& change) override;
+  Claim claim(const std::string& name) override;
 
  private:
+  class Edit;
   struct State {
     std::unique_ptr<SqliteStore> store;
     SqliteStore::Changes unsaved;
@@ -43,6 +48,7 @@ class SqliteDefaults final : public UserDefaults {
   std::unique_ptr<SqliteStore> openStore();
   void setAside();
   void change(std::string_view key, std::optional<Value> value);
+  void complain(int result);
   void committed(State& state, int pagesInLog);
   void checkpoint();
 

@@ -25,6 +25,14 @@ void preparePrivateFile(const std::filesystem::path& file) {
   }
 }
 
+/// Called while another connection writes, with how often before. Looks again every millisecond,
+/// so that a busy process does not shut others out, and gives up after two seconds.
+int waitForOthers(void*, int times) {
+  constexpr int kMilliseconds = 2000;
+  usleep(1000);
+  return times < kMilliseconds;
+}
+
 int bindText(sqlite3_stmt* statement, int index, std::string_view text) {
   return sqlite3_bind_text64(statement, index, text.empty() ? "" : text.data(), text.size(),
                              SQLITE_STATIC, SQLITE_UTF8);
@@ -134,7 +142,7 @@ int SqliteStore::open(const std::filesystem::path& file, Access access,
     if (result == SQLITE_OK) result = checkIntegrity();
   }
   if (result == SQLITE_OK) result = prepareStatements(access);
-  sqlite3_busy_timeout(opened, 2000);
+  sqlite3_busy_handler(opened, waitForOthers, nullptr);
   return result;
 }
 
@@ -157,6 +165,7 @@ int SqliteStore::prepareStatements(Access access) {
     return result;
   };
   int result = prepare(select_, "SELECT type, value FROM defaults WHERE key = ?1");
+  if (result == SQLITE_OK) result = prepare(version_, "PRAGMA data_version");
   if (access == Access::immutable) return result;
   const std::pair<Statement*, const char*> writing[] = {
       {&upsert_,
@@ -176,15 +185,35 @@ std::optional<UserDefaults::Value> SqliteStore::read(std::string_view key) {
   if (!select_) return std::nullopt;
   bindText(select_.get(), 1, key);
   std::optional<Value> found;
-  if (sqlite3_step(select_.get()) == SQLITE_ROW) found = valueOf(select_.get());
+  const int result = sqlite3_step(select_.get());
+  if (result == SQLITE_ROW) found = valueOf(select_.get());
+  if (result != SQLITE_ROW && result != SQLITE_DONE) ++failedReads_;
   sqlite3_reset(select_.get());
   return found;
 }
 
+std::uint64_t SqliteStore::foreignChanges() {
+  if (!version_) return 0;
+  std::uint64_t version = 0;
+  if (sqlite3_step(version_.get()) == SQLITE_ROW)
+    version = static_cast<std::uint64_t>(sqlite3_column_int64(version_.get(), 0));
+  else
+    ++failedReads_;
+  sqlite3_reset(version_.get());
+  return version + (failedReads_ << 32);
+}
+
 int SqliteStore::write(const Changes& changes) {
   if (changes.size() == 1) return writeOne(changes.begin()->first, changes.begin()->second);
+  return edit([&]() -> const Changes& { return changes; });
+}
+
+int SqliteStore::edit(const std::function<const Changes&()>& decide) {
   int result = run(begin_.get());
   if (result != SQLITE_OK) return result;
+  const auto failedBefore = failedReads_;
+  const Changes& changes = decide();
+  if (failedReads_ != failedBefore) result = SQLITE_IOERR;
   for (const auto& [key, value] : changes)
     if (result == SQLITE_OK) result = writeOne(key, value);
   if (result == SQLITE_OK) result = run(commit_.get());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -31,9 +32,16 @@ class SqliteStore {
   /// Before anything else, once. Waits for the locks of other processes until `deadline`.
   int open(const std::filesystem::path& file, Access access, Clock::time_point deadline);
 
+  bool isWritable() const { return begin_ != nullptr; }
   std::optional<Value> read(std::string_view key);
   /// All of them or none.
   int write(const Changes& changes);
+  /// Writes what `decide` returns, all or nothing. No other connection writes from before `decide`
+  /// runs until its changes are there.
+  int edit(const std::function<const Changes&()>& decide);
+  /// Differs from an earlier answer once another connection has written since, or something could
+  /// not be read.
+  std::uint64_t foreignChanges();
 
   /// Calls `committed` after each commit with the number of pages that wait in the log.
   void setCommitHook(std::function<void(int pages)> committed);
@@ -47,7 +55,8 @@ class SqliteStore {
   int writeOne(const std::string& key, const std::optional<Value>& value);
 
   std::unique_ptr<sqlite3, Release<sqlite3_close_v2>> connection_;
-  Statement select_, upsert_, erase_, begin_, commit_, rollback_;
+  Statement select_, version_, upsert_, erase_, begin_, commit_, rollback_;
+  std::uint64_t failedReads_ = 0;
   std::function<void(int)> committed_;
 };
 

@@ -58,10 +58,9 @@ TEST_F(FrequencyCapping, TheDailyCapRefusesInTheFirstHourAndCountsAllDay) {
   EXPECT_EQ(stored()[0]["dailyImpressionCount"], 1);
 }
 
-TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
+TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstImpressionAndSurviveARestart) {
   const double began = h.time.now();
-  shouldShow({"other", 1, 0});
-  EXPECT_EQ(stored().size(), 1u);
+  FrequencyCappingManager::shared().trackImpression("other");
   impress(2);
   const auto member = [](const std::string& planId, const Json& count, double at) {
     return Json({{"planId", planId},
@@ -70,7 +69,7 @@ TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
                  {"lastHourlyImpressionAt", at},
                  {"lastDailyImpressionAt", at}});
   };
-  EXPECT_EQ(stored(), Json::array({member("other", 0, 0), member(kPlanId, 2, began)}));
+  EXPECT_EQ(stored(), Json::array({member("other", 1, began), member(kPlanId, 2, began)}));
 
   const auto restartWith = [&](const Json& count) {
     h.defaults.set(kKey, toBytes(Json::array({member(kPlanId, count, began)}).dump()));
@@ -82,6 +81,48 @@ TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstUseAndSurviveARestart) {
   EXPECT_TRUE(shouldShow(hourly)) << "what cannot be read counts as nothing";
   restartWith(std::numeric_limits<std::int64_t>::max());
   EXPECT_DEATH(impress(), "impression count beyond 64 bits");
+}
+
+TEST_F(FrequencyCapping, KeepsNothingOfAPlanThatWasNotShownOrWhoseWindowsAreOver) {
+  for (int i = 0; i < 100; ++i) shouldShow({std::to_string(i), 1, 1});
+  EXPECT_EQ(stored(), Json());
+  const auto show = [](const char* plan) {
+    FrequencyCappingManager::shared().trackImpression(plan);
+  };
+  show("first");
+  h.time.advance(1);
+  show("second");
+  h.time.advance(86400);
+  impress();
+  EXPECT_EQ(stored().size(), 2u) << "the second's day ends now";
+  EXPECT_EQ(stored()[0]["planId"], "second");
+  show("second");
+  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 2) << "found in its new place";
+  const int writes = h.defaults.writes();
+  EXPECT_TRUE(shouldShow(hourly));
+  EXPECT_EQ(h.defaults.writes(), writes);
+}
+
+TEST_F(FrequencyCapping, CountsWhatOtherProcessesShowAndWhatCouldNotBeStored) {
+  auto elsewhere = [store = headless::MemoryUserDefaults(h.defaults)]() mutable {
+    EXPECT_TRUE(store.edit([](KeyedValues& values) {
+      Json members = Json::parse(asText(*values.get<Bytes>(kKey)));
+      auto& count = members[0]["hourlyImpressionCount"];
+      count = count.get<int>() + 1;
+      values.set(kKey, toBytes(members.dump()));
+    }));
+  };
+  impress();
+  elsewhere();
+  EXPECT_FALSE(shouldShow(hourly));
+  impress();
+  EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 3);
+  h.defaults.setBusy(true);
+  impress();
+  h.defaults.setBusy(false);
+  elsewhere();
+  impress();
+  EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 6);
 }
 
 TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {

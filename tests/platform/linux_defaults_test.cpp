@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -82,6 +83,37 @@ TEST_F(LinuxDefaults, TwoProcessesOnOneFile) {
   EXPECT_EQ(lines, 0);
 }
 
+TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNothingOnceKilled) {
+  int pipes[2];
+  ASSERT_EQ(pipe(pipes), 0);
+  const pid_t holder = inProcess([&] {
+    SqliteDefaults theirs(file, [](const std::string&) {});
+    const auto claim = theirs.claim("upload");
+    const bool isDone = theirs.edit([&](KeyedValues& values) {
+      values.set("half", true);
+      std::ignore = write(pipes[1], "x", 1);
+      pause();
+    });
+    return isDone;
+  });
+  char ready = 0;
+  ASSERT_EQ(read(pipes[0], &ready, 1), 1);
+  auto store = open(file);
+  EXPECT_FALSE(store->claim("upload"));
+  const auto begun = std::chrono::steady_clock::now();
+  EXPECT_FALSE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
+  EXPECT_FALSE(store->value("edited")) << "the editor keeps its change and makes it again";
+  EXPECT_EQ(lines, 1);
+  kill(holder, SIGKILL);
+  EXPECT_EQ(statusOf(holder), -1);
+  EXPECT_TRUE(store->claim("upload"));
+  EXPECT_TRUE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
+  EXPECT_TRUE(store->value("edited"));
+  EXPECT_FALSE(store->value("half"));
+  for (const int end : pipes) close(end);
+}
+
 TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
   open(file)->set("large", std::string(200'000, 'x'));
   std::string damaged = contentsOf(file);
@@ -138,7 +170,7 @@ TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
         << hopeless;
     EXPECT_FALSE(store->value("stored")) << "read from a file that another process changes";
     store->set("text", std::string("kept"));
-    store->set("number", std::int64_t{7});
+    EXPECT_TRUE(store->edit([](KeyedValues& values) { values.set("number", std::int64_t{7}); }));
     store->remove("text");
     EXPECT_FALSE(store->value("text")) << hopeless;
     EXPECT_EQ(store->get<std::int64_t>("number"), 7) << hopeless;

@@ -140,6 +140,56 @@ TYPED_TEST(UserDefaultsContract, OverwritesAndRemovesForGoodAndReadsNothingAsAno
   EXPECT_FALSE(store.get<std::string>("number"));
 }
 
+TYPED_TEST(UserDefaultsContract, SharesItsValuesWithOtherProcessesAndLosesNoEdit) {
+  UserDefaults& here = *this->subject.ports.userDefaults;
+  const auto elsewhere = this->subject.defaultsElsewhere();
+  constexpr int kEdits = 200;
+  const auto countUp = [](UserDefaults& store, const char* own) {
+    for (int i = 1; i <= kEdits; ++i)
+      EXPECT_TRUE(store.edit([&](KeyedValues& values) {
+        const auto count = values.get<std::int64_t>("count").value_or(0);
+        values.remove("gone");
+        values.set("count", count + 1);
+        values.set(own, std::int64_t{i});
+        EXPECT_EQ(values.get<std::int64_t>("count"), count + 1);
+      }));
+  };
+  here.set("gone", true);
+  std::jthread other([&] { countUp(*elsewhere, "elsewhere"); });
+  countUp(here, "here");
+  other.join();
+  EXPECT_EQ(here.get<std::int64_t>("count"), 2 * kEdits);
+  EXPECT_EQ(here.get<std::int64_t>("elsewhere"), kEdits);
+  EXPECT_EQ(elsewhere->get<std::int64_t>("here"), kEdits);
+  EXPECT_FALSE(here.value("gone"));
+
+  const auto before = here.foreignChanges();
+  here.set("own", true);
+  EXPECT_TRUE(here.edit([](KeyedValues& values) { values.remove("own"); }));
+  EXPECT_TRUE(elsewhere->edit([](KeyedValues&) {}));
+  EXPECT_EQ(here.foreignChanges(), before);
+  elsewhere->set("news", true);
+  const auto after = here.foreignChanges();
+  EXPECT_NE(after, before);
+  EXPECT_TRUE(here.edit([&](KeyedValues& values) { EXPECT_EQ(values.foreignChanges(), after); }));
+}
+
+TYPED_TEST(UserDefaultsContract, GivesAClaimToOneHolderUntilItLetsGo) {
+  UserDefaults& here = *this->subject.ports.userDefaults;
+  const auto elsewhere = this->subject.defaultsElsewhere();
+  auto claim = here.claim("upload");
+  EXPECT_TRUE(claim);
+  EXPECT_TRUE(elsewhere->claim("registration")) << "another name";
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_FALSE(elsewhere->claim("upload"));
+    EXPECT_FALSE(here.claim("upload"));
+  }
+  claim.reset();
+  claim = elsewhere->claim("upload");
+  EXPECT_TRUE(claim);
+  EXPECT_FALSE(here.claim("upload"));
+}
+
 template <class Subject>
 struct QueueContract : Contract<Subject> {
   /// What the main queue promises and a serial one too.

@@ -4,6 +4,7 @@
 
 #include <Kelvara/core/Log.h>
 #include <Kelvara/reporting/ReportManager.h>
+#include <Kelvara/reporting/ReportStore.h>
 #include <Kelvara/user/PrivacyManager.h>
 #include <presentation/Stage.h>
 
@@ -168,6 +169,59 @@ TEST_F(Reports, WaitForTheUserToBeRegistered) {
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(h.output.count("<KVA> [E]: ReportManager: user is not registered."), 1);
   EXPECT_THAT(stored(Keys::reportsForUpload), ElementsAre("bid"));
+
+  track("bid", {Action::click});
+  tick();
+  const int writes = h.defaults.writes();
+  tick(10);
+  track("bid", {Action::click});
+  EXPECT_EQ(h.defaults.writes(), writes) << "what has not changed is not stored again";
+}
+
+TEST_F(Reports, OfSeveralProcessesShareTheStore) {
+  const auto elsewhere = std::make_shared<headless::MemoryUserDefaults>(h.defaults);
+  ReportStore theirs(elsewhere, Keys::reports);
+  const auto trackElsewhere = [&](const char* bidId, Action action) {
+    const auto* known = theirs.find(bidId);
+    auto report = known ? *known : BidReport{.bidId = bidId, .createdAt = h.time.now()};
+    report.apply(action, 1);
+    theirs.set(std::move(report));
+    theirs.persist();
+  };
+  track("mine", {Action::dismiss});
+  trackElsewhere("both", {Action::click});
+  track("both", {Action::dismiss});
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("both", "mine"));
+
+  auto claim = elsewhere->claim("upload");
+  tick();
+  EXPECT_THAT(batches(), IsEmpty()) << "the other process is uploading";
+  claim.reset();
+  accept(10);
+  tick();
+  const auto sent = h.server.lastRequest("/bid/stats").json()["stats"][0];
+  EXPECT_TRUE(sent["bid"] == "both" && sent["clck"] && sent["dism"]) << sent;
+  EXPECT_FALSE(elsewhere->claim("upload"));
+  theirs.refresh();
+  trackElsewhere("both", {Action::complete});
+  h.time.advance(10);
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("both")) << "changed since it was sent";
+
+  // Refused as bad: what the other process tracks meanwhile stays.
+  h.server.reply("/bid/stats", headless::errorEnvelope(400, "Refused."), 10);
+  track("bad", {Action::dismiss});
+  tick();
+  trackElsewhere("later", {Action::impression});
+  h.time.advance(10);
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("later"));
+
+  // What cannot be stored while the other holds the store is stored with the next action.
+  h.defaults.setBusy(true);
+  track("held up", {Action::impression});
+  h.defaults.setBusy(false);
+  trackElsewhere("after", {Action::impression});
+  track("next", {Action::impression});
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("after", "held up", "later", "next"));
 }
 
 TEST_F(Reports, OfAnEarlierProcessAreSentOnceByTheNext) {

@@ -28,6 +28,8 @@ class HostProcess {
     send(command);
     return await(expected);
   }
+  /// All that it has answered so far.
+  const std::vector<std::string>& answers() const { return answers_; }
   /// SIGKILL so long from now, whatever the process is doing by then.
   void killAfter(std::chrono::microseconds delay);
   /// SIGKILL, and all that it had answered until then.

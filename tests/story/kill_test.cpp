@@ -1,5 +1,6 @@
 // A host that is killed over and over, at moments that a seed chooses, while it starts, registers,
-// tracks, uploads, counts and keeps templates. After every kill the file that it left is looked at.
+// tracks, uploads, counts and keeps templates; alone, and beside another process of the same
+// application. After every kill the stored file is examined.
 //   KELVARA_KILLS  how often (20)      KELVARA_SEED  which choices (1)
 #include <Kelvara/ads/Template.h>
 #include <Kelvara/core/SDKHelper.h>
@@ -12,8 +13,10 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <span>
 
 #include "platform/linux_support.h"
 #include "story/Chance.h"
@@ -74,15 +77,17 @@ const Weather kWeather[] = {
     {"/bid/stats", {.behaviour = Behaviour::reset}},
     {"/bid/stats", {.behaviour = Behaviour::truncated}},
     {"/bid/stats", {.behaviour = Behaviour::serverError, .code = 500}},
-    {"/bid/stats", {.behaviour = Behaviour::serverError, .times = 1, .code = 404}},
     {"/bid/stats", {.delay = 20ms}},
-    {"/register", {.delay = 40ms}},
-    {"/register", {.behaviour = Behaviour::reset, .times = 1}},
     {"/template", {.delay = 15ms}},
     {"/template", {.behaviour = Behaviour::truncated, .times = 1}},
     {"/init", {.behaviour = Behaviour::serverError, .times = 1, .code = 503}},
     {"/bid/init", {.delay = 10ms}},
+    // What makes a second registration.
+    {"/bid/stats", {.behaviour = Behaviour::serverError, .times = 1, .code = 404}},
+    {"/register", {.delay = 40ms}},
+    {"/register", {.behaviour = Behaviour::reset, .times = 1}},
 };
+constexpr std::size_t kReregistering = 3;
 
 class KillStory : public testing::Test {
  protected:
@@ -94,19 +99,30 @@ class KillStory : public testing::Test {
     std::filesystem::create_directory(folder.path / "host");
   }
 
-  HostProcess launch() const {
-    return {server.baseURL(), folder.path / "host" / "defaults.sqlite"};
+  std::unique_ptr<HostProcess> launch() const {
+    return std::make_unique<HostProcess>(server.baseURL(), file);
   }
   static bool starts(HostProcess& host) {
     return host.ask("start " + std::string(kApplicationId), "started") == "started 0";
   }
 
-  void changeTheWeather();
+  /// One process at a time, launched again and again.
+  struct Place {
+    std::unique_ptr<HostProcess> host;
+    std::vector<std::string> liveBids;
+    std::vector<Action> unanswered;  ///< of this launch, in the order in which they were sent
+  };
+
+  void changeTheWeather(std::span<const Weather> possible);
   void launchAndKill();
-  void work(HostProcess& host);
-  void sendAction(HostProcess& host);
-  void noteAnswers(const std::vector<std::string>& lines);
+  bool work(Place& place);
+  void sendAction(Place& place);
+  void noteAnswers(const Place& place);
+  void killNow(Place& place);
+  void launchBeside(Place& place);
   void lookAtWhatIsLeft();
+  void lookAt(const std::filesystem::path& file);
+  void deliverTheRest();
   void expectReports(const std::shared_ptr<UserDefaults>& defaults);
   void expectCounters(const UserDefaults& defaults);
   void expectTemplate(const UserDefaults& defaults);
@@ -122,12 +138,12 @@ class KillStory : public testing::Test {
   const std::uint64_t seed = fromEnvironment("KELVARA_SEED", 1);
   Chance chance{seed};
   test::TemporaryFolder folder;
+  const std::filesystem::path file = folder.path / "host" / "defaults.sqlite";
   sandbox::Server server;
   const std::int64_t begunAt = now();
 
   std::map<std::string, Asked> asked;
-  std::vector<std::string> liveBids;
-  std::vector<Action> unanswered;  ///< of this launch, in the order in which they were sent
+  Place places[2];
   std::map<std::string, Counted> impressions;
   std::int64_t newestTemplate = 3, storedTemplate = 0;
   microseconds startTakes = 30ms;
@@ -141,52 +157,56 @@ class KillStory : public testing::Test {
   }
 };
 
-void KillStory::changeTheWeather() {
+void KillStory::changeTheWeather(std::span<const Weather> possible) {
   server.clearScenarios();
   for (int i = 0; i < 2; ++i) {
-    const Weather& weather = chance.oneOf(kWeather);
+    const Weather& weather = chance.oneOf(possible);
     server.setScenario(weather.endpoint, weather.scenario);
   }
-  if (chance.oneIn(3)) server.publishTemplate(kImageTemplate, templateText(++newestTemplate));
 }
 
 void KillStory::launchAndKill() {
-  changeTheWeather();
+  changeTheWeather(kWeather);
+  if (chance.oneIn(3)) server.publishTemplate(kImageTemplate, templateText(++newestTemplate));
+  Place& place = places[0];
   const auto begun = std::chrono::steady_clock::now();
-  auto host = launch();
+  place.host = launch();
   const bool whileStarting = chance.oneIn(4);
   if (whileStarting)
-    host.killAfter(microseconds(chance.below(static_cast<std::size_t>(startTakes.count()))));
-  host.await("ready");
-  const bool started = starts(host);
+    place.host->killAfter(microseconds(chance.below(static_cast<std::size_t>(startTakes.count()))));
+  place.host->await("ready");
+  const bool started = starts(*place.host);
   if (!whileStarting) {
     startTakes = std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - begun);
-    host.killAfter(microseconds(chance.below(250'000)));
+    place.host->killAfter(microseconds(chance.below(250'000)));
   }
   killedWhileStarting += whileStarting;
-  if (started) work(host);
-  noteAnswers(host.kill());
-}
-
-/// Until the host is killed.
-void KillStory::work(HostProcess& host) {
-  for (bool alive = true; alive;) {
-    if (chance.oneIn(4)) host.send("bid " + std::string(kInterstitialAdUnit));
-    if (chance.oneIn(4)) host.send("template " + std::string(kImageTemplate));
-    if (chance.oneIn(3)) {
-      const auto& plans = sandbox::findAdUnit(kInterstitialAdUnit)->plans;
-      const std::string plan(chance.oneOf(plans).id);
-      ++impressions[plan].sent;
-      alive = !host.ask("impression " + plan, "impression").empty();
-      impressions[plan].answered += alive;
-    }
-    const std::size_t burst = 1 + chance.below(12);
-    for (std::size_t i = 0; i < burst; ++i) sendAction(host);
-    for (std::size_t i = 0; i < burst && alive; ++i) alive = !host.await("tracked").empty();
+  while (started && work(place)) {
   }
+  killNow(place);
 }
 
-void KillStory::sendAction(HostProcess& host) {
+/// False once the host has been killed.
+bool KillStory::work(Place& place) {
+  HostProcess& host = *place.host;
+  bool alive = true;
+  if (chance.oneIn(4)) host.send("bid " + std::string(kInterstitialAdUnit));
+  if (chance.oneIn(4)) host.send("template " + std::string(kImageTemplate));
+  if (chance.oneIn(3)) {
+    const auto& plans = sandbox::findAdUnit(kInterstitialAdUnit)->plans;
+    const std::string plan(chance.oneOf(plans).id);
+    ++impressions[plan].sent;
+    alive = !host.ask("impression " + plan, "impression").empty();
+    impressions[plan].answered += alive;
+  }
+  const std::size_t burst = 1 + chance.below(12);
+  for (std::size_t i = 0; i < burst; ++i) sendAction(place);
+  for (std::size_t i = 0; i < burst && alive; ++i) alive = !host.await("tracked").empty();
+  return alive;
+}
+
+void KillStory::sendAction(Place& place) {
+  auto& liveBids = place.liveBids;
   if (liveBids.size() < 8) {
     std::string number = std::to_string(asked.size());
     number.insert(0, 12 - number.size(), '0');
@@ -201,23 +221,29 @@ void KillStory::sendAction(HostProcess& host) {
   if (fact == "dismiss" || fact == "fail")
     liveBids.erase(liveBids.begin() + static_cast<std::ptrdiff_t>(at));
   of.sent.insert(fact);
-  host.send("track " + bid + " " + fact);
-  unanswered.push_back({bid, fact});
+  place.host->send("track " + bid + " " + fact);
+  place.unanswered.push_back({bid, fact});
 }
 
 /// Actions are answered in the order in which they were sent.
-void KillStory::noteAnswers(const std::vector<std::string>& lines) {
+void KillStory::noteAnswers(const Place& place) {
   std::size_t answers = 0;
-  for (const auto& line : lines) {
+  for (const auto& line : place.host->answers()) {
     if (line.starts_with("tracked ")) {
-      ASSERT_LT(answers, unanswered.size());
-      const Action& action = unanswered[answers++];
+      ASSERT_LT(answers, place.unanswered.size());
+      const Action& action = place.unanswered[answers++];
       asked[action.bid].answered.insert(action.fact);
     }
   }
-  answeredActions += answers;
-  unansweredActions += unanswered.size() - answers;
-  unanswered.clear();
+}
+
+void KillStory::killNow(Place& place) {
+  const auto answers = std::ranges::count_if(
+      place.host->kill(), [](const std::string& line) { return line.starts_with("tracked "); });
+  noteAnswers(place);
+  answeredActions += static_cast<std::size_t>(answers);
+  unansweredActions += place.unanswered.size() - static_cast<std::size_t>(answers);
+  place.unanswered.clear();
 }
 
 /// At a copy, so that it is the next launch that finds the file as the kill has left it.
@@ -226,10 +252,14 @@ void KillStory::lookAtWhatIsLeft() {
   std::filesystem::remove_all(copy);
   std::filesystem::copy(folder.path / "host", copy);
   if (!std::filesystem::exists(copy / "defaults.sqlite")) return;  // killed before it was made
+  lookAt(copy / "defaults.sqlite");
+}
+
+void KillStory::lookAt(const std::filesystem::path& stored) {
   auto defaults = std::make_shared<SqliteDefaults>(
-      copy / "defaults.sqlite", [](const std::string& complaint) { ADD_FAILURE() << complaint; });
-  for (const auto& file : std::filesystem::directory_iterator(folder.path / "host"))
-    EXPECT_FALSE(file.path().native().contains("damaged")) << file.path();
+      stored, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path / "host"))
+    EXPECT_FALSE(entry.path().native().contains("damaged")) << entry.path();
   expectReports(defaults);
   expectCounters(*defaults);
   expectTemplate(*defaults);
@@ -310,6 +340,27 @@ bool KillStory::serverHasWhatWasAnswered() const {
       asked, [&](const auto& each) { return covers(there[each.first], each.second.answered); });
 }
 
+/// What the kills have left waiting reaches the server from a launch that lives.
+void KillStory::deliverTheRest() {
+  server.clearScenarios();
+  Place& last = places[0];
+  last.host = launch();
+  last.host->await("ready");
+  ASSERT_TRUE(starts(*last.host));
+  ASSERT_TRUE(last.host->ask("bid " + std::string(kInterstitialAdUnit), "").starts_with("bid "));
+  // An action that arrives while an upload is on its way goes out once another one comes.
+  const auto limit = std::chrono::steady_clock::now() + 20s;
+  for (bool complete = false; !complete;) {
+    ASSERT_LT(std::chrono::steady_clock::now(), limit) << "reports stay on the device";
+    sendAction(last);
+    ASSERT_FALSE(last.host->await("tracked").empty());
+    complete = server.waitForExchanges(
+        "/bid/stats", [this](const auto&) { return serverHasWhatWasAnswered(); }, 500ms);
+  }
+  killNow(last);
+  lookAtWhatIsLeft();
+}
+
 TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
   const std::size_t kills = fromEnvironment("KELVARA_KILLS", 20);
   std::cout << "KELVARA_SEED=" << seed << " KELVARA_KILLS=" << kills << std::endl;
@@ -319,26 +370,7 @@ TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
     lookAtWhatIsLeft();
   }
   if (HasFailure()) return;
-
-  // What the kills have left waiting reaches the server from a launch that lives.
-  server.clearScenarios();
-  {
-    auto last = launch();
-    last.await("ready");
-    ASSERT_TRUE(starts(last));
-    ASSERT_TRUE(last.ask("bid " + std::string(kInterstitialAdUnit), "").starts_with("bid "));
-    // An action that arrives while an upload is on its way goes out once another one comes.
-    const auto limit = std::chrono::steady_clock::now() + 20s;
-    for (bool complete = false; !complete;) {
-      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "reports stay on the device";
-      sendAction(last);
-      ASSERT_FALSE(last.await("tracked").empty());
-      complete = server.waitForExchanges(
-          "/bid/stats", [this](const auto&) { return serverHasWhatWasAnswered(); }, 500ms);
-    }
-    noteAnswers(last.kill());
-  }
-  lookAtWhatIsLeft();
+  deliverTheRest();
 
   const auto uploads = server.exchanges("/bid/stats");
   const auto accepted = std::ranges::count(uploads, "ok", &sandbox::Exchange::verdict);
@@ -349,6 +381,54 @@ TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
             << state.users.size() << " registrations" << std::endl;
   EXPECT_GT(answeredActions, kills);
   EXPECT_GT(accepted, 0);
+}
+
+void KillStory::launchBeside(Place& place) {
+  place.host = launch();
+  place.host->await("ready");
+  ASSERT_TRUE(starts(*place.host));
+}
+
+TEST_F(KillStory, TwoProcessesLoseNothingOfEachOtherAndRegisterOneUser) {
+  const std::size_t kills = fromEnvironment("KELVARA_KILLS", 20) / 2;
+  auto& [first, second] = places;
+  launchBeside(first);
+  launchBeside(second);
+  // One is killed while it registers, and the other must not wait for it.
+  server.setScenario("/register", {.behaviour = Behaviour::hang, .times = 1});
+  const std::string bid = "bid " + std::string(kInterstitialAdUnit);
+  first.host->send(bid);
+  ASSERT_TRUE(server.waitForExchanges(
+      "/register", [](const auto& all) { return all.size() == 1; }, 20s));
+  second.host->send(bid);
+  killNow(first);
+  launchBeside(first);
+  server.setScenario("/register", {.delay = 100ms});
+  first.host->send(bid);
+  for (Place* place : {&first, &second})
+    EXPECT_TRUE(place->host->await("").starts_with("bid ")) << place->host->answers().back();
+  ASSERT_EQ(server.state().users.size(), 1u);
+
+  for (std::size_t round = 1; round <= kills && !HasFailure(); ++round) {
+    SCOPED_TRACE("after kill " + std::to_string(round));
+    changeTheWeather(std::span(kWeather).first(std::size(kWeather) - kReregistering));
+    Place& victim = places[chance.below(2)];
+    Place& survivor = &victim == &first ? second : first;
+    victim.host->killAfter(microseconds(chance.below(250'000)));
+    while (work(victim)) ASSERT_TRUE(work(survivor));
+    killNow(victim);
+    noteAnswers(survivor);
+    lookAt(file);
+    server.clearScenarios();
+    launchBeside(victim);
+  }
+  if (HasFailure()) return;
+  killNow(first);
+  killNow(second);
+  lookAtWhatIsLeft();
+  deliverTheRest();
+  EXPECT_EQ(server.state().users.size(), 1u);
+  EXPECT_GT(answeredActions, kills);
 }
 
 }  // namespace

@@ -131,6 +131,52 @@ TEST_F(Registration, IsOneAtATimeWhoeverAsksAndWhateverTheAnswer) {
   EXPECT_EQ(analytics().userId(), "u1");
 }
 
+TEST_F(Registration, IsDoneByOneOfSeveralProcesses) {
+  h.server.reply("/register", envelope(R"({"uid":"mine"})"));
+  headless::MemoryUserDefaults elsewhere = h.defaults;
+  auto claim = elsewhere.claim("registration");
+  std::vector<std::int64_t> answers;
+  const auto begin = [&] {
+    analytics().register_([&](auto error) { answers.push_back(error ? error->code() : 0); });
+  };
+  begin();
+  begin();
+  h.time.advance(30);
+  EXPECT_TRUE(answers.empty());
+  elsewhere.set(Keys::userId, std::string("theirs"));
+  claim.reset();
+  h.time.advance(0.1);
+  EXPECT_EQ(answers, std::vector<std::int64_t>(2, 0));
+  EXPECT_EQ(analytics().userId(), "theirs");
+
+  // The server does not know the user any more: the other process replaces it.
+  elsewhere.set(Keys::userId, std::string("theirs anew"));
+  analytics().logout();
+  EXPECT_EQ(analytics().userId(), "theirs anew");
+  EXPECT_EQ(elsewhere.get<std::string>(Keys::userId), "theirs anew");
+  EXPECT_EQ(h.server.count("/register"), 0);
+
+  for (const char* end : {"dies", "takes too long"}) {
+    SCOPED_TRACE(end);
+    h.defaults.remove(Keys::userId);
+    launch();
+    claim = elsewhere.claim("registration");
+    begin();
+    h.time.advance(60);
+    EXPECT_EQ(h.server.count("/register"), 0);
+    if (end == std::string_view("dies")) claim.reset();
+    h.time.advance(20);
+    EXPECT_EQ(analytics().userId(), "mine");
+  }
+
+  h.defaults.remove(Keys::userId);
+  launch();
+  answers.clear();
+  begin();
+  runtime.reset();
+  EXPECT_EQ(answers, std::vector{static_cast<std::int64_t>(URLError::cancelled)});
+}
+
 TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldNames) {
   const User user;
   user.save();

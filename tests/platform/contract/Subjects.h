@@ -5,9 +5,12 @@
 #include <string>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 #include <platform/NetworkNamespace.h>
 #include <platform/headless/Headless.h>
 #include <platform/linux/LinuxPlatform.h>
+#include <platform/linux/SqliteDefaults.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {
@@ -36,6 +39,10 @@ struct Headless {
     ports.urlSession->invalidate();
     ports = h.platform();
   }
+  /// The user defaults as another process of the application has them.
+  std::shared_ptr<UserDefaults> defaultsElsewhere() {
+    return std::make_shared<headless::MemoryUserDefaults>(h.defaults);
+  }
   static bool canChangeTheNetwork() { return true; }
   /// The way to the internet comes and goes.
   bool setReachable(bool reachable) {
@@ -59,6 +66,10 @@ struct Linux {
   void restart() {
     ports = {};
     ports = launch();
+  }
+  std::shared_ptr<UserDefaults> defaultsElsewhere() {
+    return std::make_shared<SqliteDefaults>(folder.path / "defaults.sqlite",
+                                            [](const std::string& line) { ADD_FAILURE() << line; });
   }
   static bool canChangeTheNetwork() { return isInNamespaceOfItsOwn(); }
   bool setReachable(bool reachable) {
