@@ -17,7 +17,7 @@ class Device : public headless::Headless {
     static headless::HeadlessMainBundle bundle;
     static const bool isEmbedded = (bundle.embedResources(KELVARA_RESOURCES), true);
     (void)isEmbedded;
-    mainBundle.setPath(bundle.path());
+    mainBundle.setPath(bundle.resourceFolders().front());
     const auto serve = [&](const char* path, const char* data) {
       server.reply(path, headless::envelope(data));
     };

@@ -71,7 +71,9 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresIt) {
   ASSERT_TRUE(spinUntil([&] { return touches->count == 1; }));
   gtk_root_set_focus(GTK_ROOT(stage.gtkWindow),
                      focus);  // a host that does not know that it is covered
-  for (auto key : {GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Left}) type(key);
+  for (auto key :
+       std::initializer_list<guint>{GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Left})
+    type(key);
   typeKey(stage.gtkWindow, GDK_KEY_h, GDK_KEY_Alt_L);
   type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return actions == 1; })) << "the one control in reach";
@@ -125,7 +127,7 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
   type(GDK_KEY_Tab);
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_FOCUS_VISIBLE); }));
   EXPECT_EQ(touches->count, 2) << "moving the focus is no touch";
-  for (auto key : {GDK_KEY_Return, GDK_KEY_space}) {
+  for (auto key : std::initializer_list<guint>{GDK_KEY_Return, GDK_KEY_space}) {
     const int before = actions;
     type(key);
     ASSERT_TRUE(spinUntil([&] { return actions == before + 1; }));

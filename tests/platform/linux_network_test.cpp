@@ -415,8 +415,8 @@ TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {
                                          {1U << 4 | 1U << 3, Technology::edge},
                                          {1U << 1, Technology::gprs}}) {
     tell(11, bits);
-    EXPECT_TRUE(spinMainLoopUntil([&] {
-      return telephony.currentRadioAccessTechnology() == technology;
+    EXPECT_TRUE(spinMainLoopUntil([&, expected = technology] {
+      return telephony.currentRadioAccessTechnology() == expected;
     })) << bits;
   }
   service.reset();

@@ -187,9 +187,10 @@ void Soak::expectHealth(Life& life, Won& won) {
   }));
   bid(life, won, chance.oneOf(sandbox::adUnits()));
   ASSERT_TRUE(life.settles()) << "a healthy bid hangs";
-  const auto [healthyBid, kind] = won.take();
+  const auto taken = won.take();
+  const auto& healthyBid = taken.bid;
   ASSERT_TRUE(healthyBid) << "a healthy bid failed";
-  life.load(healthyBid, kind);
+  life.load(healthyBid, taken.kind);
   ASSERT_TRUE(life.settles()) << "a healthy load or show hangs";
   const auto shown = life.shown();
   ASSERT_TRUE(!shown.empty() && shown.back() == healthyBid->bidId())
