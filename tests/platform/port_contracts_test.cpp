@@ -142,7 +142,7 @@ TYPED_TEST(UserDefaultsContract, OverwritesAndRemovesForGoodAndReadsNothingAsAno
 
 TYPED_TEST(UserDefaultsContract, SharesItsValuesWithOtherProcessesAndLosesNoEdit) {
   UserDefaults& here = *this->subject.ports.userDefaults;
-  const auto elsewhere = this->subject.defaultsElsewhere();
+  const std::shared_ptr<UserDefaults> elsewhere = this->subject.defaultsElsewhere();
   constexpr int kEdits = 200;
   const auto countUp = [](UserDefaults& store, const char* own) {
     for (int i = 1; i <= kEdits; ++i)
@@ -176,7 +176,7 @@ TYPED_TEST(UserDefaultsContract, SharesItsValuesWithOtherProcessesAndLosesNoEdit
 
 TYPED_TEST(UserDefaultsContract, GivesAClaimToOneHolderUntilItLetsGo) {
   UserDefaults& here = *this->subject.ports.userDefaults;
-  const auto elsewhere = this->subject.defaultsElsewhere();
+  const std::shared_ptr<UserDefaults> elsewhere = this->subject.defaultsElsewhere();
   auto claim = here.claim("upload");
   EXPECT_TRUE(claim);
   EXPECT_TRUE(elsewhere->claim("registration")) << "another name";
