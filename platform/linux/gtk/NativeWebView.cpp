@@ -1,6 +1,7 @@
 #include <platform/linux/gtk/NativeWebView.h>
 
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
 #include <string_view>
 
@@ -110,6 +111,7 @@ std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> p
   made->answerQuestions();
   made->refuseRequests();
   made->watchKeys();
+  made->layOut({frame.width, frame.height});
   return made;
 }
 
@@ -124,6 +126,25 @@ NativeWebView::~NativeWebView() {
   setMuted(true);
   refuseQuestions(page(), refusals_);
   endAfter(kLastWordsMilliseconds, std::move(page_), std::move(refusals_));
+}
+
+// A page that no window lays out yet has a size all the same.
+void NativeWebView::layOut(Size size) {
+  auto* widget = GTK_WIDGET(page());
+  for (auto orientation : {GTK_ORIENTATION_HORIZONTAL, GTK_ORIENTATION_VERTICAL})
+    gtk_widget_measure(widget, orientation, -1, nullptr, nullptr, nullptr, nullptr);
+  gtk_widget_allocate(widget, static_cast<int>(std::lround(size.width)),
+                      static_cast<int>(std::lround(size.height)), -1, nullptr);
+}
+
+// WebKit forgets what it drew when its widget moves, and a page that does not change draws nothing
+// by itself. A new background has it draw the page again, of which the page notices nothing.
+void NativeWebView::redraw() {
+  GdkRGBA background;
+  webkit_web_view_get_background_color(page(), &background);
+  GdkRGBA other = background;
+  other.alpha = 0.5F;
+  for (auto* color : {&other, &background}) webkit_web_view_set_background_color(page(), color);
 }
 
 void NativeWebView::configure(const WebViewConfiguration& configuration) {
@@ -148,6 +169,7 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
        inner = gtk_widget_get_next_sibling(inner))
     gtk_widget_set_can_focus(inner, FALSE);
   if (!configuration.allowsZooming) forbidZooming();
+  on<void()>("map", [this] { redraw(); });
   // Nothing to do for `bounces`: a page of WebKitGTK never scrolls beyond its ends.
 }
 

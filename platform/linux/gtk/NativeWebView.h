@@ -38,6 +38,8 @@ class NativeWebView final : public kva::WebView,
 
   NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
   void configure(const WebViewConfiguration& configuration);
+  void layOut(Size size);
+  void redraw();
   void forbidZooming();
   void followLoads();
   void answerQuestions();
