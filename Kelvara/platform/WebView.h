@@ -57,7 +57,7 @@ class WebViewDelegate {
 
 /// One web page with its own script world, which shares no storage, no scheme and no extension with
 /// the host's pages. Permission prompts, downloads, full screen, pointer lock, file choosers, media
-/// players and the asynchronous clipboard are refused; "before unload" questions are answered with
+/// sessions and the asynchronous clipboard are refused; "before unload" questions are answered with
 /// leave. Destroying it leaves the page 100 ms, unseen and silent, for the scripts that were given
 /// before.
 class WebView {

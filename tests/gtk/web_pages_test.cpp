@@ -169,10 +169,23 @@ TEST_F(WebPages, AreNotTheHostsOwn) {
   EXPECT_EQ(asked, 0);
 }
 
-TEST_F(WebPages, HaveNoMediaPlayerOnTheBusAndNoClipboard) {
+TEST_F(WebPages, HaveNoMediaSessionAndNoAsynchronousClipboard) {
   openAndFinish("");
   EXPECT_EQ(evaluate("[typeof navigator.mediaSession, typeof navigator.clipboard]"),
             "[\"undefined\",\"undefined\"]");
+}
+
+TEST_F(WebPages, NotifyOfEveryChangeOfTheWindowsState) {
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"unmapped", [&] { gtk_widget_set_visible(GTK_WIDGET(stage.gtkWindow), FALSE); }},
+      {"mapped", [&] { gtk_window_present(stage.gtkWindow); }},
+      {"another", [&] { gtk_window_destroy(GTK_WINDOW(gtk_window_new())); }},
+  };
+  for (const auto& [what, change] : changes) {
+    const int before = stage.stateChanges;
+    change();
+    EXPECT_TRUE(spinUntil([&] { return stage.stateChanges > before; })) << what;
+  }
 }
 
 TEST_F(WebPages, RunWhatTheyWereGivenLastAndWhatTheySendThenArrives) {
