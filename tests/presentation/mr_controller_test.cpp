@@ -53,6 +53,8 @@ TEST_F(MRControllers, SendNothingBeforeThePageHasLoadedAndEverythingToTheNextPag
   serveAd({});
   load();
   h.device.setOrientation(DeviceOrientation::landscapeLeft);
+  for (const auto state : {HostApplication::State::inactive, HostApplication::State::active})
+    h.application.setState(state);
   h.time.run();
   EXPECT_THAT(told(), IsEmpty());
   for (int time = 0; time < 2; ++time) {
