@@ -5,8 +5,9 @@
  * the ad, so a creative may use `mraid` at parse time and needs no script tag for it.
  *
  *   window.mraid        What the creative calls: MRAID 3.0 with 2.0's methods, for an interstitial.
- *                       The bridge carries open and resize. Every other action ends in an `error`
- *                       event that names it, and changes nothing.
+ *                       The bridge carries open and resize; orientation properties are kept, to
+ *                       no effect. Every other action ends in an `error` event that names it, and
+ *                       changes nothing.
  *   window.MRAID_ENV    Who hosts the ad. It never holds an identifier.
  *   window.mraidbridge  What the SDK calls. Not for creatives.
  *   window.kelvara      What Kelvara's own templates tell the SDK about their video:
@@ -47,6 +48,7 @@
   const later = window.setTimeout.bind(window);
   const openWindow = window.open.bind(window);
   const Address = window.URL;
+  const {isFinite} = Number;
 
   const VERSION = '3.0';
   window.MRAID_ENV = {version: VERSION, sdk: 'Kelvara', sdkVersion: '1.2.0'};
@@ -206,11 +208,17 @@
   let viewable = false;
   let isMuted = null;       // null until the SDK tells
   let audioVolume = null;   // percent; null while unknown
-  let features = {__proto__: null};
+  let features = {__proto__: null, inlineVideo: true};   // no other until the SDK sends them
   let screenSize = {width: 0, height: 0};
   let maxSize = {width: 0, height: 0};
+  // Both as the SDK sends them: in the window.
   let currentPosition = {x: 0, y: 0, width: 0, height: 0};
-  let defaultPosition = {x: 0, y: 0, width: 0, height: 0};
+  let defaultPosition = null;   // until the SDK sends it, where the ad is
+
+  // An interstitial fills the maximum-size rectangle, to which pages' positions are relative.
+  function toPage({x, y, width, height}) {
+    return {x: x - currentPosition.x, y: y - currentPosition.y, width, height};
+  }
 
   function setState(next) {
     if (state === next || state === 'hidden') return;
@@ -327,23 +335,31 @@
   let clickOpened = false;   // an address was opened while a click was being handled
   let resizeProperties = null;
   let expandSize = null;
+  let orientationProperties = {allowOrientationChange: true, forceOrientation: 'none'};
 
   function open(url) {
     clickOpened = true;
-    let parameter = '';
+    let address = '';
     try {
-      parameter = encode(url === undefined || url === null ? '' : url);
+      if (url !== undefined && url !== null && url !== '')
+        address = new Address(url, document.baseURI).href;
     } catch (_) {
-      // A text that is no proper Unicode has no encoding.
+      // A text that a link could not lead to either.
     }
-    if (parameter) send('mraid://open?url=' + parameter);
+    if (address) send('mraid://open?url=' + encode(address));
     else fail('open', 'The URL is missing or malformed.');
   }
 
+  const SMALLEST_SIDE = 50;
+
   function setResizeProperties(properties) {
     const {width, height, offsetX, offsetY, customClosePosition, allowOffscreen} = properties || {};
-    if (!(width > 0 && height > 0 && Number.isFinite(offsetX) && Number.isFinite(offsetY))) {
+    if (!(isFinite(width) && isFinite(height) && isFinite(offsetX) && isFinite(offsetY))) {
       fail('setResizeProperties', 'width, height, offsetX and offsetY must be numbers.');
+      return;
+    }
+    if (width < SMALLEST_SIDE || height < SMALLEST_SIDE) {
+      fail('setResizeProperties', 'The size must be at least 50 by 50.');
       return;
     }
     resizeProperties = {
@@ -351,6 +367,22 @@
       customClosePosition: customClosePosition || 'top-right',
       allowOffscreen: allowOffscreen !== false
     };
+  }
+
+  function getResizeProperties() {
+    if (resizeProperties) return {...resizeProperties};
+    const {width, height} = currentPosition;
+    return {width, height, offsetX: 0, offsetY: 0, customClosePosition: 'top-right',
+            allowOffscreen: true};
+  }
+
+  // Kept for the page to read again. The host decides how the ad is turned.
+  function setOrientationProperties(properties) {
+    const {allowOrientationChange, forceOrientation} = properties || {};
+    if (typeof allowOrientationChange === 'boolean')
+      orientationProperties.allowOrientationChange = allowOrientationChange;
+    if (forceOrientation === 'portrait' || forceOrientation === 'landscape' ||
+        forceOrientation === 'none') orientationProperties.forceOrientation = forceOrientation;
   }
 
   function resize() {
@@ -374,18 +406,18 @@
 
     getScreenSize() { return {...screenSize}; },
     getMaxSize() { return {...maxSize}; },
-    getCurrentPosition() { return {...currentPosition}; },
-    getDefaultPosition() { return {...defaultPosition}; },
-    // The host decides how the ad is turned, and the ad cannot change that.
+    getCurrentPosition() { return toPage(currentPosition); },
+    getDefaultPosition() { return toPage(defaultPosition || currentPosition); },
     getCurrentAppOrientation() {
       const orientation = maxSize.width > maxSize.height ? 'landscape' : 'portrait';
       return {orientation, locked: false};
     },
-    getOrientationProperties() { return {allowOrientationChange: true, forceOrientation: 'none'}; },
+    getOrientationProperties() { return {...orientationProperties}; },
+    setOrientationProperties,
 
     open,
     resize,
-    getResizeProperties() { return resizeProperties && {...resizeProperties}; },
+    getResizeProperties,
     setResizeProperties,
     // The close control is always the SDK's, and an expanded ad would be modal.
     getExpandProperties() {
@@ -403,14 +435,13 @@
     playVideo: notCarried('playVideo'),
     storePicture: notCarried('storePicture'),
     createCalendarEvent: notCarried('createCalendarEvent'),
-    setOrientationProperties: notCarried('setOrientationProperties'),
     getLocation() {
       fail('getLocation', 'getLocation is not supported.');
       return -1;
     }
   };
 
-  const seconds = function (value) { return Number.isFinite(value) ? value : 0; };
+  const seconds = function (value) { return isFinite(value) ? value : 0; };
   const kelvara = {
     preloadComplete() { send('kva://preloadComplete'); },
     videoComplete() { send('kva://videoComplete'); },
@@ -424,16 +455,27 @@
 
   const OUTWARD = {'http:': true, 'https:': true, 'tel:': true, 'sms:': true, 'mailto:': true};
 
+  function frameNamed(name) {
+    const frame = document.getElementsByName(name)[0];
+    return frame && frame.localName === 'iframe' ? frame : null;
+  }
+
   // The address that following `href` into `target` leads out to; null when the page stays.
   function outwardAddress(href, target) {
-    const frame = target ? document.getElementsByName(target)[0] : null;
-    if (frame && frame.localName === 'iframe') return null;
+    if (target && frameNamed(target)) return null;
     try {
       const address = new Address(href, document.baseURI);
       return OUTWARD[address.protocol] === true ? address.href : null;
     } catch (_) {
       return null;
     }
+  }
+
+  // The SDK takes a link that the user follows for one that leads out, unless the page follows it.
+  function followIntoFrame(event, href, target) {
+    if (!target || !frameNamed(target)) return;
+    event.preventDefault();
+    openWindow(href, target);
   }
 
   const RIGHT_BUTTON = 2;
@@ -455,8 +497,12 @@
     const link = isFollowed ? linkOf(event) : null;
     if (!link) return;
     const href = link.getAttribute('href') || link.href.baseVal || '';
-    const address = outwardAddress(href, link.getAttribute('target'));
-    if (!address) return;
+    const target = link.getAttribute('target');
+    const address = outwardAddress(href, target);
+    if (!address) {
+      followIntoFrame(event, link.href, target);
+      return;
+    }
     event.preventDefault();
     if (!clickOpened) open(address);
   }

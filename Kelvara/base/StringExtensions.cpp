@@ -44,6 +44,13 @@ std::string replacingOccurrences(std::string_view text, std::string_view target,
   return replaced;
 }
 
+std::string lowercased(std::string_view text) {
+  std::string lower(text);
+  for (char& letter : lower)
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  return lower;
+}
+
 std::string unescaped(std::string_view text) {
   constexpr std::pair<std::string_view, char> escapes[] = {
       {"\\0", '\0'}, {"\\t", '\t'}, {"\\n", '\n'},  {"\\r", '\r'},

@@ -17,6 +17,9 @@ std::string md5Value(std::string_view text);
 std::string replacingOccurrences(std::string_view text, std::string_view target,
                                  std::string_view replacement);
 
+/// The text with the letters A to Z in lower case, whatever the locale.
+std::string lowercased(std::string_view text);
+
 /// The text with the backslash escapes \0 \t \n \r \" \' and \\ turned back into what they stand
 /// for, each in the whole text before the next, the doubled backslash last.
 std::string unescaped(std::string_view text);

@@ -21,6 +21,10 @@ class Observation {
 inline constexpr std::string_view kOrientationDidChangeNotification =
     "UIDeviceOrientationDidChangeNotification";
 
+/// Posted on the main thread whenever `HostApplication::state` may have changed.
+inline constexpr std::string_view kApplicationStateDidChangeNotification =
+    "KVAApplicationStateDidChangeNotification";
+
 /// Hands named notifications to whoever observes them. Thread-safe.
 class NotificationCenter {
  public:

@@ -16,7 +16,8 @@ class Window;
 
 /// Where a view stands in its superview, kept up when that changes its size.
 struct Layout {
-  enum class Kind { frame, edges, corner };
+  /// Standby: as edges, but unseen, and neither pressed nor focused, with all that stands in it.
+  enum class Kind { frame, edges, corner, standby };
   /// Safe area: the superview's bounds less the window's safe-area insets.
   enum class Area { plain, safe };
   enum class Corner { topLeading, topTrailing, bottomLeading, bottomTrailing };
@@ -28,6 +29,7 @@ struct Layout {
 
   static Layout frame(Rect rect) { return {.kind = Kind::frame, .rect = rect}; }
   static Layout edges(Area area) { return {.kind = Kind::edges, .area = area}; }
+  static Layout standby(Area area) { return {.kind = Kind::standby, .area = area}; }
   static Layout atCorner(Corner corner, Size size, Area area) {
     return {.kind = Kind::corner,
             .area = area,

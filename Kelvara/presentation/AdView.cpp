@@ -83,6 +83,9 @@ void AdView::setDelegate(std::weak_ptr<AdViewDelegate> delegate) {
 
 void AdView::setWebView(std::shared_ptr<KVAWebView> webView) {
   webView_ = std::move(webView);
+  webView_->setTouched([weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->pageWasTouched();
+  });
   view_->addSubview(webView_->view(), Layout::edges(Layout::Area::plain));
   webView_->view()->sendToBack();
 }
@@ -127,7 +130,7 @@ void AdView::viewDidMoveToWindow() {
   if (auto delegate = delegate_.lock()) delegate->adViewDidMoveToWindow(*this);
 }
 
-void AdView::viewWasTouched() {
+void AdView::pageWasTouched() {
   Log::d("AdView tapped.");
   wasTapped_ = true;
 }

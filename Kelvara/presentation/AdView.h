@@ -35,7 +35,7 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
 
   /// Behind the controls, from edge to edge.
   void setWebView(std::shared_ptr<KVAWebView> webView);
-  /// True from the first press on the ad or on a control in it.
+  /// True from the first press on the page; a press on a control is none.
   bool wasTapped() const { return wasTapped_; }
   /// Whether close, or for a video skip, is kept from the user.
   void setCloseButtonHidden(bool isHidden);
@@ -45,7 +45,6 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
   void cancel();
 
   void viewDidMoveToWindow() override;
-  void viewWasTouched() override;
 
  private:
   using Action = void (AdView::*)();
@@ -58,6 +57,7 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
   void showCloseControl();
   void endVideo();
   void onMainQueue(Action action);
+  void pageWasTouched();
 
   void closeButtonTapped();
   void skipButtonTapped();

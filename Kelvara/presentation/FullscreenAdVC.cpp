@@ -57,12 +57,14 @@ void FullscreenAdVC::track(const BidReportAction& action) {
 void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool>)> completion) {
   // Before the checks, as intended: a refused show leaves the page's updates paused.
   if (mrController_) mrController_->willPresentVC();
-  // Code 13 stands for both refusals.
-  const auto refuse = [&](const char* message) {
-    completion(failure(SDKHelper::Error::error(KVAErrorCodes::adAlreadyShown, message)));
+  const auto refuse = [&](KVAErrorCodes code, const char* message) {
+    completion(failure(SDKHelper::Error::error(code, message)));
   };
-  if (viewController_->isPresented()) return refuse("Ad is already shown.");
-  if (!SDKManager::shared().isReachable()) return refuse("No internet connection.");
+  // One code stands for both, as intended.
+  using enum KVAErrorCodes;
+  if (viewController_->isPresented()) return refuse(adAlreadyShown, "Ad is already shown.");
+  if (!SDKManager::shared().isReachable()) return refuse(adAlreadyShown, "No internet connection.");
+  if (mrController_ && !mrController_->canPresent()) return refuse(adNotReady, "Ad isn't ready.");
   PresentedAds::shared().all.insert(shared_from_this());
   fromVC.present(viewController_, [weak = weak_from_this(), completion = std::move(completion)] {
     if (auto self = weak.lock()) self->didPresent(completion);
@@ -127,7 +129,10 @@ void FullscreenAdVC::controllerAdDismiss(MRController&) {
 // The user is done with the ad, by the close control or with the window.
 void FullscreenAdVC::close() {
   if (std::exchange(isClosed_, true)) return;
-  if (mrController_) std::exchange(mrController_, nullptr)->setDelegate({});
+  if (auto controller = std::exchange(mrController_, nullptr)) {
+    controller->setDelegate({});
+    controller->cleanUp();
+  }
   track({BidReportAction::dismiss});
 }
 
@@ -139,7 +144,7 @@ void FullscreenAdVC::didDismiss() {
 }
 
 void FullscreenAdVC::abandon() {
-  mrController_.reset();
+  if (auto controller = std::exchange(mrController_, nullptr)) controller->cleanUp();
   viewController_->dismiss([] {});
 }
 

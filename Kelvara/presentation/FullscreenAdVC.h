@@ -39,7 +39,8 @@ class FullscreenAdVC : public MRControllerDelegate,
   void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
   void loadAd();
   /// `completion` comes at most once: before this returns when the ad is on screen already or there
-  /// is no network (error 13 for both), otherwise when the ad has taken the screen.
+  /// is no network (`adAlreadyShown` for both), or when its page is gone (`adNotReady`); otherwise
+  /// when the ad has taken the screen.
   void show(ViewController& fromVC, std::function<void(Result<bool>)> completion);
   /// Leaves the screen with nothing told and nothing reported: the runtime is at its end.
   void abandon();

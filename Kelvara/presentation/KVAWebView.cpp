@@ -1,15 +1,30 @@
 #include <Kelvara/presentation/KVAWebView.h>
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
+#include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 
 namespace kva {
+namespace {
 
-std::shared_ptr<KVAWebView> KVAWebView::create(Rect frame) {
+/// Whether a link to `url` leads out of the frame that it stands in. WebKit does not give that
+/// frame's own address, so an address with a fragment counts as a place in the same document.
+bool leadsOut(const URL& url) {
+  if (url.absoluteString().find('#') != std::string::npos) return false;
+  const std::string scheme = lowercased(url.scheme().value_or(""));
+  constexpr std::array kOutward{"http", "https", "tel", "sms", "mailto"};
+  return std::ranges::find(kOutward, scheme) != kOutward.end();
+}
+
+}  // namespace
+
+std::shared_ptr<KVAWebView> KVAWebView::create(Rect frame, SafeArea safeArea) {
   std::shared_ptr<KVAWebView> host(new KVAWebView);
-  host->setup(frame);
+  host->setup(frame, safeArea);
   return host;
 }
 
@@ -18,7 +33,7 @@ KVAWebView::~KVAWebView() {
   offscreenView_->removeFromSuperview();
 }
 
-void KVAWebView::setup(Rect frame) {
+void KVAWebView::setup(Rect frame, SafeArea safeArea) {
   HostApplication& application = hostApplication();
   view_ = application.makeView(frame);
   view_->setDelegate(weak_from_this());
@@ -28,21 +43,26 @@ void KVAWebView::setup(Rect frame) {
                                      .isOpaque = false,
                                      .bounces = false,
                                      .allowsZooming = false};
-  webView_ = application.makeWebView({0, 0, frame.width, frame.height}, std::move(configuration));
+  // Without a window yet, the screen is the best guess at where the ad will be shown.
+  const Size size =
+      application.keyWindow() ? applicationFrame(safeArea).size() : application.screenSize();
+  webView_ = application.makeWebView({0, 0, size.width, size.height}, std::move(configuration));
   webView_->setDelegate(weak_from_this());
+  webView_->setMuted(true);
   webView_->view()->setBackgroundColor(Color::clear);
-  setupOffsceen();
+  setupOffsceen(safeArea);
 }
 
 // The name, one letter short, is intended.
-void KVAWebView::setupOffsceen() {
+void KVAWebView::setupOffsceen(SafeArea safeArea) {
   HostApplication& application = hostApplication();
-  offscreenView_ = application.makeView({});
+  const auto page = webView_->view();
+  offscreenView_ = application.makeView(page->frame());
   offscreenView_->setClipsToBounds(true);
+  const auto area = safeArea == SafeArea::respect ? Layout::Area::safe : Layout::Area::plain;
   if (auto window = application.keyWindow())
-    window->view()->addSubview(offscreenView_, Layout::frame({}));
-  auto page = webView_->view();
-  offscreenView_->addSubview(page, Layout::frame(page->frame()));
+    window->view()->addSubview(offscreenView_, Layout::standby(area));
+  offscreenView_->addSubview(page, Layout::edges(Layout::Area::plain));
 }
 
 void KVAWebView::setDelegate(std::weak_ptr<KVAWebViewDelegate> delegate) {
@@ -67,6 +87,11 @@ void KVAWebView::viewDidMoveToWindow() {
   if (isMovedToWindow_ || !view_->window() || page->superview() != offscreenView_) return;
   isMovedToWindow_ = true;
   view_->addSubview(page, Layout::edges(Layout::Area::plain));
+  webView_->setMuted(false);
+}
+
+void KVAWebView::viewWasTouched() {
+  if (touched_) touched_();
 }
 
 void KVAWebView::webViewDidFinishNavigation() {
@@ -77,14 +102,27 @@ void KVAWebView::webViewDidFailNavigation(const Error& error) {
   if (auto delegate = delegate_.lock()) delegate->webViewDidFailToLoad(*this, error);
 }
 
+void KVAWebView::webViewProcessDidTerminate(const Error& error) {
+  if (auto delegate = delegate_.lock()) delegate->webViewProcessDidTerminate(*this, error);
+}
+
 bool KVAWebView::webViewDecidePolicy(const NavigationAction& action) {
   auto delegate = delegate_.lock();
-  return !delegate || delegate->webViewShouldAllowNavigation(*this, action.request);
+  if (!delegate) return true;
+  if (!delegate->webViewShouldAllowNavigation(*this, action.request)) return false;
+  // A new window's request comes again as such.
+  if (action.target == NavigationAction::TargetFrame::none || !action.isFollowedLink) return true;
+  if (!leadsOut(action.request->url)) return true;
+  delegate->webViewDidFollowLink(*this, action.request->url);
+  return false;
 }
 
 void KVAWebView::webViewCreateWebView(const NavigationAction& action) {
-  if (action.target == NavigationAction::TargetFrame::sub && action.request)
-    webView_->load(*action.request);
+  if (!action.request) return;
+  if (action.target == NavigationAction::TargetFrame::sub) return webView_->load(*action.request);
+  auto delegate = delegate_.lock();
+  if (delegate && action.target == NavigationAction::TargetFrame::none)
+    delegate->webViewDidFollowLink(*this, action.request->url);
 }
 
 ScriptDialogAnswer KVAWebView::webViewRunScriptDialog(const ScriptDialog&) {

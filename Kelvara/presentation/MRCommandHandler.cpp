@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include <Kelvara/base/StringExtensions.h>
+
 namespace kva {
 namespace {
 
@@ -18,6 +20,11 @@ constexpr std::array<std::pair<std::string_view, MRKVACommand>, 3> kMRKVACommand
     {{"preloadComplete", MRKVACommand::preloadComplete},
      {"videoComplete", MRKVACommand::videoComplete},
      {"videoEvent", MRKVACommand::videoEvent}}};
+
+// The desktop is handed none of these: what the device dials, what has a meaning inside a page
+// only, what reaches into this machine, and the SDK's own.
+constexpr std::array<std::string_view, 11> kSchemesThatStay{
+    "sms", "tel", "file", "javascript", "data", "blob", "about", "ssh", "mraid", "kva", "ios-log"};
 
 constexpr const char* kCommandNotFound = "Command not found!";
 
@@ -76,8 +83,10 @@ void MRCommandHandler::open(MRCommandHandlerDelegate& delegate, const std::strin
   if (!text) return delegate.commandHandlerCommandFailed(*this, name, "URL not found!");
   auto url = URL::parse(*text);
   if (!url) return;
-  const std::string scheme = url->scheme().value_or("");
-  if (scheme == "sms" || scheme == "tel")
+  // A relative address leads nowhere outside the page.
+  if (!url->scheme()) return;
+  const std::string scheme = lowercased(*url->scheme());
+  if (std::ranges::find(kSchemesThatStay, scheme) != kSchemesThatStay.end())
     return delegate.commandHandlerCommandFailed(*this, name, "Scheme not supported: " + scheme);
   delegate.commandHandlerOpenURL(*this, *url);
 }

@@ -16,6 +16,7 @@ namespace kva {
 namespace {
 
 constexpr double kPropertiesInterval = 1.0;
+constexpr double kLoadTimeout = 60.0;
 constexpr Rect kInitialFrame{0, 0, 1, 1};
 
 /// Whether the view and all that it stands in are shown, in the window's bounds or partly so.
@@ -37,6 +38,9 @@ bool isVisible(const View& view) {
 SafeArea safeArea(const Ad& ad) {
   return ad.creative.shouldCareSafeArea ? SafeArea::respect : SafeArea::ignore;
 }
+
+const std::vector<std::string> kFeatures = {"sms: false", "tel: false", "calendar: false",
+                                            "storePicture: false", "inlineVideo: true"};
 
 /// The document that the ad's template makes of the ad.
 Result<std::string> document(const std::optional<Template>& found, const Ad& ad) {
@@ -65,13 +69,16 @@ auto MRController::weakly(void (MRController::*call)()) {
 
 void MRController::setup() {
   commandHandler_.setDelegate(weak_from_this());
-  orientationObservation_ = Runtime::current().platform().notificationCenter->addObserver(
-      kOrientationDidChangeNotification, nullptr, weakly(&MRController::orientationDidChange));
+  auto& center = *Runtime::current().platform().notificationCenter;
+  orientationObservation_ = center.addObserver(kOrientationDidChangeNotification, nullptr,
+                                               weakly(&MRController::orientationDidChange));
+  stateObservation_ = center.addObserver(kApplicationStateDidChangeNotification, nullptr,
+                                         weakly(&MRController::updateMraidProperties));
   setupWebView();
 }
 
 void MRController::setupWebView() {
-  webView_ = KVAWebView::create(kInitialFrame);
+  webView_ = KVAWebView::create(kInitialFrame, safeArea(adData_));
   webView_->setDelegate(weak_from_this());
 }
 
@@ -95,10 +102,14 @@ void MRController::loadAd() {
 
 void MRController::templateDidArrive(Result<std::string> html) {
   if (!html) return adDidFail(html.error());
+  loadTimer_ = Runtime::current().platform().runLoop->schedule(
+      kLoadTimeout, Repeats::no, weakly(&MRController::loadDidTimeOut));
   webView_->loadHTML(*html, std::nullopt);
 }
 
 void MRController::webViewDidFinishLoad(KVAWebView&) {
+  isPageLoaded_ = true;
+  previous_ = {};
   updateMraidProperties();
   fireEvent({MREvent::Ready()});
   // A page that loads again, or another in its place, changes nothing outside of it.
@@ -112,13 +123,33 @@ void MRController::webViewDidFinishLoad(KVAWebView&) {
 
 void MRController::webViewDidFailToLoad(KVAWebView&, const Error& error) { adDidFail(error); }
 
+void MRController::webViewProcessDidTerminate(KVAWebView&, const Error& error) {
+  isPageGone_ = true;
+  adDidFail(error);
+}
+
+// The page's own links come as commands of its script.
+void MRController::webViewDidFollowLink(KVAWebView&, const URL& url) {
+  commandHandler_.handleComand("open", {{{"url", url.absoluteString()}}});
+}
+
+void MRController::loadDidTimeOut() {
+  // The process of a page that nobody waits for any longer ends with its view.
+  adView_.reset();
+  webView_.reset();
+  adDidFail({kURLErrorDomain, static_cast<std::int64_t>(URLError::timedOut),
+             "The page has not loaded in time."});
+}
+
 void MRController::adDidBecomeReady() {
   if (std::exchange(isOutcomeTold_, true)) return;
+  loadTimer_.invalidate();
   if (auto delegate = delegate_.lock()) delegate->controllerAdReady(*this, adView_);
 }
 
 void MRController::adDidFail(const Error& error) {
   if (std::exchange(isOutcomeTold_, true)) return;
+  loadTimer_.invalidate();
   if (auto delegate = delegate_.lock()) delegate->controllerAdFailed(*this, error);
 }
 
@@ -144,9 +175,7 @@ void MRController::willPresentVC() { isTryingToPresent_ = true; }
 
 void MRController::didPresentVC() {
   isTryingToPresent_ = false;
-  fireEvent({MREvent::Config{.features = {"sms: false", "tel: false", "calendar: false",
-                                          "storePicture: false", "inlineVideo: true"},
-                             .state = "default"}});
+  fireEvent({MREvent::Config{.features = kFeatures, .state = "default"}});
   updateMraidProperties();
   if (adView_) adView_->adviewDidPresent();
   const auto arcDuration = adData_.creative.arcDuration;
@@ -159,7 +188,15 @@ void MRController::didPresentVC() {
   }
 }
 
-void MRController::cleanUp() { propertiesTimer_.invalidate(); }
+void MRController::cleanUp() {
+  for (Timer* timer : {&loadTimer_, &propertiesTimer_, &arcTimer_}) timer->invalidate();
+  orientationObservation_.stop();
+  stateObservation_.stop();
+  if (!std::exchange(isPageLoaded_, false)) return;
+  // In this order: a page that is hidden takes no further change.
+  fireEvent({MREvent::Viewable{false}});
+  fireEvent({MREvent::Config{.features = kFeatures, .state = "hidden"}});
+}
 
 void MRController::propertiesTimerTick() { updateMraidProperties(); }
 
@@ -169,6 +206,7 @@ void MRController::arcTimerTick() {
 }
 
 void MRController::orientationDidChange() {
+  if (!isPageLoaded_) return;
   updateMraidProperties();
   // The page learns the new geometry from the properties; the degrees are always 0.
   fireEvent({MREvent::OrientationChange{0}});
@@ -182,12 +220,12 @@ void MRController::sendIfChanged(T& previous, const T& current) {
 }
 
 void MRController::updateMraidProperties() {
-  if (isTryingToPresent_) return;
-  sendIfChanged<MREvent::CurrentPosition>(previousCurrentFrame_, adFrameInScreen());
-  sendIfChanged<MREvent::DefaultPosition>(previousAdFrame_, adViewFrame());
-  sendIfChanged<MREvent::ScreenSize>(previousScreenSize_, hostApplication().screenSize());
-  sendIfChanged<MREvent::MaxSize>(previousMaxSize_, applicationFrame(safeArea(adData_)).size());
-  sendIfChanged<MREvent::Viewable>(isViewable_, isAdViewable());
+  if (isTryingToPresent_ || !isPageLoaded_) return;
+  sendIfChanged<MREvent::CurrentPosition>(previous_.currentFrame, adFrameInScreen());
+  sendIfChanged<MREvent::DefaultPosition>(previous_.adFrame, adViewFrame());
+  sendIfChanged<MREvent::ScreenSize>(previous_.screenSize, hostApplication().screenSize());
+  sendIfChanged<MREvent::MaxSize>(previous_.maxSize, applicationFrame(safeArea(adData_)).size());
+  sendIfChanged<MREvent::Viewable>(previous_.isViewable, isAdViewable());
 }
 
 Rect MRController::adFrameInScreen() const {
@@ -214,7 +252,7 @@ bool MRController::isAdViewable() const {
 void MRController::fireEvent(const MREvent& event) {
   const std::string javaScript = event.javaScript();
   Log::d("fire event: " + javaScript);
-  webView_->executeJavascript(javaScript);
+  if (webView_) webView_->executeJavascript(javaScript);
 }
 
 void MRController::commandHandlerCommandCompleted(MRCommandHandler&, const std::string& command) {

@@ -32,9 +32,11 @@ class MRControllerDelegate {
   virtual void controllerVideoEvent(MRController&, double duration, double currentDuration) = 0;
 };
 
-/// Drives one creative from its template to its dismissal: loads the page, tells it of MRAID's
-/// state (polled once a second, only what changed is sent), carries out its commands, counts down
-/// to the reward. Main thread. Timers, observers and pending work hold it weakly.
+/// Drives one creative from its template to its dismissal: loads the page, sends it MRAID's state
+/// (once a second and when the application's state changes, only what changed), carries out its
+/// commands, counts down to the reward. Nothing is sent, nor recorded as sent, before the page has
+/// loaded. A page that is not ready 60 s after its load began fails with `URLError::timedOut`.
+/// Main thread. Timers, observers and pending work hold it weakly.
 class MRController : public KVAWebViewDelegate,
                      public MRCommandHandlerDelegate,
                      public AdViewDelegate,
@@ -45,12 +47,18 @@ class MRController : public KVAWebViewDelegate,
   void setDelegate(std::weak_ptr<MRControllerDelegate> delegate);
 
   void loadAd();
-  /// From here to `didPresentVC` the page is told of no change.
+  /// False once the page's process has ended: there is nothing to show.
+  bool canPresent() const { return !isPageGone_; }
+  /// From here to `didPresentVC` the page is sent no change.
   void willPresentVC();
   void didPresentVC();
+  /// Stops every timer and notifies the page that the ad closes: no longer viewable, then hidden.
+  void cleanUp();
 
   void webViewDidFinishLoad(KVAWebView&) override;
   void webViewDidFailToLoad(KVAWebView&, const Error& error) override;
+  void webViewProcessDidTerminate(KVAWebView&, const Error& error) override;
+  void webViewDidFollowLink(KVAWebView&, const URL& url) override;
   bool webViewShouldAllowNavigation(KVAWebView&, const std::optional<URLRequest>& request) override;
 
   void commandHandlerCommandCompleted(MRCommandHandler&, const std::string& command) override;
@@ -76,7 +84,7 @@ class MRController : public KVAWebViewDelegate,
   void templateDidArrive(Result<std::string> html);
   void adDidBecomeReady();
   void adDidFail(const Error& error);
-  void cleanUp();
+  void loadDidTimeOut();
 
   void propertiesTimerTick();
   void arcTimerTick();
@@ -99,17 +107,22 @@ class MRController : public KVAWebViewDelegate,
   std::shared_ptr<AdView> adView_;
   std::shared_ptr<KVAWebView> webView_;
   MRCommandHandler commandHandler_;
-  Observation orientationObservation_;
-  Timer propertiesTimer_, arcTimer_;
+  Observation orientationObservation_, stateObservation_;
+  Timer loadTimer_, propertiesTimer_, arcTimer_;
+  bool isPageLoaded_ = false;
+  bool isPageGone_ = false;
   bool isPreloadComplete_ = false;
   bool isOutcomeTold_ = false;
   bool isTryingToPresent_ = false;
 
-  // What the page was told last.
-  Rect previousCurrentFrame_, previousAdFrame_;
-  Size previousScreenSize_, previousMaxSize_;
+  /// What the present page was sent last.
+  struct Sent {
+    Rect currentFrame, adFrame;
+    Size screenSize, maxSize;
+    bool isViewable = false;
+  };
+  Sent previous_;
   std::optional<bool> previousIsSoundMuted_;
-  bool isViewable_ = false;
 };
 
 }  // namespace kva

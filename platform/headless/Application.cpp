@@ -21,6 +21,10 @@ std::shared_ptr<HeadlessWindow> HeadlessApplication::makeWindow(Rect frame,
   return windows_.back();
 }
 
+void HeadlessApplication::setState(State state) {
+  if (std::exchange(state_, state) != state && stateChanged_) stateChanged_();
+}
+
 std::shared_ptr<Window> HeadlessApplication::keyWindow() const {
   auto window = keyWindow_.lock();
   return window && !window->isDestroyed() ? window : nullptr;

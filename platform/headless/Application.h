@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,7 +22,9 @@ class HeadlessApplication final : public HostApplication {
   std::shared_ptr<HeadlessWindow> makeWindow(Rect frame = {0, 0, 400, 800},
                                              EdgeInsets safeAreaInsets = {});
   void setKeyWindow(std::shared_ptr<HeadlessWindow> window) { keyWindow_ = window; }
-  void setState(State state) { state_ = state; }
+  void setState(State state);
+  /// Calls `stateChanged` at each change of the state.
+  void connect(std::function<void()> stateChanged) { stateChanged_ = std::move(stateChanged); }
   void setScreenSize(Size size) { screenSize_ = size; }
 
   const std::vector<std::string>& openedURLs() const { return openedURLs_; }
@@ -52,6 +55,7 @@ class HeadlessApplication final : public HostApplication {
 
   VirtualTime& time_;
   State state_ = State::active;
+  std::function<void()> stateChanged_;
   Size screenSize_{1280, 1024};
   std::vector<std::shared_ptr<HeadlessWindow>> windows_;
   std::weak_ptr<HeadlessWindow> keyWindow_;

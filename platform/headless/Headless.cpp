@@ -20,6 +20,11 @@ Headless::Headless(const MemoryUserDefaults& sharedDefaults) : defaults(sharedDe
       center->post(kOrientationDidChangeNotification, sender);
     });
   });
+  application.connect([this] {
+    mainQueue_->async([center = notificationCenter_, sender = &application] {
+      center->post(kApplicationStateDidChangeNotification, sender);
+    });
+  });
 }
 
 // What waits may hold views and queues, so it goes while they are there.

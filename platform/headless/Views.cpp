@@ -19,6 +19,7 @@ Rect place(const Layout& layout, Rect area) {
     case Layout::Kind::frame:
       return layout.rect;
     case Layout::Kind::edges:
+    case Layout::Kind::standby:
       return area;
     case Layout::Kind::corner:
       break;
@@ -133,7 +134,7 @@ std::optional<Rect> HeadlessView::frameInWindow() const {
 }
 
 bool HeadlessView::isShown() const {
-  if (hidden_ || alpha_ < kClear) return false;
+  if (hidden_ || alpha_ < kClear || layout_.kind == Layout::Kind::standby) return false;
   if (rootOf_.lock()) return true;
   auto above = superview_.lock();
   return above && above->isShown();
@@ -142,7 +143,9 @@ bool HeadlessView::isShown() const {
 bool HeadlessView::hitTest(Point point, Chain& chain) {
   const Rect place = frame();
   const Point inside{point.x - place.x, point.y - place.y};
-  if (hidden_ || alpha_ < kClear || !contains(place.size(), inside)) return false;
+  if (hidden_ || alpha_ < kClear || layout_.kind == Layout::Kind::standby ||
+      !contains(place.size(), inside))
+    return false;
   chain.push_back(shared_from_this());
   for (auto below = subviews_.rbegin(); below != subviews_.rend(); ++below)
     if ((*below)->hitTest(inside, chain)) break;

@@ -4,7 +4,7 @@ namespace kva::headless {
 namespace {
 
 NavigationAction makeAction(const std::string& text, NavigationAction::TargetFrame target) {
-  NavigationAction action{.request = std::nullopt, .target = target};
+  NavigationAction action{.request = std::nullopt, .target = target, .isFollowedLink = false};
   if (auto url = URL::parse(text))
     action.request = URLRequest{.url = *url, .method = "GET", .headers = {}, .body = {}};
   return action;
@@ -47,6 +47,18 @@ void HeadlessWebView::finishNavigation() {
 
 void HeadlessWebView::failNavigation(const Error& error) {
   if (auto delegate = pageDelegate_.lock()) delegate->webViewDidFailNavigation(error);
+}
+
+void HeadlessWebView::terminateProcess() {
+  if (auto delegate = pageDelegate_.lock())
+    delegate->webViewProcessDidTerminate({"test", 1, "The page's process has ended."});
+}
+
+bool HeadlessWebView::followLink(const std::string& url, NavigationAction::TargetFrame target) {
+  auto delegate = pageDelegate_.lock();
+  auto action = makeAction(url, target);
+  action.isFollowedLink = true;
+  return !delegate || delegate->webViewDecidePolicy(action);
 }
 
 bool HeadlessWebView::navigate(const std::string& url, NavigationAction::TargetFrame target) {

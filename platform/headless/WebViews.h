@@ -30,10 +30,12 @@ class HeadlessWebView final : public HeadlessView, public WebView {
   void setDelegate(std::weak_ptr<WebViewDelegate> delegate) override;
   void loadHTML(const std::string& html, const std::optional<URL>& baseURL) override;
   void load(const URLRequest& request) override;
+  void setMuted(bool isMuted) override { isMuted_ = isMuted; }
   /// Recorded at once; answered in virtual time by what `answerScripts` gave, else with "null".
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
   const WebViewConfiguration& configuration() const { return configuration_; }
+  bool isMuted() const { return isMuted_; }
   const std::vector<Load>& loads() const { return loads_; }
   /// The last HTML that was loaded; empty when there is none.
   std::string html() const;
@@ -44,6 +46,10 @@ class HeadlessWebView final : public HeadlessView, public WebView {
   // What the page and the network do; each calls the delegate before it returns.
   void finishNavigation();
   void failNavigation(const Error& error);
+  void terminateProcess();
+  /// The user follows a link of the page, or of a frame in it: whether the delegate lets it.
+  bool followLink(const std::string& url,
+                  NavigationAction::TargetFrame target = NavigationAction::TargetFrame::main);
   /// The page navigates: whether the delegate lets it; a text that is no URL makes no request.
   bool navigate(const std::string& url,
                 NavigationAction::TargetFrame target = NavigationAction::TargetFrame::main);
@@ -59,6 +65,7 @@ class HeadlessWebView final : public HeadlessView, public WebView {
   std::vector<Load> loads_;
   std::vector<std::string> scripts_;
   Script answer_;
+  bool isMuted_ = false;
 };
 
 }  // namespace kva::headless

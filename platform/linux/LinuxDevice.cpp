@@ -60,7 +60,8 @@ void LinuxDevice::update(DeviceOrientation Orientations::*source, DeviceOrientat
   const bool changed = orientations_.with([&](Orientations& now) {
     const auto before = now.current();
     now.*source = orientation;
-    return now.current() != before;
+    // What becomes known for the first time has not turned.
+    return before != DeviceOrientation::unknown && now.current() != before;
   });
   if (changed) center_->post(kOrientationDidChangeNotification, this);
 }

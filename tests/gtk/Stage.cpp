@@ -17,7 +17,8 @@ class Display : public testing::Environment {
 Stage::Stage()
     : application_({.safeAreaInsets = {.top = 20, .left = 5, .bottom = 10, .right = 15},
                     .openURL = {},
-                    .shapeChanged = [this](DeviceOrientation shape) { shapes.push_back(shape); }}) {
+                    .shapeChanged = [this](DeviceOrientation shape) { shapes.push_back(shape); },
+                    .stateChanged = [this] { ++stateChanges; }}) {
   g_object_add_weak_pointer(G_OBJECT(gtkWindow), reinterpret_cast<gpointer*>(&gtkWindow));
   auto* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   gtk_box_append(GTK_BOX(column), button);

@@ -33,7 +33,7 @@ class Stage {
 
   GtkWindow* gtkWindow = GTK_WINDOW(gtk_window_new());
   GtkWidget *button = gtk_button_new_with_mnemonic("_Host"), *entry = gtk_entry_new();
-  int hostClicks = 0;
+  int hostClicks = 0, stateChanges = 0;
   std::vector<DeviceOrientation> shapes;
 
  private:

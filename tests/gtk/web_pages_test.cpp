@@ -5,6 +5,8 @@
 #include <stage/RealInput.h>
 
 #include <filesystem>
+#include <mutex>
+#include <set>
 
 #include "gtk/Stage.h"
 #include "platform/linux_support.h"
@@ -18,6 +20,7 @@ class WebPages : public testing::Test {
   struct Listener : WebViewDelegate {
     void webViewDidFinishNavigation() override { ++finished; }
     void webViewDidFailNavigation(const Error&) override { ++failed; }
+    void webViewProcessDidTerminate(const Error&) override { ++terminated; }
     bool webViewDecidePolicy(const NavigationAction& action) override {
       asked.push_back((action.request ? action.request->url.absoluteString() : "no URL") +
                       (action.target == NavigationAction::TargetFrame::none ? " anew" : ""));
@@ -35,7 +38,7 @@ class WebPages : public testing::Test {
     }
     auto asksFor(const std::string& url) const { return std::ranges::count(asked, url); }
 
-    int finished = 0, failed = 0, dialogs = 0;
+    int finished = 0, failed = 0, terminated = 0, dialogs = 0;
     bool allows = true;
     std::vector<std::string> asked, windows;
     std::function<void()> onQuestion;
@@ -61,6 +64,15 @@ class WebPages : public testing::Test {
   }
   bool comesTrue(const std::string& condition) {
     return spinUntil([&] { return evaluate("!!(" + condition + ")") == "true"; });
+  }
+
+  /// The red of the pixel in the window's first row.
+  int redAt(int x) {
+    const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
+    EXPECT_TRUE(stage::saveScreenshot(stage.gtkWindow, file));
+    GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
+    std::filesystem::remove(file);
+    return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
   }
 
   Stage stage;
@@ -89,33 +101,130 @@ TEST_F(WebPages, LetWhatIsBehindThemShow) {
   stage.window()->view()->setBackgroundColor(Color::black);
   openAndFinish("<div style='position:fixed;inset:0 50% 0 0;background:#f00'></div>",
                 {.userScript = "", .isOpaque = false});
-  const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
-  const auto redAt = [&](int x) {
-    EXPECT_TRUE(stage::saveScreenshot(stage.gtkWindow, file));
-    GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
-    std::filesystem::remove(file);
-    return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
-  };
   EXPECT_TRUE(spinUntil([&] { return redAt(20) == 0xff; }));
   EXPECT_EQ(redAt(600), 0);
 }
 
-TEST_F(WebPages, RunAndDrawInAHolderWithoutSize) {
+TEST_F(WebPages, RunAndDrawWhileTheyStandByAndNoticeNothingOfTheirShow) {
+  gtk_widget_grab_focus(stage.entry);
+  auto* const focus = gtk_window_get_focus(stage.gtkWindow);
   auto holder = app.makeView({});
-  holder->setClipsToBounds(true);
-  stage.window()->view()->addSubview(holder, Layout::frame({}));
-  open(
-      "<script>frames_ = ticks = 0;"
+  webView = app.makeWebView({0, 0, 640, 480}, {});
+  webView->setDelegate(listener);
+  stage.window()->view()->addSubview(holder, Layout::standby(Layout::Area::plain));
+  holder->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
+  webView->loadHTML(
+      "<!doctype html><body style='background:#f00' onclick='document.title = 1'><input autofocus>"
+      "<script>size = innerWidth + 'x' + innerHeight; noticed = []; frames_ = ticks = 0;"
+      "for (const event of ['resize', 'focus', 'blur', 'mousemove', 'click'])"
+      "  addEventListener(event, () => noticed.push(event));"
       "(function frame() { ++frames_; requestAnimationFrame(frame) })();"
-      "setInterval(() => ++ticks, 20)</script>");
-  holder->addSubview(webView->view(), Layout::frame({0, 0, 1, 1}));
+      "setInterval(() => { ++ticks; document.querySelector('input').focus() }, 20)</script>",
+      std::nullopt);
   EXPECT_TRUE(comesTrue("frames_ > 10 && ticks > 10 && !document.hidden")) << evaluate("frames_");
-  // The move into the ad's own view, which the page must not notice but for its size.
+  EXPECT_EQ(evaluate("size"), "\"640x480\"");
+  stage.tap({320, 100});
+  EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the page lies in the way";
+  gtk_widget_grab_focus(stage.entry);
+  EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
+  EXPECT_EQ(evaluate("noticed"), "[]");
+  EXPECT_NE(redAt(320), 0xff);
+
+  stage.resize({500, 400});
+  EXPECT_TRUE(comesTrue("innerWidth == 500 && innerHeight == 400")) << evaluate("innerWidth");
+  evaluate("noticed = []");
+  const gint64 shown = g_get_monotonic_time();
   stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
-  EXPECT_TRUE(comesTrue("innerWidth == 640 && innerHeight == 480")) << evaluate("innerWidth");
-  EXPECT_EQ(listener->finished, 1);
+  EXPECT_TRUE(spinUntil([&] { return redAt(320) == 0xff; }));
+  RecordProperty("firstPixelMilliseconds", std::to_string((g_get_monotonic_time() - shown) / 1000));
   evaluate("frames_ = 0");
   EXPECT_TRUE(comesTrue("frames_ > 10"));
+  EXPECT_EQ(evaluate("noticed.filter(event => event == 'resize')"), "[]");
+  EXPECT_EQ(listener->finished, 1);
+}
+
+TEST_F(WebPages, AreLaidOutAtTheirSizeBeforeAnyWindowHasThem) {
+  webView = app.makeWebView({0, 0, 600, 300}, {});
+  webView->setDelegate(listener);
+  webView->loadHTML("<!doctype html><script>size = innerWidth + 'x' + innerHeight</script>",
+                    std::nullopt);
+  ASSERT_TRUE(spinUntil([&] { return listener->finished == 1; }));
+  EXPECT_EQ(evaluate("size"), "\"600x300\"");
+}
+
+TEST_F(WebPages, AreNotTheHostsOwn) {
+  int asked = 0;
+  webkit_web_context_register_uri_scheme(
+      webkit_web_context_get_default(), "private",
+      [](WebKitURISchemeRequest* request, gpointer count) {
+        ++*static_cast<int*>(count);
+        g_autoptr(GInputStream) secret = g_memory_input_stream_new_from_data("secret", 6, nullptr);
+        webkit_uri_scheme_request_finish(request, secret, 6, "text/plain");
+      },
+      &asked, nullptr);
+  openAndFinish(
+      "<script>fetch('private://x').then(() => { got = true }, () => { got = false })"
+      "</script><iframe src='private://y'></iframe>");
+  EXPECT_TRUE(comesTrue("got === false"));
+  EXPECT_EQ(asked, 0);
+}
+
+TEST_F(WebPages, HaveNoMediaSessionAndNoAsynchronousClipboard) {
+  openAndFinish("");
+  EXPECT_EQ(evaluate("[typeof navigator.mediaSession, typeof navigator.clipboard]"),
+            "[\"undefined\",\"undefined\"]");
+}
+
+TEST_F(WebPages, NotifyOfEveryChangeOfTheWindowsState) {
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"unmapped", [&] { gtk_widget_set_visible(GTK_WIDGET(stage.gtkWindow), FALSE); }},
+      {"mapped", [&] { gtk_window_present(stage.gtkWindow); }},
+      {"another", [&] { gtk_window_destroy(GTK_WINDOW(gtk_window_new())); }},
+  };
+  for (const auto& [what, change] : changes) {
+    const int before = stage.stateChanges;
+    change();
+    EXPECT_TRUE(spinUntil([&] { return stage.stateChanges > before; })) << what;
+  }
+}
+
+TEST_F(WebPages, RunWhatTheyWereGivenLastAndWhatTheySendThenArrives) {
+  std::mutex mutex;
+  std::set<std::string> received;
+  kva::test::LoopbackServer server([&](httplib::Server& answers) {
+    const auto receive = [&](const auto& request, auto&) {
+      std::scoped_lock lock(mutex);
+      received.insert(request.path);
+    };
+    for (auto* path : {"/image", "/fetch", "/beacon"}) {
+      answers.Get(path, receive);
+      answers.Post(path, receive);
+    }
+  });
+  const auto base = server.url("").absoluteString();
+  openAndFinish("<script>leave = () => { new Image().src = '" + base +
+                "/image';"
+                "fetch('" +
+                base +
+                "/fetch', {method: 'POST', body: 'x', mode: 'no-cors', keepalive: true});"
+                "navigator.sendBeacon('" +
+                base + "/beacon', 'x'); print(); alert(1); location = 'kva://late' }</script>");
+  webView->evaluateJavaScript("leave(); for (;;);", nullptr);
+  webView->view()->removeFromSuperview();
+  webView.reset();
+  EXPECT_TRUE(spinUntil([&] {
+    std::scoped_lock lock(mutex);
+    return received.size() == 3;
+  }));
+  EXPECT_EQ(listener->dialogs + listener->asksFor("kva://late"), 0) << "nobody is there to ask";
+  EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u);
+}
+
+TEST_F(WebPages, ReportThatTheirProcessEnded) {
+  openAndFinish("");
+  webkit_web_view_terminate_web_process(static_cast<NativeWebView*>(webView.get())->page());
+  EXPECT_TRUE(spinUntil([&] { return listener->terminated == 1; }));
+  EXPECT_EQ(listener->failed, 0);
 }
 
 TEST_F(WebPages, AskBeforeEveryWindowAndEveryFramesCommandWithOddAddressesToo) {

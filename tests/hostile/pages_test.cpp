@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <set>
 
 #include <gmock/gmock.h>
@@ -182,6 +183,8 @@ class HostilePages : public ShowTest {
   }
   bool hasActed(int seconds = 20) { return comesTrue("window.acted", seconds); }
   void killPageProcesses() {
+    // WebKit ends this process too when one dies that it is still launching.
+    for (std::vector<pid_t> before; before != pageProcesses(); spinFor(1)) before = pageProcesses();
     for (const pid_t process : pageProcesses()) kill(process, SIGKILL);
   }
 
@@ -315,8 +318,10 @@ TEST_F(HostilePages, MayDieAtAnyTime) {
   auto dead = beginLoading("", 1);
   ASSERT_TRUE(heard("didReceive", ready + 1));
   killPageProcesses();
-  show(*dead);
-  close();
+  EXPECT_TRUE(spinUntil([&] { return evaluate("1") != "1"; }));
+  dead->showAdFrom(viewController);
+  EXPECT_THAT(heardOfThis(), ElementsAre("didReceive", "didFailToPresent 0"));
+  dead.reset();
 
   present("", 1);
   killPageProcesses();
@@ -362,6 +367,72 @@ TEST_F(HostilePages, GetNothingThatNeedsTheUsersLeave) {
        {".", g_get_home_dir(), g_get_user_special_dir(G_USER_DIRECTORY_DOWNLOAD)})
     EXPECT_FALSE(place && std::filesystem::exists(std::filesystem::path(place) / "hostile.bin"));
   expectUneventfulReports();
+}
+
+TEST_F(HostilePages, OpenWhatTheUserTapsInAFrameButNothingAtAPressOnAControl) {
+  const std::string link = "position:fixed;inset:0";
+  for (const std::string target : {"_blank", "_top", "_self"}) {
+    SCOPED_TRACE(target);
+    opened.clear();
+    const auto address = "https://example.test/" + target;
+    present("document.body.innerHTML = `<iframe style='" + link +
+            ";width:100%;height:100%;border:0'" + " srcdoc=\"<a href='" + address +
+            "' target=" + target + " style='" + link + "'>a</a>\"></iframe>`; window.acted = true");
+    EXPECT_TRUE(hasActed());
+    // The frame may draw a moment later.
+    EXPECT_TRUE(spinUntil([&] {
+      clickPage();
+      spinFor(0.2);
+      return !opened.empty();
+    }));
+    EXPECT_EQ(opened.front(), address);
+    EXPECT_EQ(evaluate("document.title"), "\"ad\"");
+    EXPECT_EQ(recorder->count("didClick"), 1);
+    clickTopTrailing();
+    ASSERT_TRUE(heard("didDismiss"));
+    recorder = std::make_shared<Recorder>();
+  }
+
+  opened.clear();
+  present("setInterval(() => mraid.open('https://example.test/polled'), 5); window.acted = true");
+  EXPECT_TRUE(hasActed());
+  close();
+  EXPECT_THAT(opened, IsEmpty());
+}
+
+TEST_F(HostilePages, AreNotifiedOfTheirCloseHoweverItComesAndWhatTheySendThenArrives) {
+  std::mutex mutex;
+  std::vector<std::string> received;
+  test::LoopbackServer beacons([&](httplib::Server& answers) {
+    answers.Post("/closed", [&](const auto& request, auto&) {
+      std::scoped_lock lock(mutex);
+      received.push_back(request.body);
+    });
+  });
+  const auto page =
+      "if (window.acted) return; window.acted = true; const seen = []; "
+      "mraid.addEventListener('viewableChange', v => seen.push(v));"
+      "mraid.addEventListener('stateChange', state => { seen.push(state);"
+      "navigator.sendBeacon('" +
+      beacons.url("/closed").absoluteString() + "', seen.join()) })";
+  const std::pair<const char*, std::function<void()>> ways[] = {
+      {"control", [&] { clickTopTrailing(); }},
+      {"Escape", [&] { stage::typeKey(window, GDK_KEY_Escape); }},
+      {"window", [&] { gtk_window_destroy(std::exchange(window, nullptr)); }},
+  };
+  for (const auto& [way, close] : ways) {
+    SCOPED_TRACE(way);
+    received.clear();
+    present(page);
+    EXPECT_TRUE(comesTrue("mraid.isViewable()"));
+    close();
+    EXPECT_TRUE(spinUntil([&] {
+      std::scoped_lock lock(mutex);
+      return !received.empty();
+    }));
+    EXPECT_THAT(received, ElementsAre("false,hidden"));
+    EXPECT_TRUE(spinUntil([] { return pageProcesses().size() <= 1; }));
+  }
 }
 
 TEST_F(HostilePages, LeaveTheHostAloneUntilTheyAreShown) {

@@ -96,18 +96,19 @@ TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {
   EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "the countdown came later";
 }
 
-TEST_F(AdViews, TellOfSoundAndPrivacyAndCountEveryPressAsATap) {
+TEST_F(AdViews, ReportSoundAndPrivacyAndCountOnlyAPressOnThePageAsATap) {
   Log::shared().setLogLevel(LogLevel::d);
   show({.contentType = "video"});
   told();
   EXPECT_TRUE(window->activate(h.application.button("icon.soundonn"))) << "by a key";
-  EXPECT_EQ(h.output.count("<KVA> [D]: AdView tapped."), 1);
   h.time.run();
   EXPECT_EQ(h.application.button("icon.soundoff")->accessibleName(), "Unmute");
   EXPECT_TRUE(tap("icon.soundoff"));
   EXPECT_THAT(seen(), testing::Contains("icon.soundonn"));
   EXPECT_TRUE(tap("icon.adchoices"));
+  page()->navigate("mraid://open?url=https%3A%2F%2Fexample.org%2Fa");
   EXPECT_THAT(h.application.openedURLs(), ElementsAre("https://example.org/privacy"));
+  EXPECT_EQ(h.output.count("<KVA> [D]: AdView tapped."), 0);
   EXPECT_THAT(told(), ElementsAre("mraidbridge.fireChangeEvent({videoMuted: true});",
                                   "mraidbridge.fireChangeEvent({videoMuted: false});"));
   // Its last press brings nothing back once the video is over.
@@ -118,12 +119,24 @@ TEST_F(AdViews, TellOfSoundAndPrivacyAndCountEveryPressAsATap) {
   EXPECT_FALSE(h.application.button("icon.soundoff"));
 }
 
-TEST_F(AdViews, HavePagesThatRunUnseenAndAreMovedInOnce) {
+TEST_F(AdViews, HavePagesThatRunUnseenAtFullSizeAndAreMovedInOnce) {
+  for (const bool isSafe : {false, true}) {
+    loadPage({.shouldCareSafeArea = isSafe});
+    window->setFrame({0, 0, 500, 700});
+    const auto place = page()->frameInWindow();
+    EXPECT_FALSE(page()->isShown() || window->tap(page()));
+    EXPECT_TRUE(page()->isMuted());
+    present();
+    EXPECT_EQ(page()->frameInWindow(), place) << "showing it changes nothing";
+    EXPECT_TRUE(page()->isShown());
+    EXPECT_FALSE(page()->isMuted());
+    close();
+    window->setFrame({0, 0, 400, 800});
+  }
+
   loadPage();
   const auto holder = std::dynamic_pointer_cast<HeadlessView>(page()->superview());
   EXPECT_EQ(holder->superview(), window->view());
-  EXPECT_EQ(holder->frame(), Rect());
-  EXPECT_TRUE(holder->clipsToBounds());
   const auto& configuration = page()->configuration();
   EXPECT_THAT(configuration.userScript, testing::HasSubstr("mraidbridge"));
   EXPECT_TRUE(configuration.allowsInlineMediaPlayback);

@@ -109,7 +109,25 @@ TEST_F(FullscreenAds, TellTheHostOnceWhyTheyDoNotLoad) {
   }
 }
 
-TEST_F(FullscreenAds, AreNotShownWithoutANetworkNorTwice) {
+TEST_F(FullscreenAds, FailAfterAMinuteWithoutAPageAndKeepNothingOfIt) {
+  for (const std::string contentType : {"image", "video"}) {
+    makeAd();
+    serveAd({.contentType = contentType});
+    load();
+    if (contentType == "video") page()->finishNavigation();  // and never says that it is ready
+    h.time.advance(59);
+    EXPECT_THAT(host->heard, IsEmpty());
+    h.time.advance(1);
+    EXPECT_THAT(host->heard, ElementsAre("no receive 1001 The page has not loaded in time."));
+    EXPECT_EQ(h.application.liveWebViews(), 0);
+  }
+  loadPage();
+  h.time.advance(120);
+  present();
+  EXPECT_EQ(host->heard.back(), "present");
+}
+
+TEST_F(FullscreenAds, AreNotShownWithoutANetworkNorAPageNorTwice) {
   std::vector<std::string> outcomes;
   const auto controller = FullscreenAdVC::create(Ad::decode(adJson({})).value());
   for (int i = 0; i < 2; ++i) {
@@ -127,6 +145,20 @@ TEST_F(FullscreenAds, AreNotShownWithoutANetworkNorTwice) {
   present();
   EXPECT_THAT(host->heard, ElementsAre("receive", "no present 13 No internet connection."));
   EXPECT_TRUE(uploadedReports().is_null());
+
+  h.reachability.setFlags(headless::HeadlessReachability::kReachable);
+  h.time.run();
+  makeAd();
+  loadPage();
+  page()->terminateProcess();
+  present();
+  EXPECT_THAT(host->heard, ElementsAre("receive", "no present 0 Ad isn't ready."));
+  EXPECT_TRUE(uploadedReports().is_null());
+  makeAd();
+  show();
+  page()->terminateProcess();
+  close();
+  EXPECT_THAT(host->heard, ElementsAre("receive", "present", "dismiss"));
 }
 
 TEST_F(FullscreenAds, BecomeReadyOnceWhateverThePageSends) {

@@ -49,6 +49,43 @@ TEST_F(MRControllers, TellThePageWhatHasChangedAndNothingElse) {
                                   "mraidbridge.fireChangeEvent({orientationDegree: 0});"));
 }
 
+TEST_F(MRControllers, SendNothingBeforeThePageHasLoadedAndEverythingToTheNextPage) {
+  serveAd({});
+  load();
+  h.device.setOrientation(DeviceOrientation::landscapeLeft);
+  for (const auto state : {HostApplication::State::inactive, HostApplication::State::active})
+    h.application.setState(state);
+  h.time.run();
+  EXPECT_THAT(told(), IsEmpty());
+  for (int time = 0; time < 2; ++time) {
+    page()->finishNavigation();
+    EXPECT_THAT(told(), ElementsAre("mraidbridge.setCurrentPosition(0.0, 0.0, 400.0, 800.0);",
+                                    "mraidbridge.setScreenSize(1280.0, 1024.0);",
+                                    "mraidbridge.setMaxSize(400.0, 800.0);",
+                                    "window.mraidbridge.fireReadyEvent();"));
+  }
+}
+
+TEST_F(MRControllers, NotifyThePageOnceThatItsAdCloses) {
+  const std::pair<const char*, std::function<void()>> ways[] = {
+      {"control", [&] { tap("icon.close"); }},
+      {"Escape", [&] { window->pressEscape(); }},
+      {"window", [&] { window->destroy(); }},
+      {"runtime", [&] { runtime.reset(); }},
+  };
+  for (const auto& [way, close] : ways) {
+    SCOPED_TRACE(way);
+    show();
+    const auto closing = page();
+    closing->clearScripts();
+    close();
+    h.time.advance(2);
+    EXPECT_THAT(closing->scripts(), ElementsAre("mraidbridge.fireChangeEvent({viewable: false});",
+                                                testing::EndsWith("state: 'hidden'});")));
+    if (way == std::string("window")) window = h.application.makeWindow();
+  }
+}
+
 TEST_F(MRControllers, SayOnceWhetherTheSoundIsMuted) {
   const auto controller = MRController::create(Ad::decode(adJson({})).value());
   const auto controls = AdView::create({}, Creative::ContentType::video);
@@ -76,11 +113,13 @@ TEST_F(MRControllers, CallTheAdViewableOnlyWhereTheUserSeesIt) {
       {[&] { shown->removeFromSuperview(); }, [&] { place(whole); }},
   };
   for (std::size_t i = 0; i < changes.size(); ++i) {
+    // The application's state notifies; the rest is polled.
+    const double seconds = i == 0 ? 0.2 : 1.1;
     changes[i].first();
-    h.time.advance(1.1);
+    h.time.advance(seconds);
     EXPECT_THAT(told(), Contains("mraidbridge.fireChangeEvent({viewable: false});")) << i;
     changes[i].second();
-    h.time.advance(1.1);
+    h.time.advance(seconds);
     EXPECT_THAT(told(), Contains(kIsViewable)) << i;
   }
   place({0, 799, 400, 800});
@@ -113,6 +152,12 @@ TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
       {"mraid://open?URL=https://example.org", "'open', 'URL not found!'"},
       {"mraid://open?url=tel%3A112", "'open', 'Scheme not supported: tel'"},
       {"mraid://open?url=sms%3A112", "'open', 'Scheme not supported: sms'"},
+      {"mraid://open?url=TEL%3A112", "'open', 'Scheme not supported: tel'"},
+      {"mraid://open?url=file%3A%2F%2F%2Fetc%2Fpasswd", "'open', 'Scheme not supported: file'"},
+      {"mraid://open?url=JavaScript%3A1", "'open', 'Scheme not supported: javascript'"},
+      {"mraid://open?url=data%3Atext%2Fhtml%2C1", "'open', 'Scheme not supported: data'"},
+      {"mraid://open?url=ssh%3A%2F%2F-oProxyCommand", "'open', 'Scheme not supported: ssh'"},
+      {"mraid://open?url=kva%3A%2F%2FvideoComplete", "'open', 'Scheme not supported: kva'"},
       {"mraid://resize?width=1&height=2&offsetX=3", "'resize', 'Size parameters not found!'"},
       {"kva://close", "'close', 'Command not found!'"},
       {"kva://open?url=x", "'open', 'Command not found!'"},
@@ -125,7 +170,8 @@ TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
     EXPECT_THAT(told(), ElementsAre("window.mraidbridge.fireErrorEvent(" + error + ");")) << url;
   }
   for (const char* url :
-       {"mraid://open?url=http%3A%2F%2F%5B", "mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc",
+       {"mraid://open?url=http%3A%2F%2F%5B", "mraid://open?url=no%20address",
+        "mraid://open?url=--help", "mraid://open?url=https%3A%2F%2Fexample.org%2Fa%3Fb%3Dc",
         "mraid://resize?width=&height=x&offsetX=-&offsetY=y", "ios-log://anything", "http://[",
         // Nothing can be read out of these.
         "mraid://close", "mraid://open?", "mraid://open?url", "mraid:open?url=https://example.org",
@@ -135,6 +181,17 @@ TEST_F(MRControllers, CarryOutCommandsAndRefuseTheirNavigations) {
   EXPECT_THAT(h.application.openedURLs(), ElementsAre("https://example.org/a?b=c"));
   EXPECT_TRUE(page()->navigate("https://example.org/page"));
   EXPECT_THAT(host->heard, ElementsAre("receive", "present", "click"));
+
+  // Links that the page's script does not take, such as those in frames.
+  using enum NavigationAction::TargetFrame;
+  page()->createWebView("https://example.org/blank");
+  EXPECT_FALSE(page()->followLink("https://example.org/top"));
+  for (const char* inside : {"https://example.org/top#place", "about:srcdoc"})
+    EXPECT_TRUE(page()->followLink(inside)) << inside;
+  EXPECT_TRUE(page()->followLink("https://example.org/blank", none)) << "it comes as a new window";
+  EXPECT_THAT(h.application.openedURLs(),
+              ElementsAre("https://example.org/a?b=c", "https://example.org/blank",
+                          "https://example.org/top"));
 }
 
 // The other events are in the stories of those who send them.

@@ -1,7 +1,9 @@
 #include <platform/linux/gtk/Application.h>
 
 #include <algorithm>
+#include <memory>
 
+#include <Kelvara/core/Log.h>
 #include <platform/linux/gtk/NativeButton.h>
 #include <platform/linux/gtk/NativeViewController.h>
 #include <platform/linux/gtk/NativeWebView.h>
@@ -40,6 +42,13 @@ bool anyWindowIsActive() {
   return false;
 }
 
+void addressWasOpened(GObject*, GAsyncResult* result, gpointer data) {
+  std::unique_ptr<std::string> address(static_cast<std::string*>(data));
+  g_autoptr(GError) error = nullptr;
+  if (!g_app_info_launch_default_for_uri_finish(result, &error))
+    Log::e("Couldn't open " + *address + ": " + error->message);
+}
+
 GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
   auto* display = gdk_display_get_default();
   auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
@@ -51,7 +60,8 @@ GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
 
 }  // namespace
 
-Application::Application(Options options) : options_(std::move(options)) {}
+Application::Application(Options options)
+    : options_(std::move(options)), states_(options_.stateChanged) {}
 
 void Application::leaveWindows() {
   for (auto& host : std::exchange(windows_, {})) host.window->leave();
@@ -106,8 +116,8 @@ std::shared_ptr<Window> Application::keyWindow() const {
 
 void Application::openURL(const URL& url) {
   if (options_.openURL) return options_.openURL(url.absoluteString());
-  g_app_info_launch_default_for_uri_async(url.absoluteString().c_str(), nullptr, nullptr, nullptr,
-                                          nullptr);
+  g_app_info_launch_default_for_uri_async(url.absoluteString().c_str(), nullptr, nullptr,
+                                          addressWasOpened, new std::string(url.absoluteString()));
 }
 
 Size Application::screenSize() const {

@@ -10,6 +10,7 @@
 #include <Kelvara/platform/HostApplication.h>
 #include <platform/linux/gtk/NativeWindow.h>
 #include <platform/linux/gtk/WebViewPool.h>
+#include <platform/linux/gtk/WindowStates.h>
 
 namespace kva::gtk {
 
@@ -27,6 +28,8 @@ class Application final : public kva::HostApplication {
     std::function<void(const std::string&)> openURL;
     /// Called with the shape of the key window, as an orientation, whenever it may have changed.
     std::function<void(DeviceOrientation)> shapeChanged;
+    /// Called whenever `state` may have changed.
+    std::function<void()> stateChanged;
   };
   explicit Application(Options options);
   ~Application() override { leaveWindows(); }
@@ -57,6 +60,7 @@ class Application final : public kva::HostApplication {
 
   Options options_;
   WebViewPool pool_;
+  WindowStates states_;
   std::vector<HostWindow> windows_;  ///< the one asked for last is the last
 };
 

@@ -72,13 +72,15 @@ void requireMainThread(const char* what) {
 struct Host::Impl {
   explicit Impl(const HostOptions& options)
       : linux(makeLinuxPlatform(linuxOptions(options))),
-        application(std::make_shared<Application>(
-            Application::Options{.safeAreaInsets = options.safeAreaInsets,
-                                 .openURL = options.openURL,
-                                 .shapeChanged =
-                                     [device = linux.device](DeviceOrientation shape) {
-                                       device->setWindowOrientation(shape);
-                                     }})),
+        application(std::make_shared<Application>(Application::Options{
+            .safeAreaInsets = options.safeAreaInsets,
+            .openURL = options.openURL,
+            .shapeChanged = [device = linux.device](
+                                DeviceOrientation shape) { device->setWindowOrientation(shape); },
+            .stateChanged =
+                [center = linux.ports.notificationCenter] {
+                  center->post(kApplicationStateDidChangeNotification, nullptr);
+                }})),
         runtime(withApplication(linux.ports, application)) {
     Log::shared().setLogLevel(static_cast<kva::LogLevel>(options.logLevel));
     warnWithoutResources();

@@ -17,7 +17,7 @@ Rect inset(const Rect& rect, const EdgeInsets& by) {
 Rect place(const Layout& layout, Size superview, const EdgeInsets& safe) {
   Rect area{0, 0, superview.width, superview.height};
   if (layout.area == Layout::Area::safe) area = inset(area, safe);
-  if (layout.kind == Layout::Kind::edges) return area;
+  if (layout.kind == Layout::Kind::edges || layout.kind == Layout::Kind::standby) return area;
   if (layout.kind == Layout::Kind::frame) return layout.rect;
 
   using enum Layout::Corner;
@@ -95,6 +95,9 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   const auto before = child->window();
   child->leaveSuperview();
   child->layout_ = layout;
+  const bool standsBy = layout.kind == Layout::Kind::standby;
+  gtk_widget_set_can_target(child->widget(), !standsBy);
+  gtk_widget_set_can_focus(child->widget(), !standsBy);
   child->superview_ = weak_from_this();
   subviews_.push_back(child);
   gtk_widget_insert_before(child->widget(), widget(), nullptr);
@@ -202,7 +205,13 @@ void NativeView::setClipsToBounds(bool clips) {
 
 void NativeView::allocate(Size size) {
   if (content_) allocateIn(content_, {0, 0, size.width, size.height});
-  for (auto& subview : subviews_) allocateIn(subview->widget(), subview->frame());
+  for (auto& subview : subviews_) {
+    Rect place = subview->frame();
+    // Beside the window, where WebKit lays out and draws a page as if it were seen. Without
+    // opacity it would not: GTK then asks for no frame, and a page waits for the one before.
+    if (subview->layout_.kind == Layout::Kind::standby) place.x -= place.x + place.width;
+    allocateIn(subview->widget(), place);
+  }
 }
 
 void NativeView::snapshot(GtkSnapshot* snapshot) {

@@ -1,5 +1,8 @@
 #include <platform/linux/gtk/NativeWebView.h>
 
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
 #include <string_view>
 
 namespace kva::gtk {
@@ -12,6 +15,9 @@ constexpr const char* kBlank = "about:blank";
 // does nothing else: a change of the fragment in an endless loop will do.
 constexpr int kFlood = 1000;
 constexpr gint64 kPatienceMicroseconds = 2'000'000;
+
+// How long a page may still run what it was given last, the news that its ad closes.
+constexpr guint kLastWordsMilliseconds = 100;
 
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
@@ -28,6 +34,9 @@ NavigationAction actionFrom(WebKitNavigationAction* action, NavigationAction::Ta
   auto* request = webkit_navigation_action_get_request(action);
   NavigationAction made;
   made.target = target;
+  made.isFollowedLink =
+      webkit_navigation_action_get_navigation_type(action) == WEBKIT_NAVIGATION_TYPE_LINK_CLICKED &&
+      webkit_navigation_action_is_user_gesture(action);
   auto url = URL::parse(webkit_uri_request_get_uri(request));
   if (!url) return made;
   auto* method = webkit_uri_request_get_http_method(request);  // null for an unknown scheme
@@ -54,18 +63,42 @@ void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
   (*evaluated)(json ? json : "null");  // JSON has no word for "undefined"
 }
 
-/// Ends the page's process, however busy it is, and the page with it: on the next turn of the
-/// main loop, because WebKit may be in the midst of telling us something about that page. Before
-/// anything else on that turn, for a page that floods the loop would keep a mere idle call waiting.
-void end(GObjectPtr<WebKitWebView> page) {
-  g_idle_add_full(
-      G_PRIORITY_HIGH,
+/// Ends the page's process, however busy it is, and the page with it: never at once, because WebKit
+/// may be in the midst of a call about that page. Before anything else on that turn of the main
+/// loop, because a page that floods the loop would keep a mere idle call waiting.
+/// `answers` answers for the page until then.
+void endAfter(guint milliseconds, GObjectPtr<WebKitWebView> page,
+              std::vector<Subscription> answers) {
+  using Ending = std::pair<GObjectPtr<WebKitWebView>, std::vector<Subscription>>;
+  g_timeout_add_full(
+      G_PRIORITY_HIGH, milliseconds,
       [](gpointer data) -> gboolean {
-        auto ending = GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(data));
-        webkit_web_view_terminate_web_process(ending.get());
+        webkit_web_view_terminate_web_process(static_cast<Ending*>(data)->first.get());
         return G_SOURCE_REMOVE;
       },
-      page.release(), nullptr);
+      new Ending(std::move(page), std::move(answers)),
+      [](gpointer data) { delete static_cast<Ending*>(data); });
+}
+
+/// The page goes nowhere any more, and waits for no answer.
+void refuseQuestions(WebKitWebView* page, std::vector<Subscription>& answers) {
+  answers.push_back(connect<gboolean(WebKitPolicyDecision*, WebKitPolicyDecisionType)>(
+      page, "decide-policy", [](WebKitPolicyDecision* decision, WebKitPolicyDecisionType) {
+        webkit_policy_decision_ignore(decision);
+        return TRUE;
+      }));
+  answers.push_back(connect<gboolean(WebKitScriptDialog*)>(
+      page, "script-dialog", [](WebKitScriptDialog*) { return TRUE; }));
+}
+
+/// Switches off what an ad may do without asking and without being seen.
+void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> features) {
+  g_autoptr(WebKitFeatureList) all = webkit_settings_get_all_features();
+  for (gsize i = 0; i < webkit_feature_list_get_length(all); ++i) {
+    auto* feature = webkit_feature_list_get(all, i);
+    if (std::ranges::find(features, webkit_feature_get_identifier(feature)) != features.end())
+      webkit_settings_set_feature_enabled(settings, feature, FALSE);
+  }
 }
 
 }  // namespace
@@ -78,6 +111,7 @@ std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> p
   made->answerQuestions();
   made->refuseRequests();
   made->watchKeys();
+  made->layOut({frame.width, frame.height});
   return made;
 }
 
@@ -89,7 +123,28 @@ NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame)
 NativeWebView::~NativeWebView() {
   connections_.clear();
   view_->removeFromSuperview();
-  end(std::move(page_));
+  setMuted(true);
+  refuseQuestions(page(), refusals_);
+  endAfter(kLastWordsMilliseconds, std::move(page_), std::move(refusals_));
+}
+
+// A page that no window lays out yet has a size all the same.
+void NativeWebView::layOut(Size size) {
+  auto* widget = GTK_WIDGET(page());
+  for (auto orientation : {GTK_ORIENTATION_HORIZONTAL, GTK_ORIENTATION_VERTICAL})
+    gtk_widget_measure(widget, orientation, -1, nullptr, nullptr, nullptr, nullptr);
+  gtk_widget_allocate(widget, static_cast<int>(std::lround(size.width)),
+                      static_cast<int>(std::lround(size.height)), -1, nullptr);
+}
+
+// WebKit forgets what it drew when its widget moves, and a page that does not change draws nothing
+// by itself. A new background has it draw the page again, of which the page notices nothing.
+void NativeWebView::redraw() {
+  GdkRGBA background;
+  webkit_web_view_get_background_color(page(), &background);
+  GdkRGBA other = background;
+  other.alpha = 0.5F;
+  for (auto* color : {&other, &background}) webkit_web_view_set_background_color(page(), color);
 }
 
 void NativeWebView::configure(const WebViewConfiguration& configuration) {
@@ -99,6 +154,8 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
                "media-playback-requires-user-gesture",
                gboolean{configuration.requiresUserActionForMediaPlayback}, "enable-fullscreen",
                FALSE, "enable-page-cache", FALSE, nullptr);
+  // A player on the session bus for each medium; the clipboard.
+  withhold(settings, {"MediaSession", "AsyncClipboardAPI"});
   auto* script =
       webkit_user_script_new(configuration.userScript.c_str(), WEBKIT_USER_CONTENT_INJECT_TOP_FRAME,
                              WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr);
@@ -112,6 +169,7 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
        inner = gtk_widget_get_next_sibling(inner))
     gtk_widget_set_can_focus(inner, FALSE);
   if (!configuration.allowsZooming) forbidZooming();
+  on<void()>("map", [this] { redraw(); });
   // Nothing to do for `bounces`: a page of WebKitGTK never scrolls beyond its ends.
 }
 
@@ -162,32 +220,35 @@ void NativeWebView::answerQuestions() {
 }
 
 void NativeWebView::refuseRequests() {
-  on<gboolean(WebKitPermissionRequest*)>("permission-request", [](WebKitPermissionRequest* asked) {
-    webkit_permission_request_deny(asked);
-    return TRUE;
-  });
-  on<gboolean(WebKitPermissionStateQuery*)>(
+  refuse<gboolean(WebKitPermissionRequest*)>("permission-request",
+                                             [](WebKitPermissionRequest* asked) {
+                                               webkit_permission_request_deny(asked);
+                                               return TRUE;
+                                             });
+  refuse<gboolean(WebKitPermissionStateQuery*)>(
       "query-permission-state", [](WebKitPermissionStateQuery* asked) {
         webkit_permission_state_query_finish(asked, WEBKIT_PERMISSION_STATE_DENIED);
         return TRUE;
       });
-  on<gboolean(WebKitFileChooserRequest*)>("run-file-chooser", [](WebKitFileChooserRequest* asked) {
-    webkit_file_chooser_request_cancel(asked);
-    return TRUE;
-  });
-  on<gboolean(WebKitColorChooserRequest*)>("run-color-chooser",
-                                           [](WebKitColorChooserRequest* asked) {
-                                             webkit_color_chooser_request_cancel(asked);
-                                             return TRUE;
-                                           });
-  on<gboolean(WebKitAuthenticationRequest*)>(
+  refuse<gboolean(WebKitFileChooserRequest*)>("run-file-chooser",
+                                              [](WebKitFileChooserRequest* asked) {
+                                                webkit_file_chooser_request_cancel(asked);
+                                                return TRUE;
+                                              });
+  refuse<gboolean(WebKitColorChooserRequest*)>("run-color-chooser",
+                                               [](WebKitColorChooserRequest* asked) {
+                                                 webkit_color_chooser_request_cancel(asked);
+                                                 return TRUE;
+                                               });
+  refuse<gboolean(WebKitAuthenticationRequest*)>(
       "authenticate", [](WebKitAuthenticationRequest* asked) {
         webkit_authentication_request_authenticate(asked, nullptr);  // goes on without
         return TRUE;
       });
-  on<gboolean(WebKitPrintOperation*)>("print", [](WebKitPrintOperation*) { return TRUE; });
-  on<gboolean(WebKitNotification*)>("show-notification", [](WebKitNotification*) { return TRUE; });
-  on<gboolean(WebKitContextMenu*, WebKitHitTestResult*)>(
+  refuse<gboolean(WebKitPrintOperation*)>("print", [](WebKitPrintOperation*) { return TRUE; });
+  refuse<gboolean(WebKitNotification*)>("show-notification",
+                                        [](WebKitNotification*) { return TRUE; });
+  refuse<gboolean(WebKitContextMenu*, WebKitHitTestResult*)>(
       "context-menu", [](WebKitContextMenu*, WebKitHitTestResult*) { return TRUE; });
 }
 
@@ -285,12 +346,13 @@ bool NativeWebView::loadFailed(const GError& error) {
 void NativeWebView::processTerminated() {
   auto self = shared_from_this();
   if (isWarmingUp_) return warmedUp();
-  if (std::exchange(load_, Load::none) == Load::none) return;
+  const bool wasLoading = std::exchange(load_, Load::none) != Load::none;
   auto delegate = delegate_.lock();
   if (!delegate) return;
-  delegate->webViewDidFailNavigation({g_quark_to_string(WEBKIT_NETWORK_ERROR),
-                                      WEBKIT_NETWORK_ERROR_FAILED,
-                                      "The web content process terminated."});
+  const Error error(g_quark_to_string(WEBKIT_NETWORK_ERROR), WEBKIT_NETWORK_ERROR_FAILED,
+                    "The web content process terminated.");
+  wasLoading ? delegate->webViewDidFailNavigation(error)
+             : delegate->webViewProcessDidTerminate(error);
 }
 
 bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
@@ -323,7 +385,7 @@ void NativeWebView::watchForFlood() {
   }
   if (++navigationsSinceDrawing_ < kFlood || now - awaitedSince_ < kPatienceMicroseconds) return;
   isDrawingAwaited_ = false;
-  end(GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(g_object_ref(page()))));
+  endAfter(0, GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(g_object_ref(page()))), {});
 }
 
 bool NativeWebView::runDialog(WebKitScriptDialog* dialog) {

@@ -10,7 +10,7 @@
 
 namespace kva::gtk {
 
-/// A page in WebKit. Its process ends with it. WebKit does not tell which of a page's frames
+/// A page in WebKit. Its process ends soon after it. WebKit does not tell which of a page's frames
 /// navigates: a target with a name counts as a frame of the page, one without as the main frame.
 /// Main thread only.
 class NativeWebView final : public kva::WebView,
@@ -29,6 +29,7 @@ class NativeWebView final : public kva::WebView,
   }
   void loadHTML(const std::string& html, const std::optional<URL>& baseURL) override;
   void load(const URLRequest& request) override;
+  void setMuted(bool isMuted) override { webkit_web_view_set_is_muted(page(), isMuted); }
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
  private:
@@ -37,6 +38,8 @@ class NativeWebView final : public kva::WebView,
 
   NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
   void configure(const WebViewConfiguration& configuration);
+  void layOut(Size size);
+  void redraw();
   void forbidZooming();
   void followLoads();
   void answerQuestions();
@@ -57,6 +60,11 @@ class NativeWebView final : public kva::WebView,
     connections_.push_back(connect<Signature>(page_.get(), signal, std::move(handler)));
   }
 
+  template <class Signature>
+  void refuse(const char* signal, std::function<Signature> handler) {
+    refusals_.push_back(connect<Signature>(page_.get(), signal, std::move(handler)));
+  }
+
   GObjectPtr<WebKitWebView> page_;
   std::shared_ptr<NativeView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
@@ -70,6 +78,7 @@ class NativeWebView final : public kva::WebView,
   gint64 awaitedSince_ = 0;
   PendingCall drawing_;
   std::vector<Subscription> connections_;
+  std::vector<Subscription> refusals_;  ///< stay for as long as the page does
 };
 
 }  // namespace kva::gtk

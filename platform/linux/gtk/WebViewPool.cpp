@@ -8,7 +8,8 @@ constexpr guint kPauseMilliseconds = 1000;
 }  // namespace
 
 WebViewPool::WebViewPool()
-    : session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
+    : context_(GObjectPtr<WebKitWebContext>(webkit_web_context_new())),
+      session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
   downloads_ =
       connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
   prepareNext(0);
@@ -25,9 +26,9 @@ GObjectPtr<WebKitWebView> WebViewPool::make() const {
   auto policies = GObjectPtr<WebKitWebsitePolicies>(
       webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr));
   auto scripts = GObjectPtr<WebKitUserContentManager>(webkit_user_content_manager_new());
-  return sink(static_cast<WebKitWebView*>(
-      g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_.get(), "website-policies",
-                   policies.get(), "user-content-manager", scripts.get(), nullptr)));
+  return sink(static_cast<WebKitWebView*>(g_object_new(
+      WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session_.get(),
+      "website-policies", policies.get(), "user-content-manager", scripts.get(), nullptr)));
 }
 
 void WebViewPool::prepareNext(guint milliseconds) {

@@ -25,6 +25,7 @@ class WebViewPool {
   void prepareNext(guint milliseconds);
   void prepare();
 
+  GObjectPtr<WebKitWebContext> context_;      ///< without the host's schemes and extensions
   GObjectPtr<WebKitNetworkSession> session_;  ///< keeps nothing on disk
   Subscription downloads_, died_;
   GObjectPtr<WebKitWebView> ready_;

@@ -33,6 +33,7 @@ class WebViewContract : public testing::Test {
 
     void webViewDidFinishNavigation() override { ++finished; }
     void webViewDidFailNavigation(const Error&) override { ++failed; }
+    void webViewProcessDidTerminate(const Error&) override {}
     bool webViewDecidePolicy(const NavigationAction& action) override {
       EXPECT_EQ(action.target, NavigationAction::TargetFrame::main);
       EXPECT_EQ(action.request->method, "GET");
