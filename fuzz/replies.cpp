@@ -11,8 +11,8 @@
 #include <Kelvara/api/Response.h>
 #include <Kelvara/reporting/BidReport.h>
 #include <Kelvara/user/Application.h>
+#include <Kelvara/user/CurrentUser.h>
 #include <Kelvara/user/ReferralTracking.h>
-#include <Kelvara/user/User.h>
 #include <fuzz/Device.h>
 #include <fuzz/Target.h>
 
@@ -86,7 +86,7 @@ void callEverything(std::string_view body) {
 
   int answers = 0;
   const auto count = [&answers](const auto&) { ++answers; };
-  const User user;
+  const User user = currentUser();
   RequestManager::startSDK({{"aid", kAppId}}, count);
   RequestManager::register_(user, count);
   RequestManager::update(user, "user", count);

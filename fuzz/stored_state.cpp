@@ -16,6 +16,7 @@
 #include <Kelvara/reporting/ReportManager.h>
 #include <Kelvara/reporting/ReportStore.h>
 #include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/CurrentUser.h>
 #include <Kelvara/user/ReferralTracking.h>
 #include <fuzz/Device.h>
 #include <fuzz/Target.h>
@@ -122,7 +123,7 @@ void live(Device& device, const std::string& bidId) {
 void checkState(Device& device) {
   Runtime runtime(device.platform());
   expect(AnalyticsManager::shared().isRegistered(), "a registered user stays registered");
-  expect(User::lastUploaded().has_value(), "the user record can be read again");
+  expect(lastUploadedUser().has_value(), "the user record can be read again");
   expect(ReferralTracking::shared().isFirstCampaignTracked(), "a tracked campaign stays tracked");
   const UserDefaults& defaults = device.defaults;
   const Json caps = stored(defaults, Keys::frequencyCappingMembers);

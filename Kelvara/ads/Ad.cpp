@@ -7,8 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <Kelvara/ads/AdHelper.h>
-#include <Kelvara/base/StringExtensions.h>
+#include <Kelvara/core/SDKHelper.h>
 
 namespace kva {
 namespace {
@@ -48,6 +47,16 @@ LocalizedTexts textsFromJsonText(const std::string& text) {
 }
 
 }  // namespace
+
+std::optional<std::string> localizedString(const LocalizedTexts& dictionary,
+                                           std::string_view language) {
+  if (dictionary.empty()) return std::nullopt;
+  for (const auto& [code, text] : dictionary)
+    if (language.contains(code)) return text;
+  if (const auto english = dictionary.find("en"); english != dictionary.end())
+    return english->second;
+  return dictionary.begin()->second;
+}
 
 Result<CreativeFile> CreativeFile::decode(const Json& json) {
   static const URL nowhere = *URL::parse("about:blank");
@@ -105,12 +114,12 @@ Json Creative::toJson() const {
   return json;
 }
 
-std::string Creative::buttonTitle() const {
-  return AdHelper::localizedString(buttonTexts).value_or("");
+std::string Creative::buttonTitle(std::string_view language) const {
+  return localizedString(buttonTexts, language).value_or("");
 }
 
-std::string Creative::detailTitle() const {
-  return AdHelper::localizedString(detailTexts).value_or("");
+std::string Creative::detailTitle(std::string_view language) const {
+  return localizedString(detailTexts, language).value_or("");
 }
 
 Result<Ad> Ad::decode(const Json& json) {

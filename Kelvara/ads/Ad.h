@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <Kelvara/ads/AdType.h>
@@ -17,6 +18,11 @@ namespace kva {
 
 /// Texts by language code, such as "en".
 using LocalizedTexts = std::map<std::string, std::string>;
+
+/// The text for a language tag: the first, in key order, whose key occurs anywhere in the tag; else
+/// the one for "en"; else the first. Nothing for no texts.
+std::optional<std::string> localizedString(const LocalizedTexts& dictionary,
+                                           std::string_view language);
 
 /// One file of a creative, for one way of holding the device.
 struct CreativeFile {
@@ -49,9 +55,10 @@ struct Creative {
 
   bool preload() const { return contentType == ContentType::video; }
   bool isCloseButtonHidden() const { return arcDuration != 0; }
-  /// The call to action and the description for the device's language; "" when there is none.
-  std::string buttonTitle() const;
-  std::string detailTitle() const;
+  /// The call to action and the description in `language`, a tag such as "de-DE"; "" when there is
+  /// none.
+  std::string buttonTitle(std::string_view language) const;
+  std::string detailTitle(std::string_view language) const;
 
   /// A missing or malformed link is absent; the texts arrive as JSON inside of a JSON string.
   static Result<Creative> decode(const Json& json);

@@ -35,6 +35,11 @@ ChosenFiles chooseFiles(const Ad& ad) {
   return chosen;
 }
 
+std::string preferredLanguage() {
+  const auto languages = Runtime::current().platform().locale->preferredLanguages();
+  return languages.empty() ? "" : languages.front();
+}
+
 std::string absoluteString(const std::optional<URL>& url) {
   return url ? url->absoluteString() : "";
 }
@@ -47,28 +52,21 @@ std::string AdHelper::finalize(std::string html, const Ad& ad) {
   };
   const auto& creative = ad.creative;
   const auto [main, endCard] = chooseFiles(ad);
+  const std::string language = preferredLanguage();
 
   // Each on what the one before it left, so a value may bring a later placeholder with it.
   replace("[@CLICK_URL]", absoluteString(creative.clickUrl));
   if (main) replace("[@MAIN_ASSET]", main->fileUrl.absoluteString());
   if (endCard) replace("[@END_CARD_IMAGE]", endCard->fileUrl.absoluteString());
   replace("[@ICON_IMAGE]", absoluteString(creative.iconUrl));
-  replace("[@DESCRIPTION_TEXT]", creative.detailTitle());
+  replace("[@DESCRIPTION_TEXT]", creative.detailTitle(language));
   replace("[@TITLE_TEXT]", creative.title);
-  replace("[@CTA_TEXT]", creative.buttonTitle());
+  replace("[@CTA_TEXT]", creative.buttonTitle(language));
   return unescaped(html);
 }
 
 std::optional<std::string> AdHelper::localizedString(const LocalizedTexts& dictionary) {
-  if (dictionary.empty()) return std::nullopt;
-  const auto languages = Runtime::current().platform().locale->preferredLanguages();
-  const std::string language = languages.empty() ? "" : languages.front();
-
-  for (const auto& [code, text] : dictionary)
-    if (language.contains(code)) return text;
-  if (const auto english = dictionary.find("en"); english != dictionary.end())
-    return english->second;
-  return dictionary.begin()->second;
+  return kva::localizedString(dictionary, preferredLanguage());
 }
 
 }  // namespace kva

@@ -14,8 +14,7 @@ struct AdHelper {
   /// the template's script copes with it.
   static std::string finalize(std::string html, const Ad& ad);
 
-  /// The text for the most preferred language: the first, in key order, whose key occurs anywhere
-  /// in the language tag; else the one for "en"; else the first. Nothing for no texts.
+  /// The text for the language that the user prefers most.
   static std::optional<std::string> localizedString(const LocalizedTexts& dictionary);
 };
 

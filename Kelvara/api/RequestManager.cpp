@@ -9,7 +9,6 @@
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
-#include <Kelvara/user/AdminManager.h>
 #include <nlohmann/json.hpp>
 
 namespace kva {
@@ -43,7 +42,7 @@ void complete(const Call& call, const Response<T>& response,
   const Error error = response.error->error();
   // A registration names no user; logging out after it would register again without end.
   if (error.code() == SDKHelper::GenericErrorCodes::userNotFound && call.path != kRegisterPath)
-    Runtime::current().get<ServerEvents>().userNotFound();
+    Runtime::current().get<RequestHooks>().userNotFound();
   completion(failure(error));
 }
 
@@ -58,7 +57,7 @@ void handle(const Call& call, const URLSession::Outcome& outcome,
   complete(call, *response, completion);
   if (call.method == RequestMethod::post && response->time > 0) {
     Log::d("Server time: " + std::to_string(response->time));
-    Runtime::current().get<ServerEvents>().serverTime(response->time);
+    Runtime::current().get<RequestHooks>().serverTime(response->time);
   }
 }
 
@@ -126,7 +125,7 @@ std::int64_t priceInteger(double price) {
 
 std::string RequestManager::baseURL() {
   const APIBases& bases = Runtime::current().platform().apiBases;
-  return AdminManager::shared().isSandbox() ? bases.sandbox : bases.production;
+  return Runtime::current().get<RequestHooks>().isSandbox() ? bases.sandbox : bases.production;
 }
 
 void RequestManager::startSDK(std::map<std::string, std::optional<std::string>> parameters,

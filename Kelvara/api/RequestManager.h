@@ -13,17 +13,19 @@
 #include <Kelvara/base/Completion.h>
 #include <Kelvara/base/Result.h>
 #include <Kelvara/user/Application.h>
-#include <Kelvara/user/ReferralTracking.h>
+#include <Kelvara/user/TrackCampaignResponse.h>
 #include <Kelvara/user/User.h>
 
 namespace kva {
 
-/// What a reply tells beside its payload, for whoever keeps the user and the clock. Called on the
-/// session's thread. Kept by the runtime.
-struct ServerEvents {
-  /// Before the call's completion; not for a registration.
+/// What the calls need from the managers above them. Kept by the runtime.
+struct RequestHooks {
+  /// Whether this device uses the sandbox API base. Any thread.
+  std::function<bool()> isSandbox;
+  /// On the session's thread, before the call's completion; not for a registration.
   std::function<void()> userNotFound;
-  std::function<void(std::int64_t)> serverTime;  ///< after it; milliseconds since 1970
+  /// On the session's thread, after the call's completion; milliseconds since 1970.
+  std::function<void(std::int64_t)> serverTime;
 };
 
 /// The ad server's nine calls. Any thread; completions run on the session's.

@@ -9,7 +9,6 @@
 #include <Kelvara/base/Digest.h>
 #include <Kelvara/base/Fatal.h>
 #include <Kelvara/base/Json.h>
-#include <Kelvara/core/Log.h>
 #include <nlohmann/json.hpp>
 
 namespace kva {
@@ -71,15 +70,6 @@ bool isValidUUID(std::string_view text) {
     if (hyphenPlace ? c != '-' : !hex) return false;
   }
   return true;
-}
-
-std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text) {
-  const auto json = parseJson(text);
-  if (!json) {
-    Log::e("convert json to dict: " + json.error().localizedDescription());
-    return {};
-  }
-  return readJson<std::map<std::string, std::string>>(*json);
 }
 
 std::int64_t millisecondsSince1970(double secondsSince1970) {

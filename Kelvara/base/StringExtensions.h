@@ -27,10 +27,6 @@ std::string unescaped(std::string_view text);
 /// True for the 8-4-4-4-12 hexadecimal form with hyphens, in either case.
 bool isValidUUID(std::string_view text);
 
-/// The JSON object of strings that the text holds; nothing for any other value (and, for text that
-/// is no JSON, an error line in the log).
-std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text);
-
 /// Seconds since 1970 as whole milliseconds, halves away from zero. A time beyond the 64-bit range
 /// is fatal.
 std::int64_t millisecondsSince1970(double secondsSince1970);

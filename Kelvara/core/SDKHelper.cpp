@@ -5,10 +5,21 @@
 #include <system_error>
 #include <utility>
 
+#include <Kelvara/base/Json.h>
 #include <Kelvara/base/Text.h>
+#include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 
 namespace kva {
+std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text) {
+  const auto json = parseJson(text);
+  if (!json) {
+    Log::e("convert json to dict: " + json.error().localizedDescription());
+    return {};
+  }
+  return readJson<std::map<std::string, std::string>>(*json);
+}
+
 namespace {
 
 const MainBundle& mainBundle() { return *Runtime::current().platform().mainBundle; }

@@ -2,14 +2,20 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <Kelvara/Error.h>
 #include <Kelvara/KVAErrorCodes.h>
 
 namespace kva {
+
+/// The JSON object of strings that the text holds; nothing for any other value (and, for text that
+/// is no JSON, an error line in the log).
+std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text);
 
 /// Small facts and constants that many parts of the SDK share.
 struct SDKHelper {

@@ -4,7 +4,7 @@ namespace kva {
 
 class Runtime;
 
-/// Connects the managers that must hear of one another without knowing each other.
+/// Connects managers whose lower one must not include the upper one.
 void wireManagers(Runtime& runtime);
 
 }  // namespace kva

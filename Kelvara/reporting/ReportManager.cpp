@@ -53,7 +53,9 @@ Json uploadBody(const std::vector<BidReport>& batch) {
 
 ReportManager& ReportManager::shared() { return Runtime::current().get<ReportManager>(); }
 
-ReportManager::ReportManager() : state_(storedState()) { setupTimer(); }
+ReportManager::ReportManager() : state_(storedState()) {}
+
+void ReportManager::start() { setupTimer(); }
 
 ReportManager::State ReportManager::storedState() {
   const Clock& clock = *platform().clock;

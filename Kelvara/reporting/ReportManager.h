@@ -24,8 +24,8 @@ class ReportManager {
 
   ReportManager();
 
-  /// Does no more than to have `shared` made.
-  void start() {}
+  /// Schedules the uploads, once the SDK has its application record. Fatal without one.
+  void start();
 
   /// Stored when it returns.
   void trackAction(const std::string& bidId, const BidReportAction& reportAction);

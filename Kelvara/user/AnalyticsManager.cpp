@@ -9,6 +9,8 @@
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
+#include <Kelvara/user/CurrentUser.h>
+#include <Kelvara/user/PrivacyManager.h>
 
 namespace kva {
 namespace {
@@ -30,7 +32,8 @@ std::int64_t deviceTime() {
 AnalyticsManager& AnalyticsManager::shared() { return Runtime::current().get<AnalyticsManager>(); }
 
 AnalyticsManager::AnalyticsManager()
-    : state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
+    : defaultUser_(currentUser()),
+      state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
                    .registrations = {},
                    .nextAttempt = {},
                    .deltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime).value_or(0)}) {}
@@ -68,7 +71,7 @@ void AnalyticsManager::attemptRegistration(int attempt) {
 
 /// Holds the claim until the user is stored.
 void AnalyticsManager::sendRegistration(UserDefaults::Claim claim) {
-  RequestManager::register_(defaultUser_, [this, claim = std::move(claim)](auto response) mutable {
+  RequestManager::register_(userToSend(), [this, claim = std::move(claim)](auto response) mutable {
     if (!response) {
       Log::e("Register error: " + response.error().localizedDescription());
       claim.reset();
@@ -97,17 +100,24 @@ bool AnalyticsManager::adoptStoredUser() {
 
 void AnalyticsManager::updateIfNeeded() {
   if (!isRegistered()) return;
-  if (User::lastUploaded() == defaultUser_) return Log::d("No need to user update.");
-  RequestManager::update(defaultUser_, userId().value_or(""), [this](auto response) {
+  if (lastUploadedUser() == defaultUser_) return Log::d("No need to user update.");
+  RequestManager::update(userToSend(), userId().value_or(""), [this](auto response) {
     if (!response) return Log::e("User update error: " + response.error().localizedDescription());
     Log::d("User update success: " + response->userId);
     accept(response->userId);
   });
 }
 
+/// The advertising identifier is not the record's own but the one that privacy allows now.
+User AnalyticsManager::userToSend() const {
+  User user = defaultUser_;
+  user.idfa = PrivacyManager::shared().idfaWithPrivacy().value_or("");
+  return user;
+}
+
 void AnalyticsManager::accept(const std::string& userId) {
   setUserId(userId);
-  defaultUser_.save();
+  save(defaultUser_);
 }
 
 void AnalyticsManager::logout() {

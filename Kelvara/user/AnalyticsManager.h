@@ -59,6 +59,7 @@ class AnalyticsManager {
   void sendRegistration(UserDefaults::Claim claim);
   bool adoptStoredUser();
   void setUserId(std::string userId);
+  User userToSend() const;
   void accept(const std::string& userId);
   void completeRegistrations(const std::optional<Error>& error);
 

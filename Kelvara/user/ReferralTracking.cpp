@@ -40,12 +40,6 @@ Json reportBody(const std::optional<std::string>& idfa) {
 
 }  // namespace
 
-Result<TrackCampaignResponse> TrackCampaignResponse::decode(const Json& json) {
-  Reader in(json);
-  TrackCampaignResponse response{.planId = in.optional<std::string>("plan")};
-  return in.finish(std::move(response));
-}
-
 ReferralTracking& ReferralTracking::shared() { return Runtime::current().get<ReferralTracking>(); }
 
 ReferralTracking::ReferralTracking()

@@ -5,17 +5,9 @@
 
 #include <Kelvara/Error.h>
 #include <Kelvara/base/Guarded.h>
-#include <Kelvara/base/Json.h>
-#include <Kelvara/base/Result.h>
+#include <Kelvara/user/TrackCampaignResponse.h>
 
 namespace kva {
-
-/// The answer to a campaign report.
-struct TrackCampaignResponse {
-  std::optional<std::string> planId;
-
-  static Result<TrackCampaignResponse> decode(const Json& json);
-};
 
 /// Reports the installation to a campaign, so that it can be attributed, and remembers the outcome
 /// across launches. Any thread.

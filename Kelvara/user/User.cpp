@@ -2,12 +2,6 @@
 
 #include <utility>
 
-#include <Kelvara/Kelvara.h>
-#include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/SDKHelper.h>
-#include <Kelvara/core/SDKManager.h>
-#include <Kelvara/user/Device.h>
-#include <Kelvara/user/PrivacyManager.h>
 #include <nlohmann/json.hpp>
 
 namespace kva {
@@ -43,59 +37,18 @@ constexpr Field<std::int64_t> kNumbers[] = {
     {&User::subjectToCCPA, "subjectToCCPA", "ccpa"},
 };
 
-UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
-
-std::string currentIDFA() { return PrivacyManager::shared().idfaWithPrivacy().value_or(""); }
-
 }  // namespace
-
-User::User()
-    : applicationId(SDKManager::shared().appId().value_or("")),
-      sdkVersion(Kelvara::sdkVersion()),
-      appVersion(SDKHelper::App::appVersion()),
-      platform(SDKHelper::Device::platform()),
-      osVersion(SDKHelper::Device::osVersion()),
-      bundleId(SDKHelper::App::bundleId()),
-      idfa(currentIDFA()),
-      deviceBrand(SDKHelper::Device::deviceBrand()),
-      deviceModel(SDKHelper::Device::deviceModel()),
-      connectionType(SDKHelper::Device::connectionType()),
-      gsm(SDKHelper::Device::carrierName()),
-      consent(PrivacyManager::shared().consent()),
-      subjectToGDPR(PrivacyManager::shared().subjectToGDPR()),
-      subjectToCCPA(PrivacyManager::shared().subjectToCCPA()),
-      country(SDKHelper::Device::country()),
-      language(SDKHelper::Device::language()),
-      timeZone(SDKHelper::Device::timezone()) {}
 
 Json User::dictionaryValue() const {
   Json dictionary;
   for (const auto& field : kTexts) dictionary[field.wireKey] = this->*field.value;
   for (const auto& field : kNumbers) dictionary[field.wireKey] = this->*field.value;
-  dictionary["idfa"] = currentIDFA();
   return dictionary;
-}
-
-void User::save() const {
-  try {
-    userDefaults().set(SDKHelper::UserDefaultKeys::user, toBytes(toJson().dump()));
-  } catch (const Json::exception&) {
-    // A text of the host's that is not UTF-8: nothing is kept, and the next launch sends an update.
-  }
-}
-
-std::optional<User> User::lastUploaded() {
-  const auto bytes = userDefaults().get<Bytes>(SDKHelper::UserDefaultKeys::user);
-  if (!bytes) return {};
-  const auto json = parseJson(asText(*bytes));
-  if (!json) return {};
-  auto user = decode(*json);
-  return user ? std::optional(*std::move(user)) : std::nullopt;
 }
 
 Result<User> User::decode(const Json& json) {
   Reader in(json);
-  User user{Blank()};
+  User user;
   for (const auto& field : kTexts) user.*field.value = in.required<std::string>(field.key);
   for (const auto& field : kNumbers) user.*field.value = in.required<std::int64_t>(field.key);
   return in.finish(std::move(user));

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include <Kelvara/base/Json.h>
@@ -29,27 +28,14 @@ struct User {
   std::string language;
   std::string timeZone;
 
-  /// The record of this moment. Any thread.
-  User();
-
-  /// What goes to the server, under its short keys. The advertising identifier is not the record's
-  /// own but the one that privacy allows now.
+  /// The form that is sent to the server: short keys.
   Json dictionaryValue() const;
 
-  /// Keeps the record in the user defaults as the last one that the server accepted.
-  void save() const;
-  /// The record that was saved last; nothing when there is none or it cannot be read.
-  static std::optional<User> lastUploaded();
-
-  /// The form in which the record is kept: every field is required, under its own name.
+  /// The stored form: every field is required, under its own name.
   static Result<User> decode(const Json& json);
   Json toJson() const;
 
   bool operator==(const User&) const = default;
-
- private:
-  struct Blank {};
-  explicit User(Blank) {}
 };
 
 }  // namespace kva

@@ -1,8 +1,8 @@
 #include "platform/linux/MainLoop.h"
 
 #include <deque>
+#include <mutex>
 #include <utility>
-#include <variant>
 
 #include <Kelvara/base/Guarded.h>
 
@@ -33,7 +33,7 @@ struct MainLoop::State : std::enable_shared_from_this<State> {
       g_source_new(&sourceFunctions, sizeof(GSource))};
   Guarded<Tasks> tasks;
   TimerQueue timers{[this] { rearm(); }};
-  Guarded<std::monostate> arming;
+  std::mutex arming;
 
   void attach() {
     g_source_set_static_name(source.get(), "Kelvara");
@@ -53,7 +53,8 @@ struct MainLoop::State : std::enable_shared_from_this<State> {
 
   /// Whoever changed something calls this afterwards; the last call sees every change.
   void rearm() {
-    arming.with([&](auto&) { g_source_set_ready_time(source.get(), readyTime()); });
+    const std::scoped_lock lock(arming);
+    g_source_set_ready_time(source.get(), readyTime());
   }
 
   /// In microseconds of GLib's monotonic time, which is the steady clock's; -1: never.

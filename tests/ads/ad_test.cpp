@@ -46,7 +46,7 @@ TEST_F(Ads, AreLenientWithLinksAndTexts) {
   for (const char* noTexts : {"", "{", "[]", R"({"en": 1})"}) {
     const auto ad = adWith("/crea/bton", noTexts);
     ASSERT_TRUE(ad) << noTexts;
-    EXPECT_EQ(ad->creative.buttonTitle(), "") << noTexts;
+    EXPECT_EQ(ad->creative.buttonTitle("en"), "") << noTexts;
   }
   EXPECT_FALSE(adWithout("/crea/shouldCareSafeArea")->creative.shouldCareSafeArea);
 }

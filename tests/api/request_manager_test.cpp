@@ -8,6 +8,7 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/CurrentUser.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {
@@ -101,7 +102,7 @@ TEST_F(RequestManagerTest, TellsOfAnUnknownUserBeforeTheCompletionAndOfThePostsT
   EXPECT_FALSE(hasTime()) << "a get reply's time was taken";
 
   h.server.reply("/register", headless::errorEnvelope(404, "who?"));
-  RequestManager::register_(User(), [](auto) {});
+  RequestManager::register_(currentUser(), [](auto) {});
   h.time.advance(1);
   EXPECT_EQ(user(), "first") << "a registration names no user that could be unknown";
 
@@ -130,8 +131,8 @@ TEST_F(RequestManagerTest, NamesTheFailureOfEachCallThatNeedsAPayload) {
                            "/track", "/bid/lost"})
     h.server.reply(path, envelope("null"));
   RequestManager::startSDK({}, record);
-  RequestManager::register_(User(), record);
-  RequestManager::update(User(), "u", record);
+  RequestManager::register_(currentUser(), record);
+  RequestManager::update(currentUser(), "u", record);
   RequestManager::loadBid({}, record);
   RequestManager::loadAd("a", KVABidResponse("p", "b", 1), 0.0005, record);
   RequestManager::getTemplate("a", "t", {}, record);

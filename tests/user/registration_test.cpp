@@ -8,6 +8,7 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKManager.h>
 #include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/CurrentUser.h>
 #include <Kelvara/user/Device.h>
 #include <Kelvara/user/DeviceModel.h>
 #include <Kelvara/user/PrivacyManager.h>
@@ -85,7 +86,7 @@ TEST_F(Registration, IsSentOnceAndAnUpdateWhenTheDeviceChanged) {
   EXPECT_EQ(registration(), 42);
   EXPECT_EQ(h.output.count("<KVA> [E]: Register error: Refused."), 1);
   EXPECT_EQ(h.defaults.get<std::string>(Keys::userId), std::nullopt);
-  EXPECT_EQ(User::lastUploaded(), std::nullopt);
+  EXPECT_EQ(lastUploadedUser(), std::nullopt);
 
   h.server.reply("/register", envelope(R"({"uid":"u1"})"));
   EXPECT_EQ(registration(), 0);
@@ -178,8 +179,8 @@ TEST_F(Registration, IsDoneByOneOfSeveralProcesses) {
 }
 
 TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldNames) {
-  const User user;
-  user.save();
+  const User user = currentUser();
+  save(user);
   PrivacyManager::shared().setUserConsent(false);
   EXPECT_EQ(user.dictionaryValue(), parsed(R"({"aid":"", "sdkv":"1.2.0", "appv":"3.2.1", "pl":"ios",
       "osv":"6.1.0", "pkg":"org.example.host", "idfa":"", "dbra":"apple", "dmob":"iPhone 12",
@@ -191,10 +192,10 @@ TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldName
       "idfa":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "deviceBrand":"apple",
       "deviceModel":"iPhone 12", "connectionType":"4g", "gsm":"Carrier", "consent":1,
       "subjectToGDPR":2, "subjectToCCPA":2, "country":"TR", "language":"tr", "timeZone":"GMT+3"})"));
-  EXPECT_EQ(User::lastUploaded(), user);
+  EXPECT_EQ(lastUploadedUser(), user);
   h.mainBundle.setInfoString("CFBundleShortVersionString", "\xff\xfe");
-  User().save();
-  EXPECT_EQ(User::lastUploaded(), user) << "what cannot be encoded replaces nothing";
+  save(currentUser());
+  EXPECT_EQ(lastUploadedUser(), user) << "what cannot be encoded replaces nothing";
 }
 
 TEST_F(Registration, HasAGenerationForEveryNetworkAndTheEmptyTextForWhatIsNotKnown) {
@@ -209,7 +210,7 @@ TEST_F(Registration, HasAGenerationForEveryNetworkAndTheEmptyTextForWhatIsNotKno
     EXPECT_EQ(generation(technology), "3g") << static_cast<int>(technology);
   h.locale.set({{}, std::nullopt, std::nullopt, std::nullopt});
   h.telephony.set(std::nullopt, std::nullopt);
-  const User user;
+  const User user = currentUser();
   EXPECT_EQ(user.country + user.language + user.timeZone + user.gsm + user.connectionType, "3g");
 }
 

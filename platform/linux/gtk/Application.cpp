@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 
-#include <Kelvara/core/Log.h>
 #include <platform/linux/gtk/NativeButton.h>
 #include <platform/linux/gtk/NativeViewController.h>
 #include <platform/linux/gtk/NativeWebView.h>
@@ -40,13 +39,6 @@ bool anyWindowIsActive() {
     if (gtk_window_is_active(window.get())) return true;
   }
   return false;
-}
-
-void addressWasOpened(GObject*, GAsyncResult* result, gpointer data) {
-  std::unique_ptr<std::string> address(static_cast<std::string*>(data));
-  g_autoptr(GError) error = nullptr;
-  if (!g_app_info_launch_default_for_uri_finish(result, &error))
-    Log::e("Couldn't open " + *address + ": " + error->message);
 }
 
 GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
@@ -116,8 +108,14 @@ std::shared_ptr<Window> Application::keyWindow() const {
 
 void Application::openURL(const URL& url) {
   if (options_.openURL) return options_.openURL(url.absoluteString());
-  g_app_info_launch_default_for_uri_async(url.absoluteString().c_str(), nullptr, nullptr,
-                                          addressWasOpened, new std::string(url.absoluteString()));
+  const std::string& address = url.absoluteString();
+  g_app_info_launch_default_for_uri_async(
+      address.c_str(), nullptr, nullptr, runAsync,
+      asyncData([address, log = options_.logError](GObject*, GAsyncResult* result) {
+        g_autoptr(GError) error = nullptr;
+        if (!g_app_info_launch_default_for_uri_finish(result, &error) && log)
+          log("Couldn't open " + address + ": " + error->message);
+      }));
 }
 
 Size Application::screenSize() const {

@@ -28,6 +28,8 @@ class Application final : public kva::HostApplication {
     std::function<void(const std::string&)> openURL;
     /// Called with the shape of the key window, as an orientation, whenever it may have changed.
     std::function<void(DeviceOrientation)> shapeChanged;
+    /// Writes an error line to the SDK's log.
+    std::function<void(const std::string&)> logError;
     /// Called whenever `state` may have changed.
     std::function<void()> stateChanged;
   };

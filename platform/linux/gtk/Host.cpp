@@ -77,6 +77,7 @@ struct Host::Impl {
             .openURL = options.openURL,
             .shapeChanged = [device = linux.device](
                                 DeviceOrientation shape) { device->setWindowOrientation(shape); },
+            .logError = [](const std::string& line) { Log::e(line); },
             .stateChanged =
                 [center = linux.ports.notificationCenter] {
                   center->post(kApplicationStateDidChangeNotification, nullptr);

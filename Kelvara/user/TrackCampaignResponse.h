@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <Kelvara/base/Json.h>
+#include <Kelvara/base/Result.h>
+
+namespace kva {
+
+/// The answer to a campaign report.
+struct TrackCampaignResponse {
+  std::optional<std::string> planId;
+
+  static Result<TrackCampaignResponse> decode(const Json& json);
+};
+
+}  // namespace kva
