@@ -85,7 +85,7 @@ if(KELVARA_DISPLAY)
   include(KelvaraInstall)
 endif()
 
-foreach(part sandbox demo)
+foreach(part api sandbox demo tools)
   if(EXISTS ${PROJECT_SOURCE_DIR}/${part}/CMakeLists.txt)
     add_subdirectory(${part})
   endif()

@@ -79,6 +79,15 @@ RawRequest rawRequest(const httplib::Request& request, std::string path) {
           .body = request.method == "GET" ? drainBody(request) : request.body};
 }
 
+/// The first way in which an answer breaks the contract; empty when it keeps it.
+std::string breachOf(const std::string& path, const std::string& body) {
+  if (!findEndpoint(path)) return {};
+  const auto envelope = readJson(body);
+  if (!envelope) return "body: expected an object, got no JSON";
+  const auto breaches = contract::Contract::current().checkReply(path, *envelope);
+  return breaches.empty() ? std::string() : breaches.front().text();
+}
+
 bool isHost(const std::string& host) {
   return !host.empty() && std::ranges::all_of(host, [](unsigned char c) {
     return (c < 128 && std::isalnum(c)) || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
@@ -168,6 +177,12 @@ void Server::Impl::answerApi(const httplib::Request& request, httplib::Response&
     scenario.behaviour = Behaviour::hang;
   } else {
     auto envelope = Envelope::of(carryOut(raw, scenario, originFor(request)), now(), scenario);
+    exchange.breach = breachOf(path, envelope.body);
+    if (scenario.behaviour == Behaviour::normal && !exchange.breach.empty()) {
+      // A fault of the sandbox itself, which no client should take for the contract.
+      Refusal fault{500, "the sandbox's own answer breaks the contract, " + exchange.breach};
+      envelope = Envelope::of(unexpected(fault), now(), scenario);
+    }
     exchange.verdict = std::move(envelope.verdict);
     exchange.status = envelope.status;
     exchange.response = std::move(envelope.body);
@@ -194,11 +209,15 @@ void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const
                            steady_clock::time_point begun) {
   bool answers = scenario.behaviour != Behaviour::reset && scenario.behaviour != Behaviour::hang;
   if (!answers) {
+    exchange.breach = "no answer";
     exchange.status = 0;
     exchange.response.clear();
   }
   std::string body = exchange.response;
-  if (scenario.behaviour == Behaviour::truncated) exchange.response.resize(body.size() / 2);
+  if (scenario.behaviour == Behaviour::truncated) {
+    exchange.response.resize(body.size() / 2);
+    exchange.breach = "body: cut off";
+  }
   response.status = answers ? exchange.status : 500;
   exchange.micros = std::chrono::duration_cast<microseconds>(steady_clock::now() - begun).count();
   exchange = log.add(std::move(exchange));
@@ -253,7 +272,7 @@ void Server::Impl::routeReadings() {
     Json map = Json::object();
     auto current = scenarios.get();
     for (const Endpoint& endpoint : endpoints()) {
-      map[std::string(endpoint.path)] = current[std::string(endpoint.path)].toJson();
+      map[endpoint.path] = current[endpoint.path].toJson();
     }
     json(response, map);
   });
@@ -315,7 +334,7 @@ bool Server::Impl::setScenario(std::string_view endpoint, const Scenario& scenar
   if (endpoint != "*" && !findEndpoint(endpoint)) return false;
   scenarios.with([&](auto& map) {
     for (const Endpoint& each : endpoints()) {
-      if (endpoint == "*" || endpoint == each.path) map[std::string(each.path)] = scenario;
+      if (endpoint == "*" || endpoint == each.path) map[each.path] = scenario;
     }
   });
   return true;

@@ -50,15 +50,15 @@ TEST(SandboxRequest, NamesTheFieldThatIsWrongAndWhatItExpected) {
       {"/register", {{"dmod", "m"}}, "dmod: not expected here"},
       {"/bid/load",
        {{"recpm", UINT64_MAX}},
-       "recpm: expected an integer from 0, got 18446744073709551615"},
+       "recpm: expected an integer from 0, got 1.8446744073709552e+19"},
       {"/bid/stats",
        {{"stats", Json::array()}},
        "stats: expected a list of at least one object, got []"},
-      {"/bid/stats", {{"stats", {report(kSomeUUID), 5}}}, "stats[1].expected an object, got 5"},
+      {"/bid/stats", {{"stats", {report(kSomeUUID), 5}}}, "stats[1]: expected an object, got 5"},
       {"/bid/stats", {{"stats", {shortReport}}}, "stats[0].fts: missing, expected true or false"},
       {"/bid/stats", {{"stats", {numberedFlag}}}, "stats[0].imp: expected true or false, got 1"},
       {"/bid/stats", {{"idfa", ""}}, "idfa: expected a UUID, got \"\""},
-      {"/track", {{"eid", 5}}, "eid: expected a string, got 5"},
+      {"/track", {{"eid", 5}}, "eid: expected a string or null, got 5"},
       {"/track", {{"dmob", "m"}}, "dmob: not expected here"},
   };
   for (const auto& row : table) {
@@ -82,8 +82,8 @@ TEST(SandboxRequest, ChecksWhatSurroundsTheFields) {
   EXPECT_EQ(spoiled(&RawRequest::accept, "*/*"), "Accept: expected application/json, got \"*/*\"");
   EXPECT_EQ(spoiled(&RawRequest::contentType, "text/plain"),
             "Content-Type: expected application/json, got \"text/plain\"");
-  EXPECT_EQ(spoiled(&RawRequest::body, "{"), "body: expected a JSON object, got no JSON");
-  EXPECT_EQ(spoiled(&RawRequest::body, "[1]"), "body: expected a JSON object, got [1]");
+  EXPECT_EQ(spoiled(&RawRequest::body, "{"), "body: expected an object, got no JSON");
+  EXPECT_EQ(spoiled(&RawRequest::body, "[1]"), "body: expected an object, got [1]");
 
   RawRequest query = goodRequest("/track");
   query.query = {{"aid", kSomeUUID}, {"tmpl", "t"}, {"tver", "3"}};
