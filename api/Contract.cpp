@@ -239,8 +239,23 @@ struct Place {
   }
 };
 
-/// What is wrong at a place that the validator has refused. For an object only what it lacks and
-/// what it should not have: its members are places of their own.
+/// The property that the validator's message says is missing; empty for its other messages.
+std::string missingProperty(const std::string& message) {
+  constexpr std::string_view kBefore = "Missing required property '";
+  if (!message.starts_with(kBefore)) return {};
+  return message.substr(kBefore.size(), message.rfind('\'') - kBefore.size());
+}
+
+Breach missing(const Place& place, const std::string& key) {
+  const Json schema = place.schema->value("properties", Json::object()).value(key, Json::object());
+  const std::string expected = expectation(schema);
+  return {memberOf(place.field, key),
+          "missing" + (expected.empty() ? "" : ", expected " + expected),
+          schema.value("description", "")};
+}
+
+/// What is wrong at a place that the validator has refused. For an object only what it should not
+/// have: its members are places of their own.
 std::vector<Breach> breachesAt(const Place& place) {
   const Json& schema = *place.schema;
   auto types = typesOf(schema);
@@ -255,13 +270,6 @@ std::vector<Breach> breachesAt(const Place& place) {
   }
   std::vector<Breach> breaches;
   const Json properties = schema.value("properties", Json::object());
-  for (const std::string key : schema.value("required", Json::array())) {
-    if (place.value->contains(key)) continue;
-    std::string expected = expectation(properties[key]);
-    breaches.push_back({memberOf(place.field, key),
-                        "missing" + (expected.empty() ? "" : ", expected " + expected),
-                        properties[key].value("description", "")});
-  }
   if (schema.value("additionalProperties", Json()) != false) return breaches;
   for (const auto& [key, value] : place.value->items()) {
     if (properties.contains(key)) continue;
@@ -289,11 +297,13 @@ struct Contract::Shape {
     valijson::ValidationResults results;
     if (validator.validate(prepared, NlohmannJsonAdapter(value), &results)) return {};
     std::vector<Breach> breaches;
-    std::set<std::vector<std::string>> seen;
+    std::set<std::pair<std::vector<std::string>, std::string>> seen;
     for (const auto& error : results) {
-      if (!seen.insert(error.context).second) continue;
+      const std::string key = missingProperty(error.description);
       const auto place = Place::at(schema, value, error.context);
-      if (place) std::ranges::copy(breachesAt(*place), std::back_inserter(breaches));
+      if (!place || !seen.emplace(error.context, key).second) continue;
+      std::ranges::copy(key.empty() ? breachesAt(*place) : std::vector{missing(*place, key)},
+                        std::back_inserter(breaches));
     }
     return breaches;
   }

@@ -138,6 +138,13 @@ HttpServer::HttpServer() {
   set_payload_max_length(kLargestBody);
   set_keep_alive_timeout(kIdleLimit.count() / 1000);  // what the answers announce
   set_keep_alive_max_count(std::numeric_limits<int>::max());
+  // The library reads a POST without a length until the connection ends; it has no body.
+  set_pre_routing_handler([](const httplib::Request& request, httplib::Response&) {
+    if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) {
+      const_cast<httplib::Request&>(request).set_header("Content-Length", "0");
+    }
+    return HandlerResponse::Unhandled;
+  });
   // The library would share the port with whoever asks; a second sandbox must be told no instead.
   set_socket_options([](socket_t socket) {
     int yes = 1;

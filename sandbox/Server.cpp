@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -10,9 +14,11 @@
 #include "sandbox/Envelope.h"
 #include "sandbox/ExchangeLog.h"
 #include "sandbox/HttpServer.h"
+#include "sandbox/ReadInteger.h"
 #include "sandbox/ReadJson.h"
 #include "sandbox/Schema.h"
 #include "sandbox/Service.h"
+#include "sandbox/WhyNoAd.h"
 
 namespace kva::sandbox {
 namespace {
@@ -24,20 +30,25 @@ using std::chrono::steady_clock;
 
 constexpr std::string_view kBase = "/api/v1";
 constexpr const char* kJsonType = "application/json";
+constexpr const char* kPageType = "text/html; charset=utf-8";
 constexpr const char* kTextType = "text/plain; charset=utf-8";
 
 constexpr const char* kIndex = R"(Kelvara sandbox ad server
 
+  /                           the console
+  /docs, /openapi.json        the contract between the SDK and an ad server
   /api/v1/...                 the ad server's nine endpoints
   /creatives/...              what its ads show
 
   GET  /control/log           every exchange, for reading        (?endpoint=/bid/init)
-  GET  /control/exchanges     the same as JSON                   (?endpoint=/bid/init)
+  GET  /control/exchanges     the same as JSON                   (?endpoint=/bid/init&since=7)
+  GET  /control/catalogue     identifiers, plans and templates
   GET  /control/state         users, bids, merged reports, tracked installations
   GET  /control/scenarios     how each endpoint behaves
   POST /control/scenario      {"endpoint": "/bid/init" or "*", "scenario": "error", "code": 503,
                                "message": "Busy", "key": "data.bid", "value": 5, "delay": 250,
                                "times": 2}
+  POST /control/plan          {"plan": ID, "ecpm": 900, "caph": 3, "capd": 12, "on": false}
   POST /control/clock         {"skew": -3600000}                 milliseconds
   POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
   POST /control/reset         forgets everything above
@@ -253,15 +264,32 @@ void Server::Impl::routeReadings() {
     response.set_content(value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n",
                          kJsonType);
   };
-  http.Get("/",
+  auto page = [this](const char* path, const char* file) {
+    http.Get(path, [name = options.data / "pages" / file](const Request&, Response& response) {
+      std::ifstream stream(name, std::ios::binary);
+      response.set_content(std::string(std::istreambuf_iterator<char>(stream), {}), kPageType);
+    });
+  };
+  page("/", "console.html");
+  page("/docs", "docs.html");
+  http.Get("/openapi.json", [](const Request&, Response& response) {
+    response.set_content(contract::Contract::current().documentText(), kJsonType);
+  });
+  http.Get("/control",
            [](const Request&, Response& response) { response.set_content(kIndex, kTextType); });
+  http.Get("/control/catalogue", [this, json](const Request&, Response& response) {
+    json(response, service.with([](Service& rules) { return rules.catalogue(); }));
+  });
   http.Get("/control/log", [this](const Request& request, Response& response) {
     response.set_content(plainText(log.list(request.get_param_value("endpoint"))), kTextType);
   });
   http.Get("/control/exchanges", [this, json](const Request& request, Response& response) {
     Json list = Json::array();
+    const auto since = readInteger(request.get_param_value("since")).value_or(0);
     for (const Exchange& exchange : log.list(request.get_param_value("endpoint"))) {
+      if (exchange.number <= since) continue;
       list.push_back(exchange.toJson());
+      list.back()["whyNoAd"] = whyNoAd(exchange);
     }
     json(response, list);
   });
@@ -294,6 +322,9 @@ void Server::Impl::routeControl() {
                  setScenario(endpoint->get<std::string>(), *scenario);
     if (!known) return unexpected("endpoint: expected one of the nine, or \"*\"");
     return {};
+  });
+  post("/control/plan", [this](const Json& body) {
+    return service.with([&](Service& rules) { return rules.setPlan(body); });
   });
   post("/control/clock", [this](const Json& body) -> Done {
     auto given = body.find("skew");
@@ -380,8 +411,12 @@ expected<void, std::string> Server::start() {
   if (problem) return unexpected(*problem);
   impl_->port = impl_->http.bind(impl_->options.listen, impl_->options.port);
   if (impl_->port < 0) {
+    const bool isBusy = errno == EADDRINUSE;
     return unexpected("cannot listen on " + impl_->options.listen + " port " +
-                      std::to_string(impl_->options.port));
+                      std::to_string(impl_->options.port) +
+                      (isBusy ? ": another program listens there. Stop it, or choose another port; "
+                                "0 picks a free one"
+                              : ": " + std::string(std::strerror(errno))));
   }
   bool isIPv6 = impl_->options.listen.contains(':');
   impl_->origin = "http://" + (isIPv6 ? "[" + impl_->options.listen + "]" : impl_->options.listen) +

@@ -1,6 +1,8 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
@@ -34,6 +36,16 @@ std::string footer() {
   return text + kScenarios;
 }
 
+/// Where the server keeps its users between runs; in memory without a home.
+std::string defaultDatabase() {
+  const char* data = std::getenv("XDG_DATA_HOME");
+  const char* home = std::getenv("HOME");
+  if (!(data && *data) && !(home && *home)) return ":memory:";
+  const std::filesystem::path folder =
+      data && *data ? std::filesystem::path(data) : std::filesystem::path(home) / ".local/share";
+  return folder / "kelvara-sandbox" / "sandbox.sqlite";
+}
+
 void addScenario(Options& options, const std::string& text) {
   const auto equals = text.find('=');
   if (equals == std::string::npos) {
@@ -48,7 +60,8 @@ void addScenario(Options& options, const std::string& text) {
 
 int main(int count, char** arguments) {
   Options options{.port = 8000};
-  bool isQuiet = false;
+  bool isQuiet = false, isForgetful = false;
+  options.database = defaultDatabase();
 
   CLI::App app{kAbout};
   app.set_version_flag("--version", std::string("kelvara-sandbox ") + KELVARA_VERSION);
@@ -57,8 +70,11 @@ int main(int count, char** arguments) {
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--listen", options.listen, "Address to listen on")->capture_default_str();
-  app.add_option("--database", options.database, "File for users, bids and reports")
-      ->default_str("in memory");
+  auto* database =
+      app.add_option("--database", options.database, "File for users, bids and reports")
+          ->capture_default_str();
+  app.add_flag("--memory", isForgetful, "Keep users, bids and reports in memory only")
+      ->excludes(database);
   app.add_option("--data", options.data, "Folder of templates and creatives")
       ->default_str("sandbox-data beside the program");
   app.add_option_function<std::int64_t>(
@@ -74,6 +90,7 @@ int main(int count, char** arguments) {
       ->option_text("ENDPOINT=SCENARIO ...");
   app.add_flag("--quiet", isQuiet, "Do not print the exchanges");
   CLI11_PARSE(app, count, arguments);
+  if (isForgetful) options.database = ":memory:";
 
   if (!isQuiet) {
     options.onExchange = [](const Exchange& exchange) {
@@ -92,7 +109,8 @@ int main(int count, char** arguments) {
     std::cerr << "kelvara-sandbox: " << started.error() << "\n";
     return 1;
   }
-  std::cout << "kelvara-sandbox: serving " << server.baseURL() << std::endl;
+  std::cout << "kelvara-sandbox: serving " << server.baseURL() << ", console at " << server.origin()
+            << "/" << std::endl;
   int signal = 0;
   sigwait(&endings, &signal);
   server.stop();

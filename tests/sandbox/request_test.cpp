@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "sandbox/Client.h"
 #include "sandbox/Schema.h"
 
@@ -97,27 +95,6 @@ TEST(SandboxRequest, ChecksWhatSurroundsTheFields) {
   EXPECT_EQ(problemOf(query), "tver: expected an integer, got \"3x\"");
   query.query.emplace("aid", kSomeUUID);
   EXPECT_EQ(problemOf(query), "aid: given twice");
-}
-
-TEST(SandboxRequest, SurvivesBytesOfAnyKind) {
-  Server server;
-  ASSERT_TRUE(server.start());
-  std::mt19937 random(20240611);
-  const std::string good = postBytes("/api/v1/register", userRecord().dump());
-  for (int round = 0; round < 200; ++round) {
-    std::string bytes = good;
-    for (unsigned i = 0; i < 1 + random() % 8; ++i)
-      bytes[random() % bytes.size()] = static_cast<char>(random());
-    if (round % 3 == 0) bytes.resize(random() % bytes.size());
-    // A damaged length would leave the server waiting for the rest, as it should.
-    exchangeBytes(server.port(), bytes, std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(get(server.port(), "/api/v1/init?aid=%ff%fe").status, 400);
-  EXPECT_EQ(get(server.port(), "/control/exchanges").status, 200);
-  EXPECT_EQ(get(server.port(), "/control/log").status, 200);
-  EXPECT_EQ(get(server.port(), initPath(), "Content-Length: 2\r\n\r\n{}").verdict(),
-            "400 body: expected none with GET");
-  EXPECT_EQ(get(server.port(), initPath()).verdict(), "ok");
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 ip link set lo up
 
-"$bin/kelvara-sandbox" --port 0 --quiet >"$work/sandbox" &
+"$bin/kelvara-sandbox" --port 0 --quiet --memory >"$work/sandbox" &
 for _ in $(seq 100); do
   origin=$(grep -o 'http://[0-9.:]*' "$work/sandbox" | head -1 || true)
   [ -n "$origin" ] && break
