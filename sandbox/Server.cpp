@@ -47,7 +47,8 @@ constexpr const char* kIndex = R"(Kelvara sandbox ad server
   GET  /control/scenarios     how each endpoint behaves
   POST /control/scenario      {"endpoint": "/bid/init" or "*", "scenario": "error", "code": 503,
                                "message": "Busy", "key": "data.bid", "value": 5, "delay": 250,
-                               "times": 2}
+                               "times": 2}, or as on the command line
+                              {"endpoint": "/init", "text": "error:503:Busy,times:2"}
   POST /control/plan          {"plan": ID, "ecpm": 900, "caph": 3, "capd": 12, "on": false}
   POST /control/clock         {"skew": -3600000}                 milliseconds
   POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
@@ -315,7 +316,9 @@ void Server::Impl::routeControl() {
     });
   };
   post("/control/scenario", [this](const Json& body) -> Done {
-    auto scenario = Scenario::fromJson(body);
+    const Json text = body.value("text", Json());
+    auto scenario =
+        text.is_string() ? Scenario::parse(text.get<std::string>()) : Scenario::fromJson(body);
     if (!scenario) return unexpected(scenario.error());
     auto endpoint = body.find("endpoint");
     bool known = endpoint != body.end() && endpoint->is_string() &&
