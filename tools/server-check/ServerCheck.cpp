@@ -376,11 +376,11 @@ Result<Template> Check::fetch(const std::string& id, std::optional<std::int64_t>
 }
 
 void Check::templates() {
-  const auto fetchAnnounced = [&](const char* rule, const char* name, bool isVersionSent) {
+  const auto fetchAnnounced = [&](const char* rule, const char* name,
+                                  std::optional<std::int64_t> sentVersion) {
     step("/template", rule, name, [&]() -> std::string {
       const auto version = announced_.at(ad_->templateId);
-      const auto page =
-          fetch(ad_->templateId, isVersionSent ? std::optional(version) : std::nullopt);
+      const auto page = fetch(ad_->templateId, sentVersion);
       if (!page) return problemOf(page);
       if (page->version < version) {
         return "data.tver: expected at least " + std::to_string(version) + ", got " +
@@ -391,8 +391,8 @@ void Check::templates() {
   };
   if (ad_ && announced_.contains(ad_->templateId)) {
     fetchAnnounced("announced-version", "a template of which the device keeps an old version",
-                   true);
-    fetchAnnounced("newest", "a template whose version is not known yet", false);
+                   announced_.at(ad_->templateId));
+    fetchAnnounced("newest", "a template whose version is not known yet", std::nullopt);
   }
   step("/template", "unknown-template", "an unknown template",
        [&] { return expectRefusal(fetch("no-such-template", std::nullopt)); });
