@@ -254,11 +254,15 @@ Breach missing(const Place& place, const std::string& key) {
           schema.value("description", "")};
 }
 
-/// What is wrong at a place that the validator has refused. For an object only what it should not
-/// have: its members are places of their own.
+/// What is wrong at a place that the validator has refused. Items of a list and members of an object
+/// are places of their own, so of a list only its length counts, of an object what it should not
+/// have.
 std::vector<Breach> breachesAt(const Place& place) {
   const Json& schema = *place.schema;
   auto types = typesOf(schema);
+  if (place.value->is_array() && std::ranges::find(types, "array") != types.end() &&
+      place.value->size() >= schema.value("minItems", 0U))
+    return {};
   if (!place.value->is_object() || std::ranges::find(types, "object") == types.end()) {
     Json strict = schema;
     if (place.value->is_null()) {

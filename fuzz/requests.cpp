@@ -47,8 +47,7 @@ void check(const sandbox::RawRequest& request) {
     expect(checked->contains(key), "what was accepted has every field");
 }
 
-/// A scenario that was read says the same when it is read from what it tells, and suffers no answer
-/// to fail.
+/// A scenario survives a round trip through JSON, and every answer under it has a verdict.
 void play(const sandbox::expected<sandbox::Scenario, std::string>& read) {
   if (!read) return expect(!read.error().empty(), "a refusal says why");
   const Json told = read->toJson();

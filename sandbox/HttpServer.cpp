@@ -145,7 +145,7 @@ HttpServer::HttpServer() {
     }
     return HandlerResponse::Unhandled;
   });
-  // The library would share the port with whoever asks; a second sandbox must be told no instead.
+  // The library shares the port with any other program by default; a second sandbox must fail.
   set_socket_options([](socket_t socket) {
     int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -155,7 +155,7 @@ HttpServer::HttpServer() {
 int HttpServer::bind(const std::string& host, int port) {
   int bound = port == 0 ? bind_to_any_port(host) : bind_to_port(host, port) ? port : -1;
   if (bound < 0) return bound;
-  ::listen(svr_sock_, kBacklog);  // the library's own queue of 5 makes bursts of clients wait
+  ::listen(svr_sock_, kBacklog);  // with the library's backlog of 5, bursts of clients wait
   return bound;
 }
 
@@ -200,7 +200,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     currentConnection = nullptr;
     dismiss(socket);
   }
-  // After dismissal, so that stopServing() never reaches a number that means another file by now.
+  // After dismissal, so stopServing() never shuts down a reused descriptor.
   close(socket);
   return served;
 }

@@ -65,7 +65,7 @@ Options completed(Options options) {
   return options;
 }
 
-/// A GET's body is nothing the HTTP library reads; left alone it would pass for the next request.
+/// The HTTP library does not read the body of a GET, and would take it for the next request.
 std::string drainBody(const httplib::Request& request) {
   if (request.has_header("Transfer-Encoding")) return "(chunked)";
   std::string length = request.get_header_value("Content-Length");
@@ -156,7 +156,7 @@ class Server::Impl {
   std::atomic<milliseconds> skew;
   std::string origin;
   int port = 0;
-  HttpServer http;  // last, so that its threads end before what they use
+  HttpServer http;  // last, so its threads end before what they use is destroyed
 };
 
 void Server::Impl::routeApi() {
@@ -167,8 +167,8 @@ void Server::Impl::routeApi() {
     std::string pattern = std::string(kBase).append(endpoint.path);
     http.Get(pattern, handler).Post(pattern, handler);
   }
-  // Whatever else lies under the base gets an error record as well. Only what nobody has answered:
-  // an endpoint's own 404 comes this way too.
+  // Other paths under the base get an error record too. An endpoint's own 404 also comes here, and
+  // is left as it is.
   http.set_error_handler([handler](const httplib::Request& request, httplib::Response& response) {
     bool unknown = response.status == 404 && !response.has_header("Content-Type") &&
                    request.path.starts_with(std::string(kBase) + "/");
@@ -216,7 +216,7 @@ Service::Result Server::Impl::carryOut(const RawRequest& request, const Scenario
   return service.with([&](Service& rules) { return rules.handle(request.path, *checked, from); });
 }
 
-/// Notes the exchange before anything is sent: whoever has the answer finds it in the log.
+/// Logs the exchange before anything is sent, so a client that has the answer finds it in the log.
 void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const Scenario& scenario,
                            steady_clock::time_point begun) {
   bool answers = scenario.behaviour != Behaviour::reset && scenario.behaviour != Behaviour::hang;
@@ -359,7 +359,7 @@ void Server::Impl::routeCreatives() {
   http.set_file_extension_and_mimetype_mapping("webm", "video/webm");
   http.set_file_request_handler([](const httplib::Request&, httplib::Response& response) {
     response.set_header("Accept-Ranges", "bytes");
-    // A creative's page has no origin of its own, so every fetch of it counts as foreign.
+    // A creative's page has no origin, so each of its requests is a cross-origin one.
     response.set_header("Access-Control-Allow-Origin", "*");
   });
 }
@@ -389,7 +389,7 @@ std::int64_t Server::Impl::now() const {
   return (std::chrono::duration_cast<milliseconds>(sinceEpoch) + skew.load()).count();
 }
 
-/// A client elsewhere reaches the creatives under the name by which it reached the server.
+/// A client on another machine reaches the creatives by the name by which it reached the server.
 std::string Server::Impl::originFor(const httplib::Request& request) const {
   std::string host = request.get_header_value("Host");
   return isHost(host) ? "http://" + host : origin;

@@ -66,6 +66,8 @@ TEST(SandboxRequest, NamesTheFieldThatIsWrongAndWhatItExpected) {
     body.merge_patch(row.changes);
     request.body = body.dump();
     EXPECT_EQ(problemOf(request), row.message);
+    EXPECT_EQ(contract::Contract::current().checkRequest(row.endpoint, body).size(), 1u)
+        << "one fault is named once, " << row.message;
   }
 }
 
