@@ -195,7 +195,8 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     bool over = false;
     while (!over && connection.waitForRequest()) {
       served = process_request(connection, /*close_connection=*/false, over, nullptr);
-      over = over || !served;
+      // The library reports success for an answer without a body that it could not write.
+      over = over || !served || connection.isAbandoned();
     }
     currentConnection = nullptr;
     dismiss(socket);

@@ -57,15 +57,15 @@ TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
       {"/bid/load", "replace:data.fls.0.ornt:\"square\"",
        "data.fls[0].ornt: expected one of landscape|portrait, got \"square\""},
       {"/bid/lost", "replace:data:{}", "data: expected true or false or null, got {}"},
-      {"/bid/lost", "hang", "no answer"},
+      {"/bid/lost", "hang", "no answer: The request timed out."},
       {"/template", "replace:data.tver:1", "data.tver: expected at least 3, got 1"},
       {"/bid/stats", "replace:ok:true", "accepted"},
       {"/track", "not-ok", "err: null in a refusal"},
       {"*", "missing:err", "err: missing, expected an object or null"},
       {"*", "replace:time:1700000000", "time: is 1700000000, expected about"},
       {"*", "malformed", "body: expected an object, got no JSON"},
-      {"*", "truncated", "no answer"},
-      {"*", "reset", "no answer"},
+      {"*", "truncated", "no answer: The network connection was lost."},
+      {"*", "reset", "no answer: The network connection was lost."},
   };
   Server server;
   ASSERT_TRUE(server.start());
