@@ -63,7 +63,7 @@ std::unique_ptr<Sandbox> Sandbox::launch() {
   g_subprocess_launcher_set_child_setup(
       launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGTERM); }, nullptr, nullptr);
   g_autoptr(GSubprocess) process = g_subprocess_launcher_spawn(launcher, nullptr, program.c_str(),
-                                                               "--port", "0", "--quiet", nullptr);
+                                                               "--port", "0", "--quiet", "--memory", nullptr);
   if (!process) return {};
   const std::string origin = originIn(process);
   if (origin.empty()) return {};

@@ -3,15 +3,14 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "demo/Ads.h"
@@ -26,43 +25,15 @@ namespace {
 using kva::KVABidType;
 using namespace demo;
 
-constexpr const char* kHelp = R"(Usage: kelvara-demo [OPTION]...
-
-Plays both kinds of ad against a sandbox ad server by itself, with real input, and ends with a
-table of what the host heard beside what the server received.
-
-  --interactive    leave the window to you
-  --server URL     use the sandbox server at this address, such as http://127.0.0.1:8000
-                   (default: start one of its own)
-  --output FOLDER  where the pictures go                          (demo-output)
-  --help           print this and exit
-)";
+constexpr const char* kAbout =
+    "Plays both kinds of ad against a sandbox ad server by itself, with real input, and ends with "
+    "a table of what the host received beside what the server received.";
 
 struct CommandLine {
-  bool interactive = false, help = false;
+  bool interactive = false;
   std::string server;
   std::filesystem::path output = "demo-output";
 };
-
-std::optional<CommandLine> parse(int count, char** arguments) {
-  CommandLine line;
-  for (int i = 1; i < count; ++i) {
-    const std::string_view option = arguments[i];
-    const bool hasValue = i + 1 < count;
-    if (option == "--interactive") {
-      line.interactive = true;
-    } else if (option == "--help") {
-      line.help = true;
-    } else if (option == "--server" && hasValue) {
-      line.server = arguments[++i];
-    } else if (option == "--output" && hasValue) {
-      line.output = arguments[++i];
-    } else {
-      return {};
-    }
-  }
-  return line;
-}
 
 /// The host application, in the order in which its members depend on each other.
 class Demo {
@@ -209,24 +180,28 @@ class Demo {
 }  // namespace
 
 int main(int count, char** arguments) {
-  const auto line = parse(count, arguments);
-  if (!line || line->help) {
-    std::fputs(kHelp, line ? stdout : stderr);
-    return line ? 0 : 2;
-  }
-  std::filesystem::create_directories(line->output);
+  CommandLine line;
+  CLI::App options{kAbout};
+  options.set_version_flag("--version", "kelvara-demo " + kva::Kelvara::sdkVersion());
+  options.add_flag("--interactive", line.interactive, "Leave the window to you");
+  options
+      .add_option("--server", line.server,
+                  "Address of a running sandbox server, such as http://127.0.0.1:8000")
+      ->default_str("one of its own");
+  options.add_option("--output", line.output, "Folder for the pictures")->capture_default_str();
+  CLI11_PARSE(options, count, arguments);
+  std::filesystem::create_directories(line.output);
 
   auto* application = gtk_application_new("org.kelvara.demo", G_APPLICATION_NON_UNIQUE);
   std::unique_ptr<Demo> running;
   auto activate = [&] {
-    auto sandbox =
-        line->server.empty() ? Sandbox::launch() : std::make_unique<Sandbox>(line->server);
+    auto sandbox = line.server.empty() ? Sandbox::launch() : std::make_unique<Sandbox>(line.server);
     if (!sandbox) {
       std::fputs("The sandbox ad server (kelvara-sandbox, beside the demo) did not start.\n",
                  stderr);
       return;
     }
-    running = std::make_unique<Demo>(application, *line, std::move(sandbox));
+    running = std::make_unique<Demo>(application, line, std::move(sandbox));
   };
   using Activate = decltype(activate);
   g_signal_connect(application, "activate", G_CALLBACK(+[](GtkApplication*, gpointer data) {
@@ -234,7 +209,7 @@ int main(int count, char** arguments) {
                    }),
                    &activate);
   g_application_run(G_APPLICATION(application), 0, nullptr);
-  const bool succeeded = running && (line->interactive || running->succeeded());
+  const bool succeeded = running && (line.interactive || running->succeeded());
   running.reset();
   g_object_unref(application);
   return succeeded ? 0 : 1;

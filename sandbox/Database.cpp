@@ -3,6 +3,11 @@
 #include <utility>
 
 namespace kva::sandbox {
+namespace {
+
+constexpr int kBusyLimitMs = 5000;  // another server may share the file
+
+}  // namespace
 
 std::string Database::Row::text(int column) const {
   const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
@@ -16,6 +21,7 @@ Database::Database(const std::string& path) {
   int result = sqlite3_open(path.c_str(), &opened);
   database_.reset(opened);
   if (result != SQLITE_OK) failed();
+  sqlite3_busy_timeout(opened, kBusyLimitMs);
 }
 
 void Database::fail(std::string what) {

@@ -13,8 +13,8 @@
 
 namespace kva::sandbox {
 
-/// An SQLite database, for one thread at a time. The first failure sticks until takeError(), so
-/// that a caller asks once per request and not after every statement.
+/// An SQLite database, for one thread at a time. It keeps the first failure until takeError(), so a
+/// caller asks once per request, not after every statement.
 class Database {
  public:
   using Value = std::variant<std::int64_t, std::string_view>;
@@ -40,7 +40,7 @@ class Database {
   bool exists(const char* sql, std::initializer_list<Value> values);
 
   std::optional<std::string> takeError();
-  void fail(std::string what);  ///< a failure of what stands behind this database's contents
+  void fail(std::string what);  ///< records a failure of the data that fills this database
 
  private:
   struct Close {

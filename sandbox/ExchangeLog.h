@@ -27,7 +27,7 @@ class ExchangeLog {
  private:
   std::vector<Exchange> selected(std::string_view endpoint) const;
 
-  // A condition needs its mutex in hand, hence no Guarded here.
+  // A condition variable needs the mutex itself, so this is no Guarded.
   mutable std::mutex mutex_;
   mutable std::condition_variable added_;
   std::deque<Exchange> exchanges_;

@@ -138,7 +138,14 @@ HttpServer::HttpServer() {
   set_payload_max_length(kLargestBody);
   set_keep_alive_timeout(kIdleLimit.count() / 1000);  // what the answers announce
   set_keep_alive_max_count(std::numeric_limits<int>::max());
-  // The library would share the port with whoever asks; a second sandbox must be told no instead.
+  // The library reads a POST without a length until the connection ends; it has no body.
+  set_pre_routing_handler([](const httplib::Request& request, httplib::Response&) {
+    if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) {
+      const_cast<httplib::Request&>(request).set_header("Content-Length", "0");
+    }
+    return HandlerResponse::Unhandled;
+  });
+  // The library shares the port with any other program by default; a second sandbox must fail.
   set_socket_options([](socket_t socket) {
     int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -148,7 +155,7 @@ HttpServer::HttpServer() {
 int HttpServer::bind(const std::string& host, int port) {
   int bound = port == 0 ? bind_to_any_port(host) : bind_to_port(host, port) ? port : -1;
   if (bound < 0) return bound;
-  ::listen(svr_sock_, kBacklog);  // the library's own queue of 5 makes bursts of clients wait
+  ::listen(svr_sock_, kBacklog);  // with the library's backlog of 5, bursts of clients wait
   return bound;
 }
 
@@ -188,12 +195,13 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     bool over = false;
     while (!over && connection.waitForRequest()) {
       served = process_request(connection, /*close_connection=*/false, over, nullptr);
-      over = over || !served;
+      // The library reports success for an answer without a body that it could not write.
+      over = over || !served || connection.isAbandoned();
     }
     currentConnection = nullptr;
     dismiss(socket);
   }
-  // After dismissal, so that stopServing() never reaches a number that means another file by now.
+  // After dismissal, so stopServing() never shuts down a reused descriptor.
   close(socket);
   return served;
 }

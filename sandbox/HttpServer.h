@@ -30,6 +30,7 @@ class Connection final : public httplib::Stream {
   /// in good order.
   enum class Ending { reset, close };
   void abandon(Ending ending);
+  bool isAbandoned() const { return abandoned_; }
 
   bool is_readable() const override;
   bool is_writable() const override;

@@ -1,5 +1,6 @@
 #include "sandbox/ReadJson.h"
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 
 namespace kva::sandbox {
@@ -10,8 +11,11 @@ std::optional<nlohmann::json> readJson(std::string_view text) {
   bool isTooDeep = false;
   auto json = Json::parse(
       text,
-      [&](int depth, Json::parse_event_t, const Json&) {
+      [&](int depth, Json::parse_event_t event, Json& value) {
         isTooDeep |= depth > kDeepest;
+        if (event == Json::parse_event_t::value && value.is_number_unsigned() &&
+            value.get<std::uint64_t>() > INT64_MAX)
+          value = value.get<double>();
         return !isTooDeep;
       },
       /*allow_exceptions=*/false);

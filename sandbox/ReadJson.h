@@ -6,8 +6,9 @@
 
 namespace kva::sandbox {
 
-/// The JSON that a client sent. Nothing for any other text, nor for more than 100 levels of
-/// nesting: nobody needs them, and what walks a value later does so by recursion.
+/// The JSON that a client sent. An integer beyond 64 bits with a sign is read as a double. Nothing
+/// for any other text, nor for more than 100 levels of nesting: nobody needs them, and whatever
+/// walks a value later does so by recursion.
 std::optional<nlohmann::json> readJson(std::string_view text);
 
 }  // namespace kva::sandbox

@@ -43,7 +43,7 @@ expected<Scenario, std::string> checked(Scenario scenario) {
   if (damagesKey == scenario.key.empty()) {
     return unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
-  // A value that a later word has made idle is told all the same.
+  // A value that a later word has made unused is still reported, so it must be JSON.
   bool tellsValue = scenario.behaviour == Behaviour::replaced || !scenario.value.empty();
   if (tellsValue && !readJson(scenario.value)) return unexpected("replace: expected a JSON value");
   if (scenario.delay.count() < 0) return unexpected("delay: expected milliseconds");

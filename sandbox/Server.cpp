@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -10,9 +14,11 @@
 #include "sandbox/Envelope.h"
 #include "sandbox/ExchangeLog.h"
 #include "sandbox/HttpServer.h"
+#include "sandbox/ReadInteger.h"
 #include "sandbox/ReadJson.h"
 #include "sandbox/Schema.h"
 #include "sandbox/Service.h"
+#include "sandbox/WhyNoAd.h"
 
 namespace kva::sandbox {
 namespace {
@@ -24,20 +30,26 @@ using std::chrono::steady_clock;
 
 constexpr std::string_view kBase = "/api/v1";
 constexpr const char* kJsonType = "application/json";
+constexpr const char* kPageType = "text/html; charset=utf-8";
 constexpr const char* kTextType = "text/plain; charset=utf-8";
 
 constexpr const char* kIndex = R"(Kelvara sandbox ad server
 
+  /                           the console
+  /docs, /openapi.json        the contract between the SDK and an ad server
   /api/v1/...                 the ad server's nine endpoints
   /creatives/...              what its ads show
 
   GET  /control/log           every exchange, for reading        (?endpoint=/bid/init)
-  GET  /control/exchanges     the same as JSON                   (?endpoint=/bid/init)
+  GET  /control/exchanges     the same as JSON                   (?endpoint=/bid/init&since=7)
+  GET  /control/catalogue     identifiers, plans and templates
   GET  /control/state         users, bids, merged reports, tracked installations
   GET  /control/scenarios     how each endpoint behaves
   POST /control/scenario      {"endpoint": "/bid/init" or "*", "scenario": "error", "code": 503,
                                "message": "Busy", "key": "data.bid", "value": 5, "delay": 250,
-                               "times": 2}
+                               "times": 2}, or as on the command line
+                              {"endpoint": "/init", "text": "error:503:Busy,times:2"}
+  POST /control/plan          {"plan": ID, "ecpm": 900, "caph": 3, "capd": 12, "on": false}
   POST /control/clock         {"skew": -3600000}                 milliseconds
   POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
   POST /control/reset         forgets everything above
@@ -53,7 +65,7 @@ Options completed(Options options) {
   return options;
 }
 
-/// A GET's body is nothing the HTTP library reads; left alone it would pass for the next request.
+/// The HTTP library does not read the body of a GET, and would take it for the next request.
 std::string drainBody(const httplib::Request& request) {
   if (request.has_header("Transfer-Encoding")) return "(chunked)";
   std::string length = request.get_header_value("Content-Length");
@@ -77,6 +89,15 @@ RawRequest rawRequest(const httplib::Request& request, std::string path) {
           .accept = request.get_header_value("Accept"),
           .contentType = request.get_header_value("Content-Type"),
           .body = request.method == "GET" ? drainBody(request) : request.body};
+}
+
+/// The first way in which an answer breaks the contract; empty when it keeps it.
+std::string breachOf(const std::string& path, const std::string& body) {
+  if (!findEndpoint(path)) return {};
+  const auto envelope = readJson(body);
+  if (!envelope) return "body: expected an object, got no JSON";
+  const auto breaches = contract::Contract::current().checkReply(path, *envelope);
+  return breaches.empty() ? std::string() : breaches.front().text();
 }
 
 bool isHost(const std::string& host) {
@@ -135,7 +156,7 @@ class Server::Impl {
   std::atomic<milliseconds> skew;
   std::string origin;
   int port = 0;
-  HttpServer http;  // last, so that its threads end before what they use
+  HttpServer http;  // last, so its threads end before what they use is destroyed
 };
 
 void Server::Impl::routeApi() {
@@ -146,8 +167,8 @@ void Server::Impl::routeApi() {
     std::string pattern = std::string(kBase).append(endpoint.path);
     http.Get(pattern, handler).Post(pattern, handler);
   }
-  // Whatever else lies under the base gets an error record as well. Only what nobody has answered:
-  // an endpoint's own 404 comes this way too.
+  // Other paths under the base get an error record too. An endpoint's own 404 also comes here, and
+  // is left as it is.
   http.set_error_handler([handler](const httplib::Request& request, httplib::Response& response) {
     bool unknown = response.status == 404 && !response.has_header("Content-Type") &&
                    request.path.starts_with(std::string(kBase) + "/");
@@ -168,6 +189,12 @@ void Server::Impl::answerApi(const httplib::Request& request, httplib::Response&
     scenario.behaviour = Behaviour::hang;
   } else {
     auto envelope = Envelope::of(carryOut(raw, scenario, originFor(request)), now(), scenario);
+    exchange.breach = breachOf(path, envelope.body);
+    if (scenario.behaviour == Behaviour::normal && !exchange.breach.empty()) {
+      // A fault of the sandbox itself, which no client should take for the contract.
+      Refusal fault{500, "the sandbox's own answer breaks the contract, " + exchange.breach};
+      envelope = Envelope::of(unexpected(fault), now(), scenario);
+    }
     exchange.verdict = std::move(envelope.verdict);
     exchange.status = envelope.status;
     exchange.response = std::move(envelope.body);
@@ -189,16 +216,20 @@ Service::Result Server::Impl::carryOut(const RawRequest& request, const Scenario
   return service.with([&](Service& rules) { return rules.handle(request.path, *checked, from); });
 }
 
-/// Notes the exchange before anything is sent: whoever has the answer finds it in the log.
+/// Logs the exchange before anything is sent, so a client that has the answer finds it in the log.
 void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const Scenario& scenario,
                            steady_clock::time_point begun) {
   bool answers = scenario.behaviour != Behaviour::reset && scenario.behaviour != Behaviour::hang;
   if (!answers) {
+    exchange.breach = "no answer";
     exchange.status = 0;
     exchange.response.clear();
   }
   std::string body = exchange.response;
-  if (scenario.behaviour == Behaviour::truncated) exchange.response.resize(body.size() / 2);
+  if (scenario.behaviour == Behaviour::truncated) {
+    exchange.response.resize(body.size() / 2);
+    exchange.breach = "body: cut off";
+  }
   response.status = answers ? exchange.status : 500;
   exchange.micros = std::chrono::duration_cast<microseconds>(steady_clock::now() - begun).count();
   exchange = log.add(std::move(exchange));
@@ -234,15 +265,32 @@ void Server::Impl::routeReadings() {
     response.set_content(value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n",
                          kJsonType);
   };
-  http.Get("/",
+  auto page = [this](const char* path, const char* file) {
+    http.Get(path, [name = options.data / "pages" / file](const Request&, Response& response) {
+      std::ifstream stream(name, std::ios::binary);
+      response.set_content(std::string(std::istreambuf_iterator<char>(stream), {}), kPageType);
+    });
+  };
+  page("/", "console.html");
+  page("/docs", "docs.html");
+  http.Get("/openapi.json", [](const Request&, Response& response) {
+    response.set_content(contract::Contract::current().documentText(), kJsonType);
+  });
+  http.Get("/control",
            [](const Request&, Response& response) { response.set_content(kIndex, kTextType); });
+  http.Get("/control/catalogue", [this, json](const Request&, Response& response) {
+    json(response, service.with([](Service& rules) { return rules.catalogue(); }));
+  });
   http.Get("/control/log", [this](const Request& request, Response& response) {
     response.set_content(plainText(log.list(request.get_param_value("endpoint"))), kTextType);
   });
   http.Get("/control/exchanges", [this, json](const Request& request, Response& response) {
     Json list = Json::array();
+    const auto since = readInteger(request.get_param_value("since")).value_or(0);
     for (const Exchange& exchange : log.list(request.get_param_value("endpoint"))) {
+      if (exchange.number <= since) continue;
       list.push_back(exchange.toJson());
+      list.back()["whyNoAd"] = whyNoAd(exchange);
     }
     json(response, list);
   });
@@ -253,7 +301,7 @@ void Server::Impl::routeReadings() {
     Json map = Json::object();
     auto current = scenarios.get();
     for (const Endpoint& endpoint : endpoints()) {
-      map[std::string(endpoint.path)] = current[std::string(endpoint.path)].toJson();
+      map[endpoint.path] = current[endpoint.path].toJson();
     }
     json(response, map);
   });
@@ -268,13 +316,18 @@ void Server::Impl::routeControl() {
     });
   };
   post("/control/scenario", [this](const Json& body) -> Done {
-    auto scenario = Scenario::fromJson(body);
+    const Json text = body.value("text", Json());
+    auto scenario =
+        text.is_string() ? Scenario::parse(text.get<std::string>()) : Scenario::fromJson(body);
     if (!scenario) return unexpected(scenario.error());
     auto endpoint = body.find("endpoint");
     bool known = endpoint != body.end() && endpoint->is_string() &&
                  setScenario(endpoint->get<std::string>(), *scenario);
     if (!known) return unexpected("endpoint: expected one of the nine, or \"*\"");
     return {};
+  });
+  post("/control/plan", [this](const Json& body) {
+    return service.with([&](Service& rules) { return rules.setPlan(body); });
   });
   post("/control/clock", [this](const Json& body) -> Done {
     auto given = body.find("skew");
@@ -306,7 +359,7 @@ void Server::Impl::routeCreatives() {
   http.set_file_extension_and_mimetype_mapping("webm", "video/webm");
   http.set_file_request_handler([](const httplib::Request&, httplib::Response& response) {
     response.set_header("Accept-Ranges", "bytes");
-    // A creative's page has no origin of its own, so every fetch of it counts as foreign.
+    // A creative's page has no origin, so each of its requests is a cross-origin one.
     response.set_header("Access-Control-Allow-Origin", "*");
   });
 }
@@ -315,7 +368,7 @@ bool Server::Impl::setScenario(std::string_view endpoint, const Scenario& scenar
   if (endpoint != "*" && !findEndpoint(endpoint)) return false;
   scenarios.with([&](auto& map) {
     for (const Endpoint& each : endpoints()) {
-      if (endpoint == "*" || endpoint == each.path) map[std::string(each.path)] = scenario;
+      if (endpoint == "*" || endpoint == each.path) map[each.path] = scenario;
     }
   });
   return true;
@@ -336,7 +389,7 @@ std::int64_t Server::Impl::now() const {
   return (std::chrono::duration_cast<milliseconds>(sinceEpoch) + skew.load()).count();
 }
 
-/// A client elsewhere reaches the creatives under the name by which it reached the server.
+/// A client on another machine reaches the creatives by the name by which it reached the server.
 std::string Server::Impl::originFor(const httplib::Request& request) const {
   std::string host = request.get_header_value("Host");
   return isHost(host) ? "http://" + host : origin;
@@ -361,8 +414,12 @@ expected<void, std::string> Server::start() {
   if (problem) return unexpected(*problem);
   impl_->port = impl_->http.bind(impl_->options.listen, impl_->options.port);
   if (impl_->port < 0) {
+    const bool isBusy = errno == EADDRINUSE;
     return unexpected("cannot listen on " + impl_->options.listen + " port " +
-                      std::to_string(impl_->options.port));
+                      std::to_string(impl_->options.port) +
+                      (isBusy ? ": another program listens there. Stop it, or choose another port; "
+                                "0 picks a free one"
+                              : ": " + std::string(std::strerror(errno))));
   }
   bool isIPv6 = impl_->options.listen.contains(':');
   impl_->origin = "http://" + (isIPv6 ? "[" + impl_->options.listen + "]" : impl_->options.listen) +

@@ -27,9 +27,10 @@ struct Options {
   std::function<void(const Exchange&)> onExchange{};          ///< called on the connection's thread
 };
 
-/// The sandbox ad server: the nine endpoints under "/api/v1", its creatives under "/creatives",
-/// its remote control under "/control". Every method may be called from any thread; what it
-/// returns is a copy. The destructor stops the server within a second, whatever clients do.
+/// The sandbox ad server: the nine endpoints under "/api/v1", its creatives under "/creatives", its
+/// remote control under "/control", its console at "/" and the contract at "/docs". Any thread may
+/// call every method; results are copies. The destructor stops the server within a second, whatever
+/// clients do.
 class Server {
  public:
   explicit Server(Options options = {});
@@ -37,7 +38,7 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// Listens and serves on threads of its own; an error says what could not be had. Once only.
+  /// Listens and serves on threads of its own. An error says what failed. Call it once.
   expected<void, std::string> start();
   void stop();
 
@@ -56,12 +57,13 @@ class Server {
 
   /// The latest 5000 exchanges, oldest first; those of one endpoint alone when one is named.
   std::vector<Exchange> exchanges(std::string_view endpoint = {}) const;
-  /// Waits until `enough` holds for what exchanges(endpoint) returns; false when time runs out.
+  /// Waits until `enough` holds for exchanges(endpoint); false when the limit has passed.
   bool waitForExchanges(std::string_view endpoint,
                         const std::function<bool(const std::vector<Exchange>&)>& enough,
                         std::chrono::milliseconds limit) const;
   State state() const;
-  /// Forgets users, bids, reports, tracks, published templates, scenarios and exchanges.
+  /// Removes users, bids, reports, tracks, published templates, changed plans, scenarios and
+  /// exchanges.
   void reset();
 
  private:

@@ -5,8 +5,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "sandbox/Catalogue.h"
-
 namespace kva::sandbox {
 namespace {
 
@@ -32,9 +30,17 @@ std::string localised(std::span<const Text> texts) {
   return map.dump();
 }
 
-Json planJson(const CataloguePlan& plan) {
+Json planJson(const CataloguePlan& plan, const PlanTerms& terms) {
   return {
-      {"plan", plan.id}, {"capd", plan.capDaily}, {"caph", plan.capHourly}, {"ecpm", plan.ecpm}};
+      {"plan", plan.id}, {"capd", terms.capDaily}, {"caph", terms.capHourly}, {"ecpm", terms.ecpm}};
+}
+
+const CataloguePlan* findPlan(const Json& id) {
+  for (const CatalogueAdUnit& unit : adUnits()) {
+    auto found = std::ranges::find(unit.plans, id, &CataloguePlan::id);
+    if (found != unit.plans.end()) return &*found;
+  }
+  return nullptr;
 }
 
 Json adJson(const std::string& bid, const CatalogueCreative& creative, std::string_view origin) {
@@ -93,7 +99,55 @@ void Service::seedTemplates() {
 
 void Service::reset() {
   store_.forget();
+  changedPlans_.clear();
   seedTemplates();
+}
+
+PlanTerms Service::termsOf(const CataloguePlan& plan) const {
+  auto changed = changedPlans_.find(plan.id);
+  return changed != changedPlans_.end() ? changed->second
+                                        : PlanTerms{plan.ecpm, plan.capHourly, plan.capDaily};
+}
+
+expected<void, std::string> Service::setPlan(const Json& json) {
+  const CataloguePlan* plan = findPlan(json.value("plan", Json()));
+  if (!plan) return unexpected("plan: no such plan");
+  PlanTerms terms = termsOf(*plan);
+  for (const auto& [key, value] : json.items()) {
+    std::int64_t* number = key == "ecpm"   ? &terms.ecpm
+                           : key == "caph" ? &terms.capHourly
+                           : key == "capd" ? &terms.capDaily
+                                           : nullptr;
+    if (number && (!value.is_number_integer() || value < 0)) {
+      return unexpected(key + ": expected an integer from 0");
+    }
+    if (key == "on" && !value.is_boolean()) return unexpected("on: expected true or false");
+    if (number) *number = value;
+    if (key == "on") terms.isOn = value;
+  }
+  changedPlans_.insert_or_assign(plan->id, terms);
+  return {};
+}
+
+Json Service::catalogue() {
+  Json units = Json::array(), pages = Json::array();
+  for (const CatalogueAdUnit& unit : adUnits()) {
+    Json plans = Json::array();
+    for (const CataloguePlan& plan : unit.plans) {
+      const PlanTerms terms = termsOf(plan);
+      plans.push_back(planJson(plan, terms));
+      plans.back()["on"] = terms.isOn;
+    }
+    units.push_back({{"adid", unit.id},
+                     {"adt", unit.adType},
+                     {"creative", unit.creative->id},
+                     {"plans", plans}});
+  }
+  for (const CatalogueTemplate& entry : templates()) {
+    pages.push_back({{"tmpl", entry.id}, {"tver", store_.newestTemplate(entry.id)}});
+  }
+  return {
+      {"aid", kApplicationId}, {"tester", kTesterIDFA}, {"adUnits", units}, {"templates", pages}};
 }
 
 bool Service::publishTemplate(std::string_view id, std::string_view html) {
@@ -159,7 +213,11 @@ Service::Result Service::bidInit(const Json& request) {
     return refuse(kBadRequest, "adt: this ad unit is " + std::string(unit->adType));
   }
   Json plans = Json::array();
-  for (const CataloguePlan& plan : unit->plans) plans.push_back(planJson(plan));
+  for (const CataloguePlan& plan : unit->plans) {
+    const PlanTerms terms = termsOf(plan);
+    if (terms.isOn) plans.push_back(planJson(plan, terms));
+  }
+  if (plans.empty()) return Json{{"plans", plans}};
   return Json{{"bid", store_.addBid(text(request, "uid"), unit->id)}, {"plans", plans}};
 }
 

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
+#include "sandbox/Catalogue.h"
 #include "sandbox/Expected.h"
 #include "sandbox/Periods.h"
 #include "sandbox/Store.h"
@@ -16,6 +18,12 @@ namespace kva::sandbox {
 struct Refusal {
   std::int64_t code;
   std::string message;
+};
+
+/// A plan's price and caps, and whether it bids.
+struct PlanTerms {
+  std::int64_t ecpm, capHourly, capDaily;
+  bool isOn = true;
 };
 
 /// The rules behind the nine endpoints. For one thread at a time.
@@ -29,6 +37,11 @@ class Service {
   /// addresses of what the server itself serves.
   Result handle(std::string_view endpoint, const nlohmann::json& request, std::string_view origin);
 
+  /// Changes what `json` names of a plan, {"plan": ID, "ecpm": 900, "caph": 3, "capd": 12,
+  /// "on": true}, until the next reset.
+  expected<void, std::string> setPlan(const nlohmann::json& json);
+  /// The application, ad units, plans with their present terms, and templates.
+  nlohmann::json catalogue();
   bool publishTemplate(std::string_view id, std::string_view html);
   State state() { return store_.state(); }
   void reset();
@@ -49,11 +62,13 @@ class Service {
 
   expected<void, Refusal> knownUser(const Json& request);
   expected<BidRecord, Refusal> openBid(const Json& request);
+  PlanTerms termsOf(const CataloguePlan& plan) const;
   void seedTemplates();
 
   Store store_;
   std::filesystem::path data_;
   Periods periods_;
+  std::map<std::string_view, PlanTerms> changedPlans_;
 };
 
 }  // namespace kva::sandbox

@@ -65,10 +65,10 @@ Json State::toJson() const {
 }
 
 Json Exchange::toJson() const {
-  return {{"number", number},    {"time", time},         {"micros", micros},
-          {"method", method},    {"endpoint", endpoint}, {"request", request},
-          {"verdict", verdict},  {"scenario", scenario}, {"status", status},
-          {"response", response}};
+  return {{"number", number},     {"time", time},         {"micros", micros},
+          {"method", method},     {"endpoint", endpoint}, {"request", request},
+          {"verdict", verdict},   {"scenario", scenario}, {"status", status},
+          {"response", response}, {"breach", breach}};
 }
 
 }  // namespace kva::sandbox

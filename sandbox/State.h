@@ -60,6 +60,7 @@ struct Exchange {
   std::string scenario{};  ///< the behaviour's name, "normal" as a rule
   int status = 0;          ///< HTTP; 0 when nothing was answered
   std::string response{};  ///< the body as it left; empty for a reset or a hang
+  std::string breach{};    ///< how the answer breaks the contract, as a scenario makes it; or empty
 
   nlohmann::json toJson() const;
 };

@@ -1,5 +1,6 @@
 #include "sandbox/Store.h"
 
+#include <filesystem>
 #include <random>
 
 namespace kva::sandbox {
@@ -49,9 +50,16 @@ ReportRecord readReport(const Database::Row& row) {
           .received = row.integer(8)};
 }
 
+/// The path, once its folder is there.
+const std::string& prepared(const std::string& path) {
+  std::error_code ignored;  // opening the file names what is wrong
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  return path;
+}
+
 }  // namespace
 
-Store::Store(const std::string& path) : database_(path) {
+Store::Store(const std::string& path) : database_(prepared(path)) {
   for (const char* table : kSchema) database_.run(table);
 }
 

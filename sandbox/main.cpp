@@ -1,115 +1,116 @@
 #include <signal.h>
 
-#include <cstdio>
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <string>
-#include <string_view>
 
+#include "sandbox/Catalogue.h"
 #include "sandbox/ExchangeLog.h"
-#include "sandbox/ReadInteger.h"
 #include "sandbox/Server.h"
 
 namespace {
 
 using namespace kva::sandbox;
 
-constexpr std::string_view kHelp = R"(Usage: kelvara-sandbox [OPTION]...
+constexpr const char* kAbout =
+    "An ad server to develop and test against: every endpoint, checked requests, its own "
+    "creatives, and faults on demand. Its console is at the address that it prints.";
 
-A Kelvara ad server to develop and test against: all endpoints, checked requests, creatives of
-its own, and faults on demand. Its front page lists what can be asked of it while it runs.
-
-  --port N             port to listen on, 0 for a free one      (8000)
-  --listen ADDRESS     address to listen on                     (127.0.0.1)
-  --database FILE      where to keep users, bids and reports    (in memory)
-  --data FOLDER        templates and creatives                  (sandbox-data beside the program)
-  --skew MS            let the server's clock be wrong by this
-  --scenario E=S       let endpoint E ("/bid/init", or "*" for all) behave as S; repeatable
-  --quiet              do not print the exchanges
-  --help               print this and exit
-
-Scenarios, each with ",delay:MS" or ",times:N" after it where wanted:
+constexpr const char* kScenarios = R"(
+Scenarios, each with ",delay:MS" or ",times:N" after it where needed:
   normal  no-fill  error[:CODE[:MESSAGE]]  not-ok  missing:KEY  wrong-type:KEY
   replace:KEY:VALUE  malformed  truncated  empty  http-500  reset  hang
 
   kelvara-sandbox --port 0 --scenario /bid/init=no-fill,times:2 --scenario '*=normal,delay:250'
 )";
 
-struct CommandLine {
-  Options options{.port = 8000};
-  bool quiet = false, help = false;
-};
-
-expected<void, std::string> setOption(Options& options, std::string_view option,
-                                      std::string_view value) {
-  auto amount = readInteger(value);
-  if (option == "--port" && amount && *amount >= 0 && *amount <= 65535) {
-    options.port = static_cast<int>(*amount);
-  } else if (option == "--skew" && amount) {
-    options.clockSkew = std::chrono::milliseconds(*amount);
-  } else if (option == "--listen") {
-    options.listen = value;
-  } else if (option == "--database") {
-    options.database = value;
-  } else if (option == "--data") {
-    options.data = value;
-  } else if (option == "--scenario" && value.contains('=')) {
-    auto equals = value.find('=');
-    auto scenario = Scenario::parse(value.substr(equals + 1));
-    if (!scenario) return unexpected(scenario.error());
-    options.scenarios.emplace_back(value.substr(0, equals), *scenario);
-  } else {
-    return unexpected(std::string(option) + " " + std::string(value) + ": not understood");
+/// The identifiers to give to a host, and the scenarios.
+std::string footer() {
+  std::string text = "Application: " + std::string(kApplicationId) + "\nAd units:\n";
+  for (const CatalogueAdUnit& unit : adUnits()) {
+    text += "  " + std::string(unit.id) + "  " + std::string(unit.adType) + ", " +
+            std::string(unit.creative->id) + "\n";
   }
-  return {};
+  return text + kScenarios;
 }
 
-expected<CommandLine, std::string> parse(int count, char** arguments) {
-  CommandLine line;
-  for (int i = 1; i < count; ++i) {
-    std::string_view option = arguments[i];
-    if (option == "--help") {
-      line.help = true;
-    } else if (option == "--quiet") {
-      line.quiet = true;
-    } else if (i + 1 == count) {
-      return unexpected(std::string(option) + ": not understood");
-    } else if (auto set = setOption(line.options, option, arguments[++i]); !set) {
-      return unexpected(set.error());
-    }
+/// Where the server keeps its users between runs; in memory without a home.
+std::string defaultDatabase() {
+  const char* data = std::getenv("XDG_DATA_HOME");
+  const char* home = std::getenv("HOME");
+  if (!(data && *data) && !(home && *home)) return ":memory:";
+  const std::filesystem::path folder =
+      data && *data ? std::filesystem::path(data) : std::filesystem::path(home) / ".local/share";
+  return folder / "kelvara-sandbox" / "sandbox.sqlite";
+}
+
+void addScenario(Options& options, const std::string& text) {
+  const auto equals = text.find('=');
+  if (equals == std::string::npos) {
+    throw CLI::ValidationError("--scenario", "expected ENDPOINT=SCENARIO, got \"" + text + "\"");
   }
-  return line;
+  auto scenario = Scenario::parse(text.substr(equals + 1));
+  if (!scenario) throw CLI::ValidationError("--scenario", scenario.error());
+  options.scenarios.emplace_back(text.substr(0, equals), *scenario);
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
-  auto line = parse(count, arguments);
-  if (!line) {
-    std::cerr << "kelvara-sandbox: " << line.error() << "\nTry --help.\n";
-    return 2;
-  }
-  if (line->help) {
-    std::cout << kHelp;
-    return 0;
-  }
-  if (!line->quiet) {
-    line->options.onExchange = [](const Exchange& exchange) {
+  Options options{.port = 8000};
+  bool isQuiet = false, isForgetful = false;
+  options.database = defaultDatabase();
+
+  CLI::App app{kAbout};
+  app.set_version_flag("--version", std::string("kelvara-sandbox ") + KELVARA_VERSION);
+  app.footer(footer());
+  app.add_option("--port", options.port, "Port to listen on; 0 picks a free one")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  app.add_option("--listen", options.listen, "Address to listen on")->capture_default_str();
+  auto* database =
+      app.add_option("--database", options.database, "File for users, bids and reports")
+          ->capture_default_str();
+  app.add_flag("--memory", isForgetful, "Keep users, bids and reports in memory only")
+      ->excludes(database);
+  app.add_option("--data", options.data, "Folder of templates and creatives")
+      ->default_str("sandbox-data beside the program");
+  app.add_option_function<std::int64_t>(
+         "--skew", [&](std::int64_t skew) { options.clockSkew = std::chrono::milliseconds(skew); },
+         "Error of the server's clock")
+      ->option_text("MS");
+  app.add_option_function<std::vector<std::string>>(
+         "--scenario",
+         [&](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) addScenario(options, text);
+         },
+         "Behaviour of an endpoint, or of all (\"*\")")
+      ->option_text("ENDPOINT=SCENARIO ...");
+  app.add_flag("--quiet", isQuiet, "Do not print the exchanges");
+  CLI11_PARSE(app, count, arguments);
+  if (isForgetful) options.database = ":memory:";
+
+  if (!isQuiet) {
+    options.onExchange = [](const Exchange& exchange) {
       std::cout << plainText({exchange}) << std::flush;
     };
   }
-  // Blocked before any thread begins, so that only sigwait() below ever sees them.
+  // Blocked before any thread starts, so only sigwait() below receives them.
   sigset_t endings;
   sigemptyset(&endings);
   sigaddset(&endings, SIGINT);
   sigaddset(&endings, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &endings, nullptr);
 
-  Server server(std::move(line->options));
+  Server server(std::move(options));
   if (auto started = server.start(); !started) {
     std::cerr << "kelvara-sandbox: " << started.error() << "\n";
     return 1;
   }
-  std::cout << "kelvara-sandbox: serving " << server.baseURL() << std::endl;
+  std::cout << "kelvara-sandbox: serving " << server.baseURL() << ", console at " << server.origin()
+            << "/" << std::endl;
   int signal = 0;
   sigwait(&endings, &signal);
   server.stop();

@@ -1,5 +1,6 @@
 #include "sandbox/Server.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -8,6 +9,7 @@
 #include "Kelvara/base/Digest.h"
 #include "platform/linux_support.h"
 #include "sandbox/Client.h"
+#include "sandbox/WhyNoAd.h"
 
 namespace kva::sandbox {
 namespace {
@@ -182,27 +184,81 @@ TEST_F(SandboxServer, IsDrivenAndReadOverHttp) {
   EXPECT_EQ(exchanges[0]["verdict"], "7 No");
   EXPECT_TRUE(get(server.port(), "/control/log").body.contains("GET /init  7 No  [error]"));
   EXPECT_EQ(get(server.port(), "/control/state").json()["users"][0]["uid"], uid);
-  EXPECT_EQ(control("reset", Json::object()), 200);
+  // The pages stay readable whatever a client has sent.
+  EXPECT_EQ(get(server.port(), "/api/v1/init?aid=%ff%fe").status, 400);
+  EXPECT_EQ(get(server.port(), initPath(), "Content-Length: 2\r\n\r\n{}").verdict(),
+            "400 body: expected none with GET");
+  EXPECT_EQ(get(server.port(), "/control/exchanges?since=3").json().size(), 2u);
+  EXPECT_EQ(get(server.port(), "/control/log").status, 200);
+
+  const Reply reset = exchangeBytes(server.port(),
+                                    "POST /control/reset HTTP/1.1\r\nHost: a\r\n"
+                                    "Connection: close\r\n\r\n");
+  EXPECT_EQ(reset.status, 200) << "a POST without a length has no body";
   EXPECT_TRUE(server.state().users.empty() && server.exchanges().empty());
+}
+
+TEST_F(SandboxServer, ChangesPlansAndSaysWhyThereIsNoAd) {
+  const auto control = [&](const char* what, const Json& body) {
+    return post(server.port(), std::string("/control/") + what, body).status;
+  };
+  const CatalogueAdUnit& unit = adUnits()[0];
+  for (const CataloguePlan& plan : unit.plans)
+    EXPECT_EQ(control("plan", {{"plan", plan.id}, {"on", false}}), 200);
+  EXPECT_EQ(control("plan", {{"plan", kSomeUUID}, {"on", true}}), 400);
+  EXPECT_EQ(control("plan", {{"plan", unit.plans[0].id}, {"ecpm", -1}}), 400);
+  call("/bid/init", bidRequest(uid));
+  EXPECT_EQ(control("plan", {{"plan", unit.plans[1].id}, {"on", true}, {"ecpm", 5}, {"caph", 1}}),
+            200);
+  const Json offer = data("/bid/init", bidRequest(uid));
+  EXPECT_EQ(offer["plans"], Json::array({{{"plan", unit.plans[1].id},
+                                          {"ecpm", 5},
+                                          {"caph", 1},
+                                          {"capd", unit.plans[1].capDaily}}}));
+  call("/bid/load", loadRequest(offer["bid"], std::string(unit.plans[1].id)));
+  call("/bid/load", loadRequest(offer["bid"], std::string(unit.plans[1].id)));
+  call("/bid/init", bidRequest(kSomeUUID));
+  Json otherKind = bidRequest(uid), otherUnit = bidRequest(uid), broken = bidRequest(uid);
+  otherKind["adt"] = "rewarded";
+  otherUnit["adid"] = kSomeUUID;
+  broken.erase("osv");
+  for (const Json& body : {otherKind, otherUnit, broken}) call("/bid/init", body);
+  for (const char* text : {"no-fill", "error:503:Busy", "missing:data.bid", "http-500"}) {
+    server.setScenario("/bid/init", *Scenario::parse(text));
+    call("/bid/init", bidRequest(uid));
+  }
+  std::vector<std::string> reasons;
+  for (const Exchange& exchange : server.exchanges()) {
+    if (exchange.endpoint.starts_with("/bid")) reasons.push_back(whyNoAd(exchange));
+  }
+  using testing::HasSubstr;
+  EXPECT_THAT(
+      reasons,
+      testing::ElementsAre(
+          HasSubstr("is switched off"), "", "", HasSubstr("is closed (409 bid: already"),
+          HasSubstr("not know the user " + kSomeUUID), HasSubstr("kind \"rewarded\""),
+          HasSubstr("no ad unit " + kSomeUUID), HasSubstr("osv: missing, expected a string"),
+          HasSubstr("\"no-fill\" is set for /bid/init, so no plan bids"), HasSubstr("503 Busy"),
+          HasSubstr("(data.bid: missing"), ""));
 }
 
 TEST(SandboxServerLife, RemembersInItsFileAndSaysWhyItCannotStart) {
   const test::TemporaryFolder folder;
-  const std::string file = folder.path / "sandbox.sqlite";
+  const std::string file = folder.path / "not" / "yet" / "there" / "sandbox.sqlite";
   std::string uid;
   {
     Server server({.database = file});
     ASSERT_TRUE(server.start());
     uid = registeredUser(server.port());
     Server second({.port = server.port()});
-    EXPECT_TRUE(second.start().error().contains("cannot listen"));
+    EXPECT_TRUE(second.start().error().contains("another program listens there"));
   }
   Server again({.database = file});
   ASSERT_TRUE(again.start());
   EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), "ok");
 
   EXPECT_TRUE(Server({.data = "/nowhere"}).start().error().contains("cannot read"));
-  EXPECT_TRUE(Server({.database = "/nowhere/at/all"}).start().error().contains("database"));
+  EXPECT_TRUE(Server({.database = "/proc/nowhere/at/all"}).start().error().contains("database"));
   EXPECT_FALSE(Server({.scenarios = {{"/nowhere", {}}}}).start());
 }
 

@@ -17,7 +17,7 @@ trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 ip link set lo up
 echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6
 
-"$bin/kelvara-sandbox" --port 0 --quiet >"$work/sandbox" &
+"$bin/kelvara-sandbox" --port 0 --quiet --memory >"$work/sandbox" &
 for _ in $(seq 100); do
   origin=$(grep -o 'http://[0-9.:]*' "$work/sandbox" | head -1 || true)
   [ -n "$origin" ] && break

@@ -53,7 +53,9 @@ GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
 }  // namespace
 
 Application::Application(Options options)
-    : options_(std::move(options)), states_(options_.stateChanged) {}
+    : options_(std::move(options)),
+      logError_(std::make_shared<std::function<void(const std::string&)>>(options_.logError)),
+      states_(options_.stateChanged) {}
 
 void Application::leaveWindows() {
   for (auto& host : std::exchange(windows_, {})) host.window->leave();
@@ -111,10 +113,11 @@ void Application::openURL(const URL& url) {
   const std::string& address = url.absoluteString();
   g_app_info_launch_default_for_uri_async(
       address.c_str(), nullptr, nullptr, runAsync,
-      asyncData([address, log = options_.logError](GObject*, GAsyncResult* result) {
+      asyncData([address, weak = std::weak_ptr(logError_)](GObject*, GAsyncResult* result) {
         g_autoptr(GError) error = nullptr;
-        if (!g_app_info_launch_default_for_uri_finish(result, &error) && log)
-          log("Couldn't open " + address + ": " + error->message);
+        if (g_app_info_launch_default_for_uri_finish(result, &error)) return;
+        if (const auto log = weak.lock(); log && *log)
+          (*log)("Couldn't open " + address + ": " + error->message);
       }));
 }
 

@@ -61,6 +61,8 @@ class Application final : public kva::HostApplication {
   void tellShape() const;
 
   Options options_;
+  /// Shared with openings in progress, which may outlive this object.
+  std::shared_ptr<std::function<void(const std::string&)>> logError_;
   WebViewPool pool_;
   WindowStates states_;
   std::vector<HostWindow> windows_;  ///< the one asked for last is the last

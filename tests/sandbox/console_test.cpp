@@ -1,0 +1,178 @@
+// The console and the contract's page in a real browser, driven over WebDriver.
+#include <gio/gio.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "sandbox/Client.h"
+
+namespace kva::sandbox {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+/// A headless Chromium with one page. Without the Debian packages chromium and chromium-driver it
+/// is not there.
+class Browser {
+ public:
+  Browser() {
+    process_ = g_subprocess_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
+                                                              G_SUBPROCESS_FLAGS_STDERR_SILENCE),
+                                nullptr, "chromedriver", "--port=0", nullptr);
+    if (!process_) return;
+    driver_ = std::make_unique<httplib::Client>("127.0.0.1", announcedPort());
+    driver_->set_read_timeout(60s);
+    Json arguments = {"--headless=new", "--disable-gpu", "--disable-dev-shm-usage",
+                      "--window-size=1500,1400"};
+    if (geteuid() == 0) arguments.push_back("--no-sandbox");
+    const Json options = {{"goog:chromeOptions", {{"args", arguments}}},
+                          {"goog:loggingPrefs", {{"browser", "ALL"}}}};
+    const Json session = command("", {{"capabilities", {{"alwaysMatch", options}}}});
+    session_ = "/" + session.value("sessionId", "");
+  }
+  ~Browser() {
+    if (!process_) return;
+    if (!session_.empty()) driver_->Delete("/session" + session_);
+    g_subprocess_force_exit(process_);
+    g_subprocess_wait(process_, nullptr, nullptr);
+    g_object_unref(process_);
+  }
+  Browser(const Browser&) = delete;
+  Browser& operator=(const Browser&) = delete;
+
+  bool isThere() const { return session_.size() > 1; }
+  void open(const std::string& url) { command("/url", {{"url", url}}); }
+  /// What the function body returns in the page.
+  Json run(const std::string& body) {
+    return command("/execute/sync", {{"script", body}, {"args", Json::array()}});
+  }
+  std::string text(const std::string& selector) {
+    const Json value = run("return document.querySelector(`" + selector + "`)?.innerText || ''");
+    return value.is_string() ? value.get<std::string>() : value.dump();
+  }
+  /// Polls until the page says so, for the page polls the server.
+  bool waitFor(const std::string& condition) {
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (std::chrono::steady_clock::now() < end) {
+      if (run("return Boolean(" + condition + ")") == true) return true;
+      std::this_thread::sleep_for(50ms);
+    }
+    return false;
+  }
+  /// Clicks with the mouse on what the XPath or the selector names.
+  void click(const std::string& selector) { command(element(selector) + "/click", Json::object()); }
+  void type(const std::string& selector, const std::string& keys) {
+    command(element(selector) + "/clear", Json::object());
+    command(element(selector) + "/value", {{"text", keys}});
+  }
+  /// Errors of the page's scripts since the last call.
+  Json errors() { return command("/se/log", {{"type", "browser"}}); }
+
+ private:
+  int announcedPort() const {
+    g_autoptr(GDataInputStream) lines =
+        g_data_input_stream_new(g_subprocess_get_stdout_pipe(process_));
+    g_filter_input_stream_set_close_base_stream(G_FILTER_INPUT_STREAM(lines), FALSE);
+    constexpr std::string_view kBefore = "successfully on port ";
+    for (;;) {
+      g_autofree char* line = g_data_input_stream_read_line(lines, nullptr, nullptr, nullptr);
+      if (!line) return 0;
+      const auto found = std::string_view(line).find(kBefore);
+      if (found != std::string_view::npos) return std::atoi(line + found + kBefore.size());
+    }
+  }
+  Json command(const std::string& path, const Json& body) {
+    const auto reply = driver_->Post("/session" + session_ + path, body.dump(), "application/json");
+    if (!reply) return nullptr;
+    const Json value = Json::parse(reply->body, nullptr, false).value("value", Json());
+    if (value.is_object() && value.contains("error")) ADD_FAILURE() << path << ": " << value.dump();
+    return value;
+  }
+  std::string element(const std::string& selector) {
+    const Json found = command("/element", {{"using", "css selector"}, {"value", selector}});
+    return "/element/" + (found.empty() ? "" : found.begin().value().get<std::string>());
+  }
+
+  GSubprocess* process_ = nullptr;
+  std::unique_ptr<httplib::Client> driver_;
+  std::string session_;
+};
+
+Json catalogued(const Server& server) {
+  return get(server.port(), "/control/catalogue").json()["adUnits"][0]["plans"][0];
+}
+
+TEST(SandboxConsole, ShowsWhatHappensAndSwitchesWhatShouldHappen) {
+  Browser browser;
+  if (!browser.isThere()) GTEST_SKIP() << "needs the Debian packages chromium and chromium-driver";
+  Server server;
+  ASSERT_TRUE(server.start());
+  const std::string uid = registeredUser(server.port());
+  browser.open(server.origin() + "/");
+
+  // What arrives while the page is open appears by itself.
+  const auto send = [&](const std::string& endpoint, const Json& body) {
+    return post(server.port(), "/api/v1" + endpoint, body).json()["data"];
+  };
+  const Json offer = send("/bid/init", bidRequest(uid));
+  send("/bid/load", loadRequest(offer["bid"], offer["plans"][0]["plan"]));
+  Json shown = report(offer["bid"]);
+  shown.update({{"imp", true}, {"clck", true}});
+  send("/bid/stats", statsRequest(uid, {shown}));
+  send("/bid/init", bidRequest(kSomeUUID));
+  ASSERT_TRUE(browser.waitFor("document.querySelectorAll('#exchanges tr.line').length === 5"));
+  EXPECT_THAT(browser.text("#why"), HasSubstr("does not know the user " + kSomeUUID));
+  ASSERT_TRUE(browser.waitFor("document.querySelectorAll('#chart rect').length === 2"));
+  EXPECT_THAT(browser.text("#bids"), HasSubstr("interstitial, lamp-image\tloaded\t4.100\tshown, "
+                                               "clicked"));
+  browser.click("#exchanges tr.line");
+  EXPECT_THAT(browser.text("#exchanges tr.bodies"), HasSubstr("\"msg\": \"uid: no such user\""));
+  browser.click("#catalogue .unit button");
+  EXPECT_TRUE(
+      browser.waitFor("document.querySelector('#catalogue .unit button').innerText == "
+                      "'Copied'"));
+  EXPECT_THAT(browser.text("#catalogue .unit"), HasSubstr(std::string(kInterstitialAdUnit)));
+
+  // Switches reach the server.
+  const std::string plan =
+      "#catalogue [data-plan='" + std::string(adUnits()[0].plans[0].id) + "'] ";
+  browser.type(plan + "input[name=ecpm]", "777\n");
+  browser.type(plan + "input[name=caph]", "9\n");
+  browser.click(plan + "input[name=on]");
+  browser.click("#scenarios [data-endpoint='/bid/init'] option:nth-child(3)");
+  browser.type("#scenarios tr:first-child input", "503:Busy\n");
+  const auto end = std::chrono::steady_clock::now() + 20s;
+  const auto scenario = [&] {
+    return get(server.port(), "/control/scenarios").json()["/bid/init"];
+  };
+  while ((catalogued(server)["on"] == true || scenario().value("message", "") != "Busy") &&
+         std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(20ms);
+  EXPECT_EQ(catalogued(server), Json({{"plan", adUnits()[0].plans[0].id},
+                                      {"ecpm", 777},
+                                      {"caph", 9},
+                                      {"capd", adUnits()[0].plans[0].capDaily},
+                                      {"on", false}}));
+  EXPECT_EQ(scenario(),
+            Json({{"scenario", "error"}, {"code", 503}, {"message", "Busy"}, {"delay", 0}}));
+
+  EXPECT_EQ(browser.run("return document.querySelectorAll('#exchanges tr.line').length"), 5);
+
+  browser.click("#reset");
+  EXPECT_TRUE(
+      browser.waitFor("document.querySelectorAll('#exchanges tr.line').length === 0 && "
+                      "document.querySelectorAll('#bids tr').length === 1"));
+  EXPECT_TRUE(server.state().users.empty());
+
+  browser.open(server.origin() + "/docs");
+  ASSERT_TRUE(browser.waitFor("document.querySelectorAll('section').length === 9"));
+  EXPECT_THAT(browser.text("main"), HasSubstr("data.plans[].ecpm\tinteger from 0\trequired"));
+  EXPECT_EQ(browser.errors(), Json::array());
+}
+
+}  // namespace
+}  // namespace kva::sandbox

@@ -1,0 +1,89 @@
+#include "server-check/ServerCheck.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Kelvara/base/StringExtensions.h"
+#include "sandbox/Client.h"
+
+namespace kva::sandbox {
+namespace {
+
+check::Options optionsFor(const Server& server) {
+  return {.baseURL = server.baseURL(),
+          .application = std::string(kApplicationId),
+          .interstitial = std::string(kInterstitialAdUnit),
+          .rewarded = std::string(kRewardedAdUnit),
+          .unitWithoutDemand = std::string(kPlayableAdUnit),
+          .timeoutSeconds = 1};
+}
+
+/// What the check says of the server: "/bid/init data.bid: missing, ...".
+std::vector<std::string> findingsOf(const Server& server) {
+  for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
+    post(server.port(), "/control/plan", {{"plan", plan.id}, {"on", false}});
+  std::vector<std::string> all;
+  for (const check::Step& step : check::checkServer(optionsFor(server))) {
+    for (const check::Finding& finding : step.findings) {
+      EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
+      all.push_back(finding.call + " " + finding.problem);
+    }
+  }
+  return all;
+}
+
+TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
+  using testing::Contains, testing::Each, testing::HasSubstr, testing::StartsWith;
+  const struct {
+    const char* endpoint;
+    const char* fault;
+    const char* finding;
+  } table[] = {
+      {"/init", "missing:data.pp", "data.pp: missing, expected an absolute URL"},
+      {"/init", "wrong-type:data.tmpv", "data.tmpv: expected an object, got"},
+      {"/init", "replace:data.sett.dip:4", "data.sett.dip: below 100"},
+      {"/init", "replace:data.aid:\"x\"", "data.aid: expected"},
+      {"/register", "error:503:Busy", "refused with 503, Busy"},
+      {"/register", "replace:data.uid:\"KNOWN\"", "data.uid: the same again"},
+      {"/update", "error:400:Bad", "refused with 400, Bad"},
+      {"/bid/init", "missing:data.bid", "data.bid: missing, expected a UUID"},
+      {"/bid/init", "replace:data.plans.0.ecpm:4.25",
+       "data.plans[0].ecpm: expected an integer from 0, got 4.25"},
+      {"/bid/init", "no-fill", "data.plans: empty for"},
+      {"/bid/load", "replace:data.bid:\"x\"", "data.bid: expected"},
+      {"/bid/load", "replace:data.tmpl:\"x\"", "data.tmpl: \"x\" is not in \"tmpv\" of /init"},
+      {"/bid/load", "replace:data.crea.bton:{\"en\":\"Buy\"}",
+       "data.crea.bton: expected a string that holds a JSON object of strings"},
+      {"/bid/load", "replace:data.fls.0.ornt:\"square\"",
+       "data.fls[0].ornt: expected one of landscape|portrait, got \"square\""},
+      {"/bid/lost", "replace:data:{}", "data: expected true or false or null, got {}"},
+      {"/bid/lost", "hang", "no answer: The request timed out."},
+      {"/template", "replace:data.tver:1", "data.tver: expected at least 3, got 1"},
+      {"/bid/stats", "replace:ok:true", "accepted"},
+      {"/track", "not-ok", "err: null in a refusal"},
+      {"*", "missing:err", "err: missing, expected an object or null"},
+      {"*", "replace:time:1700000000", "time: is 1700000000, expected about"},
+      {"*", "malformed", "body: expected an object, got no JSON"},
+      {"*", "truncated", "no answer: The network connection was lost."},
+      {"*", "reset", "no answer: The network connection was lost."},
+  };
+  Server server;
+  ASSERT_TRUE(server.start());
+  EXPECT_THAT(findingsOf(server), testing::IsEmpty());
+  for (const auto& row : table) {
+    SCOPED_TRACE(std::string(row.endpoint) + " " + row.fault);
+    server.reset();
+    const std::string known = registeredUser(server.port());
+    const auto scenario = Scenario::parse(replacingOccurrences(row.fault, "KNOWN", known));
+    ASSERT_TRUE(scenario) << scenario.error();
+    ASSERT_TRUE(server.setScenario(row.endpoint, *scenario));
+    const auto findings = findingsOf(server);
+    EXPECT_THAT(findings, Contains(HasSubstr(row.finding)));
+    // A fault is not blamed on another endpoint.
+    const std::string blamed = row.endpoint[0] == '/' ? row.endpoint : "/";
+    EXPECT_THAT(findings, Each(StartsWith(blamed)));
+  }
+}
+
+}  // namespace
+}  // namespace kva::sandbox
