@@ -10,6 +10,8 @@
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 
+#include <nlohmann/json.hpp>
+
 namespace kva {
 std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text) {
   const auto json = parseJson(text);

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 namespace kva {
 
 Result<TrackCampaignResponse> TrackCampaignResponse::decode(const Json& json) {
