@@ -52,7 +52,7 @@ void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
 
 void AnalyticsManager::registerOrWait(Waiting registration) {
   if (isRegistered()) return registration.completion(std::nullopt);
-  auto claim = userDefaults().claim("registration");
+  auto claim = userDefaults().claim(UserDefaults::Task::registration);
   if (adoptStoredUser()) return registration.completion(std::nullopt);
   if (claim || ++registration.attempts > kAttempts)
     return sendRegistration(std::move(claim), std::move(registration.completion));
