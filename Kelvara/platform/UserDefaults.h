@@ -47,11 +47,12 @@ class UserDefaults : public KeyedValues {
   /// for two seconds or it could not be written: nothing was changed, whether `change` ran or not.
   [[nodiscard]] virtual bool edit(const std::function<void(KeyedValues&)>& change) = 0;
 
-  /// The right to do what `name` stands for, which one holder at a time has among all processes.
-  /// Released with its last copy, or when the process ends, however it ends.
+  /// What one process of the application does at a time.
+  enum class Task { registration, upload };
+  /// The right to a task. Released with its last copy, or when the process ends, however it ends.
   using Claim = std::shared_ptr<void>;
-  /// Null while another holds it; never waits. Any text without a slash.
-  virtual Claim claim(const std::string& name) = 0;
+  /// Null while another holder has it, in this process or another; never waits.
+  virtual Claim claim(Task task) = 0;
 };
 
 }  // namespace kva

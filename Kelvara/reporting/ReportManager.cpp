@@ -121,7 +121,7 @@ void ReportManager::startUpload() {
 bool ReportManager::claimUpload() {
   return state_.with([](State& state) {
     if (state.upload) return false;
-    state.upload = platform().userDefaults->claim("upload");
+    state.upload = platform().userDefaults->claim(UserDefaults::Task::upload);
     return state.upload != nullptr;
   });
 }

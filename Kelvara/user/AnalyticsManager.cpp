@@ -61,7 +61,7 @@ void AnalyticsManager::register_(Completion<std::optional<Error>> completion) {
 }
 
 void AnalyticsManager::attemptRegistration(int attempt) {
-  auto claim = userDefaults().claim("registration");
+  auto claim = userDefaults().claim(UserDefaults::Task::registration);
   if (adoptStoredUser()) return completeRegistrations(std::nullopt);
   if (claim || attempt > kAttempts) return sendRegistration(std::move(claim));
   Timer next = Runtime::current().platform().runLoop->schedule(

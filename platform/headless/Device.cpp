@@ -67,10 +67,10 @@ bool MemoryUserDefaults::edit(const std::function<void(KeyedValues&)>& change) {
   });
 }
 
-UserDefaults::Claim MemoryUserDefaults::claim(const std::string& name) {
-  if (!store_->with([&](Store& store) { return store.claims.insert(name).second; })) return nullptr;
-  const auto release = [store = store_, name](void*) {
-    store->with([&](Store& held) { held.claims.erase(name); });
+UserDefaults::Claim MemoryUserDefaults::claim(Task task) {
+  if (!store_->with([&](Store& store) { return store.claims.insert(task).second; })) return nullptr;
+  const auto release = [store = store_, task](void*) {
+    store->with([&](Store& held) { held.claims.erase(task); });
   };
   return Claim(static_cast<void*>(this), release);
 }

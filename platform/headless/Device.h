@@ -28,7 +28,7 @@ class MemoryUserDefaults final : public UserDefaults {
   void remove(std::string_view key) override;
   std::uint64_t foreignChanges() const override;
   bool edit(const std::function<void(KeyedValues&)>& change) override;
-  Claim claim(const std::string& name) override;
+  Claim claim(Task task) override;
 
   /// How many times a value was set or removed.
   int writes() const;
@@ -39,7 +39,7 @@ class MemoryUserDefaults final : public UserDefaults {
   class Edit;
   struct Store {
     std::map<std::string, Value, std::less<>> values;
-    std::set<std::string> claims;
+    std::set<Task> claims;
     int writes = 0;
     bool isBusy = false;
   };

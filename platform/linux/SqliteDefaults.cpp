@@ -52,25 +52,36 @@ bool isNoFile(const std::filesystem::path& path) {
   return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
-/// The descriptor of a locked file. The lock is released for copies of the descriptor too, which a
-/// child of the host may hold.
-class FileLock {
+/// A lock on one byte of a file. Releasing it releases it for a child of the host too, which may
+/// hold a copy of the descriptor.
+class ByteLock {
  public:
-  explicit FileLock(const std::string& file)
+  ByteLock(const std::string& file, off_t byte)
       : file_(::open(file.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0600)),
-        isHeldElsewhere_(flock(file_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {}
-  ~FileLock() {
+        byte_(byte),
+        isHeldElsewhere_(set(F_WRLCK) != 0 && (errno == EAGAIN || errno == EACCES)) {}
+  ~ByteLock() {
     if (file_ < 0) return;
-    if (!isHeldElsewhere_) flock(file_, LOCK_UN);
+    if (!isHeldElsewhere_) set(F_UNLCK);
     ::close(file_);
   }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
+  ByteLock(const ByteLock&) = delete;
+  ByteLock& operator=(const ByteLock&) = delete;
   /// False as well where there can be no file: nobody shares a store that cannot be written.
   bool isHeldElsewhere() const { return isHeldElsewhere_; }
 
  private:
+  int set(short type) const {
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = byte_;
+    range.l_len = 1;
+    return fcntl(file_, F_OFD_SETLK, &range);
+  }
+
   int file_;
+  off_t byte_;
   bool isHeldElsewhere_;
 };
 
@@ -202,8 +213,8 @@ bool SqliteDefaults::edit(const std::function<void(KeyedValues&)>& change) {
   return isDone;
 }
 
-UserDefaults::Claim SqliteDefaults::claim(const std::string& name) {
-  auto lock = std::make_shared<FileLock>(file_.native() + "-" + name);
+UserDefaults::Claim SqliteDefaults::claim(Task task) {
+  auto lock = std::make_shared<ByteLock>(file_.native() + "-claims", static_cast<off_t>(task));
   return lock->isHeldElsewhere() ? nullptr : Claim(std::move(lock));
 }
 

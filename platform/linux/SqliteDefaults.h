@@ -22,7 +22,7 @@ namespace kva {
 /// one begun. While the file cannot be written, values stay in memory, and the next `set` tries
 /// again to write all of them. A file that could not be opened for writing, or that another process
 /// locked for a second, is not tried again; its values are changed in memory. A claim is a lock on
-/// an empty file beside it ("<name>-<claim>").
+/// a byte of an empty file beside it ("<name>-claims").
 class SqliteDefaults final : public UserDefaults {
  public:
   /// `log` is called, on whatever thread it happens, with one line when a file is set aside, and
@@ -34,7 +34,7 @@ class SqliteDefaults final : public UserDefaults {
   void remove(std::string_view key) override;
   std::uint64_t foreignChanges() const override;
   bool edit(const std::function<void(KeyedValues&)>& change) override;
-  Claim claim(const std::string& name) override;
+  Claim claim(Task task) override;
 
  private:
   class Edit;

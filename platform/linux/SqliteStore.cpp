@@ -13,11 +13,12 @@ namespace {
 /// The stored numbers of the types; files of earlier launches hold them.
 enum class StoredType { string = 0, bytes = 1, boolean = 2, integer = 3, real = 4 };
 
-/// Makes the file if it is missing. SQLite gives its companions the mode that the file has.
+/// Makes the file if it is missing, and it and its companions (log, index, claims) its owner's
+/// alone. SQLite gives new companions the mode that the file has.
 void preparePrivateFile(const std::filesystem::path& file) {
   const int made = ::open(file.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
   if (made >= 0) ::close(made);
-  for (const char* suffix : {"", "-wal", "-shm"}) {
+  for (const char* suffix : {"", "-wal", "-shm", "-claims"}) {
     using std::filesystem::perms;
     std::error_code ignored;
     std::filesystem::permissions(file.native() + suffix, perms::owner_read | perms::owner_write,

@@ -88,7 +88,7 @@ TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNoth
   ASSERT_EQ(pipe(pipes), 0);
   const pid_t holder = inProcess([&] {
     SqliteDefaults theirs(file, [](const std::string&) {});
-    const auto claim = theirs.claim("upload");
+    const auto claim = theirs.claim(UserDefaults::Task::upload);
     const bool isDone = theirs.edit([&](KeyedValues& values) {
       values.set("half", true);
       std::ignore = write(pipes[1], "x", 1);
@@ -99,7 +99,7 @@ TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNoth
   char ready = 0;
   ASSERT_EQ(read(pipes[0], &ready, 1), 1);
   auto store = open(file);
-  EXPECT_FALSE(store->claim("upload"));
+  EXPECT_FALSE(store->claim(UserDefaults::Task::upload));
   const auto begun = std::chrono::steady_clock::now();
   EXPECT_FALSE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
@@ -107,7 +107,7 @@ TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNoth
   EXPECT_EQ(lines, 1);
   kill(holder, SIGKILL);
   EXPECT_EQ(statusOf(holder), -1);
-  EXPECT_TRUE(store->claim("upload"));
+  EXPECT_TRUE(store->claim(UserDefaults::Task::upload));
   EXPECT_TRUE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
   EXPECT_TRUE(store->value("edited"));
   EXPECT_FALSE(store->value("half"));

@@ -177,17 +177,17 @@ TYPED_TEST(UserDefaultsContract, SharesItsValuesWithOtherProcessesAndLosesNoEdit
 TYPED_TEST(UserDefaultsContract, GivesAClaimToOneHolderUntilItLetsGo) {
   UserDefaults& here = *this->subject.ports.userDefaults;
   const std::shared_ptr<UserDefaults> elsewhere = this->subject.defaultsElsewhere();
-  auto claim = here.claim("upload");
+  auto claim = here.claim(UserDefaults::Task::upload);
   EXPECT_TRUE(claim);
-  EXPECT_TRUE(elsewhere->claim("registration")) << "another name";
+  EXPECT_TRUE(elsewhere->claim(UserDefaults::Task::registration)) << "another task";
   for (int attempt = 0; attempt < 2; ++attempt) {
-    EXPECT_FALSE(elsewhere->claim("upload"));
-    EXPECT_FALSE(here.claim("upload"));
+    EXPECT_FALSE(elsewhere->claim(UserDefaults::Task::upload));
+    EXPECT_FALSE(here.claim(UserDefaults::Task::upload));
   }
   claim.reset();
-  claim = elsewhere->claim("upload");
+  claim = elsewhere->claim(UserDefaults::Task::upload);
   EXPECT_TRUE(claim);
-  EXPECT_FALSE(here.claim("upload"));
+  EXPECT_FALSE(here.claim(UserDefaults::Task::upload));
 }
 
 template <class Subject>

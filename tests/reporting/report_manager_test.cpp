@@ -193,7 +193,7 @@ TEST_F(Reports, OfSeveralProcessesShareTheStore) {
   track("both", {Action::dismiss});
   EXPECT_THAT(stored(Keys::reports), ElementsAre("both", "mine"));
 
-  auto claim = elsewhere->claim("upload");
+  auto claim = elsewhere->claim(UserDefaults::Task::upload);
   tick();
   EXPECT_THAT(batches(), IsEmpty()) << "the other process is uploading";
   claim.reset();
@@ -201,7 +201,7 @@ TEST_F(Reports, OfSeveralProcessesShareTheStore) {
   tick();
   const auto sent = h.server.lastRequest("/bid/stats").json()["stats"][0];
   EXPECT_TRUE(sent["bid"] == "both" && sent["clck"] && sent["dism"]) << sent;
-  EXPECT_FALSE(elsewhere->claim("upload"));
+  EXPECT_FALSE(elsewhere->claim(UserDefaults::Task::upload));
   theirs.refresh();
   trackElsewhere("both", {Action::complete});
   h.time.advance(10);

@@ -155,7 +155,7 @@ TEST_F(Privacy, WhatIsStoredIsItsOwnersAlone) {
     EXPECT_EQ(file.status().permissions(), perms::owner_read | perms::owner_write) << file.path();
     ++files;
   }
-  EXPECT_EQ(files, 3) << "the database, its log and that log's index";
+  EXPECT_EQ(files, 4) << "the database, its log, that log's index and the file of claims";
 }
 
 TEST(SandboxServer, IsHeardOnLoopbackAloneUnlessToldOtherwise) {

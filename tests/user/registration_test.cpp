@@ -135,7 +135,7 @@ TEST_F(Registration, IsOneAtATimeWhoeverAsksAndWhateverTheAnswer) {
 TEST_F(Registration, IsDoneByOneOfSeveralProcesses) {
   h.server.reply("/register", envelope(R"({"uid":"mine"})"));
   headless::MemoryUserDefaults elsewhere = h.defaults;
-  auto claim = elsewhere.claim("registration");
+  auto claim = elsewhere.claim(UserDefaults::Task::registration);
   std::vector<std::int64_t> answers;
   const auto begin = [&] {
     analytics().register_([&](auto error) { answers.push_back(error ? error->code() : 0); });
@@ -161,7 +161,7 @@ TEST_F(Registration, IsDoneByOneOfSeveralProcesses) {
     SCOPED_TRACE(end);
     h.defaults.remove(Keys::userId);
     launch();
-    claim = elsewhere.claim("registration");
+    claim = elsewhere.claim(UserDefaults::Task::registration);
     begin();
     h.time.advance(60);
     EXPECT_EQ(h.server.count("/register"), 0);
