@@ -3,6 +3,7 @@
 #include <utility>
 
 #include <Kelvara/ads/FrequencyCappingManager.h>
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 
@@ -19,6 +20,7 @@ FullscreenAd::~FullscreenAd() {
 }
 
 void FullscreenAd::tell(AdEvent event, const std::optional<Error>& error) {
+  const HostCallback callback;
   if (const auto listener = listener_.get()) listener(event, error);
 }
 
@@ -82,7 +84,12 @@ void FullscreenAd::fullscreenAdFailed(FullscreenAdVC&, const Error& error) {
   tell(AdEvent::didFailToReceive, error);
 }
 
-void FullscreenAd::showAdFrom(ViewController& host) {
+void FullscreenAd::showAdFrom(std::shared_ptr<ViewController> host) {
+  if (mainQueue_->isMainThread()) return show(*host);
+  mainQueue_->async([self = shared_from_this(), host = std::move(host)] { self->show(*host); });
+}
+
+void FullscreenAd::show(ViewController& host) {
   const bool isAccepted = state_.with([](State& state) {
     if (state.adStatus != AdStatus::loaded) return false;
     state.adStatus = AdStatus::willShow;
@@ -94,14 +101,21 @@ void FullscreenAd::showAdFrom(ViewController& host) {
   }
   const auto controller = state_.with([](State& state) { return state.fullscreenVC; });
   if (!controller) return;
-  controller->show(host, [weak = weak_from_this()](const Result<bool>& result) {
-    if (auto self = weak.lock()) self->didShow(result);
+  controller->show(host, [weak = weak_from_this(),
+                          shown = std::weak_ptr(controller)](const Result<bool>& result) {
+    if (auto self = weak.lock()) self->didShow(shown, result);
   });
 }
 
-void FullscreenAd::didShow(const Result<bool>& result) {
+void FullscreenAd::didShow(const std::weak_ptr<FullscreenAdVC>& controller,
+                           const Result<bool>& result) {
   if (!result) {
-    setStatus(AdStatus::idle);
+    // The ad cannot be shown again, so nothing of it is kept.
+    const auto refused = controller.lock();
+    state_.with([&](State& state) {
+      state.adStatus = AdStatus::idle;
+      if (state.fullscreenVC == refused) state.fullscreenVC.reset();
+    });
     return tell(AdEvent::didFailToPresent, result.error());
   }
   setStatus(AdStatus::shown);

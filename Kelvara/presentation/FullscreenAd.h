@@ -26,8 +26,8 @@ enum class AdEvent {
 };
 
 /// What stands behind both public ad objects: loads the ad of a bid, then shows it, as often as the
-/// host likes. Any thread, but for `showAdFrom` and the controller's calls, which are the main
-/// thread's. May be let go on any thread.
+/// host likes. Any thread, but for the controller's calls, which are made on the main thread. May
+/// be released on any thread.
 class FullscreenAd : public AdLoaderDelegate,
                      public FullscreenAdVCDelegate,
                      public std::enable_shared_from_this<FullscreenAd> {
@@ -49,7 +49,8 @@ class FullscreenAd : public AdLoaderDelegate,
   /// Begins anew whatever has been before. A creative that is still being prepared when the ad of
   /// a later load arrives gives way to it unheard.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
-  void showAdFrom(ViewController& host);
+  /// Called off the main thread, it runs there later.
+  void showAdFrom(std::shared_ptr<ViewController> host);
   bool isLoaded() const;
   bool isLoading() const;
 
@@ -79,7 +80,8 @@ class FullscreenAd : public AdLoaderDelegate,
   };
 
   void setupFullscreenVC(Ad ad);
-  void didShow(const Result<bool>& result);
+  void show(ViewController& host);
+  void didShow(const std::weak_ptr<FullscreenAdVC>& controller, const Result<bool>& result);
   void setStatus(AdStatus adStatus);
   bool hasStatus(AdStatus adStatus) const;
   void tell(AdEvent event, const std::optional<Error>& error = std::nullopt);

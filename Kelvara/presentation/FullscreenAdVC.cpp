@@ -24,6 +24,13 @@ struct PresentedAds {
   static PresentedAds& shared() { return Runtime::current().get<PresentedAds>(); }
 };
 
+constexpr const char* kNoWindow = "No window.";
+
+/// Code 13 stands for every refusal to show.
+auto refusal(const char* message) {
+  return failure(SDKHelper::Error::error(KVAErrorCodes::adAlreadyShown, message));
+}
+
 }  // namespace
 
 std::shared_ptr<FullscreenAdVC> FullscreenAdVC::create(Ad adData) {
@@ -57,26 +64,24 @@ void FullscreenAdVC::track(const BidReportAction& action) {
 void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool>)> completion) {
   // Before the checks, as intended: a refused show leaves the page's updates paused.
   if (mrController_) mrController_->willPresentVC();
-  // Code 13 stands for both refusals.
-  const auto refuse = [&](const char* message) {
-    completion(failure(SDKHelper::Error::error(KVAErrorCodes::adAlreadyShown, message)));
-  };
-  if (viewController_->isPresented()) return refuse("Ad is already shown.");
-  if (!SDKManager::shared().isReachable()) return refuse("No internet connection.");
+  if (viewController_->isPresented()) return completion(refusal("Ad is already shown."));
+  if (!SDKManager::shared().isReachable()) return completion(refusal("No internet connection."));
+  if (!fromVC.view()->window()) return completion(refusal(kNoWindow));
   PresentedAds::shared().all.insert(shared_from_this());
-  fromVC.present(viewController_, [weak = weak_from_this(), completion = std::move(completion)] {
-    if (auto self = weak.lock()) self->didPresent(completion);
+  shown_ = std::move(completion);
+  fromVC.present(viewController_, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->didPresent();
   });
 }
 
-void FullscreenAdVC::didPresent(const std::function<void(Result<bool>)>& completion) {
+void FullscreenAdVC::didPresent() {
   // The completion comes first, then the report and the page.
   Runtime::current().platform().mainQueue->async(
       [bidId = adData_.bidId, controller = std::weak_ptr(mrController_)] {
         ReportManager::shared().trackAction(bidId, {BidReportAction::impression});
         if (auto shown = controller.lock()) shown->didPresentVC();
       });
-  completion(true);
+  std::exchange(shown_, nullptr)(true);
 }
 
 void FullscreenAdVC::controllerAdReady(MRController&, std::shared_ptr<AdView> adView) {
@@ -147,7 +152,15 @@ void FullscreenAdVC::viewControllerDidRequestCancel() {
   if (adView_) adView_->cancel();
 }
 
+void FullscreenAdVC::viewControllerDidChangeOnScreen() {
+  if (mrController_) mrController_->onScreenDidChange();
+}
+
 void FullscreenAdVC::viewControllerWasTornDown() {
+  if (auto shown = std::exchange(shown_, nullptr)) {
+    PresentedAds::shared().all.erase(shared_from_this());
+    return shown(refusal(kNoWindow));
+  }
   close();
   didDismiss();
 }

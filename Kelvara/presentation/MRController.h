@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,6 +49,8 @@ class MRController : public KVAWebViewDelegate,
   /// From here to `didPresentVC` the page is told of no change.
   void willPresentVC();
   void didPresentVC();
+  /// The ad's window came on screen or left it.
+  void onScreenDidChange();
 
   void webViewDidFinishLoad(KVAWebView&) override;
   void webViewDidFailToLoad(KVAWebView&, const Error& error) override;
@@ -79,6 +82,7 @@ class MRController : public KVAWebViewDelegate,
   void cleanUp();
 
   void propertiesTimerTick();
+  void runCountdown();
   void arcTimerTick();
   void orientationDidChange();
 
@@ -101,6 +105,7 @@ class MRController : public KVAWebViewDelegate,
   MRCommandHandler commandHandler_;
   Observation orientationObservation_;
   Timer propertiesTimer_, arcTimer_;
+  std::int64_t arcSecondsLeft_ = 0;
   bool isPreloadComplete_ = false;
   bool isOutcomeTold_ = false;
   bool isTryingToPresent_ = false;

@@ -10,6 +10,8 @@
 
 namespace kva {
 
+bool isMainThread() { return gettid() == getpid(); }
+
 std::thread startThread(const std::string& name, std::function<void()> run) {
   sigset_t all, before;
   sigfillset(&all);

@@ -11,6 +11,9 @@
 
 namespace kva {
 
+/// Whether the process's first thread calls.
+bool isMainThread();
+
 /// A thread of the SDK's own, named for debuggers. It takes no signals: those are the host's.
 std::thread startThread(const std::string& name, std::function<void()> run);
 
