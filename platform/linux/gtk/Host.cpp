@@ -1,13 +1,13 @@
 #include <Kelvara/KelvaraGtk.h>
 
-#include <unistd.h>
-
 #include <optional>
 #include <utility>
 
 #include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/core/Runtime.h>
 #include <platform/linux/LinuxPlatform.h>
+#include <platform/linux/Threads.h>
 #include <platform/linux/gtk/Application.h>
 
 namespace kva::gtk {
@@ -39,7 +39,7 @@ Platform withApplication(Platform ports, std::shared_ptr<HostApplication> applic
 }
 
 void requireMainThread(const char* what) {
-  if (gettid() != getpid()) fatal(std::string(what) + " belongs on the main thread");
+  if (!isMainThread()) fatal(std::string(what) + " belongs on the main thread");
 }
 
 }  // namespace
@@ -55,7 +55,7 @@ struct Host::Impl {
                                        device->setWindowOrientation(shape);
                                      }})),
         runtime(withApplication(linux.ports, application)) {}
-  // Ads that are on show hear of their end while there still is a runtime to report it to.
+  // Ads that are on screen are torn down while there is a runtime to report it to.
   ~Impl() { application->leaveWindows(); }
 
   LinuxPlatform linux;
@@ -70,7 +70,10 @@ Host::Host(HostOptions options) {
   impl_ = std::make_unique<Impl>(options);
 }
 
-Host::~Host() = default;
+Host::~Host() {
+  requireMainThread("the end of a kva::gtk::Host");
+  if (HostCallback::isRunning()) fatal("a kva::gtk::Host is destroyed in a callback of the SDK");
+}
 
 std::shared_ptr<ViewController> Host::viewController(GtkWindow* window) {
   requireMainThread("kva::gtk::Host::viewController");
