@@ -26,9 +26,12 @@ class KVA_EXPORT KVAAd {
   /// called for a refusal before this returns, for another failure on the network session's thread
   /// or on the main thread, for success on the main thread.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
-  /// Covers the window that `host` stands for with the ad. Main thread, as are all delegate calls
-  /// for the shown ad. An ad that is on screen stays there until the user closes it or the window
-  /// is destroyed (which counts as dismissed), also when this object is released.
+  /// Covers the window that `host` stands for with the ad, as soon as that window is on screen: not
+  /// while it is hidden or minimised. Any thread; called off the main thread, it runs there later.
+  /// The delegate is called on the main thread. When the window is destroyed first, the ad fails
+  /// to present with `adAlreadyShown`, "No window.". An ad that is on screen stays there until the
+  /// user closes it or the window is destroyed (which counts as dismissed), also when this object
+  /// is released.
   void showAdFrom(std::shared_ptr<ViewController> host);
 
   /// Ready to be shown, and not yet shown. Any thread.

@@ -22,7 +22,7 @@ enum class KVAErrorCodes : int {
   noMraidFile = 10,            ///< no KelvaraResources.bundle: see `gtk::HostOptions::mainBundle`
   noTemplate = 11,
   invalidHtmlData = 12,
-  adAlreadyShown = 13,  ///< also: no connection at the moment of showing
+  adAlreadyShown = 13,  ///< also: no connection, or no window any more, at the moment of showing
   invalidAppId = 14,    ///< an application id is a UUID
 };
 

@@ -80,8 +80,9 @@ class KVA_EXPORT Host {
   Host& operator=(const Host&) = delete;
 
   /// What an ad is shown from: it covers this window. The same controller each time, until the
-  /// window is destroyed. Main thread. Ask for it when the window is made: ads prepare themselves
-  /// in the window that was asked for last, or in the active one.
+  /// window is destroyed. Main thread; the controller may be released on any. Ads prepare
+  /// themselves for the application's active window, else for the one that was shown last, whether
+  /// or not this was called for it.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
 
  private:

@@ -9,6 +9,7 @@
 #include <Kelvara/api/RequestManager.h>
 #include <Kelvara/base/Completion.h>
 #include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/SDKHelper.h>
@@ -71,6 +72,7 @@ void KVABidLoader::loadBid(
     std::function<void(std::shared_ptr<KVABidResponse>, std::optional<Error>)> completion) {
   BidCompletion finish([host = std::move(completion)](auto result) {
     if (!host) return;
+    const HostCallback callback;
     if (result)
       host(*std::move(result), std::nullopt);
     else

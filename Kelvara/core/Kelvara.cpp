@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/core/SDKManager.h>
 #include <Kelvara/user/PrivacyManager.h>
 
@@ -14,6 +15,7 @@ bool Kelvara::isInitialized() { return SDKManager::shared().isInitialized(); }
 void Kelvara::start(std::string appId, std::function<void(std::optional<Error>)> completion) {
   SDKManager::shared().start(appId,
                              [completion = std::move(completion)](std::optional<Error> error) {
+                               const HostCallback callback;
                                if (completion) completion(std::move(error));
                              });
 }

@@ -30,6 +30,8 @@ struct Layout {
   static Layout frame(Rect rect) { return {.kind = Kind::frame, .rect = rect}; }
   static Layout edges(Area area) { return {.kind = Kind::edges, .area = area}; }
   static Layout standby(Area area) { return {.kind = Kind::standby, .area = area}; }
+  /// In an area smaller than `size`, as far in the corner as the superview's bounds allow; in a
+  /// superview smaller than `size`, as large as that.
   static Layout atCorner(Corner corner, Size size, Area area) {
     return {.kind = Kind::corner,
             .area = area,
@@ -83,6 +85,7 @@ class View {
 struct Image {
   std::filesystem::path bundle;
   std::string name;
+  std::string symbol;  ///< text that is shown instead when neither file can be read
 };
 
 /// A button that shows an image. Takes part in keyboard focus; activation is a press and release
@@ -91,7 +94,8 @@ class Button {
  public:
   virtual ~Button() = default;
   virtual std::shared_ptr<View> view() = 0;
-  virtual void setImage(Image image, EdgeInsets insets) = 0;
+  /// Whether the image could be read; if not, the button shows the symbol.
+  virtual bool setImage(Image image, EdgeInsets insets) = 0;
   virtual void setAccessibleName(const std::string& name) = 0;
   virtual void setAction(std::function<void()> touchedUpInside) = 0;
 };
@@ -102,6 +106,8 @@ class Window {
   virtual ~Window() = default;
   virtual Rect frame() const = 0;  ///< origin on the screen where known, else zero
   virtual EdgeInsets safeAreaInsets() const = 0;
+  /// Whether the user can see it: shown and not minimised.
+  virtual bool isOnScreen() const = 0;
   /// The view that everything in the window stands in.
   virtual std::shared_ptr<View> view() = 0;
 };
@@ -111,6 +117,8 @@ class ViewControllerDelegate {
   virtual ~ViewControllerDelegate() = default;
   /// The user pressed Escape (or the platform's back key) while this controller is on top.
   virtual void viewControllerDidRequestCancel() {}
+  /// The window that this presented controller covers came on screen, or left it.
+  virtual void viewControllerDidChangeOnScreen() {}
   /// The window that this controller was presented in is gone, and its view with it. No
   /// completion of `present` or `dismiss` comes after this.
   virtual void viewControllerWasTornDown() {}
@@ -125,9 +133,10 @@ class ViewController {
   virtual std::shared_ptr<View> view() = 0;
   /// True from `present` until the dismissal has completed.
   virtual bool isPresented() const = 0;
-  /// Presents `controller` over this one, full screen, with a short animation. `completed` comes
-  /// once, never before `present` returns, unless the window goes away first. When this one has
-  /// no window any more, `controller` hears `viewControllerWasTornDown` instead.
+  /// Presents `controller` over this one, full screen, with a short animation that begins when
+  /// the window is on screen. `completed` is called once, never before `present` returns; not at
+  /// all when the window is destroyed, or `controller` dismissed, before the animation begins.
+  /// This one's view is in a window.
   virtual void present(std::shared_ptr<ViewController> controller,
                        std::move_only_function<void()> completed) = 0;
   /// Takes this controller off the one that presents it; the content below is as it was.

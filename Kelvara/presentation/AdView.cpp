@@ -15,12 +15,14 @@ constexpr double kButtonWidth = 60.0;
 constexpr EdgeInsets kImageInsets{10, 10, 10, 10};
 constexpr double kPrivacyAlpha = 0.8;
 
-void setImage(Button& button, const std::string& name) {
-  button.setImage({.bundle = kvaBundle().value_or(std::filesystem::path()), .name = name},
-                  kImageInsets);
-}
-
 }  // namespace
+
+const AdView::Look AdView::kClose{"icon.close", "Close", "×"};
+const AdView::Look AdView::kSkip{"icon.skip", "Skip", "»"};
+const AdView::Look AdView::kPrivacy{"icon.adchoices", "Privacy", "i"};
+// "soundonn" is the image's name.
+const AdView::Look AdView::kSoundOn{"icon.soundonn", "Mute", "♪"};
+const AdView::Look AdView::kSoundOff{"icon.soundoff", "Unmute", "-"};
 
 std::shared_ptr<AdView> AdView::create(Rect frame, Creative::ContentType contentType) {
   std::shared_ptr<AdView> adView(new AdView(contentType));
@@ -36,22 +38,20 @@ void AdView::setup(Rect frame) {
   view_ = hostApplication().makeView(frame);
   view_->setDelegate(weak_from_this());
   view_->setBackgroundColor(Color::clear);
-  closeButton_ = makeButton(Corner::topTrailing, "icon.close", "Close", &AdView::closeButtonTapped);
-  privacyButton_ =
-      makeButton(Corner::bottomTrailing, "icon.adchoices", "Privacy", &AdView::privacyButtonTapped);
+  // The last is on top. In a small window they overlap, and close and skip stay in reach.
+  privacyButton_ = makeButton(Corner::bottomTrailing, kPrivacy, &AdView::privacyButtonTapped);
   privacyButton_->view()->setHidden(true);
   privacyButton_->view()->setAlpha(kPrivacyAlpha);
-  if (contentType_ != Creative::ContentType::video) return;
-  skipButton_ = makeButton(Corner::topTrailing, "icon.skip", "Skip", &AdView::skipButtonTapped);
   setupSoundButton();
+  closeButton_ = makeButton(Corner::topTrailing, kClose, &AdView::closeButtonTapped);
+  if (contentType_ == Creative::ContentType::video)
+    skipButton_ = makeButton(Corner::topTrailing, kSkip, &AdView::skipButtonTapped);
 }
 
-std::shared_ptr<Button> AdView::makeButton(Layout::Corner corner, const std::string& imageName,
-                                           const std::string& accessibleName, Action action) {
+std::shared_ptr<Button> AdView::makeButton(Layout::Corner corner, const Look& look, Action action) {
   auto button = hostApplication().makeButton();
   button->view()->setBackgroundColor(Color::clear);
-  setImage(*button, imageName);
-  button->setAccessibleName(accessibleName);
+  setLook(*button, look);
   button->setAction([weak = weak_from_this(), action] {
     if (auto self = weak.lock()) (self.get()->*action)();
   });
@@ -64,17 +64,22 @@ std::shared_ptr<Button> AdView::makeButton(Layout::Corner corner, const std::str
 // Makes the button, or brings its image up to date. Once the video is over it is gone for good.
 void AdView::setupSoundButton() {
   if (contentType_ != Creative::ContentType::video || isVideoOver_) return;
-  // "soundonn" is the image's name.
-  const std::string imageName = isSoundMuted_ ? "icon.soundoff" : "icon.soundonn";
-  const std::string accessibleName = isSoundMuted_ ? "Unmute" : "Mute";
+  const auto& look = isSoundMuted_ ? kSoundOff : kSoundOn;
   if (!soundButton_) {
-    soundButton_ = makeButton(Layout::Corner::topLeading, imageName, accessibleName,
-                              &AdView::soundButtonTapped);
+    soundButton_ = makeButton(Layout::Corner::topLeading, look, &AdView::soundButtonTapped);
     soundButton_->view()->setHidden(true);
     return;
   }
-  setImage(*soundButton_, imageName);
-  soundButton_->setAccessibleName(accessibleName);
+  setLook(*soundButton_, look);
+}
+
+void AdView::setLook(Button& button, const Look& look) {
+  const Image image{.bundle = kvaBundle().value_or(std::filesystem::path()),
+                    .name = look.image,
+                    .symbol = look.symbol};
+  if (!button.setImage(image, kImageInsets))
+    Log::e("Image " + image.name + " couldn't be read from \"" + image.bundle.string() + "\".");
+  button.setAccessibleName(look.name);
 }
 
 void AdView::setDelegate(std::weak_ptr<AdViewDelegate> delegate) {

@@ -48,11 +48,16 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
 
  private:
   using Action = void (AdView::*)();
+  /// A control's image, its accessible name, and the text that it shows without its image.
+  struct Look {
+    const char *image, *name, *symbol;
+  };
+  static const Look kClose, kSkip, kPrivacy, kSoundOn, kSoundOff;
 
   explicit AdView(Creative::ContentType contentType);
   void setup(Rect frame);
-  std::shared_ptr<Button> makeButton(Layout::Corner corner, const std::string& imageName,
-                                     const std::string& accessibleName, Action action);
+  std::shared_ptr<Button> makeButton(Layout::Corner corner, const Look& look, Action action);
+  void setLook(Button& button, const Look& look);
   void setupSoundButton();
   void showCloseControl();
   void endVideo();

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include <Kelvara/ads/FrequencyCappingManager.h>
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 
@@ -19,6 +20,7 @@ FullscreenAd::~FullscreenAd() {
 }
 
 void FullscreenAd::tell(AdEvent event, const std::optional<Error>& error) {
+  const HostCallback callback;
   if (const auto listener = listener_.get()) listener(event, error);
 }
 
@@ -89,7 +91,12 @@ void FullscreenAd::fullscreenAdFailed(FullscreenAdVC&, const Error& error) {
   tell(AdEvent::didFailToReceive, error);
 }
 
-void FullscreenAd::showAdFrom(ViewController& host) {
+void FullscreenAd::showAdFrom(std::shared_ptr<ViewController> host) {
+  if (mainQueue_->isMainThread()) return show(*host);
+  mainQueue_->async([self = shared_from_this(), host = std::move(host)] { self->show(*host); });
+}
+
+void FullscreenAd::show(ViewController& host) {
   Show show;
   const bool isAccepted = state_.with([&](State& state) {
     if (state.adStatus != AdStatus::loaded) return false;
@@ -112,6 +119,10 @@ void FullscreenAd::didShow(const Show& show, const Result<bool>& result) {
   const auto controller = show.controller.lock();
   if (!result) {
     setStatusOfShow(controller.get(), AdStatus::idle);
+    // The ad cannot be shown again, so nothing of it is kept.
+    state_.with([&](State& state) {
+      if (state.fullscreenVC == controller) state.fullscreenVC.reset();
+    });
     return tell(AdEvent::didFailToPresent, result.error());
   }
   setStatusOfShow(controller.get(), AdStatus::shown);

@@ -26,8 +26,8 @@ enum class AdEvent {
 };
 
 /// What stands behind both public ad objects: loads the ad of a bid, then shows it, as often as the
-/// host likes. Any thread, but for `showAdFrom` and the controller's calls, which are the main
-/// thread's. May be let go on any thread.
+/// host likes. Any thread, but for the controller's calls, which are made on the main thread. May
+/// be released on any thread.
 class FullscreenAd : public AdLoaderDelegate,
                      public FullscreenAdVCDelegate,
                      public std::enable_shared_from_this<FullscreenAd> {
@@ -50,7 +50,8 @@ class FullscreenAd : public AdLoaderDelegate,
   /// a later load arrives gives way to it unheard. One on screen stays there, and its end leaves
   /// the later load alone.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
-  void showAdFrom(ViewController& host);
+  /// Called off the main thread, it runs there later.
+  void showAdFrom(std::shared_ptr<ViewController> host);
   bool isLoaded() const;
   bool isLoading() const;
 
@@ -86,6 +87,7 @@ class FullscreenAd : public AdLoaderDelegate,
   };
 
   void setupFullscreenVC(Ad ad);
+  void show(ViewController& host);
   void didShow(const Show& show, const Result<bool>& result);
   void setStatus(AdStatus adStatus);
   /// Unless a later load has begun, whose status it is then.

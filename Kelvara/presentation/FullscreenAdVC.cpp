@@ -24,6 +24,12 @@ struct PresentedAds {
   static PresentedAds& shared() { return Runtime::current().get<PresentedAds>(); }
 };
 
+constexpr const char* kNoWindow = "No window.";
+
+auto refusal(const char* message, KVAErrorCodes code = KVAErrorCodes::adAlreadyShown) {
+  return failure(SDKHelper::Error::error(code, message));
+}
+
 }  // namespace
 
 std::shared_ptr<FullscreenAdVC> FullscreenAdVC::create(Ad adData) {
@@ -57,28 +63,27 @@ void FullscreenAdVC::track(const BidReportAction& action) {
 void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool>)> completion) {
   // Before the checks, as intended: a refused show leaves the page's updates paused.
   if (mrController_) mrController_->willPresentVC();
-  const auto refuse = [&](KVAErrorCodes code, const char* message) {
-    completion(failure(SDKHelper::Error::error(code, message)));
-  };
-  // One code stands for both, as intended.
-  using enum KVAErrorCodes;
-  if (viewController_->isPresented()) return refuse(adAlreadyShown, "Ad is already shown.");
-  if (!SDKManager::shared().isReachable()) return refuse(adAlreadyShown, "No internet connection.");
-  if (mrController_ && !mrController_->canPresent()) return refuse(adNotReady, "Ad isn't ready.");
+  // One code stands for the first three, as intended.
+  if (viewController_->isPresented()) return completion(refusal("Ad is already shown."));
+  if (!SDKManager::shared().isReachable()) return completion(refusal("No internet connection."));
+  if (!fromVC.view()->window()) return completion(refusal(kNoWindow));
+  if (mrController_ && !mrController_->canPresent())
+    return completion(refusal("Ad isn't ready.", KVAErrorCodes::adNotReady));
   PresentedAds::shared().all.insert(shared_from_this());
-  fromVC.present(viewController_, [weak = weak_from_this(), completion = std::move(completion)] {
-    if (auto self = weak.lock()) self->didPresent(completion);
+  shown_ = std::move(completion);
+  fromVC.present(viewController_, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->didPresent();
   });
 }
 
-void FullscreenAdVC::didPresent(const std::function<void(Result<bool>)>& completion) {
+void FullscreenAdVC::didPresent() {
   // The completion comes first, then the report and the page.
   Runtime::current().platform().mainQueue->async(
       [bidId = adData_.bidId, controller = std::weak_ptr(mrController_)] {
         ReportManager::shared().trackAction(bidId, {BidReportAction::impression});
         if (auto shown = controller.lock()) shown->didPresentVC();
       });
-  completion(true);
+  std::exchange(shown_, nullptr)(true);
 }
 
 void FullscreenAdVC::controllerAdReady(MRController&, std::shared_ptr<AdView> adView) {
@@ -152,7 +157,15 @@ void FullscreenAdVC::viewControllerDidRequestCancel() {
   if (adView_) adView_->cancel();
 }
 
+void FullscreenAdVC::viewControllerDidChangeOnScreen() {
+  if (mrController_) mrController_->onScreenDidChange();
+}
+
 void FullscreenAdVC::viewControllerWasTornDown() {
+  if (auto shown = std::exchange(shown_, nullptr)) {
+    PresentedAds::shared().all.erase(shared_from_this());
+    return shown(refusal(kNoWindow));
+  }
   close();
   didDismiss();
 }

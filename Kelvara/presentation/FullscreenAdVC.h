@@ -28,8 +28,8 @@ class FullscreenAdVCDelegate {
 /// Shows one ad full screen and reports what happens to it. On screen it lives until it is
 /// dismissed, whoever else lets go of it: the user can always close. Main thread.
 ///
-/// When the window that it was to cover, or covers, goes away, the ad counts as dismissed by the
-/// user: one report, one `fullscreenAdDismissed`, no completion of `show`.
+/// When the window that it covers is destroyed, the ad counts as dismissed by the user: one report,
+/// one `fullscreenAdDismissed`. While the ad waits for its window, `show` fails instead.
 class FullscreenAdVC : public MRControllerDelegate,
                        public ViewControllerDelegate,
                        public std::enable_shared_from_this<FullscreenAdVC> {
@@ -38,9 +38,11 @@ class FullscreenAdVC : public MRControllerDelegate,
 
   void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
   void loadAd();
-  /// `completion` comes at most once: before this returns when the ad is on screen already or there
-  /// is no network (`adAlreadyShown` for both), or when its page is gone (`adNotReady`); otherwise
-  /// when the ad has taken the screen.
+  /// Calls `completion` once. Fails with `adAlreadyShown`: before this returns when the ad is
+  /// presented already, there is no network or the window of `fromVC` is destroyed; later when
+  /// that is destroyed before the ad is on screen. Fails with `adNotReady` when the page's process
+  /// has ended. Succeeds when the ad has taken the screen, for which it waits while its window is
+  /// not on screen.
   void show(ViewController& fromVC, std::function<void(Result<bool>)> completion);
   /// Leaves the screen with nothing told and nothing reported: the runtime is at its end.
   void abandon();
@@ -54,13 +56,14 @@ class FullscreenAdVC : public MRControllerDelegate,
   void controllerVideoEvent(MRController&, double duration, double currentDuration) override;
 
   void viewControllerDidRequestCancel() override;
+  void viewControllerDidChangeOnScreen() override;
   void viewControllerWasTornDown() override;
 
  private:
   explicit FullscreenAdVC(Ad adData);
   void setup();
   void track(const BidReportAction& action);
-  void didPresent(const std::function<void(Result<bool>)>& completion);
+  void didPresent();
   void close();
   void didDismiss();
 
@@ -69,6 +72,7 @@ class FullscreenAdVC : public MRControllerDelegate,
   std::shared_ptr<AdView> adView_;
   std::shared_ptr<MRController> mrController_;
   std::weak_ptr<FullscreenAdVCDelegate> delegate_;
+  std::function<void(Result<bool>)> shown_;  ///< the completion of a show under way
   bool isClicked_ = false;
   bool isRewardEarned_ = false;
   bool isClosed_ = false;

@@ -17,7 +17,7 @@ void KVAAd::loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingP
 
 void KVAAd::showAdFrom(std::shared_ptr<ViewController> host) {
   if (!host) fatal("showAdFrom needs the host's view controller");
-  fullscreenAd_->showAdFrom(*host);
+  fullscreenAd_->showAdFrom(std::move(host));
 }
 
 bool KVAAd::isLoaded() const { return fullscreenAd_->isLoaded(); }

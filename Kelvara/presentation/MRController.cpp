@@ -16,6 +16,7 @@ namespace kva {
 namespace {
 
 constexpr double kPropertiesInterval = 1.0;
+constexpr double kCountdownInterval = 1.0;
 constexpr double kLoadTimeout = 60.0;
 constexpr Rect kInitialFrame{0, 0, 1, 1};
 
@@ -23,7 +24,7 @@ constexpr Rect kInitialFrame{0, 0, 1, 1};
 bool isVisible(const View& view) {
   auto window = view.window();
   auto superview = view.superview();
-  if (!window || !superview || view.isHidden()) return false;
+  if (!window || !window->isOnScreen() || !superview || view.isHidden()) return false;
   for (; superview; superview = superview->superview()) {
     if (superview->isHidden()) return false;
   }
@@ -178,14 +179,21 @@ void MRController::didPresentVC() {
   fireEvent({MREvent::Config{.features = kFeatures, .state = "default"}});
   updateMraidProperties();
   if (adView_) adView_->adviewDidPresent();
-  const auto arcDuration = adData_.creative.arcDuration;
-  if (arcDuration > 0) {
-    arcTimer_ = Runtime::current().platform().runLoop->schedule(
-        static_cast<double>(arcDuration), Repeats::no, weakly(&MRController::arcTimerTick));
-  } else if (arcDuration < 0 && adView_) {
-    // No countdown runs, so none would ever let the user out.
-    adView_->setCloseButtonHidden(false);
-  }
+  arcSecondsLeft_ = adData_.creative.arcDuration;
+  runCountdown();
+  // With a negative duration no countdown would ever let the user out.
+  if (arcSecondsLeft_ < 0 && adView_) adView_->setCloseButtonHidden(false);
+}
+
+void MRController::onScreenDidChange() { runCountdown(); }
+
+// The countdown stands still while the user cannot see the ad.
+void MRController::runCountdown() {
+  const auto window = adView_ ? adView_->view()->window() : nullptr;
+  if (arcSecondsLeft_ <= 0 || !window || !window->isOnScreen()) return arcTimer_.invalidate();
+  if (arcTimer_) return;
+  arcTimer_ = Runtime::current().platform().runLoop->schedule(kCountdownInterval, Repeats::yes,
+                                                              weakly(&MRController::arcTimerTick));
 }
 
 void MRController::cleanUp() {
@@ -201,6 +209,8 @@ void MRController::cleanUp() {
 void MRController::propertiesTimerTick() { updateMraidProperties(); }
 
 void MRController::arcTimerTick() {
+  if (--arcSecondsLeft_ > 0) return;
+  arcTimer_.invalidate();
   if (adView_) adView_->setCloseButtonHidden(false);
   if (auto delegate = delegate_.lock()) delegate->controllerRewardEarned(*this);
 }

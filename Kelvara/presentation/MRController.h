@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,6 +55,8 @@ class MRController : public KVAWebViewDelegate,
   void didPresentVC();
   /// Stops every timer and notifies the page that the ad closes: no longer viewable, then hidden.
   void cleanUp();
+  /// The ad's window came on screen or left it.
+  void onScreenDidChange();
 
   void webViewDidFinishLoad(KVAWebView&) override;
   void webViewDidFailToLoad(KVAWebView&, const Error& error) override;
@@ -87,6 +90,7 @@ class MRController : public KVAWebViewDelegate,
   void loadDidTimeOut();
 
   void propertiesTimerTick();
+  void runCountdown();
   void arcTimerTick();
   void orientationDidChange();
 
@@ -109,6 +113,7 @@ class MRController : public KVAWebViewDelegate,
   MRCommandHandler commandHandler_;
   Observation orientationObservation_, stateObservation_;
   Timer loadTimer_, propertiesTimer_, arcTimer_;
+  std::int64_t arcSecondsLeft_ = 0;
   bool isPageLoaded_ = false;
   bool isPageGone_ = false;
   bool isPreloadComplete_ = false;

@@ -13,7 +13,7 @@ Rect inset(Size size, EdgeInsets insets) {
           std::max(0.0, size.height - insets.top - insets.bottom)};
 }
 
-Rect place(const Layout& layout, Rect area) {
+Rect place(const Layout& layout, Rect area, Size superview) {
   using Corner = Layout::Corner;
   switch (layout.kind) {
     case Layout::Kind::frame:
@@ -24,11 +24,14 @@ Rect place(const Layout& layout, Rect area) {
     case Layout::Kind::corner:
       break;
   }
-  Rect rect{area.x, area.y, layout.rect.width, layout.rect.height};
+  Rect rect{area.x, area.y, std::min(layout.rect.width, superview.width),
+            std::min(layout.rect.height, superview.height)};
   if (layout.corner == Corner::topTrailing || layout.corner == Corner::bottomTrailing)
     rect.x += area.width - rect.width;
   if (layout.corner == Corner::bottomLeading || layout.corner == Corner::bottomTrailing)
     rect.y += area.height - rect.height;
+  rect.x = std::clamp(rect.x, 0.0, superview.width - rect.width);
+  rect.y = std::clamp(rect.y, 0.0, superview.height - rect.height);
   return rect;
 }
 
@@ -119,8 +122,8 @@ Rect HeadlessView::frame() const {
   if (!above) return layout_.rect;
   auto window = headlessWindow();
   const bool safe = layout_.area == Layout::Area::safe && window;
-  return place(layout_,
-               inset(above->frame().size(), safe ? window->safeAreaInsets() : EdgeInsets{}));
+  const Size size = above->frame().size();
+  return place(layout_, inset(size, safe ? window->safeAreaInsets() : EdgeInsets{}), size);
 }
 
 std::optional<Rect> HeadlessView::frameInWindow() const {
@@ -152,9 +155,10 @@ bool HeadlessView::hitTest(Point point, Chain& chain) {
   return true;
 }
 
-void HeadlessButton::setImage(Image image, EdgeInsets insets) {
+bool HeadlessButton::setImage(Image image, EdgeInsets insets) {
   image_ = std::move(image);
   insets_ = insets;
+  return std::filesystem::exists(image_.bundle / (image_.name + ".png"));
 }
 
 void HeadlessButton::setAction(std::function<void()> touchedUpInside) {

@@ -75,7 +75,7 @@ class HeadlessButton final : public HeadlessView, public Button {
  public:
   HeadlessButton() : HeadlessView({}) {}
   std::shared_ptr<View> view() override { return shared_from_this(); }
-  void setImage(Image image, EdgeInsets insets) override;
+  bool setImage(Image image, EdgeInsets insets) override;
   void setAccessibleName(const std::string& name) override { accessibleName_ = name; }
   void setAction(std::function<void()> touchedUpInside) override;
 
@@ -100,6 +100,7 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
 
   Rect frame() const override { return frame_; }
   EdgeInsets safeAreaInsets() const override { return safeAreaInsets_; }
+  bool isOnScreen() const override { return isOnScreen_; }
   std::shared_ptr<View> view() override { return root_; }
 
   /// The host's own controller, which fills the window.
@@ -107,6 +108,8 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
   int presentedCount() const { return static_cast<int>(presented_.size()); }
 
   void setFrame(Rect frame) { frame_ = frame; }
+  /// The user minimises the window, or restores it.
+  void setOnScreen(bool isOnScreen);
   /// As the host destroys a window: all in it leaves it, and what was presented is torn down.
   void destroy();
   bool isDestroyed() const { return destroyed_; }
@@ -131,6 +134,7 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
   std::shared_ptr<HeadlessView> root_;
   std::shared_ptr<HeadlessViewController> host_;
   std::vector<std::shared_ptr<HeadlessViewController>> presented_;
+  bool isOnScreen_ = true;
   bool destroyed_ = false;
 };
 
@@ -151,6 +155,8 @@ class HeadlessViewController final : public ViewController,
 
  private:
   friend class HeadlessWindow;
+  void appear();
+  void onScreenDidChange();
   void finishDismissal();
   void tearDown();
 
@@ -159,6 +165,7 @@ class HeadlessViewController final : public ViewController,
   std::weak_ptr<ViewControllerDelegate> delegate_;
   std::weak_ptr<HeadlessWindow> presentedIn_;
   bool isPresented_ = false;
+  std::move_only_function<void()> presented_;  ///< until the presentation is over
   Timer presentation_, dismissal_;
   std::vector<std::move_only_function<void()>> dismissed_;
 };

@@ -40,6 +40,11 @@ void HeadlessWindow::destroy() {
   while (!root_->subviews_.empty()) root_->subviews_.back()->removeFromSuperview();
 }
 
+void HeadlessWindow::setOnScreen(bool isOnScreen) {
+  if (std::exchange(isOnScreen_, isOnScreen) == isOnScreen) return;
+  for (const auto& controller : std::vector(presented_)) controller->onScreenDidChange();
+}
+
 bool HeadlessWindow::tap(Point point) {
   HeadlessView::Chain chain;
   if (destroyed_ || !root_->hitTest(point, chain)) return false;
@@ -82,20 +87,26 @@ void HeadlessViewController::present(std::shared_ptr<ViewController> controller,
   auto presented = std::dynamic_pointer_cast<HeadlessViewController>(controller);
   if (presented->isPresented_) fatal("a view controller was presented twice");
   auto window = presentedIn_.lock();
-  if (!window) {
-    time_.after(0, [presented] {
-      if (auto delegate = presented->delegate_.lock()) delegate->viewControllerWasTornDown();
-    });
-    return;
-  }
+  if (!window) fatal("a view controller without a window presented another");
   presented->isPresented_ = true;
   presented->presentedIn_ = window;
+  presented->presented_ = std::move(completed);
   window->presented_.push_back(presented);
-  presented->presentation_ =
-      time_.schedule(kAnimation, Repeats::no, [completed = std::move(completed)]() mutable {
-        if (completed) completed();
-      });
+  if (window->isOnScreen()) presented->appear();
   window->root_->addSubview(presented->view_, Layout::edges(Layout::Area::plain));
+}
+
+void HeadlessViewController::appear() {
+  presentation_ = time_.schedule(kAnimation, Repeats::no, [this] {
+    if (auto presented = std::exchange(presented_, nullptr)) presented();
+  });
+}
+
+void HeadlessViewController::onScreenDidChange() {
+  if (presented_ && presentedIn_.lock()->isOnScreen()) return appear();
+  presentation_.invalidate();
+  if (auto delegate = delegate_.lock(); delegate && !presented_)
+    delegate->viewControllerDidChangeOnScreen();
 }
 
 void HeadlessViewController::dismiss(std::move_only_function<void()> completed) {
@@ -116,6 +127,7 @@ void HeadlessViewController::finishDismissal() {
   const auto self = shared_from_this();
   dismissal_.invalidate();
   presentation_.invalidate();
+  presented_ = nullptr;
   if (auto window = presentedIn_.lock()) std::erase(window->presented_, self);
   presentedIn_.reset();
   view_->removeFromSuperview();
@@ -126,6 +138,7 @@ void HeadlessViewController::finishDismissal() {
 
 void HeadlessViewController::tearDown() {
   presentation_.invalidate();
+  presented_ = nullptr;
   dismissal_.invalidate();
   auto unheard = std::exchange(dismissed_, {});
   presentedIn_.reset();

@@ -1,5 +1,9 @@
 #include "platform/linux/LinuxDevice.h"
 
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <string>
 #include <utility>
 
 #include <sys/utsname.h>
@@ -13,20 +17,19 @@ utsname systemName() {
   return name;
 }
 
-/// The service names the edge that points up; a device whose right edge points up lies with its
-/// top to the left.
-DeviceOrientation orientationOf(std::string_view upperEdge) {
-  if (upperEdge == "normal") return DeviceOrientation::portrait;
-  if (upperEdge == "bottom-up") return DeviceOrientation::portraitUpsideDown;
-  if (upperEdge == "right-up") return DeviceOrientation::landscapeLeft;
-  if (upperEdge == "left-up") return DeviceOrientation::landscapeRight;
-  return DeviceOrientation::unknown;
+/// Whether the kernel's name of a connector, "card0-eDP-1", is that of a built-in panel.
+bool isBuiltIn(const std::string& connector) {
+  constexpr std::array kKinds{"-eDP-", "-LVDS-", "-DSI-", "-DPI-"};
+  return std::ranges::any_of(kKinds,
+                             [&](auto* kind) { return connector.find(kind) != std::string::npos; });
 }
 
 }  // namespace
 
-LinuxDevice::LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus)
+LinuxDevice::LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus,
+                         const std::filesystem::path& displays)
     : center_(std::move(center)),
+      panel_(builtInPanel(displays)),
       sensor_(bus, {"net.hadess.SensorProxy", "/net/hadess/SensorProxy", "net.hadess.SensorProxy"},
               [this] { sensorChanged(); }) {}
 
@@ -36,6 +39,31 @@ std::string LinuxDevice::systemVersion() const {
 }
 
 std::string LinuxDevice::machine() const { return systemName().machine; }
+
+// The panel's preferred mode comes first. It stays as it is while the picture is rotated.
+LinuxDevice::Panel LinuxDevice::builtInPanel(const std::filesystem::path& displays) {
+  std::error_code error;
+  for (const auto& connector : std::filesystem::directory_iterator(displays, error)) {
+    if (!isBuiltIn(connector.path().filename())) continue;
+    int width = 0, height = 0;
+    char by = 0;
+    std::ifstream modes(connector.path() / "modes");
+    if (modes >> width >> by >> height) return width > height ? Panel::landscape : Panel::portrait;
+  }
+  return Panel::unknown;
+}
+
+// The service names the edge that points up, as seen with the panel's own top as "normal". A panel
+// whose right edge points up lies with its top to the left.
+DeviceOrientation LinuxDevice::orientationOf(std::string_view upperEdge) const {
+  using enum DeviceOrientation;
+  constexpr std::array kEdges{"normal", "right-up", "bottom-up", "left-up"};
+  constexpr std::array kTurns{portrait, landscapeLeft, portraitUpsideDown, landscapeRight};
+  const auto edge = std::ranges::find(kEdges, upperEdge);
+  if (edge == kEdges.end() || panel_ == Panel::unknown) return unknown;
+  const auto turns = static_cast<std::size_t>(edge - kEdges.begin());
+  return kTurns[(turns + (panel_ == Panel::landscape ? 1 : 0)) % kTurns.size()];
+}
 
 DeviceOrientation LinuxDevice::Orientations::current() const {
   return sensor == DeviceOrientation::unknown ? window : sensor;

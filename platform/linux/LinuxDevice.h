@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include <Kelvara/base/Guarded.h>
 #include <Kelvara/platform/DeviceInfo.h>
@@ -10,11 +12,14 @@
 
 namespace kva {
 
-/// This machine. Its orientation is what the sensor service says; without one, or when it does not
-/// know, what the window's shape says. Made and destroyed on the main thread.
+/// This machine. Its orientation follows from which edge of the built-in panel points up, as the
+/// sensor service reports it, and the panel's own shape. When either is unknown, the shape of the
+/// window decides. Made and destroyed on the main thread.
 class LinuxDevice final : public DeviceInfo {
  public:
-  LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus);
+  /// `displays` is where the kernel lists the connectors of displays.
+  LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus,
+              const std::filesystem::path& displays = "/sys/class/drm");
 
   std::string systemVersion() const override;
   std::string machine() const override;
@@ -29,10 +34,14 @@ class LinuxDevice final : public DeviceInfo {
     DeviceOrientation window = DeviceOrientation::unknown;
     DeviceOrientation current() const;
   };
+  enum class Panel { unknown, portrait, landscape };
+  static Panel builtInPanel(const std::filesystem::path& displays);
+  DeviceOrientation orientationOf(std::string_view upperEdge) const;
   void sensorChanged();
   void update(DeviceOrientation Orientations::*source, DeviceOrientation orientation);
 
   std::shared_ptr<NotificationCenter> center_;
+  const Panel panel_;
   Guarded<Orientations> orientations_;
   bool claimed_ = false;
   BusObject sensor_;  // last: it calls back into the rest

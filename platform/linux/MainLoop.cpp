@@ -90,10 +90,15 @@ MainLoop::MainLoop() : state_(std::make_shared<State>()), mainThread_(std::this_
 MainLoop::~MainLoop() {
   g_source_destroy(state_->source.get());
   state_->timers.close();
-  auto dropped = state_->tasks.with([](State::Tasks& all) {
+  auto dropped = std::make_unique<std::deque<Task>>();
+  state_->tasks.with([&](State::Tasks& all) {
     all.closed = true;
-    return std::exchange(all.waiting, {});
+    dropped->swap(all.waiting);
   });
+  if (isMainThread() || dropped->empty()) return;
+  // What the tasks hold may belong to the main thread.
+  g_idle_add_once([](gpointer data) { delete static_cast<std::deque<Task>*>(data); },
+                  dropped.release());
 }
 
 void MainLoop::async(Task task) {

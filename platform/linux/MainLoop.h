@@ -10,7 +10,8 @@ namespace kva {
 
 /// The main queue and the main thread's timers, on GLib's default main context. The thread that
 /// makes it is the main thread; tasks and timers run when that thread iterates the context, at
-/// default priority, also in a loop that one of them runs.
+/// default priority, also in a loop that one of them runs. When another thread destroys the queue,
+/// the main thread destroys the tasks that have not begun, as soon as it iterates the context.
 class MainLoop final : public MainQueue {
  public:
   MainLoop();

@@ -10,6 +10,8 @@
 
 namespace kva {
 
+bool isMainThread() { return gettid() == getpid(); }
+
 namespace {
 
 /// Blocks what a new thread must not take. A thread inherits the mask of its creator.

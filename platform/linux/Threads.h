@@ -11,6 +11,9 @@
 
 namespace kva {
 
+/// Whether the process's first thread calls.
+bool isMainThread();
+
 /// A thread of the SDK's own, named for debuggers. It blocks the signals that are sent to the
 /// process, which are the host's. Those that a fault raises stay open, for crash reporters.
 /// Throws std::system_error if the system refuses the thread.

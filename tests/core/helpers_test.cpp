@@ -8,6 +8,7 @@
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>
+#include <Kelvara/core/SDKHelper.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {

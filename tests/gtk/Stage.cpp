@@ -18,6 +18,7 @@ Stage::Stage()
     : application_({.safeAreaInsets = {.top = 20, .left = 5, .bottom = 10, .right = 15},
                     .openURL = {},
                     .shapeChanged = [this](DeviceOrientation shape) { shapes.push_back(shape); },
+                    .logError = {},
                     .stateChanged = [this] { ++stateChanges; }}) {
   g_object_add_weak_pointer(G_OBJECT(gtkWindow), reinterpret_cast<gpointer*>(&gtkWindow));
   auto* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);

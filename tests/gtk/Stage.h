@@ -29,6 +29,8 @@ class Stage {
   void resize(Size size);
   void tap(Point point);
   void pressEscape();
+  void hideWindow() { gtk_widget_set_visible(GTK_WIDGET(gtkWindow), FALSE); }
+  void showWindow() { gtk_window_present(gtkWindow); }
   void destroyWindow();
 
   GtkWindow* gtkWindow = GTK_WINDOW(gtk_window_new());

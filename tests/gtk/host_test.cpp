@@ -1,4 +1,6 @@
 // What a host may and may not do with the SDK's front door.
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/KVAInterstital.h>
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
@@ -96,6 +98,43 @@ TEST(HostDeathTest, SaysWhatIsWrong) {
       "there is a runtime already");
   EXPECT_DEATH(std::thread([] { Host host(options()); }).join(),
                "a kva::gtk::Host belongs on the main thread");
+  const auto endIn = [](auto call) {
+    gtk_init();
+    static std::unique_ptr<Host> host;
+    auto hostOptions = options();
+    hostOptions.openURL = [](const std::string&) { host.reset(); };
+    host = std::make_unique<Host>(hostOptions);
+    call(host);
+  };
+  EXPECT_DEATH(endIn([](auto& host) { std::thread([&] { host.reset(); }).join(); }),
+               "the end of a kva::gtk::Host belongs on the main thread");
+  const char* inCallback = "destroyed in a callback";
+  EXPECT_DEATH(endIn([](auto& host) {
+                 Kelvara::start("no UUID", [&](std::optional<Error>) { host.reset(); });
+               }),
+               inCallback);
+  EXPECT_DEATH(endIn([](auto& host) {
+                 KVABidLoader::loadBid("no UUID", KVABidType::interstitial,
+                                       [&](auto, auto) { host.reset(); });
+               }),
+               inCallback);
+  EXPECT_DEATH(endIn([](auto&) {
+                 Runtime::current().platform().application->openURL(
+                     URL::parse("https://example.org").value());
+               }),
+               inCallback);
+  struct Ends : KVAInterstitialDelegate {
+    std::unique_ptr<Host>* host = nullptr;
+    void interstitialDidFailToPresent(KVAInterstital&, const Error&) override { host->reset(); }
+  };
+  EXPECT_DEATH(endIn([](auto& host) {
+                 auto delegate = std::make_shared<Ends>();
+                 delegate->host = &host;
+                 auto ad = KVAInterstital::create();
+                 ad->setDelegate(delegate);
+                 ad->showAdFrom(host->viewController(GTK_WINDOW(gtk_window_new())));
+               }),
+               inCallback);
 }
 
 }  // namespace

@@ -18,6 +18,49 @@ struct Touches : ViewDelegate {
   void viewWasTouched() override { ++count; }
 };
 
+/// A host that returns the focus to its widget whenever another gets it, has an accelerator,
+/// Control+K, and looks at every key before its widgets do.
+class DemandingHost {
+ public:
+  DemandingHost(GtkWindow* window, GtkWidget* widget) {
+    auto takeBack = [=](GParamSpec*) {
+      if (gtk_window_get_focus(window) != widget) gtk_root_set_focus(GTK_ROOT(window), widget);
+    };
+    connections_.push_back(connect<void(GParamSpec*)>(window, "notify::focus-widget", takeBack));
+    static auto* const application = gtk_application_new(nullptr, G_APPLICATION_NON_UNIQUE);
+    g_application_register(G_APPLICATION(application), nullptr, nullptr);
+    gtk_window_set_application(window, application);
+    auto action = GObjectPtr<GSimpleAction>(g_simple_action_new("accelerated", nullptr));
+    connections_.push_back(
+        connect<void(GVariant*)>(action.get(), "activate", [this](GVariant*) { ++accelerated; }));
+    g_action_map_add_action(G_ACTION_MAP(application), G_ACTION(action.get()));
+    const char* keysOfAction[] = {"<Control>k", nullptr};
+    gtk_application_set_accels_for_action(application, "app.accelerated", keysOfAction);
+    auto* first = gtk_event_controller_legacy_new();
+    gtk_event_controller_set_propagation_phase(first, GTK_PHASE_CAPTURE);
+    connections_.push_back(connect<gboolean(GdkEvent*)>(first, "event", [this](GdkEvent* event) {
+      keys += gdk_event_get_event_type(event) == GDK_KEY_PRESS ||
+              gdk_event_get_event_type(event) == GDK_KEY_RELEASE;
+      return FALSE;
+    }));
+    gtk_widget_add_controller(GTK_WIDGET(window), first);
+  }
+
+  int accelerated = 0, keys = 0;
+
+ private:
+  std::vector<Subscription> connections_;
+};
+
+/// Popovers that are shown in the window.
+int popovers(GtkWidget* widget) {
+  int count = GTK_IS_POPOVER(widget) && gtk_widget_get_mapped(widget);
+  for (auto* child = gtk_widget_get_first_child(widget); child;
+       child = gtk_widget_get_next_sibling(child))
+    count += popovers(child);
+  return count;
+}
+
 class Presentation : public testing::Test {
  protected:
   Presentation() {
@@ -27,7 +70,7 @@ class Presentation : public testing::Test {
 
   std::shared_ptr<Button> addButton(Rect frame, int& actions) {
     auto button = app.makeButton();
-    button->setImage({KELVARA_RESOURCES, "icon.close"}, {10, 10, 10, 10});
+    EXPECT_TRUE(button->setImage({KELVARA_RESOURCES, "icon.close", "x"}, {10, 10, 10, 10}));
     button->setAccessibleName("Close");
     button->setAction([&actions] { ++actions; });
     controller->view()->addSubview(button->view(), Layout::frame(frame));
@@ -61,6 +104,7 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresIt) {
   gtk_editable_set_text(GTK_EDITABLE(stage.entry), "abcdef");
   gtk_editable_select_region(GTK_EDITABLE(stage.entry), 1, 3);
   auto* focus = gtk_window_get_focus(stage.gtkWindow);
+  const DemandingHost demanding(stage.gtkWindow, focus);
   auto* child = gtk_window_get_child(stage.gtkWindow);
   gtk_window_set_title(stage.gtkWindow, "Host");
 
@@ -69,8 +113,8 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresIt) {
   present();
   stage.tap({320, 200});
   ASSERT_TRUE(spinUntil([&] { return touches->count == 1; }));
-  gtk_root_set_focus(GTK_ROOT(stage.gtkWindow),
-                     focus);  // a host that does not know that it is covered
+  EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
+  typeKey(stage.gtkWindow, GDK_KEY_k, GDK_KEY_Control_L);
   for (auto key :
        std::initializer_list<guint>{GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Left})
     type(key);
@@ -79,6 +123,8 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresIt) {
   ASSERT_TRUE(spinUntil([&] { return actions == 1; })) << "the one control in reach";
   EXPECT_EQ(entryText(), "abcdef");
   EXPECT_EQ(stage.hostClicks, 1);
+  EXPECT_EQ(demanding.accelerated, 0);
+  EXPECT_EQ(demanding.keys, 0);
 
   dismiss();
   int from = 0, to = 0;
@@ -91,8 +137,38 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresIt) {
   EXPECT_TRUE(gtk_widget_get_mapped(stage.entry));
   type(GDK_KEY_x);
   EXPECT_TRUE(spinUntil([&] { return entryText() == "axdef"; })) << entryText();
+  typeKey(stage.gtkWindow, GDK_KEY_k, GDK_KEY_Control_L);
+  EXPECT_TRUE(spinUntil([&] { return demanding.accelerated == 1; }));
   stage.tap({320, 200});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 2; }));
+}
+
+TEST_F(Presentation, LetsAPageHaveItsKeysButOpenNoMenuOfGtk) {
+  auto page = app.makeWebView({}, {});
+  controller->view()->addSubview(page->view(), Layout::edges(Layout::Area::plain));
+  page->loadHTML("<input id=i style='position:fixed;left:0;top:0;width:100%;height:100%'>",
+                 std::nullopt);
+  present();
+  std::string value;
+  const auto holds = [&](const char* wanted) {
+    return spinUntil([&] {
+      page->evaluateJavaScript("document.activeElement.value + ''",
+                               [&](Result<std::string> got) { value = got.value_or("error"); });
+      stage.pass(0.02);
+      return value == "\"" + std::string(wanted) + "\"";
+    });
+  };
+  ASSERT_TRUE(holds("undefined"));
+  stage.tap({320, 200});
+  ASSERT_TRUE(holds("")) << value;
+  type(GDK_KEY_Menu);
+  typeKey(stage.gtkWindow, GDK_KEY_F10, GDK_KEY_Shift_L);
+  typeKey(stage.gtkWindow, GDK_KEY_period, GDK_KEY_Control_L);
+  typeKey(stage.gtkWindow, GDK_KEY_semicolon, GDK_KEY_Control_L);
+  type(GDK_KEY_x);
+  EXPECT_TRUE(holds("x")) << value;
+  stage.pass(0.3);
+  EXPECT_EQ(popovers(GTK_WIDGET(stage.gtkWindow)), 0);
 }
 
 TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
@@ -107,11 +183,11 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNeverOnMotion) {
   auto is = [&](GtkStateFlags flag) { return (gtk_widget_get_state_flags(widget) & flag) != 0; };
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_PRELIGHT); }));
   EXPECT_EQ(touches->count, 0);
-  EXPECT_EQ(gtk_test_accessible_check_property(GTK_ACCESSIBLE(widget),
-                                               GTK_ACCESSIBLE_PROPERTY_LABEL, "Close"),
-            nullptr);
-  auto* picture = gtk_picture_get_paintable(GTK_PICTURE(gtk_button_get_child(GTK_BUTTON(widget))));
+  auto* faces = GTK_STACK(gtk_button_get_child(GTK_BUTTON(widget)));
+  auto* picture = gtk_picture_get_paintable(GTK_PICTURE(gtk_stack_get_visible_child(faces)));
   EXPECT_GE(gdk_paintable_get_intrinsic_width(picture), 40 * gtk_widget_get_scale_factor(widget));
+  EXPECT_FALSE(button->setImage({"/nonexistent", "icon.close", "x"}, {10, 10, 10, 10}));
+  EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(gtk_stack_get_visible_child(faces))), "x");
 
   pressButton();
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_ACTIVE); }));
@@ -143,16 +219,21 @@ TEST_F(Presentation, FollowsTheWindowWhileTheApplicationTellsTheKeyWindowsShape)
   ASSERT_TRUE(spinUntil([&] { return controller->view()->frame() == Rect{0, 0, 300, 450}; }));
   EXPECT_EQ(stage.shapes.back(), portrait);
 
+  // A window that nothing was asked of, which the SDK leaves as it is.
   auto* other = GTK_WINDOW(gtk_window_new());
+  gtk_window_set_decorated(other, FALSE);
   gtk_window_set_default_size(other, 500, 200);
-  auto others = static_cast<Application&>(app).viewController(other);
+  EXPECT_EQ(app.keyWindow(), stage.window()) << "the other has not been shown";
   gtk_window_present(other);
   ASSERT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
   type(GDK_KEY_x);  // with which the first window becomes the active one
   EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == portrait; }));
   typeKey(other, GDK_KEY_x);
   EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
-  EXPECT_EQ(app.keyWindow()->view(), others->view());
+  EXPECT_EQ(app.keyWindow()->frame(), (Rect{0, 0, 500, 200}));
+  EXPECT_FALSE(gtk_widget_get_first_child(GTK_WIDGET(other)));
+  gtk_window_set_default_size(other, 200, 500);
+  EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == portrait; }));
   EXPECT_GT(app.screenSize().width, 0);
   gtk_window_destroy(other);
   EXPECT_EQ(app.keyWindow(), stage.window());
@@ -185,26 +266,34 @@ TEST_F(Presentation, CoversWhatTheHostPutsInMeanwhileAndShowsItAfterwards) {
   EXPECT_EQ(gtk_window_get_child(stage.gtkWindow), later);
 }
 
-TEST_F(Presentation, CompletesOnceWhereNothingIsDrawnOrAnimated) {
-  auto presentAndDismiss = [&] {
-    int presented = 0, dismissed = 0;
-    stage.host()->present(controller, [&] { ++presented; });
-    controller->dismiss([&] { ++dismissed; });
-    controller->dismiss([&] { ++dismissed; });
-    EXPECT_EQ(presented + dismissed, 0);
-    EXPECT_TRUE(spinUntil([&] { return dismissed == 2; }));
-    EXPECT_EQ(presented, 1);
-    EXPECT_FALSE(controller->isPresented());
-  };
-  gtk_widget_set_visible(GTK_WIDGET(stage.gtkWindow), FALSE);
-  EXPECT_EQ(app.state(), HostApplication::State::background);
-  presentAndDismiss();
-  gtk_window_present(stage.gtkWindow);
-  ASSERT_TRUE(spinUntil([&] { return app.state() == HostApplication::State::active; }));
+TEST_F(Presentation, CompletesOnceWhereNothingIsAnimated) {
   auto* settings = gtk_widget_get_settings(stage.button);
   g_object_set(settings, "gtk-enable-animations", FALSE, nullptr);
-  presentAndDismiss();
+  int presented = 0, dismissed = 0;
+  stage.host()->present(controller, [&] { ++presented; });
+  controller->dismiss([&] { ++dismissed; });
+  controller->dismiss([&] { ++dismissed; });
+  EXPECT_EQ(presented + dismissed, 0);
+  EXPECT_TRUE(spinUntil([&] { return dismissed == 2; }));
+  EXPECT_EQ(presented, 1);
+  EXPECT_FALSE(controller->isPresented());
   g_object_set(settings, "gtk-enable-animations", TRUE, nullptr);
+}
+
+TEST_F(Presentation, SurvivesAWindowThatIsHiddenAndShownAgain) {
+  present();
+  for (int i = 0; i < 5; ++i) {
+    stage.hideWindow();
+    EXPECT_EQ(app.state(), HostApplication::State::background);
+    stage.pass(0.05);
+    stage.showWindow();
+    ASSERT_TRUE(spinUntil([&] { return app.state() == HostApplication::State::active; }));
+    drawFrame(stage.gtkWindow);
+  }
+  int actions = 0;
+  auto button = addButton({100, 100, 60, 60}, actions);
+  stage.tap({130, 130});
+  EXPECT_TRUE(spinUntil([&] { return actions == 1; }));
 }
 
 TEST_F(Presentation, LeavesAPlainTitleBarInReachAndCoversTheHostsOwn) {

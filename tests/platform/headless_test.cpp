@@ -21,6 +21,8 @@ struct Stage {
   void resize(Size size) { window_->setFrame({0, 0, size.width, size.height}); }
   void tap(Point point) { window_->tap(point); }
   void pressEscape() { window_->pressEscape(); }
+  void hideWindow() { window_->setOnScreen(false); }
+  void showWindow() { window_->setOnScreen(true); }
   void destroyWindow() { window_->destroy(); }
 
   headless::Headless h;

@@ -345,11 +345,20 @@ TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
   constexpr const char* kPath = "/net/hadess/SensorProxy";
   constexpr const char* kService = "net.hadess.SensorProxy";
   auto center = std::make_shared<NotificationCenter>();
+  SystemBus system;
+  LinuxDevice desktop(center, system, "/nonexistent");
+  desktop.setWindowOrientation(landscapeRight);
   int changes = 0;
   const auto observation =
       center->addObserver(kOrientationDidChangeNotification, nullptr, [&] { ++changes; });
-  SystemBus system;
-  LinuxDevice device(center, system);
+  TemporaryFolder displays;
+  const auto connect = [&](const char* connector, const char* modes) {
+    std::filesystem::create_directory(displays.path / connector);
+    std::ofstream(displays.path / connector / "modes") << modes;
+  };
+  connect("card0-HDMI-A-1", "1920x1080\n");
+  connect("card0-DSI-1", "720x1440\n");
+  LinuxDevice device(center, system, displays.path);
   const auto becomes = [&](DeviceOrientation wanted) {
     return spinMainLoopUntil([&] { return device.orientation() == wanted; });
   };
@@ -364,7 +373,7 @@ TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
     sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
     sensor->begin();
     EXPECT_TRUE(becomes(portrait));
-    EXPECT_TRUE(spinMainLoopUntil([&] { return sensor->calls("ClaimAccelerometer") == 1; }));
+    EXPECT_TRUE(spinMainLoopUntil([&] { return sensor->calls("ClaimAccelerometer") == 2; }));
     for (const auto& [edge, orientation] : {std::pair{"left-up", landscapeRight},
                                             {"bottom-up", portraitUpsideDown},
                                             {"right-up", landscapeLeft},
@@ -379,6 +388,21 @@ TEST_F(LinuxServices, TheSensorDecidesOnTheOrientationAndTheWindowWithoutIt) {
     EXPECT_TRUE(becomes(landscapeLeft)) << "the service went away";
   }
   EXPECT_EQ(changes, 2 * 8);
+
+  TestService sensor(bus(), kService);
+  sensor.answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
+  sensor.begin();
+  EXPECT_TRUE(becomes(portrait));
+  connect("card0-DSI-1", "1280x800\n800x600\n");
+  SystemBus laptopsBus;
+  const LinuxDevice laptop(center, laptopsBus, displays.path);
+  const auto laptopBecomes = [&](DeviceOrientation wanted) {
+    return spinMainLoopUntil([&] { return laptop.orientation() == wanted; });
+  };
+  EXPECT_TRUE(laptopBecomes(landscapeLeft)) << "the panel lies as it was made";
+  sensor.change(kPath, kService, "{'AccelerometerOrientation': <'left-up'>}");
+  EXPECT_TRUE(laptopBecomes(portrait));
+  EXPECT_EQ(desktop.orientation(), landscapeRight) << "no panel is known";
 }
 
 TEST_F(LinuxServices, TelephonyIsTheFirstRegisteredModems) {

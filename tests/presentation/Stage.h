@@ -146,7 +146,7 @@ class AdStage : public Stage {
     present();
   }
   void present() {
-    ad->showAdFrom(*window->viewController());
+    ad->showAdFrom(window->viewController());
     h.time.advance(0.5);
   }
   void close() {

@@ -24,7 +24,7 @@ TEST_F(AdViews, HaveTheirControlsOverThePageInTheSafeArea) {
   loadPage({.contentType = "video"});
   EXPECT_THAT(host->heard, testing::IsEmpty()) << "a video is ready when it says so";
   page()->navigate("kva://preloadComplete");
-  ad->showAdFrom(*window->viewController());
+  ad->showAdFrom(window->viewController());
   EXPECT_THAT(seen(), ElementsAre("icon.skip")) << "while it is being presented";
   h.time.advance(0.5);
   struct Control {
@@ -62,6 +62,19 @@ TEST_F(AdViews, OfAnImageShowCloseWhenItsTimeHasCome) {
 
   show({.arcDuration = -5});
   EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "this would never end";
+}
+
+TEST_F(AdViews, KeepCloseInReachInATinyWindow) {
+  for (const char* contentType : {"image", "video"}) {
+    window->setFrame({0, 0, 50, 70});
+    makeAd();
+    show({.contentType = contentType});
+    EXPECT_EQ(h.application.button("icon.close")->view()->frameInWindow(), (Rect{0, 10, 50, 60}));
+    EXPECT_TRUE(sees("icon.adchoices"));
+    page()->navigate("kva://videoComplete");
+    h.time.run();
+    close();
+  }
 }
 
 TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {

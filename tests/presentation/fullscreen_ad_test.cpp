@@ -19,7 +19,7 @@ TEST_F(FullscreenAds, TellTheHostFirstAndLeaveNothingBehind) {
     EXPECT_FALSE(h.defaults.get<Bytes>(counters)) << "counted too early";
     EXPECT_THAT(told(), IsEmpty()) << "the host comes before the page";
   };
-  ad->showAdFrom(*window->viewController());
+  ad->showAdFrom(window->viewController());
   EXPECT_FALSE(ad->isLoaded());
   h.time.advance(0.5);
   host->onEvent = nullptr;
@@ -240,9 +240,11 @@ TEST_F(FullscreenAds, GoWithTheirWindowAtAnyMoment) {
     double secondsAfterShow;
     std::vector<std::string> heard;
   };
+  const std::string noWindow = "no present 13 No window.";
   const std::vector<Case> cases = {
-      {"before", -1, {"receive", "dismiss"}},
-      {"presenting", 0.1, {"receive", "dismiss"}},
+      {"before", -1, {"receive", noWindow}},
+      {"hidden", 3, {"receive", noWindow}},
+      {"presenting", 0.1, {"receive", noWindow}},
       {"shown", 3, {"receive", "present", "dismiss"}},
       {"closing", 3, {"receive", "present", "dismiss"}},
   };
@@ -251,7 +253,8 @@ TEST_F(FullscreenAds, GoWithTheirWindowAtAnyMoment) {
     makeAd();
     loadPage();
     if (secondsAfterShow < 0) window->destroy();
-    ad->showAdFrom(*window->viewController());
+    if (when == std::string("hidden")) window->setOnScreen(false);
+    ad->showAdFrom(window->viewController());
     h.time.advance(std::max(0.0, secondsAfterShow));
     if (when == std::string("closing")) tap("icon.close");
     h.time.advance(0.1);
@@ -259,11 +262,44 @@ TEST_F(FullscreenAds, GoWithTheirWindowAtAnyMoment) {
     h.time.advance(3);
     EXPECT_EQ(host->heard, heard);
     EXPECT_EQ(h.application.liveWebViews() + h.application.liveButtons(), 0);
+    const bool wasShown = heard[1] == "present";
     const auto reports = uploadedReports();
-    EXPECT_TRUE(reports[0]["dism"]);
-    EXPECT_EQ(reports[0]["imp"], secondsAfterShow > 1);
+    EXPECT_EQ(reports.is_null(), !wasShown) << reports;
+    if (wasShown) {
+      EXPECT_TRUE(reports[0]["dism"] && reports[0]["imp"]);
+    }
     window = h.application.makeWindow();
   }
+}
+
+TEST_F(FullscreenAds, WaitForTheirWindowToBeOnScreenAndCountDownOnlyWhileItIs) {
+  makeAd(AdType::rewarded);
+  loadPage({.arcDuration = 5, .adType = "rewarded"});
+  window->setOnScreen(false);
+  present();
+  window->setOnScreen(true);
+  h.time.advance(0.1);
+  window->setOnScreen(false);  // while the ad appears
+  h.time.advance(100);
+  EXPECT_THAT(host->heard, ElementsAre("receive"));
+  EXPECT_TRUE(uploadedReports().is_null());
+
+  window->setOnScreen(true);
+  h.time.advance(0.5);
+  EXPECT_THAT(host->heard, ElementsAre("receive", "present"));
+  h.time.advance(3);
+  told();
+  window->setOnScreen(false);
+  h.time.advance(100);
+  EXPECT_THAT(told(), testing::Contains(testing::HasSubstr("viewable: false")));
+  EXPECT_FALSE(sees("icon.close"));
+  window->setOnScreen(true);
+  h.time.advance(1);
+  EXPECT_FALSE(sees("icon.close"));
+  h.time.advance(2);
+  EXPECT_TRUE(sees("icon.close"));
+  EXPECT_THAT(host->heard, ElementsAre("receive", "present", "complete"));
+  close();
 }
 
 TEST_F(FullscreenAds, MayBeLetGoWhileTheyLoadAndWhileTheyAreShown) {

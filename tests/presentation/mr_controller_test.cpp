@@ -19,7 +19,7 @@ TEST_F(MRControllers, TellThePageWhatHasChangedAndNothingElse) {
                                   "mraidbridge.setScreenSize(1280.0, 1024.0);",
                                   "mraidbridge.setMaxSize(400.0, 800.0);",
                                   "window.mraidbridge.fireReadyEvent();"));
-  ad->showAdFrom(*window->viewController());
+  ad->showAdFrom(window->viewController());
   h.application.setScreenSize({1024, 1280});
   h.device.setOrientation(DeviceOrientation::landscapeLeft);
   h.time.advance(0.1);

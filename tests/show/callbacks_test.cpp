@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <stage/RealInput.h>
+#include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include "show/ShowTest.h"
@@ -87,6 +88,50 @@ TEST_F(ShowTest, AWindowThatGoesAwayTakesTheAdWithIt) {
   spinFor(4);  // beyond the countdown
   EXPECT_EQ(recorder->count("didDismiss"), 1);
   EXPECT_TRUE(reportWhen([](const auto& r) { return r.dismissed; }).impression);
+}
+
+/// Counts on which threads the SDK's widgets in a window are destroyed.
+class DestructionThreads {
+ public:
+  explicit DestructionThreads(GtkWidget* window) { watch(window); }
+
+  int watched = 0, onMain = 0, elsewhere = 0;
+
+ private:
+  void watch(GtkWidget* widget) {
+    if (G_OBJECT_TYPE_NAME(widget) == std::string_view("KvaLayoutWidget")) {
+      ++watched;
+      g_object_weak_ref(G_OBJECT(widget), gone, this);
+    }
+    for (auto* child = gtk_widget_get_first_child(widget); child;
+         child = gtk_widget_get_next_sibling(child))
+      watch(child);
+  }
+  static void gone(gpointer self, GObject*) {
+    auto& threads = *static_cast<DestructionThreads*>(self);
+    ++(gettid() == getpid() ? threads.onMain : threads.elsewhere);
+  }
+};
+
+TEST_F(ShowTest, AWorkerMayShowAnAdAndReleaseEverythingAfterTheHost) {
+  start();
+  auto ad = loaded(interstitial);
+  std::thread([&] { ad->showAdFrom(viewController); }).join();
+  ASSERT_TRUE(heard("didPresent"));
+  spinFor(4);  // beyond the countdown
+  clickTopTrailing();
+  ASSERT_TRUE(heard("didDismiss"));
+
+  ad = loaded(interstitial);
+  DestructionThreads threads(GTK_WIDGET(window));
+  EXPECT_GE(threads.watched, 3) << "the layer, the page and what holds it";
+  host.reset();
+  std::thread([ad = std::move(ad), controller = std::move(viewController)]() mutable {
+    ad.reset();
+    controller.reset();
+  }).join();
+  EXPECT_TRUE(spinUntil([&] { return threads.onMain == threads.watched; })) << threads.onMain;
+  EXPECT_EQ(threads.elsewhere, 0);
 }
 
 /// One clip per codec: H.264 in MP4, VP8 in WebM.

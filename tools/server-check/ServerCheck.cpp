@@ -27,9 +27,9 @@ using Json = nlohmann::json;
 constexpr const char* kUnknown = "00000000-1111-4222-8333-444444444444";
 constexpr const char* kAdvertisingId = "7D2B6C51-9A5E-4C1B-9E0C-3B7A1F4D8E62";
 
-class Silence final : public StandardOutput {
+class Silence final : public LogOutput {
  public:
-  void print(std::string_view) override {}
+  void print(LogLevel, std::string_view) override {}
 };
 
 /// A folder for the installation's settings, gone with this object.
@@ -63,7 +63,7 @@ Platform makePlatform(const Options& options, const Home& home) {
   Platform ports = makeLinuxPlatform(linux).ports;
   ports.urlSession =
       std::make_shared<Recorder>(ports.urlSession, options.baseURL, options.timeoutSeconds);
-  ports.standardOutput = std::make_shared<Silence>();
+  ports.logOutput = std::make_shared<Silence>();
   return ports;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include <Kelvara/base/HostCallback.h>
 #include <platform/linux/gtk/NativeButton.h>
 #include <platform/linux/gtk/NativeViewController.h>
 #include <platform/linux/gtk/NativeWebView.h>
@@ -26,21 +27,6 @@ bool displayTellsActiveWindow(GdkDisplay* display) {
   return true;
 }
 
-bool shows(GtkWindow* window) {
-  if (!gtk_widget_get_mapped(GTK_WIDGET(window))) return false;
-  auto* surface = gtk_native_get_surface(GTK_NATIVE(window));
-  return !(gdk_toplevel_get_state(GDK_TOPLEVEL(surface)) & GDK_TOPLEVEL_STATE_MINIMIZED);
-}
-
-bool anyWindowIsActive() {
-  auto* windows = gtk_window_get_toplevels();
-  for (guint i = 0; i < g_list_model_get_n_items(windows); ++i) {
-    auto window = GObjectPtr<GtkWindow>(GTK_WINDOW(g_list_model_get_item(windows, i)));
-    if (gtk_window_is_active(window.get())) return true;
-  }
-  return false;
-}
-
 GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
   auto* display = gdk_display_get_default();
   auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
@@ -54,34 +40,58 @@ GObjectPtr<GdkMonitor> monitorOf(GtkWindow* window) {
 
 Application::Application(Options options)
     : options_(std::move(options)),
-      logError_(std::make_shared<std::function<void(const std::string&)>>(options_.logError)),
-      states_(options_.stateChanged) {}
+      logError_(std::make_shared<std::function<void(const std::string&)>>(options_.logError)) {
+  auto* toplevels = gtk_window_get_toplevels();
+  const auto adoptFrom = [this, toplevels](guint first, guint count) {
+    for (guint i = first; i < first + count; ++i)
+      adopt(GObjectPtr<GtkWindow>(GTK_WINDOW(g_list_model_get_item(toplevels, i))).get());
+  };
+  toplevelsChanged_ = connect<void(guint, guint, guint)>(
+      toplevels, "items-changed",
+      [adoptFrom](guint position, guint, guint added) { adoptFrom(position, added); });
+  adoptFrom(0, g_list_model_get_n_items(toplevels));
+  windowsDidChange();
+}
 
 void Application::leaveWindows() {
+  toplevelsChanged_ = {};
   for (auto& host : std::exchange(windows_, {})) host.window->leave();
 }
 
+void Application::adopt(GtkWindow* window) {
+  windows_.push_back(
+      {.window = NativeWindow::create(window, options_.safeAreaInsets,
+                                      {.changed = [this] { windowsDidChange(); },
+                                       .shown = [this](NativeWindow& shown) { didShow(shown); },
+                                       .destroyed = [this](NativeWindow& gone) { forget(gone); }}),
+       .controller = nullptr,
+       .wasShown = static_cast<bool>(gtk_widget_get_mapped(GTK_WIDGET(window)))});
+}
+
+Application::Windows::iterator Application::find(const NativeWindow& window) {
+  return std::ranges::find(windows_, &window, [](auto& host) { return host.window.get(); });
+}
+
 std::shared_ptr<ViewController> Application::viewController(GtkWindow* window) {
-  auto known =
-      std::ranges::find(windows_, window, [](auto& host) { return host.window->gtkWindow(); });
-  if (known != windows_.end()) {
-    std::rotate(known, known + 1, windows_.end());
-  } else {
-    auto made = NativeWindow::create(window, options_.safeAreaInsets,
-                                     {.changed = [this] { tellShape(); },
-                                      .destroyed = [this](NativeWindow& gone) { forget(gone); }});
-    windows_.push_back({made, std::make_shared<NativeViewController>(made)});
-  }
-  tellShape();
-  return windows_.back().controller;
+  auto host =
+      std::ranges::find(windows_, window, [](auto& one) { return one.window->gtkWindow(); });
+  if (!host->controller) host->controller = NativeViewController::ofHost(host->window);
+  return host->controller;
+}
+
+void Application::didShow(const NativeWindow& window) {
+  auto shown = find(window);
+  shown->wasShown = true;
+  std::rotate(shown, shown + 1, windows_.end());
 }
 
 void Application::forget(const NativeWindow& window) {
-  std::erase_if(windows_, [&](auto& host) { return host.window.get() == &window; });
-  tellShape();
+  if (auto gone = find(window); gone != windows_.end()) windows_.erase(gone);
+  windowsDidChange();
 }
 
-void Application::tellShape() const {
+void Application::windowsDidChange() const {
+  if (options_.stateChanged) options_.stateChanged();
   auto* key = keyHostWindow();
   const Size size = key ? key->window->frame().size() : Size{};
   if (!options_.shapeChanged || size == Size{}) return;
@@ -90,16 +100,21 @@ void Application::tellShape() const {
 }
 
 const Application::HostWindow* Application::keyHostWindow() const {
-  auto active = std::ranges::find_if(
-      windows_, [](auto& host) { return gtk_window_is_active(host.window->gtkWindow()); });
-  if (active != windows_.end()) return &*active;
-  return windows_.empty() ? nullptr : &windows_.back();
+  const HostWindow *onScreen = nullptr, *shown = nullptr;
+  for (const auto& host : windows_) {
+    if (gtk_window_is_active(host.window->gtkWindow())) return &host;
+    if (host.window->isOnScreen()) onScreen = &host;
+    if (host.wasShown) shown = &host;
+  }
+  return onScreen ? onScreen : shown;
 }
 
 HostApplication::State Application::state() const {
   auto* key = keyHostWindow();
-  if (!key || !shows(key->window->gtkWindow())) return State::background;
-  if (anyWindowIsActive()) return State::active;
+  if (!key || !key->window->isOnScreen()) return State::background;
+  const bool isActive = std::ranges::any_of(
+      windows_, [](auto& host) { return gtk_window_is_active(host.window->gtkWindow()); });
+  if (isActive) return State::active;
   return displayTellsActiveWindow(gdk_display_get_default()) ? State::inactive : State::active;
 }
 
@@ -109,7 +124,10 @@ std::shared_ptr<Window> Application::keyWindow() const {
 }
 
 void Application::openURL(const URL& url) {
-  if (options_.openURL) return options_.openURL(url.absoluteString());
+  if (options_.openURL) {
+    const HostCallback callback;
+    return options_.openURL(url.absoluteString());
+  }
   const std::string& address = url.absoluteString();
   g_app_info_launch_default_for_uri_async(
       address.c_str(), nullptr, nullptr, runAsync,

@@ -10,16 +10,17 @@
 #include <Kelvara/platform/HostApplication.h>
 #include <platform/linux/gtk/NativeWindow.h>
 #include <platform/linux/gtk/WebViewPool.h>
-#include <platform/linux/gtk/WindowStates.h>
 
 namespace kva::gtk {
 
-/// The host's GTK application, as far as the SDK is told of its windows: those that
-/// `viewController` was asked for. Main thread only.
+/// The host's GTK application with all of its windows. Main thread only.
 ///
-/// Its state is that of the key window: in the background while that is minimised or not shown,
+/// The key window is the active one; without one, the window on the screen, or else off it, that
+/// was shown last. A window that was never shown is not the key window.
+///
+/// The state is that of the key window: in the background while that is minimised or not shown,
 /// otherwise active when any of the process's windows has the user's attention. A display without
-/// a window manager says so of no window; there, a window that shows counts as active.
+/// a window manager says so of no window; there, a window that is on screen counts as active.
 class Application final : public kva::HostApplication {
  public:
   struct Options {
@@ -38,7 +39,7 @@ class Application final : public kva::HostApplication {
 
   /// The host's own controller for one of its windows; the same one each time.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
-  /// Forgets every window, and takes what is presented in them away.
+  /// Forgets every window, present and future, and takes what is presented in them away.
   void leaveWindows();
   const WebViewPool& webViewPool() const { return pool_; }
 
@@ -54,18 +55,23 @@ class Application final : public kva::HostApplication {
  private:
   struct HostWindow {
     std::shared_ptr<NativeWindow> window;
-    std::shared_ptr<NativeViewController> controller;
+    std::shared_ptr<NativeViewController> controller;  ///< null until it is asked for
+    bool wasShown = false;
   };
+  using Windows = std::vector<HostWindow>;
+  Windows::iterator find(const NativeWindow& window);
   const HostWindow* keyHostWindow() const;
+  void adopt(GtkWindow* window);
+  void didShow(const NativeWindow& window);
   void forget(const NativeWindow& window);
-  void tellShape() const;
+  void windowsDidChange() const;
 
   Options options_;
   /// Shared with openings in progress, which may outlive this object.
   std::shared_ptr<std::function<void(const std::string&)>> logError_;
   WebViewPool pool_;
-  WindowStates states_;
-  std::vector<HostWindow> windows_;  ///< the one asked for last is the last
+  Windows windows_;  ///< the one shown last is the last
+  Subscription toplevelsChanged_;
 };
 
 }  // namespace kva::gtk

@@ -28,7 +28,8 @@ class WeakRef {
   mutable GWeakRef ref_;
 };
 
-/// A C++ function connected to a signal; dropping it disconnects. The object may go first.
+/// A C++ function connected to a signal; destroying it disconnects. The object may be destroyed
+/// first.
 class Subscription {
  public:
   Subscription() = default;
@@ -76,7 +77,7 @@ GObjectPtr<T> sink(T* object) {
   return GObjectPtr<T>(object);
 }
 
-/// A call that the main loop will make once; dropping it means silence.
+/// A call that the main loop will make once; destroying the handle cancels it.
 class PendingCall {
  public:
   using Call = std::move_only_function<void()>;

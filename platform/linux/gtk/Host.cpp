@@ -1,16 +1,16 @@
 #include <Kelvara/KelvaraGtk.h>
 
-#include <unistd.h>
-
 #include <optional>
 #include <utility>
 
 #include <Kelvara/base/Fatal.h>
+#include <Kelvara/base/HostCallback.h>
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ProcessOutput.h>
+#include <platform/linux/Threads.h>
 #include <platform/linux/gtk/Application.h>
 
 namespace kva::gtk {
@@ -64,7 +64,7 @@ void warnWithoutResources() {
 }
 
 void requireMainThread(const char* what) {
-  if (gettid() != getpid()) fatal(std::string(what) + " belongs on the main thread");
+  if (!isMainThread()) fatal(std::string(what) + " belongs on the main thread");
 }
 
 }  // namespace
@@ -86,7 +86,7 @@ struct Host::Impl {
     Log::shared().setLogLevel(static_cast<kva::LogLevel>(options.logLevel));
     warnWithoutResources();
   }
-  // Ads that are on show hear of their end while there still is a runtime to report it to.
+  // Ads that are on screen are torn down while there is a runtime to report it to.
   ~Impl() { application->leaveWindows(); }
 
   LinuxPlatform linux;
@@ -101,7 +101,10 @@ Host::Host(HostOptions options) {
   impl_ = std::make_unique<Impl>(options);
 }
 
-Host::~Host() = default;
+Host::~Host() {
+  requireMainThread("the end of a kva::gtk::Host");
+  if (HostCallback::isRunning()) fatal("a kva::gtk::Host is destroyed in a callback of the SDK");
+}
 
 std::shared_ptr<ViewController> Host::viewController(GtkWindow* window) {
   requireMainThread("kva::gtk::Host::viewController");

@@ -14,7 +14,9 @@ constexpr const char* kStyle =
     ".kelvara-control:active { opacity: 0.5; }"
     ".kelvara-control:focus-visible {"
     "  border-radius: 8px; outline: 2px solid #fff; outline-offset: -4px;"
-    "  box-shadow: inset 0 0 0 2px #0b57d0; }";
+    "  box-shadow: inset 0 0 0 2px #0b57d0; }"
+    ".kelvara-symbol {"
+    "  color: #fff; background: rgba(0, 0, 0, 0.6); border-radius: 999px; font: bold 20px sans; }";
 
 void addStyleOnce(GdkDisplay* display) {
   constexpr const char* kKey = "kelvara-control-style";
@@ -32,12 +34,17 @@ int pixels(double length) { return static_cast<int>(std::lround(length)); }
 
 NativeButton::NativeButton()
     : picture_(gtk_picture_new()),
+      symbol_(gtk_label_new(nullptr)),
+      faces_(gtk_stack_new()),
       button_(gtk_button_new()),
       view_(std::make_shared<NativeView>(Rect{}, button_)) {
   addStyleOnce(gtk_widget_get_display(button_));
   gtk_widget_add_css_class(button_, kStyleClass);
   gtk_picture_set_can_shrink(GTK_PICTURE(picture_), TRUE);
-  gtk_button_set_child(GTK_BUTTON(button_), picture_);
+  gtk_widget_add_css_class(symbol_, "kelvara-symbol");
+  gtk_stack_add_child(GTK_STACK(faces_), picture_);
+  gtk_stack_add_child(GTK_STACK(faces_), symbol_);
+  gtk_button_set_child(GTK_BUTTON(button_), faces_);
   clicked_ = connect<void()>(button_, "clicked", [this] {
     auto self = shared_from_this();
     if (auto action = action_) action();
@@ -48,25 +55,29 @@ NativeButton::NativeButton()
                                        [this](GParamSpec*) { showImage(); });
 }
 
-void NativeButton::setImage(Image image, EdgeInsets insets) {
+bool NativeButton::setImage(Image image, EdgeInsets insets) {
   image_ = std::move(image);
-  gtk_widget_set_margin_top(picture_, pixels(insets.top));
-  gtk_widget_set_margin_bottom(picture_, pixels(insets.bottom));
-  gtk_widget_set_margin_start(picture_, pixels(insets.left));
-  gtk_widget_set_margin_end(picture_, pixels(insets.right));
-  showImage();
+  gtk_label_set_text(GTK_LABEL(symbol_), image_.symbol.c_str());
+  gtk_widget_set_margin_top(faces_, pixels(insets.top));
+  gtk_widget_set_margin_bottom(faces_, pixels(insets.bottom));
+  gtk_widget_set_margin_start(faces_, pixels(insets.left));
+  gtk_widget_set_margin_end(faces_, pixels(insets.right));
+  return showImage();
 }
 
-void NativeButton::showImage() {
-  if (image_.name.empty()) return;
+bool NativeButton::showImage() {
   const auto once = image_.bundle / (image_.name + ".png");
   const auto twice = image_.bundle / (image_.name + "@2x.png");
   const bool dense = gtk_widget_get_scale_factor(button_) > 1;
   for (const auto& file : {dense ? twice : once, dense ? once : twice}) {
     auto texture = GObjectPtr<GdkTexture>(gdk_texture_new_from_filename(file.c_str(), nullptr));
+    if (!texture) continue;
     gtk_picture_set_paintable(GTK_PICTURE(picture_), GDK_PAINTABLE(texture.get()));
-    if (texture) return;
+    gtk_stack_set_visible_child(GTK_STACK(faces_), picture_);
+    return true;
   }
+  gtk_stack_set_visible_child(GTK_STACK(faces_), symbol_);
+  return false;
 }
 
 void NativeButton::setAccessibleName(const std::string& name) {

@@ -7,23 +7,25 @@
 
 namespace kva::gtk {
 
-/// A GTK button that looks like its image alone: dimmed while it is pressed, ringed while the
-/// keyboard's focus is on it. Main thread only.
+/// A GTK button that looks like its image alone: dimmed while it is pressed, ringed while it has
+/// the keyboard focus. Without an image it shows the symbol on a dark disc. Main thread only.
 class NativeButton final : public kva::Button, public std::enable_shared_from_this<NativeButton> {
  public:
   NativeButton();
 
   std::shared_ptr<View> view() override { return view_; }
-  void setImage(Image image, EdgeInsets insets) override;
+  bool setImage(Image image, EdgeInsets insets) override;
   void setAccessibleName(const std::string& name) override;
   void setAction(std::function<void()> touchedUpInside) override {
     action_ = std::move(touchedUpInside);
   }
 
  private:
-  void showImage();
+  bool showImage();
 
   GtkWidget* picture_;
+  GtkWidget* symbol_;
+  GtkWidget* faces_;  ///< a stack of the picture and the symbol
   GtkWidget* button_;
   std::shared_ptr<NativeView> view_;
   Image image_;

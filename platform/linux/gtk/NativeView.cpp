@@ -24,8 +24,10 @@ Rect place(const Layout& layout, Size superview, const EdgeInsets& safe) {
   const bool leading = layout.corner == topLeading || layout.corner == bottomLeading;
   const bool top = layout.corner == topLeading || layout.corner == topTrailing;
   const bool left = leading == (gtk_widget_get_default_direction() != GTK_TEXT_DIR_RTL);
-  auto [width, height] = layout.rect.size();
-  return {left ? area.x : area.x + area.width - width, top ? area.y : area.y + area.height - height,
+  const double width = std::min(layout.rect.width, superview.width);
+  const double height = std::min(layout.rect.height, superview.height);
+  return {std::clamp(left ? area.x : area.x + area.width - width, 0.0, superview.width - width),
+          std::clamp(top ? area.y : area.y + area.height - height, 0.0, superview.height - height),
           width, height};
 }
 
@@ -180,11 +182,13 @@ void NativeView::setHidden(bool hidden) {
   relayout();
 }
 
-// GTK passes a widget's wish for a layout up, but not beyond one that waits for its own. On a busy
-// machine the layer has been seen to wait for one that never came, and the ad's controls with it.
-// The window hears of it here, whatever its layer waits for.
+// GTK passes a request for a layout up only as far as the first widget with a request pending. One
+// that nobody has measured since keeps its request pending, and hides what is requested below it.
+// So each view up to the window is told, whatever is pending.
 void NativeView::relayout() {
-  if (auto window = nativeWindow()) window->relayout();
+  gtk_widget_queue_allocate(widget());
+  if (auto superview = superview_.lock()) return superview->relayout();
+  if (auto window = rootOf_.lock()) window->relayout();
 }
 
 bool NativeView::isHidden() const { return !gtk_widget_get_visible(widget()); }

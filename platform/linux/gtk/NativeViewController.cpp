@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <Kelvara/base/Fatal.h>
+#include <platform/linux/Threads.h>
 #include <platform/linux/gtk/NativeWindow.h>
 
 namespace kva::gtk {
@@ -35,9 +36,17 @@ gboolean fadeFrame(GtkWidget*, GdkFrameClock*, gpointer data) {
 
 NativeViewController::NativeViewController() : view_(std::make_shared<NativeView>(Rect{})) {}
 
-NativeViewController::NativeViewController(std::weak_ptr<NativeWindow> window)
-    : window_(std::move(window)),
-      view_(std::static_pointer_cast<NativeView>(window_.lock()->view())) {}
+NativeViewController::NativeViewController(const std::shared_ptr<NativeWindow>& window)
+    : window_(window), view_(std::static_pointer_cast<NativeView>(window->view())) {}
+
+std::shared_ptr<NativeViewController> NativeViewController::ofHost(
+    const std::shared_ptr<NativeWindow>& window) {
+  return {new NativeViewController(window), [](NativeViewController* controller) {
+            if (isMainThread()) return delete controller;
+            g_idle_add_once([](gpointer data) { delete static_cast<NativeViewController*>(data); },
+                            controller);
+          }};
+}
 
 void NativeViewController::cancelRequested() {
   if (phase_ != Phase::appearing && phase_ != Phase::shown) return;
@@ -49,15 +58,22 @@ void NativeViewController::present(std::shared_ptr<ViewController> controller,
   auto other = std::static_pointer_cast<NativeViewController>(controller);
   if (other->isPresented()) fatal("A view controller is presented that is presented already.");
   auto window = window_.lock();
-  if (window && window->gtkWindow()) return other->appear(window, std::move(completed));
-  other->callLater([other = other.get()] {
-    if (auto delegate = other->delegate_.lock()) delegate->viewControllerWasTornDown();
-  });
+  if (!window || !window->gtkWindow())
+    fatal("A view controller without a window presents another.");
+  other->window_ = window;
+  other->appeared_ = std::move(completed);
+  other->wait();
+  if (window->isOnScreen()) other->appear();
+  window->cover(other);
 }
 
 void NativeViewController::dismiss(Completion completed) {
   if (phase_ == Phase::away) return callLater(std::move(completed));
   disappeared_.push_back(std::move(completed));
+  if (phase_ == Phase::waiting) {
+    appeared_ = nullptr;
+    phase_ = Phase::shown;
+  }
   if (phase_ == Phase::appearing) didAppear();
   if (phase_ == Phase::shown) disappear();
 }
@@ -76,12 +92,24 @@ void NativeViewController::windowIsGone() {
   if (auto delegate = delegate_.lock()) delegate->viewControllerWasTornDown();
 }
 
-void NativeViewController::appear(std::shared_ptr<NativeWindow> window, Completion completed) {
+void NativeViewController::wait() {
+  stopFading();
+  phase_ = Phase::waiting;
+  view_->setTransition(0);
+}
+
+void NativeViewController::appear() {
   phase_ = Phase::appearing;
-  window_ = window;
-  appeared_ = std::move(completed);
   fade(0, 1, &NativeViewController::didAppear);
-  window->cover(shared_from_this());
+}
+
+void NativeViewController::onScreenDidChange() {
+  auto self = shared_from_this();
+  const bool isOnScreen = window_.lock()->isOnScreen();
+  if (phase_ == Phase::waiting && isOnScreen) return appear();
+  if (phase_ == Phase::appearing && !isOnScreen) return wait();
+  if (phase_ != Phase::shown) return;
+  if (auto delegate = delegate_.lock()) delegate->viewControllerDidChangeOnScreen();
 }
 
 void NativeViewController::didAppear() {
@@ -121,7 +149,7 @@ void NativeViewController::fade(double from, double to, void (NativeViewControll
         gtk_widget_add_tick_callback(view_->widget(), fadeFrame, new Fade{view_.get(), from, to},
                                      [](gpointer data) { delete static_cast<Fade*>(data); });
   }
-  // Not the frame clock's to end: a window that is minimised or not yet shown has no frames.
+  // A timer ends it, because a window that is minimised has no frames.
   fadeEnd_ = PendingCall::after(duration, [this, done] { (this->*done)(); });
 }
 

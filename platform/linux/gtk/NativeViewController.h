@@ -11,18 +11,20 @@ namespace kva::gtk {
 class NativeWindow;
 
 /// The host's own controller of a window, or one that is presented over it with a fade of 0.2 s
-/// (none where GTK's animations are switched off). Main thread only.
+/// (none where GTK's animations are switched off). Main thread only, but for the release of the
+/// host's own.
 class NativeViewController final : public kva::ViewController,
                                    public std::enable_shared_from_this<NativeViewController> {
  public:
   /// One to be presented.
   NativeViewController();
-  /// The host's own.
-  explicit NativeViewController(std::weak_ptr<NativeWindow> window);
+  /// The host's own, which a host may release on any thread: its widgets go on the main one.
+  static std::shared_ptr<NativeViewController> ofHost(const std::shared_ptr<NativeWindow>& window);
   ~NativeViewController() override { stopFading(); }
 
   NativeView& nativeView() { return *view_; }
   void cancelRequested();
+  void onScreenDidChange();
   void windowIsGone();
 
   // kva::ViewController
@@ -36,10 +38,13 @@ class NativeViewController final : public kva::ViewController,
   void dismiss(std::move_only_function<void()> completed) override;
 
  private:
-  enum class Phase { away, appearing, shown, disappearing };
+  /// Waiting: for its window to come on screen.
+  enum class Phase { away, waiting, appearing, shown, disappearing };
   using Completion = std::move_only_function<void()>;
 
-  void appear(std::shared_ptr<NativeWindow> window, Completion completed);
+  explicit NativeViewController(const std::shared_ptr<NativeWindow>& window);
+  void wait();
+  void appear();
   void didAppear();
   void disappear();
   void didDisappear();

@@ -11,7 +11,13 @@ namespace {
 constexpr auto kModifiers = GdkModifierType(GDK_CONTROL_MASK | GDK_ALT_MASK | GDK_SHIFT_MASK |
                                             GDK_SUPER_MASK | GDK_META_MASK);
 
-/// How far the title bar that GTK draws for want of a window manager's reaches down.
+#if GTK_CHECK_VERSION(4, 12, 0)
+constexpr int kUnseen = GDK_TOPLEVEL_STATE_MINIMIZED | GDK_TOPLEVEL_STATE_SUSPENDED;
+#else
+constexpr int kUnseen = GDK_TOPLEVEL_STATE_MINIMIZED;
+#endif
+
+/// How far the title bar that GTK draws without a window manager reaches down.
 int plainTitleBarHeight(GtkWindow* window) {
   for (auto* child = gtk_widget_get_first_child(GTK_WIDGET(window)); child;
        child = gtk_widget_get_next_sibling(child)) {
@@ -22,65 +28,136 @@ int plainTitleBarHeight(GtkWindow* window) {
   return 0;
 }
 
+/// Keys that make a page's text field open a menu or an emoji chooser of GTK over the ad.
+bool opensPopup(guint key, int modifiers) {
+  if (key == GDK_KEY_Menu) return true;
+  if (key == GDK_KEY_F10) return modifiers == GDK_SHIFT_MASK;
+  return (key == GDK_KEY_period || key == GDK_KEY_semicolon) && (modifiers & GDK_CONTROL_MASK);
+}
+
 }  // namespace
 
 std::shared_ptr<NativeWindow> NativeWindow::create(GtkWindow* window, EdgeInsets safeAreaInsets,
                                                    Events events) {
   std::shared_ptr<NativeWindow> made(new NativeWindow(window, safeAreaInsets, std::move(events)));
-  made->attach();
+  made->observe();
   return made;
 }
 
 NativeWindow::NativeWindow(GtkWindow* window, EdgeInsets safeAreaInsets, Events events)
-    : window_(window),
-      safeAreaInsets_(safeAreaInsets),
-      events_(std::move(events)),
-      layer_(std::make_shared<NativeView>(Rect{})) {}
+    : window_(window), safeAreaInsets_(safeAreaInsets), events_(std::move(events)) {}
 
 NativeWindow::~NativeWindow() {
   if (window_) detach();
 }
 
+void NativeWindow::observe() {
+  connections_.push_back(connect<void()>(window_, "destroy", [this] { leave(); }));
+  connections_.push_back(connect<void()>(window_, "map", [this] {
+    observeSurface();
+    if (!contentShows_) showBelow(false);
+    events_.shown(*this);
+    didChange();
+  }));
+  connections_.push_back(connect<void()>(window_, "unmap", [this] {
+    // A window that is mapped again maps its child, which must be visible for that.
+    if (!contentShows_) setContentVisible(true);
+    didChange();
+  }));
+  connections_.push_back(connect<void(GParamSpec*)>(window_, "notify::is-active",
+                                                    [this](GParamSpec*) { events_.changed(); }));
+  if (!gtk_widget_get_mapped(GTK_WIDGET(window_))) return;
+  observeSurface();
+  lastFrame_ = frame();
+  wasOnScreen_ = isOnScreen();
+}
+
+// A window has another surface each time that it is realized. GTK lays the window out on "layout",
+// before this.
+void NativeWindow::observeSurface() {
+  auto* surface = gtk_native_get_surface(GTK_NATIVE(window_));
+  surfaceConnections_.clear();
+  surfaceConnections_.push_back(
+      connect<void(int, int)>(surface, "layout", [this](int, int) { didChange(); }));
+  surfaceConnections_.push_back(
+      connect<void(GParamSpec*)>(surface, "notify::state", [this](GParamSpec*) { didChange(); }));
+}
+
+void NativeWindow::didChange() {
+  auto self = shared_from_this();
+  const bool showsOrHides = std::exchange(wasOnScreen_, isOnScreen()) != wasOnScreen_;
+  const bool isResized = std::exchange(lastFrame_, frame()) != lastFrame_;
+  if (showsOrHides)
+    for (const auto& controller : std::vector(controllers_)) controller->onScreenDidChange();
+  if (showsOrHides || isResized) events_.changed();
+}
+
+bool NativeWindow::isOnScreen() const {
+  if (!window_ || !gtk_widget_get_mapped(GTK_WIDGET(window_))) return false;
+  auto* surface = gtk_native_get_surface(GTK_NATIVE(window_));
+  return !(gdk_toplevel_get_state(GDK_TOPLEVEL(surface)) & kUnseen);
+}
+
+Rect NativeWindow::frame() const {
+  if (layer_) return layer_->frame();
+  if (!window_) return {};
+  const int height = gtk_widget_get_height(GTK_WIDGET(window_)) - plainTitleBarHeight(window_);
+  return {0, 0, static_cast<double>(gtk_widget_get_width(GTK_WIDGET(window_))),
+          static_cast<double>(std::max(0, height))};
+}
+
+std::shared_ptr<View> NativeWindow::view() {
+  if (!layer_) attach();
+  return layer_;
+}
+
 void NativeWindow::attach() {
+  const Size size = frame().size();
+  layer_ = std::make_shared<NativeView>(Rect{});
+  if (!window_) return;
+  layer_->setRootSize(size);
   layer_->becomeRoot(weak_from_this());
   auto* window = GTK_WIDGET(window_);
   gtk_widget_insert_before(layer_->widget(), window, nullptr);
   gtk_widget_set_layout_manager(
       window, windowLayoutNew([this](int width, int height) { placeLayer(width, height); }));
-  addControllers();
-  connections_.push_back(connect<void()>(window, "destroy", [this] { leave(); }));
   for (auto* property : {"notify::child", "notify::titlebar"})
     connections_.push_back(
         connect<void(GParamSpec*)>(window, property, [this](GParamSpec*) { contentChanged(); }));
-  connections_.push_back(connect<void(GParamSpec*)>(window, "notify::is-active",
-                                                    [this](GParamSpec*) { events_.changed(); }));
   connections_.push_back(connect<void(GParamSpec*)>(window, "notify::focus-widget",
-                                                    [this](GParamSpec*) { keepFocus(); }));
+                                                    [this](GParamSpec*) { focusChanged(); }));
   gtk_widget_queue_resize(window);
 }
 
-void NativeWindow::addControllers() {
-  using Keys = gboolean(guint, guint, GdkModifierType);
-  firstKeys_ = gtk_event_controller_key_new();
-  gtk_event_controller_set_propagation_phase(firstKeys_, GTK_PHASE_CAPTURE);
-  connections_.push_back(
-      connect<Keys>(firstKeys_, "key-pressed",
-                    [this](guint key, guint, GdkModifierType held) { return sawKey(key, held); }));
-  gtk_widget_add_controller(GTK_WIDGET(window_), firstKeys_);
+// A window's newest controller comes first: while an ad is shown it takes every key before the
+// accelerators of the host's application, which look at keys in the same phase.
+void NativeWindow::addKeys() {
+  using Pressed = gboolean(guint, guint, GdkModifierType);
+  using Released = void(guint, guint, GdkModifierType);
+  keys_ = gtk_event_controller_key_new();
+  gtk_event_controller_set_propagation_phase(keys_, GTK_PHASE_CAPTURE);
+  keyPressed_ = connect<Pressed>(
+      keys_, "key-pressed",
+      [this](guint key, guint, GdkModifierType held) { return takeKey(key, held); });
+  keyReleased_ = connect<Released>(keys_, "key-released",
+                                   [this](guint, guint, GdkModifierType) { forwardKey(); });
+  gtk_widget_add_controller(GTK_WIDGET(window_), keys_);
+}
 
-  auto* keys = gtk_event_controller_key_new();
-  connections_.push_back(
-      connect<Keys>(keys, "key-pressed",
-                    [this](guint key, guint, GdkModifierType held) { return keepKey(key, held); }));
-  gtk_widget_add_controller(layer_->widget(), keys);
+void NativeWindow::removeKeys() {
+  keyPressed_ = {};
+  keyReleased_ = {};
+  gtk_widget_remove_controller(GTK_WIDGET(window_), std::exchange(keys_, nullptr));
 }
 
 void NativeWindow::detach() {
   connections_.clear();
-  refocus_.cancel();
-  gtk_widget_remove_controller(GTK_WIDGET(window_), firstKeys_);
-  gtk_widget_unparent(layer_->widget());
-  gtk_widget_set_layout_manager(GTK_WIDGET(window_), nullptr);
+  surfaceConnections_.clear();
+  if (keys_) removeKeys();
+  if (layer_) {
+    gtk_widget_unparent(layer_->widget());
+    gtk_widget_set_layout_manager(GTK_WIDGET(window_), nullptr);
+  }
   window_ = nullptr;
 }
 
@@ -90,23 +167,24 @@ void NativeWindow::leave() {
   if (!contentShows_) showBelow(true);
   if (isCovered() && !gtk_widget_in_destruction(GTK_WIDGET(window_))) restoreFocus();
   detach();
-  // Those who hear of their end below find this window gone.
+  // The delegates that are notified below find this window gone.
   events_.destroyed(*this);
   while (!controllers_.empty()) {
     auto controller = std::move(controllers_.back());
     controllers_.pop_back();
     controller->windowIsGone();
   }
-  layer_->becomeRoot({});
+  if (layer_) layer_->becomeRoot({});
 }
 
 void NativeWindow::relayout() {
-  if (window_) gtk_widget_queue_resize(GTK_WIDGET(window_));
+  if (!window_) return;
+  gtk_widget_queue_allocate(GTK_WIDGET(window_));
+  gtk_widget_queue_resize(GTK_WIDGET(window_));
 }
 
 void NativeWindow::placeLayer(int width, int height) {
   const int top = plainTitleBarHeight(window_);
-  const Rect before = frame();
   height = std::max(0, height - top);
   layer_->setRootSize({static_cast<double>(width), static_cast<double>(height)});
   int minimum = 0;
@@ -115,7 +193,6 @@ void NativeWindow::placeLayer(int width, int height) {
   gtk_widget_measure(layer, GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
   const graphene_point_t origin{0, static_cast<float>(top)};
   gtk_widget_allocate(layer, width, height, -1, gsk_transform_translate(nullptr, &origin));
-  if (before != frame()) events_.changed();
 }
 
 void NativeWindow::contentChanged() {
@@ -125,6 +202,10 @@ void NativeWindow::contentChanged() {
 
 void NativeWindow::showBelow(bool visible) {
   contentShows_ = visible;
+  setContentVisible(visible);
+}
+
+void NativeWindow::setContentVisible(bool visible) {
   if (auto* content = gtk_window_get_child(window_)) gtk_widget_set_child_visible(content, visible);
 }
 
@@ -132,8 +213,9 @@ void NativeWindow::cover(std::shared_ptr<NativeViewController> controller) {
   if (!isCovered()) {
     hostFocus_.set(gtk_window_get_focus(window_));
     hostFocusVisible_ = gtk_window_get_focus_visible(window_);
+    addKeys();
   }
-  layer_->addSubview(controller->view(), Layout::edges(Layout::Area::plain));
+  view()->addSubview(controller->view(), Layout::edges(Layout::Area::plain));
   controllers_.push_back(std::move(controller));
   focusCover();
 }
@@ -146,11 +228,12 @@ void NativeWindow::willUncover(const NativeViewController& controller) {
 
 void NativeWindow::uncover(const NativeViewController& controller) {
   std::erase_if(controllers_, [&](auto& one) { return one.get() == &controller; });
-  isCovered() ? focusCover() : restoreFocus();
+  if (isCovered()) return focusCover();
+  removeKeys();
+  restoreFocus();
 }
 
 void NativeWindow::restoreFocus() {
-  refocus_.cancel();
   auto focus = hostFocus_.get();
   const bool isThere = focus && gtk_widget_get_root(focus.get()) == GTK_ROOT(window_);
   // Not by grabbing it, upon which an entry would select its text.
@@ -158,16 +241,14 @@ void NativeWindow::restoreFocus() {
   gtk_window_set_focus_visible(window_, hostFocusVisible_);
 }
 
-void NativeWindow::keepFocus() {
-  if (!isCovered()) return;
+// The SDK takes the focus once, when it covers the window. A host's widget that takes it back may
+// keep it, and gets no key.
+void NativeWindow::focusChanged() {
   auto* focus = gtk_window_get_focus(window_);
-  if (focus && gtk_widget_is_ancestor(focus, layer_->widget())) return;
-  if (focus == layer_->widget()) return;
+  if (!isCovered() || !focus) return;
+  const bool isOurs = focus == layer_->widget() || gtk_widget_is_ancestor(focus, layer_->widget());
   // What the host focuses meanwhile has the focus afterwards.
-  if (focus) hostFocus_.set(focus);
-  // Later, for GTK is in the midst of moving it, or the window of going away.
-  refocus_ = PendingCall::after(
-      0, [this] { focusCover(); }, G_PRIORITY_HIGH);
+  (isOurs ? coverFocus_ : hostFocus_).set(focus);
 }
 
 void NativeWindow::focusCover() {
@@ -185,24 +266,32 @@ void NativeWindow::moveFocus(GtkDirectionType direction) {
   gtk_widget_child_focus(top, direction);
 }
 
-bool NativeWindow::sawKey(guint key, GdkModifierType modifiers) {
-  if (!isCovered()) return GDK_EVENT_PROPAGATE;
-  if (modifiers & kModifiers) return GDK_EVENT_PROPAGATE;
-  if (key != GDK_KEY_Escape && key != GDK_KEY_Back) return GDK_EVENT_PROPAGATE;
+bool NativeWindow::takeKey(guint key, GdkModifierType modifiers) {
   auto self = shared_from_this();
-  auto top = controllers_.back();
-  top->cancelRequested();
-  return GDK_EVENT_STOP;
-}
-
-bool NativeWindow::keepKey(guint key, GdkModifierType) {
-  if (!isCovered()) return GDK_EVENT_PROPAGATE;
-  if (key == GDK_KEY_Tab || key == GDK_KEY_KP_Tab || key == GDK_KEY_ISO_Left_Tab) {
+  const int held = modifiers & kModifiers;
+  if (!held && (key == GDK_KEY_Escape || key == GDK_KEY_Back)) {
+    auto top = controllers_.back();
+    top->cancelRequested();
+  } else if (!opensPopup(key, held) && !forwardKey() &&
+             (key == GDK_KEY_Tab || key == GDK_KEY_KP_Tab || key == GDK_KEY_ISO_Left_Tab)) {
     gtk_window_set_focus_visible(window_, TRUE);
     moveFocus(key == GDK_KEY_ISO_Left_Tab ? GTK_DIR_TAB_BACKWARD : GTK_DIR_TAB_FORWARD);
   }
-  // Nothing of the host's hears of it: no mnemonic, no default button.
   return GDK_EVENT_STOP;
+}
+
+bool NativeWindow::forwardKey() {
+  auto focus = coverFocus_.get();
+  auto* top = controllers_.back()->nativeView().widget();
+  if (!focus || !gtk_widget_is_ancestor(focus.get(), top)) return false;
+  if (!gtk_widget_get_mapped(focus.get())) return false;
+  // From the outermost view to the focus, as GTK would pass it on.
+  std::vector<GtkWidget*> path;
+  for (auto* widget = focus.get(); widget != top; widget = gtk_widget_get_parent(widget))
+    path.push_back(widget);
+  return std::ranges::any_of(path.rbegin(), path.rend(), [this](auto* widget) {
+    return gtk_event_controller_key_forward(GTK_EVENT_CONTROLLER_KEY(keys_), widget);
+  });
 }
 
 }  // namespace kva::gtk

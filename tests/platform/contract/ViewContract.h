@@ -23,6 +23,8 @@ namespace kva::test {
 ///   void resize(Size);                             // asks for another size of the window
 ///   void tap(Point);                               // a press and release there in the window
 ///   void pressEscape();
+///   void hideWindow();
+///   void showWindow();
 ///   void destroyWindow();
 template <class Subject>
 class ViewContract : public testing::Test {
@@ -37,7 +39,8 @@ class ViewContract : public testing::Test {
     void viewWasTouched() override { touched(); }
   };
   struct ControllerListener : ViewControllerDelegate {
-    int cancels = 0, tornDown = 0;
+    int cancels = 0, screenChanges = 0, tornDown = 0;
+    void viewControllerDidChangeOnScreen() override { ++screenChanges; }
     void viewControllerDidRequestCancel() override { ++cancels; }
     void viewControllerWasTornDown() override { ++tornDown; }
   };
@@ -242,6 +245,46 @@ TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndGoesAsItCame) {
   EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
 }
 
+TYPED_TEST_P(ViewContract, PresentationWaitsForItsWindowToBeOnScreen) {
+  auto delegate = std::make_shared<typename TestFixture::ControllerListener>();
+  auto controller = this->app.makeViewController(), dismissed = this->app.makeViewController();
+  controller->setDelegate(delegate);
+  bool completed = false;
+  EXPECT_TRUE(this->subject.window()->isOnScreen());
+  this->subject.hideWindow();
+  EXPECT_FALSE(this->subject.window()->isOnScreen());
+  this->subject.host()->present(controller, [&] { completed = true; });
+  controller->present(dismissed, [] { ADD_FAILURE() << "it was dismissed before"; });
+  EXPECT_TRUE(controller->isPresented());
+  this->dismiss(dismissed);
+  this->subject.pass(1);
+  EXPECT_FALSE(completed);
+  this->subject.showWindow();
+  EXPECT_TRUE(this->subject.spinUntil([&] { return completed; }));
+  EXPECT_EQ(delegate->screenChanges, 0);
+  this->subject.hideWindow();
+  EXPECT_TRUE(this->subject.spinUntil([&] { return delegate->screenChanges == 1; }));
+  this->subject.showWindow();
+  EXPECT_TRUE(this->subject.spinUntil([&] { return delegate->screenChanges == 2; }));
+  this->dismiss(controller);
+}
+
+TYPED_TEST_P(ViewContract, KeepsCornersWithinASuperviewThatIsTooSmall) {
+  using enum Layout::Corner;
+  auto low = this->add(this->stage, Layout::frame({0, 0, 100, 25}));
+  const auto boxIn = [&](Layout::Corner corner) {
+    return this->add(low, Layout::atCorner(corner, {60, 60}, Layout::Area::safe));
+  };
+  for (const auto corner : {topLeading, topTrailing, bottomLeading, bottomTrailing})
+    EXPECT_EQ(boxIn(corner)->frame().size(), (Size{60, 25}));
+  low->removeFromSuperview();
+  const double width = this->windowSize().width;
+  auto wide = this->add(this->stage, Layout::frame({0, 0, width, 70}));
+  auto box = this->add(wide, Layout::atCorner(topTrailing, {60, 60}, Layout::Area::safe));
+  const double right = this->subject.window()->safeAreaInsets().right;
+  this->expectComesToStandAt(box, {width - right - 60, 10, 60, 60});
+}
+
 TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
   std::vector<std::shared_ptr<typename TestFixture::ControllerListener>> heard;
   const auto listener = [&] {
@@ -252,7 +295,7 @@ TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
   };
   auto host = this->subject.host();
   auto shown = this->present(host, listener());
-  auto underWay = this->app.makeViewController(), late = this->app.makeViewController();
+  auto underWay = this->app.makeViewController();
   underWay->setDelegate(listener());
   shown->present(underWay, [] { ADD_FAILURE() << "its window went first"; });
   shown->dismiss([] { ADD_FAILURE() << "its window went first"; });
@@ -263,11 +306,7 @@ TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
   EXPECT_FALSE(shown->isPresented());
   EXPECT_FALSE(shown->view()->window());
   EXPECT_FALSE(this->app.keyWindow());
-
-  late->setDelegate(listener());
-  host->present(late, [] { ADD_FAILURE() << "there is no window any more"; });
-  EXPECT_TRUE(this->subject.spinUntil(allAreTornDown));
-  EXPECT_FALSE(late->isPresented());
+  EXPECT_FALSE(host->view()->window());
   this->subject.pass(1);  // longer than any animation
   EXPECT_TRUE(allAreTornDown()) << "once each";
 }
@@ -276,6 +315,8 @@ REGISTER_TYPED_TEST_SUITE_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheW
                             TellsAWholeSubtreeOfItsWindow, ASuperviewOwnsItsSubviewsUntilTheyMoveOn,
                             ATouchReachesTheTopmostAndAllItStandsIn,
                             PresentsOverTheWindowAndGoesAsItCame,
+                            PresentationWaitsForItsWindowToBeOnScreen,
+                            KeepsCornersWithinASuperviewThatIsTooSmall,
                             AWindowThatGoesTearsDownWhatItShows);
 
 }  // namespace kva::test
