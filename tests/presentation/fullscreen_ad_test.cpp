@@ -223,7 +223,7 @@ TEST_F(FullscreenAds, SurviveTheDismissalOfTheOneTheyWereLoadedUnder) {
 
 TEST_F(FullscreenAds, CountAnImpressionForTheirPlanAlthoughAnotherLoadHasBegun) {
   loadPage();
-  ad->showAdFrom(*window->viewController());
+  ad->showAdFrom(window->viewController());
   ad->loadAd(nullptr, 1.5);
   h.time.advance(0.5);
   const auto counted = h.defaults.get<Bytes>(SDKHelper::UserDefaultKeys::frequencyCappingMembers);

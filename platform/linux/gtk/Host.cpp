@@ -29,6 +29,7 @@ std::shared_ptr<LogOutput> logOutput(const HostOptions& options) {
   if (!options.logSink) return nullptr;
   return std::make_shared<CallbackOutput>(
       [sink = options.logSink](kva::LogLevel level, const std::string& line) {
+        const HostCallback callback;
         sink(static_cast<LogLevel>(level), line);
       });
 }
