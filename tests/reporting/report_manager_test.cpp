@@ -276,7 +276,7 @@ TEST_F(Reports, TrackedOnSeveralThreadsAreAllStored) {
 
 TEST_F(Reports, NeedAnApplicationRecord) {
   restart();
-  EXPECT_DEATH(track("bid", {Action::click}), "application record");
+  EXPECT_DEATH(ReportManager::shared().start(), "application record");
 }
 
 }  // namespace

@@ -181,8 +181,12 @@ TEST_F(Registration, IsDoneByOneOfSeveralProcesses) {
 TEST_F(Registration, SendsShortKeysWithTheIdentifierOfTheMomentAndKeepsFieldNames) {
   const User user = currentUser();
   save(user);
+  auto& manager = analytics();
   PrivacyManager::shared().setUserConsent(false);
-  EXPECT_EQ(user.dictionaryValue(), parsed(R"({"aid":"", "sdkv":"1.2.0", "appv":"3.2.1", "pl":"ios",
+  manager.register_([](auto) {});
+  h.time.advance(1);
+  EXPECT_EQ(h.server.lastRequest("/register").json(),
+            parsed(R"({"aid":"", "sdkv":"1.2.0", "appv":"3.2.1", "pl":"ios",
       "osv":"6.1.0", "pkg":"org.example.host", "idfa":"", "dbra":"apple", "dmob":"iPhone 12",
       "conn":"4g", "gsm":"Carrier", "cnst":1, "gdpr":2, "ccpa":2, "lcl":"TR", "lng":"tr",
       "tzn":"GMT+3"})"));

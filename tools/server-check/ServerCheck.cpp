@@ -7,6 +7,7 @@
 #include <Kelvara/core/SDKManager.h>
 #include <Kelvara/reporting/BidReport.h>
 #include <Kelvara/user/AnalyticsManager.h>
+#include <Kelvara/user/CurrentUser.h>
 #include <Kelvara/user/ReferralTracking.h>
 #include <platform/linux/LinuxPlatform.h>
 
@@ -263,16 +264,18 @@ void Check::registration() {
   });
   step("/register", "new-user", "the same device after the application was installed anew",
        [&]() -> std::string {
-         const auto again = await<RegisterResponse>(
-             [&](auto completion) { RequestManager::register_(User(), std::move(completion)); });
+         const auto again = await<RegisterResponse>([&](auto completion) {
+           RequestManager::register_(currentUser(), std::move(completion));
+         });
          if (!again || again->userId != userId()) return problemOf(again);
          return "data.uid: the same again, " + again->userId;
        });
 }
 
 Result<RegisterResponse> Check::update(const std::string& userId) {
-  return await<RegisterResponse>(
-      [&](auto completion) { RequestManager::update(User(), userId, std::move(completion)); });
+  return await<RegisterResponse>([&](auto completion) {
+    RequestManager::update(currentUser(), userId, std::move(completion));
+  });
 }
 
 void Check::updates() {
@@ -290,7 +293,7 @@ void Check::updates() {
 
 Result<BidLoadResponse> Check::bid(const std::string& adUnit, const char* adType,
                                    const std::string& userId) {
-  const User device;
+  const User device = currentUser();
   return await<BidLoadResponse>([&](auto completion) {
     RequestManager::loadBid({{"aid", options_.application},
                              {"uid", userId},
