@@ -8,9 +8,9 @@
 
 namespace kva {
 
-/// What went wrong, as a value. The SDK's own errors have the domain "Kelvara" and a code of
-/// `KVAErrorCodes` or of the ad server; transport errors keep their own domain and code
-/// ("KVAURLErrorDomain", for example 1009 for no internet connection).
+/// An error as a value. Errors of the SDK have the domain "Kelvara" and a code of `KVAErrorCodes`
+/// or of the ad server. Transport errors have the domain "KVAURLErrorDomain" and a code of their
+/// own, for example 1009 for no internet connection.
 class KVA_EXPORT Error {
  public:
   Error(std::string domain, std::int64_t code, std::string localizedDescription)
@@ -20,7 +20,7 @@ class KVA_EXPORT Error {
 
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }
-  /// A short English sentence for people; never translated.
+  /// A short English sentence for developers; never translated.
   const std::string& localizedDescription() const { return localizedDescription_; }
 
   bool operator==(const Error&) const = default;

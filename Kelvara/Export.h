@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what libkelvara.so exports; everything else in it is hidden.
+/// Marks the symbols that libkelvara.so exports. All others are hidden.
 #define KVA_EXPORT __attribute__((visibility("default")))

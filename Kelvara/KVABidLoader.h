@@ -11,11 +11,11 @@
 
 namespace kva {
 
-/// The full-screen kind that a bid is for.
+/// The kind of full-screen ad that a bid is for.
 enum class KVABidType : int { interstitial = 0, rewarded = 1 };
 
-/// A bid that this SDK makes to the host. Give it back to `loadAd` when it wins, to
-/// `KVABidLoader::sendBidLost` when it does not. Thread-safe.
+/// A bid that the SDK offers to the host. If it wins, pass it to `KVAAd::loadAd`; if it loses, to
+/// `KVABidLoader::sendBidLost`. Thread-safe.
 class KVA_EXPORT KVABidResponse {
  public:
   KVABidResponse() = delete;
@@ -25,10 +25,10 @@ class KVA_EXPORT KVABidResponse {
   double price() const { return price_; }
   void setPrice(double price) { price_ = price; }
 
-  /// Identifiers of the SDK's own: the selected plan and the bid.
+  /// The selected plan and the bid, as the SDK identifies them.
   const std::string& planId() const { return planId_; }
   const std::string& bidId() const { return bidId_; }
-  /// True exactly when both identifiers are UUIDs.
+  /// True if both identifiers are UUIDs.
   bool isValid() const;
 
  private:
@@ -37,16 +37,17 @@ class KVA_EXPORT KVABidResponse {
   std::atomic<double> price_;
 };
 
-/// Asks for bids. Thread-safe.
+/// Requests bids. Thread-safe.
 struct KVA_EXPORT KVABidLoader {
-  /// Asks for a bid for the ad unit (a UUID). `completion` runs exactly once with either a bid or
-  /// an error: before `loadBid` returns when it is refused (codes 2, 3, 4, 8), otherwise on the
-  /// network session's thread. It must not throw, and not wait for the main thread while the
-  /// `gtk::Host` is destroyed.
+  /// Requests a bid for the ad unit (a UUID). `completion` runs exactly once, with a bid or an
+  /// error. A refusal (`sdkNotInitialized`, `invalidAdUnit`, `noInternetConnection` or
+  /// `requestTooSoon` of `KVAErrorCodes`) completes before `loadBid` returns. Everything else
+  /// completes on the network session's thread. `completion` must not throw. While the `gtk::Host`
+  /// is destroyed, it must not wait for the main thread.
   static void loadBid(
       std::string adUnit, KVABidType bidType,
       std::function<void(std::shared_ptr<KVABidResponse>, std::optional<Error>)> completion);
-  /// Tells the server that the bid lost against `clearingPrice` (finite). The outcome is only
+  /// Reports to the server that the bid lost against `clearingPrice` (finite). The outcome is only
   /// logged.
   static void sendBidLost(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
 };

@@ -8,7 +8,7 @@ namespace kva {
 
 class KVAInterstital;
 
-/// Every method is optional, and must not throw. `KVAAd` names the threads.
+/// All methods are optional. They must not throw. `KVAAd` states their threads.
 class KVA_EXPORT KVAInterstitialDelegate {
  public:
   virtual ~KVAInterstitialDelegate() = default;
@@ -28,7 +28,7 @@ class KVA_EXPORT KVAInterstital : public KVAAd,
   static std::shared_ptr<KVAInterstital> create();
   ~KVAInterstital() override;
 
-  /// Not kept alive. Any thread.
+  /// The ad does not own its delegate. Any thread.
   void setDelegate(std::weak_ptr<KVAInterstitialDelegate> delegate);
 
  private:

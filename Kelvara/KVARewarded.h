@@ -8,7 +8,7 @@ namespace kva {
 
 class KVARewarded;
 
-/// Every method is optional, and must not throw. `KVAAd` names the threads.
+/// All methods are optional. They must not throw. `KVAAd` states their threads.
 class KVA_EXPORT KVARewardedDelegate {
  public:
   virtual ~KVARewardedDelegate() = default;
@@ -27,7 +27,7 @@ class KVA_EXPORT KVARewarded : public KVAAd, public std::enable_shared_from_this
   static std::shared_ptr<KVARewarded> create();
   ~KVARewarded() override;
 
-  /// Not kept alive. Any thread.
+  /// The ad does not own its delegate. Any thread.
   void setDelegate(std::weak_ptr<KVARewardedDelegate> delegate);
 
  private:

@@ -10,32 +10,32 @@
 
 namespace kva {
 
-/// The SDK's front door. On Linux make a `gtk::Host` first (<Kelvara/KelvaraGtk.h>); without one,
-/// every call stops the process with a message that says so.
+/// The entry point of the SDK. Create a `gtk::Host` (<Kelvara/KelvaraGtk.h>) before the first call;
+/// without one, every call aborts the process with a message. Thread-safe.
 ///
-/// Thread-safe. Set user and privacy before `start` to have them in the first user record.
+/// Set the user and privacy before `start`, so that the first user record has them.
 ///
-/// What holds for every completion and every delegate of the SDK: it must not throw, and while the
-/// `gtk::Host` is destroyed, which waits for the network session's thread, it must not wait for the
-/// main thread.
+/// Completions and delegates of the SDK must not throw. The destructor of `gtk::Host` waits for the
+/// network session's thread, so while it runs they must not wait for the main thread.
 struct KVA_EXPORT Kelvara {
   static std::string sdkVersion();
-  /// True once a start has succeeded, whether the host's own or a later automatic one.
+  /// True once a start has succeeded: the host's call or a later automatic start.
   static bool isInitialized();
-  /// Starts the SDK with the application id (a UUID). `completion` runs exactly once: before
-  /// `start` returns when it is refused (error code 14, an invalid id; 4, no network) or when the
-  /// SDK is already starting or started (no error), otherwise on the network session's thread.
-  /// After a failure the SDK starts again by itself when the network comes back; only
-  /// `isInitialized` shows that.
+  /// Starts the SDK with the application id (a UUID). `completion` runs exactly once:
+  ///   - before `start` returns, with `KVAErrorCodes::invalidAppId` or `noInternetConnection` if
+  ///     the start is refused, without an error if the SDK is starting or started;
+  ///   - otherwise on the network session's thread.
+  /// After a failure the SDK starts automatically when the network is back. That start calls no
+  /// completion; poll `isInitialized`.
   static void start(std::string appId, std::function<void(std::optional<Error>)> completion);
-  /// The host's own name for the user; the last one wins.
+  /// The host's identifier of the user. A later call replaces it.
   static void setUserId(std::string userId);
   /// Without consent the advertising identifier never leaves the device.
   static void setUserConsent(bool granted);
-  /// Only recorded: it is sent nowhere and restricts nothing. To keep a child's identifier on the
+  /// Only recorded: it is not sent and restricts nothing. To keep a child's identifier on the
   /// device, do not give consent.
   static void setUserChild(bool isChild);
-  /// GDPR and CCPA exclude each other: the last true one holds.
+  /// GDPR and CCPA exclude each other. The one last set to true applies.
   static void setSubjectToGDPR(bool isSubject);
   static void setSubjectToCCPA(bool isSubject);
 };

@@ -16,73 +16,75 @@ class ViewController;
 
 namespace gtk {
 
-/// What the SDK takes for the state of the network.
+/// How the SDK decides whether the network is reachable.
 enum class NetworkPolicy {
   followSystem,
-  assumeReachable,  ///< the server is on this machine, and needs no network
+  assumeReachable,  ///< for a server on this machine, which needs no network
 };
 
-/// How much the SDK logs: each level with the ones before it.
+/// How much the SDK logs. Each level includes the ones before it.
 enum class LogLevel { none = 0, error = 1, info = 2, debug = 3 };
 
-/// What the SDK cannot find out about its host by itself. Every field may be left as it is; each
-/// has an initialiser, so that a host may name the ones it sets without a compiler's warning.
+/// Facts of the host that the SDK cannot detect. Every field is optional. Each one has an
+/// initialiser, so a host can use designated initialisers without a compiler warning.
 struct HostOptions {
-  /// The host application's identity, as the server knows it: "com.example.game", "3.1". Set
-  /// `bundleId`: all applications that leave it empty share one user, one set of counters and one
-  /// file (see `userDefaults`).
+  /// The host application's identity at the server: "com.example.game", "3.1". Set `bundleId`:
+  /// applications that leave it empty share one user, one set of counters and one file (see
+  /// `userDefaults`).
   std::string bundleId{}, appVersion{};
-  /// The folder with the application's resources; empty: the executable's folder. The SDK looks for
-  /// "KelvaraResources.bundle" there, then in the library's own data folder
-  /// (<prefix>/share/kelvara). If it is in neither, an error line names both.
+  /// The folder with the application's resources; empty: the executable's folder. The SDK searches
+  /// it for "KelvaraResources.bundle", then the library's data folder (<prefix>/share/kelvara). If
+  /// the bundle is in neither, an error line names both.
   std::filesystem::path mainBundle{};
-  /// The file that the SDK keeps its state in, readable by its owner only; empty:
+  /// The file for the SDK's state, readable by its owner only; empty:
   /// $XDG_DATA_HOME/<bundleId>/defaults.sqlite, with "kelvara" for an empty bundle id. If the file
-  /// cannot be opened, or another process locks it for more than a second, an error line says so
-  /// and the state lasts as long as the process.
+  /// cannot be opened, or another process locks it for more than a second, the SDK logs an error
+  /// and keeps its state in memory until the process ends.
   std::filesystem::path userDefaults{};
-  /// Addresses with "/api/v1" in them, used as given; empty: those that the library was built with.
+  /// Addresses that include "/api/v1", used unchanged; empty: the addresses set when the library
+  /// was built.
   std::string productionAPIBase{}, sandboxAPIBase{};
   /// A UUID; empty: withheld, which is all zeros.
   std::string advertisingIdentifier{};
-  /// Whether the user allows tracking. If false, the server cannot make this device a test device,
-  /// and that is all: what keeps the identifier on the device is the lack of consent
-  /// (`Kelvara::setUserConsent`), or leaving `advertisingIdentifier` empty.
+  /// Whether the user allows tracking. False only prevents that the server makes this device a test
+  /// device. It does not keep the identifier on the device: for that, give no consent
+  /// (`Kelvara::setUserConsent`) or leave `advertisingIdentifier` empty.
   bool trackingAuthorized = false;
-  /// What a bezel or a notch hides of the screen, in logical pixels; controls keep clear of it.
+  /// The parts of the screen that a bezel or a notch hides, in logical pixels. Controls stay out of
+  /// them.
   EdgeInsets safeAreaInsets{};
   NetworkPolicy networkPolicy = NetworkPolicy::followSystem;
-  /// Called on the main thread with an address that the user asked to see; empty: the desktop's
-  /// own handler opens it.
+  /// Called on the main thread with an address that the user requested; empty: the desktop's
+  /// handler opens it.
   std::function<void(const std::string& url)> openURL{};
-  /// What is logged. A test device for which the server switches logs on logs at `debug`, whatever
-  /// this is, unless it is `none`.
+  /// How much is logged. If the server enables logs for this test device, the level becomes
+  /// `debug`, unless this is `none`.
   LogLevel logLevel = LogLevel::info;
-  /// Takes each log line, without a newline at its end (the dump of a request has some inside);
-  /// empty: lines go to standard output. Any thread, several at a time, also while the `Host` is
-  /// made and destroyed. It must not throw or call the SDK.
+  /// Receives each log line, without a newline at its end (the dump of a request has newlines
+  /// inside); empty: lines go to standard output. Called on any thread, on several at a time, also
+  /// while the `Host` is created and destroyed. It must not throw or call the SDK.
   std::function<void(LogLevel level, const std::string& line)> logSink{};
 };
 
-/// Brings the SDK up in a GTK 4 application. Make one on the main thread before the first call of
-/// the SDK, with a display; it initialises GTK where the application has not. Keep it for as long
-/// as the SDK is used, and destroy it on the main thread, not from a callback of the SDK. There
-/// is one at a time; breaking these rules stops the process with a message.
+/// Runs the SDK in a GTK 4 application. Create one on the main thread before the first call of the
+/// SDK; it needs a display, and initialises GTK if the application has not. Keep it as long as the
+/// SDK is used. Destroy it on the main thread, not in a callback of the SDK. Only one can exist at
+/// a time. Breaking these rules aborts the process with a message.
 ///
-/// It wants the main loop to run: callbacks of shown ads, timers and pages come from there.
+/// The main loop must run: it drives the callbacks of shown ads, timers and pages.
 class KVA_EXPORT Host {
  public:
   explicit Host(HostOptions options);
-  /// Removes ads that are on show and cancels open requests. It waits for the completions and
-  /// delegate calls that run on other threads, so none of them may wait for the main thread.
+  /// Removes ads on screen and cancels open requests. It waits for the completions and delegate
+  /// calls that run on other threads, so none of them may wait for the main thread.
   ~Host();
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  /// What an ad is shown from: it covers this window. The same controller each time, until the
-  /// window is destroyed. Main thread; the controller may be released on any. Ads prepare
-  /// themselves for the application's active window, else for the one that was shown last, whether
-  /// or not this was called for it.
+  /// The controller to show ads from; they cover `window`. Returns the same controller until the
+  /// window is destroyed. Main thread; the controller may be released on any thread. An ad prepares
+  /// in the application's active window, or else in the window shown last, even if this was not
+  /// called for that window.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
 
  private:

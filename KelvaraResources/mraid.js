@@ -51,7 +51,7 @@
   const {isFinite} = Number;
 
   const VERSION = '3.0';
-  window.MRAID_ENV = {version: VERSION, sdk: 'Kelvara', sdkVersion: '1.2.0'};
+  window.MRAID_ENV = {version: VERSION, sdk: 'Kelvara', sdkVersion: '@PROJECT_VERSION@'};
 
   // ---------------------------------------------------------------------------------------------
   // Commands.

@@ -16,11 +16,11 @@ endif()
 include(CheckPIESupported)
 check_pie_supported()
 
-# Kelvara/ reaches the platform only through its ports: each of these headers, found first on that
-# target's include path, stops the build with the reason.
+# Kelvara/ uses the platform only through its ports. These headers come first on its include path
+# and stop the build with a message that says so.
 set(KELVARA_FENCE_DIR ${PROJECT_BINARY_DIR}/fence)
 foreach(header glib.h glib-object.h gio/gio.h gtk/gtk.h webkit/webkit.h jsc/jsc.h curl/curl.h
     sqlite3.h libmm-glib.h)
   file(CONFIGURE OUTPUT ${KELVARA_FENCE_DIR}/${header}
-    CONTENT "#error \"Kelvara/ sees the platform only through Kelvara/platform; ${header} belongs in platform/\"\n")
+    CONTENT "#error \"Kelvara/ uses the platform only through Kelvara/platform; include ${header} in platform/\"\n")
 endforeach()

@@ -1,4 +1,4 @@
-# The installed prefix: public headers, libkelvara.so, the resource bundle, the CMake package.
+# Installs public headers, libkelvara.so, the resource bundle, the CMake package.
 include(CMakePackageConfigHelpers)
 set(KELVARA_INSTALL_BUNDLE ${CMAKE_INSTALL_DATADIR}/kelvara/KelvaraResources.bundle)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Kelvara)

@@ -1,7 +1,7 @@
-# The targets, lowest first.
-#   kelvara_sdk         Kelvara/: the SDK's own logic over its ports
-#   kelvara_foundation  platform/foundation: URL and MD5, pure functions that every platform shares
-#   kelvara_headless    platform/headless: every port in memory, with virtual time
+# The targets, in the order of their dependencies.
+#   kelvara_sdk         Kelvara/: the SDK's logic, which uses the ports
+#   kelvara_foundation  platform/foundation: URL and MD5, pure functions for every platform
+#   kelvara_headless    platform/headless: all ports in memory, with virtual time
 #   kelvara_linux       platform/linux: the adapters that need no display
 #   kelvara_gtk         platform/linux/gtk: views, windows, the web view
 #   kelvara_resources   the data folder with the resource bundle
@@ -52,14 +52,13 @@ if(KELVARA_DISPLAY)
     KELVARA_SANDBOX_API_BASE="${KELVARA_SANDBOX_API_BASE}")
 endif()
 
-# The resource bundle as it ships: the script and the images, not their sources.
+# The installed resource bundle: the images, without their sources, and the script with the version.
 set(resource_bundle ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_DATADIR}/kelvara/KelvaraResources.bundle)
-file(GLOB resources CONFIGURE_DEPENDS
-  ${PROJECT_SOURCE_DIR}/KelvaraResources/*.js ${PROJECT_SOURCE_DIR}/KelvaraResources/*.png)
+file(GLOB images CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/KelvaraResources/*.png)
+configure_file(${PROJECT_SOURCE_DIR}/KelvaraResources/mraid.js ${resource_bundle}/mraid.js @ONLY)
 add_custom_target(kelvara_resources ALL
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${resource_bundle}
-  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${resources} ${resource_bundle}
-  DEPENDS ${resources})
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${images} ${resource_bundle}
+  DEPENDS ${images})
 include(KelvaraResources)
 
 if(KELVARA_DISPLAY)
@@ -73,7 +72,7 @@ if(KELVARA_DISPLAY)
   target_include_directories(kelvara INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(kelvara INTERFACE cxx_std_20)
-  # What hosts compile against needs GTK's headers for <Kelvara/KelvaraGtk.h>, and nothing else.
+  # Hosts need only GTK's headers, for <Kelvara/KelvaraGtk.h>.
   pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
   target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
     $<BUILD_INTERFACE:kelvara_flags> $<BUILD_INTERFACE:PkgConfig::GTK> $<BUILD_INTERFACE:PkgConfig::WEBKIT> $<BUILD_INTERFACE:PkgConfig::GIO>

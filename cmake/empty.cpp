@@ -1,1 +1,1 @@
-// Stands in for a folder without sources.
+// The only source of a library whose folder has none.

@@ -15,7 +15,7 @@
 
 namespace kva {
 
-/// The usable link.
+/// The kind of link that can be used.
 enum class Connection { unavailable, wifi, cellular };
 inline constexpr Connection kNoConnection = Connection::unavailable;
 std::string_view description(Connection connection);  ///< "No Connection", "WiFi", "Cellular"
@@ -24,7 +24,7 @@ std::string_view description(Connection connection);  ///< "No Connection", "WiF
 enum class NetworkStatus { notReachable, reachableViaWiFi, reachableViaWWAN };
 std::string_view description(NetworkStatus status);
 
-/// What the system says of a target, flag by flag.
+/// The system's flags for a target.
 class ReachabilityFlags {
  public:
   ReachabilityFlags() = default;
@@ -47,7 +47,7 @@ class ReachabilityFlags {
   }
 
   Connection connection() const;
-  /// Ten characters, a letter for each flag that is set: "-R -------".
+  /// One letter for each flag that is set, else "-": "-R -------".
   std::string description() const;
 
   bool operator==(const ReachabilityFlags&) const = default;
@@ -58,7 +58,7 @@ class ReachabilityFlags {
   std::uint32_t bits_ = 0;
 };
 
-/// Why a monitor could not be made, started or read, with the system's error code.
+/// The reason why a monitor could not be created, started or read, with the system's error code.
 struct ReachabilityError {
   enum class Case {
     failedToCreateWithAddress,
@@ -75,28 +75,29 @@ struct ReachabilityError {
 /// Posted, with the monitor as its object, after each change of the flags.
 inline constexpr std::string_view kReachabilityChanged = "ReachabilityChangedNotification";
 
-/// Watches whether a target can be reached, and over which kind of link. Thread-safe, but for the
-/// callbacks and settings, which are set before it is started. Nothing that the system or a queue
-/// holds keeps it alive.
+/// Watches whether a target is reachable, and over which kind of link. Thread-safe, except for the
+/// callbacks and settings, which must be set before it is started. Only its users own it, not the
+/// system or a queue.
 class Reachability : public std::enable_shared_from_this<Reachability> {
  public:
   using Made = expected_impl::expected<std::shared_ptr<Reachability>, ReachabilityError>;
   using Outcome = expected_impl::expected<void, ReachabilityError>;
 
-  /// Watches the general internet; change notifications on the main queue.
+  /// Watches the general internet and notifies on the main queue.
   static Made create();
-  /// A null `notificationQueue`: callbacks run on the monitor's own serial queue.
+  /// If `notificationQueue` is null, callbacks run on the monitor's serial queue.
   static Made create(std::shared_ptr<DispatchQueue> notificationQueue);
   static Made createWithHostname(const std::string& hostname,
                                  std::shared_ptr<DispatchQueue> notificationQueue);
   ~Reachability();
 
-  /// Starts telling of changes; does nothing when it already does.
+  /// Starts notifications of changes, unless they are started. The flags now count as a change if
+  /// they were unknown.
   Outcome startNotifier();
   void stopNotifier();
   bool isNotifierRunning() const { return notifierRunning_; }
 
-  /// Reads the flags first when none are known yet.
+  /// Reads the flags first if they are unknown.
   Connection connection();
   NetworkStatus currentReachabilityStatus();
   std::string_view currentReachabilityString();

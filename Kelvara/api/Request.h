@@ -14,7 +14,7 @@ namespace kva {
 enum class RequestMethod { get, post };
 std::string_view rawValue(RequestMethod method);  ///< "GET" or "POST"
 
-/// One call to the ad server. Used by one thread, once.
+/// One request to the ad server. Not thread-safe.
 class Request {
  public:
   Request(std::string requestPath, RequestMethod requestMethod)
@@ -23,13 +23,12 @@ class Request {
   std::string path;  ///< under the API base, such as "/init"
   RequestMethod method;
   std::map<std::string, std::string> headers;
-  /// The URL's query, written as it is: the caller makes the values safe. Absent ones are left
-  /// out.
+  /// The URL's query. The caller percent-encodes the values. Absent values are omitted.
   std::map<std::string, std::optional<std::string>> parameters;
-  /// The JSON body of a post: an object; null stands for an absent value.
+  /// The JSON body of a post: an object, with null for an absent value.
   Json body = Json::object();
 
-  /// Against the API base of this moment. A text that is no URL is fatal.
+  /// The request with the current API base. Fatal if the text is not a URL.
   URLRequest urlRequest() const;
 };
 

@@ -26,7 +26,7 @@ std::optional<Response<T>> decodeEnvelope(const std::optional<Bytes>& data) {
 
 constexpr const char* kRegisterPath = "/register";
 
-/// What the reply's handling depends on.
+/// The facts of a call that the handling of its reply depends on.
 struct Call {
   RequestMethod method;
   std::string path;
@@ -40,7 +40,7 @@ void complete(const Call& call, const Response<T>& response,
     return completion(
         failure(SDKHelper::Error::error(KVAErrorCodes::unknown, "Unknown parse error.")));
   const Error error = response.error->error();
-  // A registration names no user; logging out after it would register again without end.
+  // A registration has no user id. To log out after it would register in an endless loop.
   if (error.code() == SDKHelper::GenericErrorCodes::userNotFound && call.path != kRegisterPath)
     Runtime::current().get<RequestHooks>().userNotFound();
   completion(failure(error));
@@ -88,7 +88,7 @@ void sendForPayload(Request request, const char* messageWithoutPayload,
   });
 }
 
-/// Sends a request for which any successful reply will do; a payload must still be a T.
+/// Sends a request whose reply may have no payload. If there is one, it must be a T.
 template <class T>
 void sendForSuccess(Request request, Completion<Result<bool>> completion) {
   send<T>(std::move(request),
@@ -105,7 +105,7 @@ Request post(std::string path, Json body) {
 }
 
 Request get(std::string path, std::map<std::string, std::optional<std::string>> parameters) {
-  // The host and the server write these values, and a request writes them as they are.
+  // The values come from the host and the server, and `Request` does not encode them.
   for (auto& [key, value] : parameters)
     if (value) value = addingPercentEncoding(*value);
   Request request(std::move(path), RequestMethod::get);
@@ -113,7 +113,7 @@ Request get(std::string path, std::map<std::string, std::optional<std::string>> 
   return request;
 }
 
-/// Thousandths of the price, cut off, not rounded.
+/// Thousandths of the price, truncated.
 std::int64_t priceInteger(double price) {
   const double thousandths = std::trunc(price * 1000);
   if (!(std::abs(thousandths) < 0x1p63))
@@ -146,7 +146,7 @@ void RequestManager::update(const User& user, const std::string& userId,
 }
 
 void RequestManager::loadBid(Json body, Completion<Result<BidLoadResponse>> completion) {
-  // The wording of a failed init is the server API's own and what hosts know.
+  // Hosts know this message, which names the call by its path.
   sendForPayload(post("/bid/init", std::move(body)), "Unknown init error.", std::move(completion));
 }
 

@@ -18,19 +18,19 @@
 
 namespace kva {
 
-/// What the calls need from the managers above them. Kept by the runtime.
+/// The functions of upper managers that the calls need. Owned by the runtime.
 struct RequestHooks {
   /// Whether this device uses the sandbox API base. Any thread.
   std::function<bool()> isSandbox;
-  /// On the session's thread, before the call's completion; not for a registration.
+  /// Called on the session's thread, before the call's completion; not for a registration.
   std::function<void()> userNotFound;
-  /// On the session's thread, after the call's completion; milliseconds since 1970.
+  /// Called on the session's thread, after the call's completion, with milliseconds since 1970.
   std::function<void(std::int64_t)> serverTime;
 };
 
-/// The ad server's nine calls. Any thread; completions run on the session's.
+/// The ad server's nine calls. Any thread; completions run on the session's thread.
 struct RequestManager {
-  /// The API base of this moment: the sandbox's on a test device that asks for it.
+  /// The current API base: the sandbox's if the server enables it for this test device.
   static std::string baseURL();
 
   static void startSDK(std::map<std::string, std::optional<std::string>> parameters,
@@ -39,7 +39,7 @@ struct RequestManager {
   static void update(const User& user, const std::string& userId,
                      Completion<Result<RegisterResponse>> completion);
   static void loadBid(Json body, Completion<Result<BidLoadResponse>> completion);
-  /// A price that is not finite, or beyond 64 bits of thousandths, is fatal here and in `loadAd`.
+  /// Here and in `loadAd`, a price is fatal if it is not finite or exceeds 64 bits of thousandths.
   static void sendLost(const std::string& bidId, double clearingPrice,
                        Completion<Result<bool>> completion);
   static void loadAd(const std::string& appId, const KVABidResponse& bidResponse,

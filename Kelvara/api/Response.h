@@ -11,7 +11,7 @@
 
 namespace kva {
 
-/// The envelope that every reply is wrapped in. All four keys are required.
+/// The envelope of every reply. All four keys are required.
 template <class T>
 struct Response {
   bool isSuccess = false;

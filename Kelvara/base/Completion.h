@@ -9,8 +9,7 @@
 
 #include <Kelvara/base/Fatal.h>
 
-// Clang 14 does not see libstdc++ 12's std::source_location; for its tools alone there is a
-// stand-in.
+// Clang 14 cannot compile libstdc++ 12's std::source_location. Its tools use a replacement.
 #if defined(__cpp_lib_source_location)
 #include <source_location>
 #else
@@ -25,8 +24,8 @@ using SourceLocation = std::source_location;
 using SourceLocation = std::experimental::source_location;
 #endif
 
-/// An asynchronous operation's last argument: called exactly once. Calling it twice, or (in debug
-/// builds) dropping it uncalled, stops the process with the place where it was made.
+/// The callback of an asynchronous operation, to be called exactly once. A second call, or in debug
+/// builds its destruction without a call, aborts the process and names where it was created.
 template <class... Args>
 class Completion {
  public:

@@ -4,8 +4,8 @@
 
 namespace kva {
 
-/// Stops the process for a programming error: names the cause on standard error, then aborts.
-/// Nothing that a creative or a server sends leads here, but for what its caller documents.
+/// Aborts the process for a programming error, after writing `message` to standard error. Input
+/// from a creative or a server must not cause it, except where the calling function documents it.
 [[noreturn]] void fatal(std::string_view message);
 
 }  // namespace kva

@@ -5,8 +5,8 @@
 
 namespace kva {
 
-/// A value that more than one thread reaches. It can only be had through `with`, under the lock;
-/// call nothing from inside that may call back.
+/// A value that several threads use. Every access locks its mutex. Code inside `with` must not call
+/// anything that may access the value again: it would deadlock.
 template <class T>
 class Guarded {
  public:

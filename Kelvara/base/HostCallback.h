@@ -2,7 +2,7 @@
 
 namespace kva {
 
-/// While one lives, the calling thread runs a callback of the host.
+/// Marks a scope in which the calling thread runs a callback of the host.
 class HostCallback {
  public:
   HostCallback() { ++depth_; }

@@ -18,17 +18,17 @@ namespace kva {
 
 using Json = nlohmann::json;
 
-/// Parses one JSON text. Fails on anything but RFC 8259 JSON in UTF-8, and on nesting deeper than
-/// 512 levels, which no server of ours sends. The error's description is the parser's.
+/// Parses one JSON text. Fails if it is not RFC 8259 JSON in UTF-8 or is nested deeper than 512
+/// levels, which no ad server sends. The error has the parser's description.
 Result<Json> parseJson(std::string_view text);
 
-/// Reads one value by its strict type: a boolean is no number, 5.0 is an integer, 5.5 is not.
-/// For std::string, bool, std::int64_t, double, URL, std::vector<std::string>,
-/// std::map<std::string, std::int64_t>, std::map<std::string, std::string>.
+/// Reads one value by its strict type: a boolean is not a number, 5.0 is an integer, 5.5 is not.
+/// T is std::string, bool, std::int64_t, double, URL, std::vector<std::string>,
+/// std::map<std::string, std::int64_t> or std::map<std::string, std::string>.
 template <class T>
 std::optional<T> readJson(const Json& value);
 
-/// The text, or null: an absent value in a request's body.
+/// The text, or JSON null if it is absent.
 Json orNull(const std::optional<std::string>& text);
 
 template <class T>
@@ -36,8 +36,8 @@ concept JsonRecord = requires(const Json& json) {
   { T::decode(json) } -> std::same_as<Result<T>>;
 };
 
-/// Decodes a record member by member. A failed `required` is remembered and the read goes on with a
-/// default value; `finish` answers the record, or the first error with its key.
+/// Decodes a record member by member. A failed `required` records the error and returns a default
+/// value; `finish` returns the record, or the first error with its key.
 class Reader {
  public:
   explicit Reader(const Json& object);
@@ -49,7 +49,8 @@ class Reader {
     return T{};
   }
 
-  /// A member without a default value of its own: an enumeration read from its raw value.
+  /// For a T that is converted from another type, such as an enumeration from its raw value.
+  /// Returns `otherwise` on failure.
   template <class T, class From, class Convert>
   T requiredAs(const char* key, Convert convert, T otherwise) {
     if (auto raw = read<From>(key)) {
@@ -59,7 +60,7 @@ class Reader {
     return otherwise;
   }
 
-  /// Missing, null or of another type: nothing, and no error.
+  /// A member that is missing, null or of another type is absent, without an error.
   template <class T>
   std::optional<T> optional(const char* key) const {
     return read<T>(key);
@@ -70,7 +71,7 @@ class Reader {
     return read<T>(key).value_or(std::move(otherwise));
   }
 
-  /// A list in which every element must decode, or the member counts as unreadable.
+  /// Absent unless every element of the list decodes.
   template <JsonRecord T>
   std::optional<std::vector<T>> optionalList(const char* key) const {
     const Json* list = member(key);
@@ -91,7 +92,7 @@ class Reader {
     return {};
   }
 
-  /// The key must be there; its value may be null.
+  /// The key must exist; its value may be null.
   template <class T>
   std::optional<T> nullable(const char* key) {
     auto value = read<T>(key);

@@ -5,7 +5,7 @@
 
 #include <Kelvara/Error.h>
 
-// Clang 14 does not see libstdc++ 12's std::expected; for its tools alone there is a stand-in.
+// Clang 14 cannot compile libstdc++ 12's std::expected. Its tools use a replacement.
 #if defined(__cpp_lib_expected)
 #include <expected>
 #else
@@ -20,11 +20,11 @@ namespace expected_impl = std;
 namespace expected_impl = tl;
 #endif
 
-/// A value, or the error that kept it from being made.
+/// A value, or the error of the operation that should have produced it.
 template <class T>
 using Result = expected_impl::expected<T, Error>;
 
-/// `return failure(error);` from a function that returns a `Result`.
+/// Makes a failed `Result`: `return failure(error);`.
 inline auto failure(Error error) { return expected_impl::unexpected<Error>(std::move(error)); }
 
 }  // namespace kva

@@ -14,7 +14,7 @@
 namespace kva {
 namespace {
 
-/// What stands between the "&" of a query; one empty piece for an empty query.
+/// The query split at each "&". An empty query gives one empty piece.
 std::vector<std::string_view> pieces(std::string_view query) {
   std::vector<std::string_view> all;
   for (std::size_t end; (end = query.find('&')) != std::string_view::npos;) {

@@ -4,7 +4,7 @@
 
 namespace kva {
 
-/// True for well-formed UTF-8, NUL characters included. Implemented by platform/foundation.
+/// True for well-formed UTF-8, which may contain NUL. Implemented by platform/foundation.
 bool isUTF8(std::string_view bytes);
 
 }  // namespace kva

@@ -12,10 +12,10 @@
 namespace kva {
 
 std::optional<LogLevel> logLevelFromRawValue(int rawValue);
-/// The marker of a line of this level, such as "[E]".
+/// The prefix of a line of this level, such as "[E]".
 std::string_view prefix(LogLevel level);
 
-/// The SDK's diagnostic output: lines such as "<KVA> [E]: message". Any thread.
+/// The SDK's log: lines such as "<KVA> [E]: message". Any thread.
 class Log {
  public:
   static Log& shared();

@@ -22,7 +22,7 @@ const char* typeName(const Json& value) {
 }
 
 std::string described(const Json& value) {
-  // What cannot be sent (text that is no UTF-8) can still be shown.
+  // Text that is not UTF-8 cannot be sent, but is logged with replacement characters.
   return value.is_string() ? value.get<std::string>()
                            : value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

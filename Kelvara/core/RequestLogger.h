@@ -4,7 +4,7 @@ namespace kva {
 
 class Request;
 
-/// Dumps outgoing requests to standard output in a framed block, at log level d only.
+/// Logs outgoing requests as a framed block, at log level d only.
 struct RequestLogger {
   static void log(const Request& request);
 };

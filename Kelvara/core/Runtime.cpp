@@ -49,8 +49,8 @@ Runtime::~Runtime() {
 Runtime& Runtime::current() {
   if (Runtime* runtime = currentRuntime.load()) return *runtime;
   fatal(
-      "the SDK has no platform yet; make a kva::gtk::Host (<Kelvara/KelvaraGtk.h>) on the main "
-      "thread before the first call, and keep it for as long as you use the SDK");
+      "the SDK has no platform; make a kva::gtk::Host (<Kelvara/KelvaraGtk.h>) on the main "
+      "thread before the first call, and keep it as long as you use the SDK");
 }
 
 void* Runtime::slot(std::type_index type, const std::function<std::shared_ptr<void>()>& make) {
@@ -59,13 +59,13 @@ void* Runtime::slot(std::type_index type, const std::function<std::shared_ptr<vo
     if (!found) found = std::make_shared<Slot>();
     return found;
   });
-  // Outside the lock: making one manager may make others.
+  // Outside the lock: the constructor of a manager may request others.
   std::call_once(slot->made, [&] {
     slot->value = make();
     slots_->inOrderOfMaking.with([&](auto& all) { all.push_back(slot); });
   });
   if (!slot->value)
-    fatal(std::string("asked for ") + type.name() + " after the end of the runtime destroyed it");
+    fatal(std::string(type.name()) + " was requested after the runtime had destroyed it");
   return slot->value.get();
 }
 

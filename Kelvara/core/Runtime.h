@@ -8,27 +8,27 @@
 
 namespace kva {
 
-/// Owns the ports and every manager, and is the only global: `X::shared()` is
-/// `Runtime::current().get<X>()`. Values that are computed once per process are kept here too. A
-/// test simulates a restart of the process with a second runtime over the same user defaults.
+/// Owns the ports, all managers and the values that are computed once per process. It is the only
+/// global: `X::shared()` is `Runtime::current().get<X>()`. A test simulates a restart of the
+/// process with a new runtime over the same user defaults.
 class Runtime {
  public:
-  /// Installs itself as the current runtime; there is one at a time.
+  /// Becomes the current runtime. Fatal if there is one already.
   explicit Runtime(Platform platform);
-  /// Call on the main thread, never from a callback. First the session answers every request in
-  /// flight with a cancellation, then the managers are destroyed in the reverse order of creation.
+  /// Main thread, not in a callback. Cancels every request in flight, then destroys the managers in
+  /// the reverse order of their creation.
   ~Runtime();
   Runtime(const Runtime&) = delete;
   Runtime& operator=(const Runtime&) = delete;
 
-  /// Any thread. Fatal when there is no runtime; the message says what to do.
+  /// Any thread. Fatal if there is no runtime, with a message that says what to do.
   static Runtime& current();
 
   const Platform& platform() const { return platform_; }
 
-  /// The runtime's one T, created by its default constructor on the thread that asks first. Any
-  /// thread. Managers requested in the constructor are made first and outlive it. Fatal when the
-  /// end of the runtime has destroyed the T already.
+  /// The runtime's only T. The first call creates it with its default constructor, on the calling
+  /// thread. Any thread. Managers that this constructor requests are created before the T and
+  /// outlive it. Fatal if the runtime's destructor has destroyed the T.
   template <class T>
   T& get() {
     return *static_cast<T*>(slot(typeid(T), [] { return std::make_shared<T>(); }));

@@ -26,7 +26,7 @@ namespace {
 
 const MainBundle& mainBundle() { return *Runtime::current().platform().mainBundle; }
 
-/// Kept by the runtime.
+/// Owned by the runtime.
 struct MRAIDScript {
   std::optional<std::string> text;
 

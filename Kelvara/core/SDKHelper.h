@@ -13,17 +13,17 @@
 
 namespace kva {
 
-/// The JSON object of strings that the text holds; nothing for any other value (and, for text that
-/// is no JSON, an error line in the log).
+/// Parses a JSON object of strings; absent for any other value. Text that is not JSON also logs an
+/// error.
 std::optional<std::map<std::string, std::string>> convertToDictionary(std::string_view text);
 
-/// Small facts and constants that many parts of the SDK share.
+/// Facts and constants that many parts of the SDK share.
 struct SDKHelper {
   struct Device;    // <Kelvara/user/Device.h>
   struct Settings;  // <Kelvara/core/Settings.h>
 
-  /// The keys of everything that the SDK keeps in the host's user defaults. Stored data is looked
-  /// up under these exact texts, "Refferal" included.
+  /// The keys of all values that the SDK stores in the host's user defaults. Stored data depends on
+  /// their spelling, so "Refferal" is intended.
   struct UserDefaultKeys {
     static constexpr const char* userId = "kKVAUserDefaultKeyUserId";
     static constexpr const char* user = "kKVAUserDefaultKeyUser";
@@ -43,17 +43,17 @@ struct SDKHelper {
 
   /// The host application.
   struct App {
-    static std::string appVersion();  ///< "" when unknown
-    static std::string bundleId();    ///< "" when unknown
+    static std::string appVersion();  ///< "" if unknown
+    static std::string bundleId();    ///< "" if unknown
   };
 
   struct MRAID {
-    /// The page-side script of the resource bundle, read once and kept; absent, and then for the
-    /// rest of the runtime's life, when there is no such file or it is not UTF-8.
+    /// The MRAID script of the resource bundle. The first call reads it, and the runtime caches the
+    /// result. Absent if there is no such file or it is not UTF-8.
     static std::optional<std::string> mraidJS();
   };
 
-  /// Makes the SDK's own errors.
+  /// Creates errors with the domain "Kelvara".
   struct Error {
     static kva::Error error(KVAErrorCodes code, std::string message = "Error");
     static kva::Error error(std::int64_t code, std::string message = "Error");
@@ -69,11 +69,12 @@ struct SDKHelper {
 
 inline constexpr const char* kvaBundleName = "KelvaraResources";
 
-/// Where the SDK's resource bundle may be: in the host's main bundle, else in the SDK's own data.
+/// The possible paths of the SDK's resource bundle, in the order of search: in the host's main
+/// bundle, in the SDK's data folder.
 std::vector<std::filesystem::path> kvaBundlePaths();
-/// The first of them that exists.
+/// The first of these paths that exists.
 std::optional<std::filesystem::path> kvaBundle();
-/// The MRAID script in it.
+/// The path of the MRAID script in that bundle, if the file exists.
 std::optional<std::filesystem::path> mraidJSFile();
 
 }  // namespace kva

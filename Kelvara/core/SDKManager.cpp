@@ -82,7 +82,7 @@ void SDKManager::finishStart(Result<Application> result,
   TemplateManager::shared().setTemplateVersions(application.templateVersions);
   AnalyticsManager::shared().updateIfNeeded();
   if (application.hasCampaign) ReferralTracking::shared().trackCampaign();
-  // Last, so that what the managers have just started still sees the SDK uninitialised.
+  // Last: the work that the managers start above must still see the SDK uninitialised.
   state_.with([](State& state) { state.initStatus = InitStatus::initialized; });
   completion(std::nullopt);
 }
@@ -93,15 +93,15 @@ void SDKManager::failStart(const Error& error, Completion<std::optional<Error>> 
     return state.isNetworkBack;
   });
   completion(error);
-  // The change that would have started it again came too early.
+  // The network came back during the start, and that notification did not start the SDK again.
   if (isNetworkBack) startAgain();
 }
 
 void SDKManager::reachabilityChanged() {
-  const bool isThere = isReachable();
+  const bool isNowReachable = isReachable();
   const bool isStarting = state_.with([&](State& state) {
-    // The first notification is no change: it says what the network is like.
-    state.isNetworkBack = std::exchange(state.isNetworkKnown, true) && isThere;
+    // The first notification is not a change: it reports the initial state of the network.
+    state.isNetworkBack = std::exchange(state.isNetworkKnown, true) && isNowReachable;
     return state.initStatus == InitStatus::initializing;
   });
   if (!isStarting) startAgain();

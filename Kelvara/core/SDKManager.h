@@ -15,7 +15,7 @@ namespace kva {
 
 class Reachability;
 
-/// Start-up and its state. Any thread; what it hands out are copies.
+/// Starts the SDK and holds its state. Any thread; getters return copies.
 class SDKManager {
  public:
   static SDKManager& shared();
@@ -25,13 +25,13 @@ class SDKManager {
 
   /// See `Kelvara::start`.
   void start(const std::string& appId, Completion<std::optional<Error>> completion);
-  /// Only stores it: the next campaign report tells the server.
+  /// Only stores the id. The next campaign report sends it.
   void setUserId(std::string userId);
 
-  /// The id of the last start that got past the id check.
+  /// The id of the last start with a valid id.
   std::optional<std::string> appId() const;
   std::optional<std::string> userId() const;
-  /// The server's record; absent until start-up has succeeded.
+  /// The server's record; absent until a start has received it.
   std::optional<Application> application() const;
   bool isInitialized() const;
   bool isReachable() const;
@@ -44,13 +44,13 @@ class SDKManager {
     std::optional<Application> application;
     InitStatus initStatus = InitStatus::notInitialized;
     bool isNetworkKnown = false;
-    bool isNetworkBack = false;  ///< it has changed since the last start began, and is there
+    bool isNetworkBack = false;  ///< reachable, and has changed since the last start began
   };
 
   void finishStart(Result<Application> result, Completion<std::optional<Error>> completion);
   void failStart(const Error& error, Completion<std::optional<Error>> completion);
   void reachabilityChanged();
-  /// Starts with the last id, unless a start is under way or done, or there is no network.
+  /// Starts with the last id, unless the SDK is starting or started or the network is unreachable.
   void startAgain();
 
   Guarded<State> state_;

@@ -9,14 +9,14 @@
 
 namespace kva {
 
-/// The error record of a reply.
+/// The error record of a server's reply.
 struct ServerError {
   std::int64_t code = 0;
   std::string message;
 
   static Result<ServerError> decode(const Json& json);
   Json toJson() const;
-  /// With the server's own code.
+  /// An error with the server's code and message.
   Error error() const;
 };
 

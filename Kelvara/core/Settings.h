@@ -4,9 +4,9 @@
 
 namespace kva {
 
-/// What the server has set for the application. Any thread.
+/// The server's settings for the application. Any thread.
 struct SDKHelper::Settings {
-  /// The application record's initial sound state; false (sound on) while there is none.
+  /// The initial sound state of the application record; false (sound on) without a record.
   static bool isSoundMuted();
 };
 

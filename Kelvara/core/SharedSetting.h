@@ -11,12 +11,12 @@
 
 namespace kva {
 
-/// A value under one key of the user defaults, kept decoded, that several processes of the
-/// application change. A change is made to what is stored at that moment, whoever stored it; one
-/// that cannot be stored yet is made again on what is stored by then. Not thread-safe.
+/// A decoded copy of one value of the user defaults, which several processes of the application
+/// change. `store` applies the changes of this process to the value stored at that moment. Changes
+/// that cannot be stored are applied again at the next `store`. Not thread-safe.
 ///
-/// A T is empty when it is made, `decode(Bytes)` gives what was stored (empty if unreadable),
-/// `encoded()` the bytes to store, and `apply(T::Change)` makes one change.
+/// T() is the empty value. `T::decode(Bytes)` reads a stored value (the empty one if it is
+/// unreadable), `encoded()` returns the bytes to store, and `apply(T::Change)` applies one change.
 template <class T>
 class SharedSetting {
  public:
@@ -25,27 +25,28 @@ class SharedSetting {
     refresh();
   }
 
-  /// As of the last call, with every change of this process.
+  /// The value as of the last call, with all changes of this process.
   const T& value() const { return value_; }
-  /// Takes up what other processes have changed.
-  void refresh() { takeUp(*userDefaults_); }
-  /// In memory; `store` is due.
+  /// Reads the changes of other processes.
+  void refresh() { readForeignChanges(*userDefaults_); }
+  /// Changes the value in memory. Call `store` to store it.
   void change(typename T::Change change) {
     value_.apply(change);
     unstored_.push_back(std::move(change));
   }
-  /// Stored when it returns, unless the store cannot be written. Without a change nothing is.
+  /// Stores the changes; does nothing if there are none. If the store cannot be written, the
+  /// changes stay pending.
   void store() {
     if (unstored_.empty()) return;
     const bool isStored = userDefaults_->edit([this](KeyedValues& stored) {
-      takeUp(stored);
+      readForeignChanges(stored);
       stored.set(key_, value_.encoded());
     });
     if (isStored) unstored_.clear();
   }
 
  private:
-  void takeUp(const KeyedValues& stored) {
+  void readForeignChanges(const KeyedValues& stored) {
     const auto version = stored.foreignChanges();
     if (std::exchange(version_, version) == version) return;
     const auto bytes = stored.get<Bytes>(key_);

@@ -4,7 +4,7 @@ namespace kva {
 
 class Runtime;
 
-/// Connects managers whose lower one must not include the upper one.
+/// Connects lower managers to upper ones, whose headers the lower ones must not include.
 void wireManagers(Runtime& runtime);
 
 }  // namespace kva

@@ -10,13 +10,14 @@ class Clock {
   virtual ~Clock() = default;
   /// Seconds since 1970-01-01 00:00:00 UTC.
   virtual double now() const = 0;
-  /// Seconds since some moment before the process began, the machine's sleep included. Never goes
-  /// back, whatever happens to the wall clock.
+  /// Seconds since a fixed moment before the process began, including the time that the machine
+  /// sleeps. Never decreases, also when the wall clock is changed.
   virtual double monotonicNow() const = 0;
-  /// The same time of day so many calendar days later (earlier when negative) in the device's time
-  /// zone: 24 hours but for a daylight-saving change. Seconds since 1970 in and out.
+  /// The same time of day `days` calendar days later (earlier if negative) in the device's time
+  /// zone. A day has 24 hours, except at a daylight-saving change. Both times in seconds since
+  /// 1970.
   virtual double addingDays(double time, int days) const = 0;
-  /// So many hours of elapsed time later.
+  /// `hours` hours of elapsed time later. Both times in seconds since 1970.
   virtual double addingHours(double time, int hours) const = 0;
 };
 

@@ -5,7 +5,7 @@
 
 namespace kva {
 
-/// How the device is held, as its sensor says.
+/// The orientation that the device's sensor reports.
 enum class DeviceOrientation {
   unknown,
   portrait,
@@ -16,18 +16,18 @@ enum class DeviceOrientation {
   faceDown,
 };
 
-/// Facts of the device. Thread-safe.
+/// Properties of the device. Thread-safe.
 class DeviceInfo {
  public:
   virtual ~DeviceInfo() = default;
   virtual std::string systemVersion() const = 0;
-  /// The hardware identifier, as uname(2) gives it in `machine`.
+  /// The hardware identifier: `machine` of uname(2).
   virtual std::string machine() const = 0;
   /// Changes are posted on the main thread as `kOrientationDidChangeNotification`.
   virtual DeviceOrientation orientation() const = 0;
 };
 
-/// The cellular service, where there is one. Thread-safe.
+/// The cellular service, if there is one. Thread-safe.
 class Telephony {
  public:
   enum class RadioAccessTechnology {
@@ -42,21 +42,21 @@ class Telephony {
     cdmaEVDORevB,
     eHRPD,
     lte,
-    other,  ///< newer, or not known
+    other,  ///< newer or unknown
   };
   virtual ~Telephony() = default;
   virtual std::optional<RadioAccessTechnology> currentRadioAccessTechnology() const = 0;
   virtual std::optional<std::string> carrierName() const = 0;
 };
 
-/// The advertising identifier and the user's decision about it. Thread-safe.
+/// The advertising identifier and the user's decision on tracking. Thread-safe.
 class IdentifierManager {
  public:
   enum class AuthorizationStatus { notDetermined = 0, restricted = 1, denied = 2, authorized = 3 };
   virtual ~IdentifierManager() = default;
-  /// 36 characters, upper-case hexadecimal; all zeros when it is withheld.
+  /// A UUID in upper case (36 characters); all zeros if it is withheld.
   virtual std::string advertisingIdentifier() const = 0;
-  /// Absent on a platform that knows only the older switch below.
+  /// Absent on a platform that has only the older switch below.
   virtual std::optional<AuthorizationStatus> trackingAuthorizationStatus() const = 0;
   virtual bool isAdvertisingTrackingEnabled() const = 0;
 };

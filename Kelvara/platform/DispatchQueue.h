@@ -4,28 +4,28 @@
 
 namespace kva {
 
-/// Runs tasks one after the other, in the order in which they were given. Thread-safe.
+/// Runs tasks one at a time, in the order in which they were dispatched. Thread-safe.
 class DispatchQueue {
  public:
   using Task = std::move_only_function<void()>;
 
   virtual ~DispatchQueue() = default;
 
-  /// Never runs the task inline, also when called on the queue itself. Tasks that have not begun
-  /// when the queue is destroyed are dropped.
+  /// Dispatches the task and returns before it runs, also when called on the queue itself. Tasks
+  /// that have not begun when the queue is destroyed are dropped.
   virtual void async(Task task) = 0;
 };
 
-/// The queue of the main thread, where views live.
+/// The queue of the main thread, which owns all views.
 class MainQueue : public DispatchQueue {
  public:
   virtual bool isMainThread() const = 0;
 };
 
-/// A queue with a thread of its own.
+/// A queue that has its own thread.
 class SerialQueue : public DispatchQueue {
  public:
-  /// Runs the task and returns when it has run; inline when called on the queue itself.
+  /// Returns after the task has run. Called on the queue itself, it runs the task inline.
   virtual void sync(Task task) = 0;
 };
 

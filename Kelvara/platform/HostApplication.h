@@ -6,21 +6,21 @@
 #include <Kelvara/platform/View.h>
 #include <Kelvara/platform/WebView.h>
 
-// Everything in this file lives on the main thread.
+// Main thread only.
 namespace kva {
 
-/// The host application, its screen, and the maker of views.
+/// The host application and its screen; also the factory of views.
 class HostApplication {
  public:
   enum class State { active, inactive, background };
 
   virtual ~HostApplication() = default;
   virtual State state() const = 0;
-  /// The window that has the user's attention; null when there is none.
+  /// The window that the user works in; null if there is none.
   virtual std::shared_ptr<Window> keyWindow() const = 0;
-  /// Hands the URL to whatever the user opens such addresses with.
+  /// Opens the URL in the user's default application for it.
   virtual void openURL(const URL& url) = 0;
-  /// The whole screen that the key window is on.
+  /// The size of the screen that the key window is on.
   virtual Size screenSize() const = 0;
 
   virtual std::shared_ptr<View> makeView(Rect frame) = 0;

@@ -10,11 +10,11 @@ namespace kva {
 class Locale {
  public:
   virtual ~Locale() = default;
-  /// Language tags such as "en-US", the most wanted first.
+  /// Language tags such as "en-US", the preferred one first.
   virtual std::vector<std::string> preferredLanguages() const = 0;
   virtual std::optional<std::string> countryCode() const = 0;   ///< ISO 3166, such as "TR"
   virtual std::optional<std::string> languageCode() const = 0;  ///< ISO 639, such as "tr"
-  /// The current time zone's abbreviation for the present moment, such as "CET".
+  /// The abbreviation now in use in the device's time zone, such as "CET" or "CEST".
   virtual std::optional<std::string> timeZoneAbbreviation() const = 0;
 };
 

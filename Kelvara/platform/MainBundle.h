@@ -7,20 +7,20 @@
 
 namespace kva {
 
-/// The host application as it is installed. Thread-safe.
+/// The installed host application. Thread-safe.
 class MainBundle {
  public:
   virtual ~MainBundle() = default;
-  /// The folders in which the SDK looks for its resources: the application's own first.
+  /// The folders to search for the SDK's resources: first the application's, then the SDK's.
   virtual std::vector<std::filesystem::path> resourceFolders() const = 0;
   virtual std::optional<std::string> bundleIdentifier() const = 0;
-  /// A text of the information dictionary, such as "CFBundleShortVersionString".
+  /// A text of the information dictionary; `key` is for example "CFBundleShortVersionString".
   virtual std::optional<std::string> infoString(const std::string& key) const = 0;
 };
 
-/// The API bases that the process talks to; fixed when the platform is made.
+/// The API bases of the process, each including "/api/v1". They do not change.
 struct APIBases {
-  std::string production;  ///< with "/api/v1" in it
+  std::string production;
   std::string sandbox;
 };
 

@@ -7,7 +7,7 @@
 
 namespace kva {
 
-/// An observer's registration; dropping it means silence.
+/// The registration of an observer. Destroying it ends the registration.
 class Observation {
  public:
   Observation() = default;
@@ -21,21 +21,22 @@ class Observation {
 inline constexpr std::string_view kOrientationDidChangeNotification =
     "UIDeviceOrientationDidChangeNotification";
 
-/// Posted on the main thread whenever `HostApplication::state` may have changed.
+/// Posted on the main thread when `HostApplication::state` may have changed.
 inline constexpr std::string_view kApplicationStateDidChangeNotification =
     "KVAApplicationStateDidChangeNotification";
 
-/// Hands named notifications to whoever observes them. Thread-safe.
+/// Delivers named notifications to their observers. Thread-safe.
 class NotificationCenter {
  public:
   NotificationCenter();
   ~NotificationCenter();
 
-  /// `received` is called on the thread that posts. `object` null: from any sender.
+  /// `received` is called on the thread that posts. If `object` is null, notifications of every
+  /// sender are delivered.
   [[nodiscard]] Observation addObserver(std::string_view name, const void* object,
                                         std::function<void()> received);
-  /// Calls the observers in the order of their registration, under no lock; one that is dropped
-  /// meanwhile is not called.
+  /// Calls the observers in the order of their registration, without a lock. An observer that is
+  /// removed by an earlier one is not called.
   void post(std::string_view name, const void* object);
 
  private:

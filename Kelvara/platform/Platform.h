@@ -17,7 +17,7 @@
 
 namespace kva {
 
-/// Every port, as one runtime is given them. `application` may be null where nothing is shown.
+/// All ports of one runtime. `application` may be null if no ads are shown.
 struct Platform {
   std::shared_ptr<URLSession> urlSession;
   std::shared_ptr<UserDefaults> userDefaults;

@@ -10,7 +10,7 @@
 
 namespace kva {
 
-/// What the system says of the way to a target; bits of one word.
+/// Properties of the route to a target, as bits of one word.
 enum class ReachabilityFlag : std::uint32_t {
   transientConnection = 1u << 0,
   reachable = 1u << 1,
@@ -23,13 +23,14 @@ enum class ReachabilityFlag : std::uint32_t {
   isWWAN = 1u << 18,
 };
 
-/// One watched target. Thread-safe.
+/// Watches one target. Thread-safe.
 class ReachabilityReference {
  public:
   virtual ~ReachabilityReference() = default;
-  /// The flags now; nothing on failure.
+  /// The current flags; absent on failure.
   virtual std::optional<std::uint32_t> flags() = 0;
-  /// Called with the new flags after each change, on the queue set below; null: never again.
+  /// `changed` is called with the new flags after each change, on the queue of `setDispatchQueue`.
+  /// Null ends the calls.
   virtual bool setCallback(std::function<void(std::uint32_t)> changed) = 0;
   virtual bool setDispatchQueue(std::shared_ptr<SerialQueue> queue) = 0;
   /// The system error of the last failure.
@@ -40,7 +41,8 @@ class ReachabilityReference {
 class ReachabilityService {
  public:
   virtual ~ReachabilityService() = default;
-  /// Null on failure; `lastError` tells why. Network byte order; 0.0.0.0: the general internet.
+  /// Null on failure, with the cause in `lastError`. The address is in network byte order; 0.0.0.0
+  /// stands for the general internet.
   virtual std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) = 0;
   virtual std::unique_ptr<ReachabilityReference> createWithName(const std::string& hostname) = 0;
   virtual std::int32_t lastError() const = 0;

@@ -6,8 +6,9 @@
 
 namespace kva {
 
-/// A scheduled timer; dropping the handle means silence. May be dropped on any thread, from the
-/// timer's own callback too: no call begins after that (one that runs on another thread ends).
+/// A scheduled timer. Destroying it cancels the timer: no call begins after that, but a call on
+/// another thread may still be running. It may be destroyed on any thread, also in its own
+/// callback.
 class Timer {
  public:
   Timer() = default;
@@ -22,14 +23,14 @@ class Timer {
 
 enum class Repeats { no, yes };
 
-/// Schedules timers on the loop of the calling thread: the session's own on the session's thread,
-/// the main loop on every other.
+/// Schedules timers. A timer that is scheduled on the network session's thread fires there; all
+/// others fire on the main thread.
 class RunLoop {
  public:
   virtual ~RunLoop() = default;
-  /// Calls `fire` after `seconds`, or every `seconds`; a repeating timer that was held up fires
-  /// once, not once for every period missed. An interval below a millisecond counts as one; one
-  /// that is not finite, or longer than ten years, counts as ten years.
+  /// Calls `fire` after `seconds`, or every `seconds`. A delayed repeating timer fires once, not
+  /// once for each missed period. `seconds` is at least a millisecond and at most ten years; a
+  /// value that is not finite counts as ten years.
   virtual Timer schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire) = 0;
 };
 

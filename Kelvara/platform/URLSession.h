@@ -21,7 +21,7 @@ enum class URLError : std::int64_t {
   unsupportedURL = 1002,
   cannotFindHost = 1003,
   cannotConnectToHost = 1004,
-  networkConnectionLost = 1005,  ///< reset, or closed before the whole answer had come
+  networkConnectionLost = 1005,  ///< reset or closed before the response was complete
   dnsLookupFailed = 1006,
   httpTooManyRedirects = 1007,
   notConnectedToInternet = 1009,  ///< no route or no network
@@ -36,16 +36,17 @@ struct URLRequest {
   std::string method = "GET";
   std::map<std::string, std::string> headers;
   std::optional<Bytes> body;
-  /// Seconds without an answer, or in which less than 100 bytes a second come.
+  /// Seconds. The request times out if there is no response for this long, or if it arrives at less
+  /// than 100 bytes a second for this long.
   double timeout = 60;
 };
 
 /// Runs HTTP requests for the SDK. One instance serves the whole process.
-/// Thread-safe: send() may be called from any thread, its own included.
+/// Thread-safe: send() may be called from any thread, including the session's.
 class URLSession {
  public:
-  /// What came of a request. A whole HTTP answer of any status has `data` (perhaps empty) and no
-  /// `error`; a failed one has `error`, and no data.
+  /// The outcome of a request. A complete HTTP response of any status has `data`, which may be
+  /// empty, and no `error`. A failed request has `error` and no `data`.
   struct Outcome {
     std::optional<Bytes> data;
     std::optional<Error> error;  ///< domain "KVAURLErrorDomain", codes of `URLError`
@@ -54,13 +55,13 @@ class URLSession {
 
   virtual ~URLSession() = default;
 
-  /// Sends `request` and calls `done` exactly once, on the session's own thread, also when the
-  /// request times out or the session is invalidated (cancelled). Calls of `done` never overlap.
-  /// Redirects and compressed answers are followed and undone as a browser would.
+  /// Sends `request` and calls `done` exactly once, on the session's thread, also when the request
+  /// times out or the session is invalidated (`URLError::cancelled`). Calls of `done` never
+  /// overlap. Redirects are followed, and compressed responses decompressed, as in a browser.
   virtual void send(URLRequest request, Done done) = 0;
 
-  /// Cancels what is in flight, and whatever is sent from now on; returns when every `done` has
-  /// run and the session's thread, its timers included, is still. Not from the session's thread.
+  /// Cancels the requests in flight and every later one. Returns when every `done` has run and the
+  /// session's thread and its timers are idle. Must not be called on the session's thread.
   virtual void invalidate() = 0;
 };
 

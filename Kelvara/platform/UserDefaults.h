@@ -12,7 +12,7 @@
 
 namespace kva {
 
-/// Small typed values by key.
+/// Typed values by key.
 class KeyedValues {
  public:
   using Value = std::variant<std::string, Bytes, bool, std::int64_t, double>;
@@ -23,11 +23,11 @@ class KeyedValues {
   virtual void set(std::string_view key, Value value) = 0;
   virtual void remove(std::string_view key) = 0;
 
-  /// Stays the same until another process (or another instance) has changed a value. Whoever keeps
-  /// a copy of a value asks for this first, then for the value.
+  /// A version that changes when another process or another instance changes a value. To cache a
+  /// value, read this version first, then the value.
   virtual std::uint64_t foreignChanges() const = 0;
 
-  /// The value under `key` when it was stored as a T; nothing otherwise.
+  /// The value of `key` if it was stored as a T.
   template <class T>
   std::optional<T> get(std::string_view key) const {
     auto found = value(key);
@@ -36,22 +36,24 @@ class KeyedValues {
   }
 };
 
-/// The host application's store, which all processes of the application share. Thread-safe. What
-/// `set` returned from survives the process being killed. A store that cannot be written keeps its
-/// values in memory and goes on; nothing here fails outward.
+/// The host application's store, shared by all processes of the application. Thread-safe. A value
+/// survives a kill of the process once `set` has returned. If the store cannot be written, its
+/// values stay in memory; no error is reported.
 class UserDefaults : public KeyedValues {
  public:
-  /// Makes several changes as one, between which no other process comes: `change` reads what is
-  /// stored now and sets what follows from it. Call nothing from it but its argument. What it set
-  /// survives the process being killed once `edit` returns true. False when others held the store
-  /// for two seconds or it could not be written: nothing was changed, whether `change` ran or not.
+  /// Makes several changes in one transaction: no other process changes the store meanwhile.
+  /// `change` reads the stored values and sets new ones. It must call nothing but its argument. If
+  /// `edit` returns true, the changes survive a kill of the process. If it returns false, another
+  /// process locked the store for two seconds or it cannot be written: nothing has changed, even if
+  /// `change` ran.
   [[nodiscard]] virtual bool edit(const std::function<void(KeyedValues&)>& change) = 0;
 
-  /// What one process of the application does at a time.
+  /// Work that only one process of the application may do at a time.
   enum class Task { registration, upload };
-  /// The right to a task. Released with its last copy, or when the process ends, however it ends.
+  /// The exclusive right to a task. Released when its last copy is destroyed or the process ends in
+  /// any way.
   using Claim = std::shared_ptr<void>;
-  /// Null while another holder has it, in this process or another; never waits.
+  /// Null if this or another process holds the claim. Does not wait.
   virtual Claim claim(Task task) = 0;
 };
 

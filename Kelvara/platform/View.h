@@ -8,30 +8,30 @@
 
 #include <Kelvara/Geometry.h>
 
-// Everything in this file lives on the main thread.
+// Main thread only.
 namespace kva {
 
 class View;
 class Window;
 
-/// Where a view stands in its superview, kept up when that changes its size.
+/// The position of a view in its superview. It is updated when the superview's size changes.
 struct Layout {
-  /// Standby: as edges, but unseen, and neither pressed nor focused, with all that stands in it.
+  /// Standby: like edges, but the view and its subviews are invisible and take no input or focus.
   enum class Kind { frame, edges, corner, standby };
-  /// Safe area: the superview's bounds less the window's safe-area insets.
+  /// Safe: the superview's bounds minus the window's safe-area insets.
   enum class Area { plain, safe };
   enum class Corner { topLeading, topTrailing, bottomLeading, bottomTrailing };
 
   Kind kind = Kind::frame;
   Area area = Area::plain;
   Corner corner = Corner::topLeading;
-  Rect rect{};  ///< frame: as it stands; corner: its size
+  Rect rect{};  ///< for frame: the frame; for corner: only its size is used
 
   static Layout frame(Rect rect) { return {.kind = Kind::frame, .rect = rect}; }
   static Layout edges(Area area) { return {.kind = Kind::edges, .area = area}; }
   static Layout standby(Area area) { return {.kind = Kind::standby, .area = area}; }
-  /// In an area smaller than `size`, as far in the corner as the superview's bounds allow; in a
-  /// superview smaller than `size`, as large as that.
+  /// A view larger than the area leaves it, but stays inside the superview's bounds. A view larger
+  /// than the superview shrinks to its size.
   static Layout atCorner(Corner corner, Size size, Area area) {
     return {.kind = Kind::corner,
             .area = area,
@@ -45,32 +45,32 @@ enum class Color { clear, black };
 class ViewDelegate {
  public:
   virtual ~ViewDelegate() = default;
-  /// The view, or a view that it stands in, was put into a window or taken out of it.
+  /// The view or one of its superviews was added to a window or removed from it.
   virtual void viewDidMoveToWindow() {}
-  /// A pointer or a finger was pressed on the view or on anything in it, or a key activated a
-  /// control in it. Before the thing that was pressed reacts. Never for mere motion.
+  /// The user pressed a pointer or a finger on the view or a subview, or activated a control in it
+  /// with a key. Called before the pressed view reacts. Not called for motion.
   virtual void viewWasTouched() {}
 };
 
-/// A rectangle of the screen. A superview owns its subviews; so may others.
+/// A rectangle of the screen. A superview shares the ownership of its subviews.
 class View {
  public:
   virtual ~View() = default;
 
   virtual void setDelegate(std::weak_ptr<ViewDelegate> delegate) = 0;
 
-  /// On top of the other subviews; out of its old superview first.
+  /// Adds `subview` above the other subviews, after removing it from its old superview.
   virtual void addSubview(std::shared_ptr<View> subview, Layout layout) = 0;
   virtual void removeFromSuperview() = 0;
   virtual void sendToBack() = 0;
   virtual void bringToFront() = 0;
-  /// Null when there is none.
+  /// Null if there is none.
   virtual std::shared_ptr<View> superview() const = 0;
   virtual std::shared_ptr<Window> window() const = 0;
 
   /// In the superview's coordinates.
   virtual Rect frame() const = 0;
-  /// In the window's coordinates; nothing without a window.
+  /// In the window's coordinates; absent without a window.
   virtual std::optional<Rect> frameInWindow() const = 0;
 
   virtual void setHidden(bool hidden) = 0;
@@ -80,21 +80,21 @@ class View {
   virtual void setClipsToBounds(bool clips) = 0;
 };
 
-/// An image of a resource bundle by name: "icon.close" is icon.close.png and, for twice the
-/// density, icon.close@2x.png.
+/// A named image of a resource bundle: "icon.close" is icon.close.png or, at double density,
+/// icon.close@2x.png.
 struct Image {
   std::filesystem::path bundle;
   std::string name;
-  std::string symbol;  ///< text that is shown instead when neither file can be read
+  std::string symbol;  ///< text to show if neither file can be read
 };
 
-/// A button that shows an image. Takes part in keyboard focus; activation is a press and release
-/// inside, or a key.
+/// A button with an image. It can have the keyboard focus. A press and release inside it, or a key,
+/// activates it.
 class Button {
  public:
   virtual ~Button() = default;
   virtual std::shared_ptr<View> view() = 0;
-  /// Whether the image could be read; if not, the button shows the symbol.
+  /// Returns whether the image could be read. If not, the button shows the symbol.
   virtual bool setImage(Image image, EdgeInsets insets) = 0;
   virtual void setAccessibleName(const std::string& name) = 0;
   virtual void setAction(std::function<void()> touchedUpInside) = 0;
@@ -104,28 +104,28 @@ class Button {
 class Window {
  public:
   virtual ~Window() = default;
-  virtual Rect frame() const = 0;  ///< origin on the screen where known, else zero
+  virtual Rect frame() const = 0;  ///< the origin is on the screen if known, else zero
   virtual EdgeInsets safeAreaInsets() const = 0;
-  /// Whether the user can see it: shown and not minimised.
+  /// True if the window is shown and not minimised.
   virtual bool isOnScreen() const = 0;
-  /// The view that everything in the window stands in.
+  /// The root view.
   virtual std::shared_ptr<View> view() = 0;
 };
 
 class ViewControllerDelegate {
  public:
   virtual ~ViewControllerDelegate() = default;
-  /// The user pressed Escape (or the platform's back key) while this controller is on top.
+  /// The user pressed Escape or the platform's back key while this controller is on top.
   virtual void viewControllerDidRequestCancel() {}
-  /// The window that this presented controller covers came on screen, or left it.
+  /// The window that this presented controller covers came on screen or left it.
   virtual void viewControllerDidChangeOnScreen() {}
-  /// The window that this controller was presented in is gone, and its view with it. No
-  /// completion of `present` or `dismiss` comes after this.
+  /// The window of this presented controller was destroyed, together with the controller's view. No
+  /// completion of `present` or `dismiss` is called after this.
   virtual void viewControllerWasTornDown() {}
 };
 
-/// A screen of content. The host's own stands for its window; those that the SDK makes are
-/// presented over it and cover it whole.
+/// A screen of content. The host's controller represents its window. The SDK presents its own
+/// controllers over it, and they cover it completely.
 class ViewController {
  public:
   virtual ~ViewController() = default;
@@ -133,13 +133,13 @@ class ViewController {
   virtual std::shared_ptr<View> view() = 0;
   /// True from `present` until the dismissal has completed.
   virtual bool isPresented() const = 0;
-  /// Presents `controller` over this one, full screen, with a short animation that begins when
-  /// the window is on screen. `completed` is called once, never before `present` returns; not at
-  /// all when the window is destroyed, or `controller` dismissed, before the animation begins.
-  /// This one's view is in a window.
+  /// Presents `controller` full screen over this one, whose view must be in a window. A short
+  /// animation begins when the window is on screen. `completed` is called once, after `present` has
+  /// returned. It is not called if, before the animation begins, the window is destroyed or
+  /// `controller` is dismissed.
   virtual void present(std::shared_ptr<ViewController> controller,
                        std::move_only_function<void()> completed) = 0;
-  /// Takes this controller off the one that presents it; the content below is as it was.
+  /// Removes this controller from the one that presented it. The content below is unchanged.
   virtual void dismiss(std::move_only_function<void()> completed) = 0;
 };
 

@@ -9,24 +9,24 @@
 #include <Kelvara/platform/URLSession.h>
 #include <Kelvara/platform/View.h>
 
-// Everything in this file lives on the main thread.
+// Main thread only.
 namespace kva {
 
 struct WebViewConfiguration {
   bool allowsInlineMediaPlayback = true;
   bool requiresUserActionForMediaPlayback = false;
-  /// Runs at document start, before any script of the page, in the main frame only.
+  /// Runs at document start, before the page's scripts, in the main frame only.
   std::string userScript;
-  bool isOpaque = true;  ///< false: what is behind the view shows through the page
+  bool isOpaque = true;  ///< false: the content behind the view shows through the page
   bool bounces = true;   ///< false: no overscroll
   bool allowsZooming = true;
 };
 
 struct NavigationAction {
-  enum class TargetFrame { none, main, sub };  ///< none: a new window was asked for
-  std::optional<URLRequest> request;           ///< absent when its URL is none
+  enum class TargetFrame { none, main, sub };  ///< none: the page requested a new window
+  std::optional<URLRequest> request;           ///< absent if the URL is invalid
   TargetFrame target = TargetFrame::main;
-  bool isFollowedLink = false;  ///< the user activated a link, in whatever frame
+  bool isFollowedLink = false;  ///< the user activated a link, in any frame
 };
 
 struct ScriptDialog {
@@ -43,26 +43,27 @@ class WebViewDelegate {
  public:
   virtual ~WebViewDelegate() = default;
   virtual void webViewDidFinishNavigation() = 0;
-  /// Provisional or not; also when the page's process dies before it has finished loading.
+  /// A navigation failed, provisional or committed, or the page's process ended before the page had
+  /// loaded.
   virtual void webViewDidFailNavigation(const Error& error) = 0;
-  /// The process of a page that had loaded has ended, and with it the page.
+  /// The process of a loaded page ended. The page is lost.
   virtual void webViewProcessDidTerminate(const Error& error) = 0;
-  /// Asked for every navigation of every frame; false cancels it.
+  /// Called for every navigation of every frame. False cancels the navigation.
   virtual bool webViewDecidePolicy(const NavigationAction& action) = 0;
-  /// The page asks for a new window; none is ever made.
+  /// The page requested a new window. No window is created.
   virtual void webViewCreateWebView(const NavigationAction& action) = 0;
-  /// The page waits for the answer; nothing is shown.
+  /// The page's script is blocked until this returns. No dialog is shown.
   virtual ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog& dialog) = 0;
 };
 
-/// One web page with its own script world, which shares no storage, no scheme and no extension with
-/// the host's pages. Permission prompts, downloads, full screen, pointer lock, file choosers, media
-/// sessions and the asynchronous clipboard are refused; "before unload" questions are answered with
-/// leave. Destroying it leaves the page 100 ms, unseen and silent, for the scripts that were given
-/// before.
+/// One web page with its own script world. It shares no storage, scheme or extension with the
+/// host's pages. It refuses permission prompts, downloads, full screen, pointer lock, file
+/// choosers, media sessions and the asynchronous clipboard, and lets a page leave without a "before
+/// unload" prompt. When it is destroyed, its page stays for 100 ms, invisible and muted, to run the
+/// scripts that were evaluated before.
 class WebView {
  public:
-  /// The script's value as JSON text, or what it threw.
+  /// The script's value as JSON text, or the exception that it threw.
   using Evaluated = std::move_only_function<void(Result<std::string>)>;
 
   virtual ~WebView() = default;
@@ -70,9 +71,9 @@ class WebView {
   virtual void setDelegate(std::weak_ptr<WebViewDelegate> delegate) = 0;
   virtual void loadHTML(const std::string& html, const std::optional<URL>& baseURL) = 0;
   virtual void load(const URLRequest& request) = 0;
-  /// A muted page plays on unheard.
+  /// A muted page continues to play without sound.
   virtual void setMuted(bool isMuted) = 0;
-  /// In the page's main frame; `evaluated` may be null. Scripts run in the order given.
+  /// Runs in the page's main frame. `evaluated` may be null. Scripts run in the order of the calls.
   virtual void evaluateJavaScript(const std::string& script, Evaluated evaluated) = 0;
 };
 

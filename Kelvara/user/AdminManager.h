@@ -8,14 +8,13 @@
 
 namespace kva {
 
-/// Tells whether this device is one of the application's test devices, which may use the sandbox
-/// server and log in detail. Nothing is stored: each start-up decides again. Any thread.
+/// Determines whether this device is one of the application's test devices, which may use the
+/// sandbox server and debug logs. The result is not stored. Any thread.
 class AdminManager {
  public:
   static AdminManager& shared();
 
-  /// Looks for this device among the application's testers. A match stays, also when a later list
-  /// has none.
+  /// Searches the application's testers for this device. A match remains if a later list has none.
   void setTesters(const std::vector<Tester>& testers);
 
   bool isTester() const;

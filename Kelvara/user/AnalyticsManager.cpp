@@ -20,7 +20,7 @@ using Keys = SDKHelper::UserDefaultKeys;
 UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
 
 constexpr double kSecondsBetweenAttempts = 0.05;
-/// A process that registers for longer than a request may take is not waited for.
+/// After this, the other process has exceeded the time limit of a request, and this one registers.
 constexpr int kAttempts = static_cast<int>(70 / kSecondsBetweenAttempts);
 
 std::int64_t deviceTime() {
@@ -40,8 +40,8 @@ AnalyticsManager::AnalyticsManager()
 
 AnalyticsManager::~AnalyticsManager() {
   if (state_.with([](State& state) { return state.registrations.empty(); })) return;
-  // Another process's registration holds these up. The session is over: it cancels this request on
-  // its own thread, and `invalidate` waits for that.
+  // These still wait for another process. The session is invalidated, so it cancels this request on
+  // its thread, and `invalidate` waits for that.
   auto& session = *Runtime::current().platform().urlSession;
   session.send(
       {.url = *URL::parse("about:blank"), .headers = {}, .body = {}},
@@ -69,7 +69,7 @@ void AnalyticsManager::attemptRegistration(int attempt) {
   state_.with([&](State& state) { std::swap(state.nextAttempt, next); });
 }
 
-/// Holds the claim until the user is stored.
+/// Owns the claim until the user is stored.
 void AnalyticsManager::sendRegistration(UserDefaults::Claim claim) {
   RequestManager::register_(userToSend(), [this, claim = std::move(claim)](auto response) mutable {
     if (!response) {
@@ -90,7 +90,7 @@ void AnalyticsManager::completeRegistrations(const std::optional<Error>& error) 
   for (auto& completion : completions) completion(error);
 }
 
-/// Takes the user whom another process has registered, if there is one.
+/// Uses the user that another process has registered, if there is one.
 bool AnalyticsManager::adoptStoredUser() {
   return state_.with([](State& state) {
     state.userId = userDefaults().get<std::string>(Keys::userId);
@@ -108,7 +108,7 @@ void AnalyticsManager::updateIfNeeded() {
   });
 }
 
-/// The advertising identifier is not the record's own but the one that privacy allows now.
+/// The record with the advertising identifier that the user's privacy allows now.
 User AnalyticsManager::userToSend() const {
   User user = defaultUser_;
   user.idfa = PrivacyManager::shared().idfaWithPrivacy().value_or("");
@@ -122,7 +122,7 @@ void AnalyticsManager::accept(const std::string& userId) {
 
 void AnalyticsManager::logout() {
   state_.with([](State& state) {
-    // Another process may have replaced the user already; then there is nothing to forget.
+    // Another process may have replaced the stored user. Its user must stay.
     std::ignore = userDefaults().edit([&](KeyedValues& stored) {
       if (stored.get<std::string>(Keys::userId) == state.userId) stored.remove(Keys::userId);
     });
@@ -132,7 +132,7 @@ void AnalyticsManager::logout() {
 }
 
 void AnalyticsManager::setUserId(std::string userId) {
-  // Stored under the guard, so that what is kept is what was set last.
+  // Stored under the lock, so that the stored id and the one in memory stay equal.
   state_.with([&](State& state) {
     userDefaults().set(Keys::userId, userId);
     state.userId = std::move(userId);
@@ -142,7 +142,7 @@ void AnalyticsManager::setUserId(std::string userId) {
 void AnalyticsManager::setDeltaTime(std::int64_t serverTime) {
   std::int64_t deltaTime = 0;
   if (__builtin_sub_overflow(serverTime, deviceTime(), &deltaTime))
-    fatal("the difference between the server's clock and the device's is beyond 64 bits");
+    fatal("the difference between the clocks of the server and the device exceeds 64 bits");
   state_.with([&](State& state) {
     state.deltaTime = deltaTime;
     userDefaults().set(Keys::deltaTime, deltaTime);
@@ -153,7 +153,7 @@ std::int64_t AnalyticsManager::serverTime() const {
   const std::int64_t deltaTime = state_.with([](const State& state) { return state.deltaTime; });
   std::int64_t serverTime = 0;
   if (__builtin_add_overflow(deviceTime(), deltaTime, &serverTime))
-    fatal("the server's time is beyond 64 bits");
+    fatal("the server's time exceeds 64 bits");
   return serverTime;
 }
 

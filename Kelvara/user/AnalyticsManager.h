@@ -14,33 +14,32 @@
 
 namespace kva {
 
-/// The installation's identity at the server, and the server's clock. Any thread.
+/// Registers this installation at the server and follows the server's clock. Any thread.
 class AnalyticsManager {
  public:
   static AnalyticsManager& shared();
 
-  /// Takes up what an earlier launch has stored, and the user record of this moment, which then
-  /// stands for the whole run: a device value that changes reaches the server at the next launch.
+  /// Reads the values that an earlier launch stored, and makes the user record. The record does not
+  /// change until the next launch, which sends changed device values to the server.
   AnalyticsManager();
-  /// Cancels what still waits for another process's registration, on the session's thread.
+  /// Cancels registrations that wait for another process, on the session's thread.
   ~AnalyticsManager();
 
-  /// Registers the user unless that has been done, in this process or in another, in which case
-  /// `completion` runs at once, with no error. Otherwise it runs on the session's thread. A call
-  /// during a registration sends nothing and completes with the answer to that one. While another
-  /// process registers, this one waits for its user; if that process fails or dies, this one
-  /// registers.
+  /// Registers the user. If this or another process has done so, `completion` runs before this
+  /// returns, without an error; otherwise on the session's thread. A call during a registration
+  /// sends nothing and completes with the outcome of that one. While another process registers,
+  /// this one waits for its user. If that process fails or ends, this one registers.
   void register_(Completion<std::optional<Error>> completion);
   /// Sends the record of a registered user if it differs from the last one that was accepted.
   void updateIfNeeded();
-  /// Drops the user, whom the server does not know, and registers again at once, unless another
+  /// Drops a user that the server has rejected as unknown and registers again, unless another
   /// process has done so.
   void logout();
 
-  /// Sets this device's clock against the server's `serverTime`, milliseconds since 1970. A
-  /// difference beyond 64 bits is fatal.
+  /// Stores the difference between the server's clock and the device's. `serverTime` is in
+  /// milliseconds since 1970. Fatal if the difference exceeds 64 bits.
   void setDeltaTime(std::int64_t serverTime);
-  /// The time at the server, milliseconds since 1970. A sum beyond 64 bits is fatal.
+  /// The server's current time, milliseconds since 1970. Fatal if it exceeds 64 bits.
   std::int64_t serverTime() const;
 
   bool isRegistered() const;
@@ -50,7 +49,7 @@ class AnalyticsManager {
  private:
   struct State {
     std::optional<std::string> userId;
-    /// Of the registration that is under way; empty when there is none.
+    /// The completions of the running registration; empty if none runs.
     std::vector<Completion<std::optional<Error>>> registrations;
     Timer nextAttempt;           ///< while another process registers
     std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds

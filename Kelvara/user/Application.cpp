@@ -9,7 +9,7 @@
 namespace kva {
 namespace {
 
-/// One unknown name makes the whole list unreadable.
+/// Absent if one of the names is unknown.
 std::optional<std::vector<AdType>> adTypes(const std::vector<std::string>& names) {
   std::vector<AdType> types;
   for (const auto& name : names) {

@@ -13,21 +13,20 @@
 
 namespace kva {
 
-/// The runtime settings of an application.
+/// The server's settings of an application.
 struct ApplicationSetting {
   std::int64_t statsSendPeriod = 4;  ///< of the report upload
   std::int64_t sleepOnNofill = 60;   ///< seconds
   bool isSoundMuted = true;
 
-  /// A member that is missing or mistyped keeps its default. The server counts both periods in
-  /// hundredths, so a record that was encoded does not decode to itself.
+  /// A missing or mistyped member has its default. The server sends both periods in hundredths, and
+  /// `toJson` does not, so an encoded record does not decode to itself.
   static Result<ApplicationSetting> decode(const Json& json);
-  /// Writes the periods as they are held.
   Json toJson() const;
   bool operator==(const ApplicationSetting&) const = default;
 };
 
-/// What the server tells at start-up about the host application.
+/// The server's record of the host application, received at start-up.
 struct Application {
   std::string applicationId;
   std::vector<Tester> testers;
@@ -38,8 +37,8 @@ struct Application {
   URL privacyPolicy;
   ApplicationSetting setting;
 
-  /// Only the id and the privacy policy are required; whatever else is missing or mistyped, one
-  /// element of a list included, counts as not there.
+  /// Only the id and the privacy policy are required. Any other member has its default if it, or
+  /// one element of a list, is missing or mistyped.
   static Result<Application> decode(const Json& json);
   Json toJson() const;
   bool operator==(const Application&) const = default;

@@ -39,7 +39,7 @@ void save(const User& user) {
   try {
     userDefaults().set(SDKHelper::UserDefaultKeys::user, toBytes(user.toJson().dump()));
   } catch (const Json::exception&) {
-    // A text of the host's is not UTF-8: nothing is stored, and the next launch sends an update.
+    // A text of the host is not UTF-8. Nothing is stored, so the next launch sends an update.
   }
 }
 

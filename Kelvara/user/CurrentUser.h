@@ -4,15 +4,15 @@
 
 #include <Kelvara/user/User.h>
 
-// This installation's user record. Any thread.
+// The user record of this installation. Any thread.
 namespace kva {
 
-/// The record as the device, the application and the user's privacy are now.
+/// The record with the current values of the device, the application and the user's privacy.
 User currentUser();
 
 /// Stores the record as the last one that the server accepted.
 void save(const User& user);
-/// The record that was saved last; nothing when there is none or it cannot be read.
+/// The record that was saved last; absent if there is none or it is unreadable.
 std::optional<User> lastUploadedUser();
 
 }  // namespace kva

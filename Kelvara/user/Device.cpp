@@ -35,7 +35,7 @@ const char* generation(RadioAccessTechnology technology) {
 
 }  // namespace
 
-// The server knows the SDK by this platform and brand alone.
+// The server accepts only this platform and brand.
 std::string SDKHelper::Device::platform() { return "ios"; }
 std::string SDKHelper::Device::deviceBrand() { return "apple"; }
 std::string SDKHelper::Device::osVersion() { return ports().device->systemVersion(); }

@@ -6,19 +6,19 @@
 
 namespace kva {
 
-/// Facts of the device as the server wants them, asked afresh on every call. Any thread. What the
-/// platform cannot tell is "".
+/// Properties of the device in the form that the server expects. Each call reads the current value;
+/// an unknown one is "". Any thread.
 struct SDKHelper::Device {
   static std::string platform();
   static std::string osVersion();
   static std::string deviceBrand();
   static std::string deviceModel();
-  /// "2g", "3g" or "4g"; "3g" for everything that is not recognised, no cellular service included.
+  /// "2g", "3g" or "4g"; "3g" also for an unknown technology and without cellular service.
   static std::string connectionType();
   static std::string carrierName();
   static std::string country();
   static std::string language();
-  /// The time zone's abbreviation for the present moment.
+  /// The abbreviation of the current time zone.
   static std::string timezone();
 };
 

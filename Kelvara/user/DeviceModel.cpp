@@ -133,7 +133,7 @@ std::string marketingName(std::string_view identifier) {
 std::string mapToDevice(std::string_view identifier) {
   if (identifier != "i386" && identifier != "x86_64") return marketingName(identifier);
   const char* simulated = std::getenv("SIMULATOR_MODEL_IDENTIFIER");
-  // A simulator is never the simulated device, so there is no second look for one.
+  // The simulated device is not a simulator itself, so its name needs no second lookup.
   return "Simulator " + marketingName(simulated ? simulated : "iOS");
 }
 

@@ -19,7 +19,7 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
 
-/// The server expects "dmod" here, where the user record says "dmob".
+/// The server expects the key "dmod" here; in the user record it is "dmob".
 Json reportBody(const std::optional<std::string>& idfa) {
   using Device = SDKHelper::Device;
   return {{"aid", orNull(SDKManager::shared().appId())},

@@ -9,16 +9,17 @@
 
 namespace kva {
 
-/// Reports the installation to a campaign, so that it can be attributed, and remembers the outcome
-/// across launches. Any thread.
+/// Reports the installation to a campaign for attribution, and stores the outcome across launches.
+/// Any thread.
 class ReferralTracking {
  public:
   static ReferralTracking& shared();
 
   ReferralTracking();
 
-  /// Sends one report if one is due: the first always, a later one only while the server has not
-  /// attributed the installation and there is an advertising identifier that it has not had.
+  /// Sends a report if one is due. The first is always due. A later one is due if the server has
+  /// not attributed the installation and there is an advertising identifier that it has not
+  /// received.
   void trackCampaign();
 
   std::optional<std::string> lastUploadedIDFA() const;
@@ -34,7 +35,7 @@ class ReferralTracking {
   bool isReportDue(const std::optional<std::string>& idfa) const;
   void succeed(const TrackCampaignResponse& response, std::optional<std::string> idfa);
   void fail(const Error& error);
-  // Each keeps its value across launches.
+  // Each setter also stores the value.
   void setLastUploadedIDFA(std::optional<std::string> idfa);
   void setTrackCampaignNeeded(bool isNeeded);
   void setFirstCampaignTracked(bool isTracked);

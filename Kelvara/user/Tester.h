@@ -7,11 +7,11 @@
 
 namespace kva {
 
-/// One test device of the application, with what is switched on for it.
+/// A test device of the application and the features that are enabled for it.
 struct Tester {
   std::string testerId;  ///< the MD5 digest of the device's advertising identifier
   bool isTestAdsEnabled = false;
-  bool isTestSuiteEnabled = false;  ///< written, but never taken from the server
+  bool isTestSuiteEnabled = false;  ///< encoded, but never decoded
   bool isLogsEnabled = false;
   bool isSandBoxEnabled = false;
 

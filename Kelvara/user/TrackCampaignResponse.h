@@ -8,7 +8,7 @@
 
 namespace kva {
 
-/// The answer to a campaign report.
+/// The reply to a campaign report.
 struct TrackCampaignResponse {
   std::optional<std::string> planId;
 

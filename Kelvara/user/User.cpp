@@ -10,8 +10,8 @@ namespace {
 template <class T>
 struct Field {
   T User::*value;
-  const char* key;      ///< where the record is kept
-  const char* wireKey;  ///< to the server
+  const char* key;      ///< of the stored form
+  const char* wireKey;  ///< of the form that is sent
 };
 
 constexpr Field<std::string> kTexts[] = {

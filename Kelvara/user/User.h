@@ -8,7 +8,7 @@
 
 namespace kva {
 
-/// This installation on this device, as the server knows it. A value: what cannot be had is "".
+/// The server's record of this installation and its device. An unknown text is "".
 struct User {
   std::string applicationId;
   std::string sdkVersion;
@@ -16,7 +16,7 @@ struct User {
   std::string platform;
   std::string osVersion;
   std::string bundleId;
-  std::string idfa;  ///< as privacy allowed it when the record was made
+  std::string idfa;  ///< if privacy allowed it when the record was made
   std::string deviceBrand;
   std::string deviceModel;
   std::string connectionType;

@@ -1,2 +1,2 @@
-// Not part of any target: see Fence.KeepsPlatformHeadersOutOfKelvara.
+// Part of no target. Fence.KeepsPlatformHeadersOutOfKelvara compiles it.
 #include <sqlite3.h>
