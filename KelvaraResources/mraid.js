@@ -4,43 +4,43 @@
  * The SDK injects this script into the ad's top frame at document start, before any script of
  * the ad, so a creative may use `mraid` at parse time and needs no script tag for it.
  *
- *   window.mraid        What the creative calls: MRAID 3.0 with 2.0's methods, for an interstitial.
- *                       The bridge carries open and resize; orientation properties are kept, to
- *                       no effect. Every other action ends in an `error` event that names it, and
- *                       changes nothing.
- *   window.MRAID_ENV    Who hosts the ad. It never holds an identifier.
- *   window.mraidbridge  What the SDK calls. Not for creatives.
- *   window.kelvara      What Kelvara's own templates tell the SDK about their video:
+ *   window.mraid        The creative's API: MRAID 3.0 with 2.0's methods, for an interstitial. The
+ *                       bridge sends open and resize to the SDK. It stores orientation properties
+ *                       without effect. Every other action only causes an `error` event that
+ *                       names it.
+ *   window.MRAID_ENV    The ad's host. It never holds an identifier.
+ *   window.mraidbridge  The SDK's calls. Not for creatives.
+ *   window.kelvara      The video events that Kelvara's own templates send to the SDK:
  *                         preloadComplete()               the creative can be shown
  *                         videoEvent(duration, current)   progress, in seconds
  *                         videoComplete()                 the video has ended
  *
- * Two events beyond the standard's, for mraid.addEventListener:
+ * mraid.addEventListener accepts two events beyond the standard's:
  *   videoMuted(isMuted)   the user switched the sound with the SDK's button
  *   skipTapped()          the user tapped the SDK's skip button; the creative decides what it means
  *
- * Leaving the ad: a link that is followed (or window.open) to a web, tel:, sms: or mailto: address
- * becomes mraid.open, so that the ad is never replaced inside its own view. A page that cancels
- * the click, or opens an address of its own while handling it, has had its say. Links into one of
- * the page's own frames, within the page, or to any other scheme are left alone. The SDK opens
- * nothing that the user did not tap.
+ * Leaving the ad: following a link (or window.open) to a web, tel:, sms: or mailto: address calls
+ * mraid.open, so that no other page replaces the ad in its view. The link does nothing if the page
+ * cancels the click or opens an address while it handles the click. Links into one of the page's
+ * frames, within the page or to any other scheme work as usual. The SDK opens nothing before the
+ * user has tapped the ad.
  *
- * Events reach their listeners in the order in which they arose, each only after the listeners of
- * the one before have returned. What a page's own call brings about comes after that call returned.
- * A creative that comes late asks getState(): `ready` and stateChange are not repeated for it.
+ * The bridge delivers events in order, each after all listeners of the previous one have returned.
+ * An error that a page's call causes is delivered after the call returns. `ready` and stateChange
+ * are not repeated for a late creative, which calls getState() instead.
  *
- * Commands are navigations of hidden iframes, mraid: and kva:, which the SDK catches and refuses.
+ * Commands are navigations of hidden iframes to mraid: and kva:, which the SDK catches and blocks.
  * A page with a Content-Security-Policy must allow both in frame-src.
  */
 (function () {
   'use strict';
 
-  // A page that fetches this file by a script tag of its own, or writes its document anew, gets
-  // here a second time. The first bridge knows the state, so it stays.
+  // The script runs again if the page loads it by a script tag or rewrites its document. The first
+  // bridge has the state, so it stays.
   if (window.mraidbridge) return;
 
-  // Taken before the page can replace them. The rest of the script uses no method of Array, so
-  // a page that alters Array.prototype does not alter who hears what.
+  // Saved before the page can replace them. The script calls no method of Array, so a page that
+  // alters Array.prototype does not affect the delivery of events.
   const {apply} = Reflect;
   const {freeze, defineProperty} = Object;
   const createElement = document.createElement.bind(document);
@@ -56,8 +56,8 @@
   // ---------------------------------------------------------------------------------------------
   // Commands.
 
-  // Setting the page's location twice in one turn delivers only the second, so every command has
-  // an iframe of its own. A page may hold a thousand frames; more commands than this at once wait.
+  // If the page's location is set twice in one turn, only the second navigation happens. So every
+  // command gets its own iframe. A page may hold a thousand frames; commands beyond this limit wait.
   const FRAMES_AT_ONCE = 200;
   let commands = [];
   let nextCommand = 0;
@@ -69,7 +69,7 @@
   }
 
   function sendWaiting() {
-    if (!document.documentElement) return;   // until there is one, see below
+    if (!document.documentElement) return;   // the observer below sends them
     while (nextCommand < commands.length && framesInUse < FRAMES_AT_ONCE) {
       nextCommand += 1;
       navigateFrame(commands[nextCommand - 1]);
@@ -96,16 +96,16 @@
   // ---------------------------------------------------------------------------------------------
   // Events.
 
-  // One list of {listener, removed, owed} per event. A list is replaced, never altered, so
-  // a delivery under way keeps the list it began with; `removed` keeps it from calling one that
-  // another listener has just taken out.
+  // One list of {listener, removed, owed} per event. `owed` is true until the listener has got
+  // a value. A list is replaced, never altered, so a running delivery keeps its list. `removed`
+  // stops it from calling a listener that another listener has just removed.
   const listeners = {
     __proto__: null,
     ready: [], error: [], stateChange: [], sizeChange: [], viewableChange: [],
     exposureChange: [], audioVolumeChange: [], videoMuted: [], skipTapped: []
   };
 
-  // Events whose present value a new listener is told once, soon after it registered.
+  // Events whose current value a new listener gets once, soon after its registration.
   const presentValue = {
     __proto__: null,
     exposureChange: exposure,
@@ -147,7 +147,7 @@
     try {
       console.error('mraid: a listener of ' + event + ' threw', error);
     } catch (_) {
-      // The page's console is its own; one that throws must not stop the delivery.
+      // The page may replace console.error. If it throws, the delivery must go on.
     }
   }
 
@@ -190,32 +190,32 @@
     listeners[name] = kept;
   }
 
-  // Tells the page that `action` came to nothing. A task of its own: a creative may well answer
-  // an error with the call that failed, and that must not hold the page up for ever.
+  // Notifies the page that `action` failed, in a separate task: a creative may repeat the failed
+  // call in its error listener, and that must not block the page.
   function fail(action, message) {
     later(function () { emit('error', message, action); }, 0);
   }
 
-  function notCarried(action) {
+  function unsupported(action) {
     return function () { fail(action, action + ' is not supported.'); };
   }
 
   // ---------------------------------------------------------------------------------------------
-  // State: changed by the SDK alone, and always before the page hears of it.
+  // State. Only the SDK changes it, before the listeners are called.
 
   let state = 'loading';
   let isReady = false;
   let viewable = false;
-  let isMuted = null;       // null until the SDK tells
+  let isMuted = null;       // null until the SDK sends it
   let audioVolume = null;   // percent; null while unknown
-  let features = {__proto__: null, inlineVideo: true};   // no other until the SDK sends them
+  let features = {__proto__: null, inlineVideo: true};   // until the SDK sends them
   let screenSize = {width: 0, height: 0};
   let maxSize = {width: 0, height: 0};
-  // Both as the SDK sends them: in the window.
+  // Both in the window's coordinates, as the SDK sends them.
   let currentPosition = {x: 0, y: 0, width: 0, height: 0};
-  let defaultPosition = null;   // until the SDK sends it, where the ad is
+  let defaultPosition = null;   // until the SDK sends it, the current position counts
 
-  // An interstitial fills the maximum-size rectangle, to which pages' positions are relative.
+  // An interstitial fills the maximum-size rectangle. Positions for the page are relative to it.
   function toPage({x, y, width, height}) {
     return {x: x - currentPosition.x, y: y - currentPosition.y, width, height};
   }
@@ -246,29 +246,29 @@
     for (const feature in supported) features[feature] = supported[feature] === true;
   }
 
-  // The ad fills its view and nothing but the SDK's own controls lies over it: all of it is
-  // exposed, or nothing is. What covers it is not reported.
+  // The ad fills its view and only the SDK's controls cover it, so either all of it is exposed or
+  // nothing. The covered area is not reported.
   function exposure() {
     if (!viewable) return [0, null, null];
     const {width, height} = currentPosition;
     return [100, freeze({x: 0, y: 0, width, height}), null];
   }
 
-  let toldExposure = exposure();
+  let sentExposure = exposure();
 
   function exposureMayHaveChanged() {
     const now = exposure();
-    if (now[0] === toldExposure[0] && (!viewable || sameSize(now[1], toldExposure[1]))) return;
-    toldExposure = now;
+    if (now[0] === sentExposure[0] && (!viewable || sameSize(now[1], sentExposure[1]))) return;
+    sentExposure = now;
     emit('exposureChange', now[0], now[1], now[2]);
   }
 
   function sameSize(a, b) { return a.width === b.width && a.height === b.height; }
 
-  // The SDK tells positions and sizes one by one. The page hears of a new size when all of them
-  // are in, so that a listener that asks for the others gets the new ones.
+  // The SDK sends positions and sizes one by one. sizeChange fires after all have arrived, so that
+  // a listener reads only new values.
   const GEOMETRY_SETTLES_MS = 20;
-  let toldSize = currentPosition;
+  let sentSize = currentPosition;
   let isSettling = false;
 
   function setCurrentPosition(position) {
@@ -280,21 +280,21 @@
 
   function geometrySettled() {
     isSettling = false;
-    if (isReady && !sameSize(currentPosition, toldSize)) {
-      toldSize = currentPosition;
+    if (isReady && !sameSize(currentPosition, sentSize)) {
+      sentSize = currentPosition;
       emit('sizeChange', currentPosition.width, currentPosition.height);
     }
     exposureMayHaveChanged();
   }
 
-  // The page goes away: with the ad's view, or because it leads somewhere else.
+  // The page ends, with the ad's view or by a navigation.
   function leave() {
     setViewable(false);
     setState('hidden');
   }
 
   // ---------------------------------------------------------------------------------------------
-  // What the SDK calls.
+  // The SDK's calls.
 
   const bridge = {
     setScreenSize(width, height) { screenSize = {width, height}; },
@@ -305,8 +305,7 @@
       setCurrentPosition({x: currentPosition.x, y: currentPosition.y, width, height});
     },
 
-    // An orientation is told along with the rest ({orientationDegree: 0}); the page learns what it
-    // means from the geometry, so there is nothing to do for it.
+    // Ignores {orientationDegree: 0}: the SDK sends a new orientation's geometry as well.
     fireChangeEvent(properties) {
       if ('supports' in properties) setFeatures(properties.supports);
       if ('state' in properties) setState(properties.state);
@@ -318,21 +317,21 @@
     fireReadyEvent() {
       if (isReady || state === 'hidden') return;
       isReady = true;
-      toldSize = currentPosition;
+      sentSize = currentPosition;
       setState('default');
       emit('ready');
     },
 
     fireErrorEvent(command, message) { emit('error', message, command); },
 
-    // No command waits for the one before, so there is nothing to do when one is complete.
+    // No command waits for the previous one, so there is nothing to do.
     nativeCallComplete() {}
   };
 
   // ---------------------------------------------------------------------------------------------
-  // What the creative calls.
+  // The creative's calls.
 
-  let clickOpened = false;   // an address was opened while a click was being handled
+  let clickOpened = false;   // whether the page opened an address during the current click
   let resizeProperties = null;
   let expandSize = null;
   let orientationProperties = {allowOrientationChange: true, forceOrientation: 'none'};
@@ -344,7 +343,7 @@
       if (url !== undefined && url !== null && url !== '')
         address = new Address(url, document.baseURI).href;
     } catch (_) {
-      // A text that a link could not lead to either.
+      // Not a valid address.
     }
     if (address) send('mraid://open?url=' + encode(address));
     else fail('open', 'The URL is missing or malformed.');
@@ -376,7 +375,7 @@
             allowOffscreen: true};
   }
 
-  // Kept for the page to read again. The host decides how the ad is turned.
+  // Stored only for getOrientationProperties. The host sets the orientation.
   function setOrientationProperties(properties) {
     const {allowOrientationChange, forceOrientation} = properties || {};
     if (typeof allowOrientationChange === 'boolean')
@@ -419,7 +418,7 @@
     resize,
     getResizeProperties,
     setResizeProperties,
-    // The close control is always the SDK's, and an expanded ad would be modal.
+    // The close control is always the SDK's. An expanded ad is modal.
     getExpandProperties() {
       return {...screenSize, ...expandSize, useCustomClose: false, isModal: true};
     },
@@ -429,12 +428,12 @@
     },
     useCustomClose() {},
 
-    close: notCarried('close'),
-    unload: notCarried('unload'),
-    expand: notCarried('expand'),
-    playVideo: notCarried('playVideo'),
-    storePicture: notCarried('storePicture'),
-    createCalendarEvent: notCarried('createCalendarEvent'),
+    close: unsupported('close'),
+    unload: unsupported('unload'),
+    expand: unsupported('expand'),
+    playVideo: unsupported('playVideo'),
+    storePicture: unsupported('storePicture'),
+    createCalendarEvent: unsupported('createCalendarEvent'),
     getLocation() {
       fail('getLocation', 'getLocation is not supported.');
       return -1;
@@ -460,7 +459,7 @@
     return frame && frame.localName === 'iframe' ? frame : null;
   }
 
-  // The address that following `href` into `target` leads out to; null when the page stays.
+  // Returns the outward address of a link to `href` in `target`; null if the link does not lead out.
   function outwardAddress(href, target) {
     if (target && frameNamed(target)) return null;
     try {
@@ -471,7 +470,8 @@
     }
   }
 
-  // The SDK takes a link that the user follows for one that leads out, unless the page follows it.
+  // The SDK blocks a link that the user follows and opens it outside. So the script opens links into
+  // frames itself.
   function followIntoFrame(event, href, target) {
     if (!target || !frameNamed(target)) return;
     event.preventDefault();
@@ -491,7 +491,7 @@
 
   function clickBegins() { clickOpened = false; }
 
-  // Last to hear of a click, so that the page can cancel it first.
+  // Runs after the page's listeners, so that the page can cancel the click first.
   function clickEnds(event) {
     const isFollowed = !event.defaultPrevented && event.button !== RIGHT_BUTTON;
     const link = isFollowed ? linkOf(event) : null;
@@ -514,8 +514,8 @@
     return null;
   };
 
-  // A creative may add a tag for mraid.js and wait for it to load. There is no such file beside
-  // the ad, and nothing left to load: the tag hears that it is done.
+  // A creative may add a script tag for mraid.js and wait for its load event. The file does not
+  // exist and the bridge is already there, so replace the error event by a load event.
   function scriptFailed(event) {
     const script = event.target;
     if (!script || script.localName !== 'script') return;
@@ -533,8 +533,8 @@
     window.addEventListener('pagehide', leave);
   }
 
-  // A page that writes its document anew takes every listener off the window, and one without
-  // a root element has no place for commands: both end when there is a new root.
+  // Rewriting the document removes every listener from the window, and commands need a root
+  // element. A new root element ends both.
   listen();
   new MutationObserver(function () {
     listen();
@@ -543,6 +543,6 @@
 
   window.mraid = mraid;
   window.kelvara = kelvara;
-  // The SDK calls this name for as long as the page lives, whatever the page does.
+  // Not writable: the SDK calls it as long as the page lives.
   defineProperty(window, 'mraidbridge', {value: freeze(bridge), enumerable: true});
 })();

@@ -93,7 +93,7 @@ Result<Creative> Creative::decode(const Json& json) {
   creative.shouldCareSafeArea = in.optional("shouldCareSafeArea", false);
 
   auto decoded = in.finish(std::move(creative));
-  if (decoded) {  // not before: text that is no JSON is logged
+  if (decoded) {  // parsed last, since text that is not JSON is logged
     decoded->buttonTexts = textsFromJsonText(buttonTexts);
     decoded->detailTexts = textsFromJsonText(detailTexts);
   }

@@ -13,18 +13,18 @@
 #include <Kelvara/base/URL.h>
 #include <Kelvara/user/Plan.h>
 
-// What the server sends as an ad: plain values, never changed after they are decoded.
+// The records of an ad: plain values, constant once decoded.
 namespace kva {
 
 /// Texts by language code, such as "en".
 using LocalizedTexts = std::map<std::string, std::string>;
 
-/// The text for a language tag: the first, in key order, whose key occurs anywhere in the tag; else
-/// the one for "en"; else the first. Nothing for no texts.
+/// Returns the text for `language`, a tag such as "de-DE": the first in key order whose key occurs
+/// anywhere in the tag, else the one for "en", else the first. Empty if there are no texts.
 std::optional<std::string> localizedString(const LocalizedTexts& dictionary,
                                            std::string_view language);
 
-/// One file of a creative, for one way of holding the device.
+/// One file of a creative, for one orientation of the device.
 struct CreativeFile {
   enum class FileType { main, endCard };
 
@@ -55,14 +55,15 @@ struct Creative {
 
   bool preload() const { return contentType == ContentType::video; }
   bool isCloseButtonHidden() const { return arcDuration != 0; }
-  /// The call to action and the description in `language`, a tag such as "de-DE"; "" when there is
-  /// none.
+  /// The call to action and the description in `language`, chosen by `localizedString`; "" if there
+  /// is none.
   std::string buttonTitle(std::string_view language) const;
   std::string detailTitle(std::string_view language) const;
 
-  /// A missing or malformed link is absent; the texts arrive as JSON inside of a JSON string.
+  /// A malformed link counts as absent. The texts arrive as JSON objects inside JSON strings; a
+  /// malformed one counts as empty.
   static Result<Creative> decode(const Json& json);
-  /// Writes the texts as JSON objects, so the outcome does not decode again.
+  /// Writes the texts as JSON objects, so `decode` does not accept the result.
   Json toJson() const;
   bool operator==(const Creative&) const = default;
 };
@@ -71,7 +72,7 @@ struct Ad {
   std::string bidId;
   Creative creative;
   std::string templateId;
-  /// Present in every ad that was decoded.
+  /// Set in every decoded ad.
   std::optional<std::vector<CreativeFile>> files;
 
   static Result<Ad> decode(const Json& json);
@@ -79,9 +80,9 @@ struct Ad {
   bool operator==(const Ad&) const = default;
 };
 
-/// The answer to a bid request.
+/// The response to a bid request.
 struct BidLoadResponse {
-  std::optional<std::string> bidId;  ///< present when there is a plan to bid with
+  std::optional<std::string> bidId;  ///< set if `plans` is not empty
   std::vector<Plan> plans;           ///< in the server's order of preference
 
   static Result<BidLoadResponse> decode(const Json& json);

@@ -13,7 +13,7 @@ struct ChosenFiles {
   const CreativeFile* endCard = nullptr;
 };
 
-std::string_view wantedOrientation() {
+std::string_view currentOrientation() {
   switch (Runtime::current().platform().device->orientation()) {
     case DeviceOrientation::portrait:
     case DeviceOrientation::portraitUpsideDown:
@@ -23,11 +23,11 @@ std::string_view wantedOrientation() {
   }
 }
 
-/// Of each type the last file that is made for the orientation, else the first.
+/// For each type, chooses the last file that matches the orientation, else the first.
 ChosenFiles chooseFiles(const Ad& ad) {
   ChosenFiles chosen;
   if (!ad.files) return chosen;
-  const auto orientation = wantedOrientation();
+  const auto orientation = currentOrientation();
   for (const auto& file : *ad.files) {
     auto& choice = file.fileType == CreativeFile::FileType::main ? chosen.main : chosen.endCard;
     if (!choice || file.orientation == orientation) choice = &file;
@@ -54,7 +54,8 @@ std::string AdHelper::finalize(std::string html, const Ad& ad) {
   const auto [main, endCard] = chooseFiles(ad);
   const std::string language = preferredLanguage();
 
-  // Each on what the one before it left, so a value may bring a later placeholder with it.
+  // Each replacement works on the result of the previous one, so a value may contain a later
+  // placeholder.
   replace("[@CLICK_URL]", absoluteString(creative.clickUrl));
   if (main) replace("[@MAIN_ASSET]", main->fileUrl.absoluteString());
   if (endCard) replace("[@END_CARD_IMAGE]", endCard->fileUrl.absoluteString());

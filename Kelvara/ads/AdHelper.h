@@ -7,14 +7,14 @@
 
 namespace kva {
 
-/// Makes the document that is shown out of a template and an ad.
+/// Builds an ad's HTML document from its template.
 struct AdHelper {
-  /// Fills the placeholders of `html` for the device's orientation and language of this moment.
-  /// Values go in as they are, unescaped. A placeholder of a file that the ad does not have stays:
-  /// the template's script copes with it.
+  /// Fills the placeholders of `html` for the device's current orientation and language. Values are
+  /// inserted without escaping. The placeholder of a missing file remains; the template's script
+  /// handles it.
   static std::string finalize(std::string html, const Ad& ad);
 
-  /// The text for the language that the user prefers most.
+  /// Returns the text for the user's first preferred language.
   static std::optional<std::string> localizedString(const LocalizedTexts& dictionary);
 };
 

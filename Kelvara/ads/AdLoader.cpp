@@ -35,7 +35,7 @@ void AdLoader::load(const std::shared_ptr<KVABidResponse>& bidResponse, double c
     return refuse(KVAErrorCodes::bidResponseAlreadyUsed, "Bid response already used.");
 
   const auto appId = sdk.appId();
-  if (!appId) fatal("the SDK is initialized and has no application id");
+  if (!appId) fatal("the SDK is initialized but has no application id");
   RequestManager::loadAd(*appId, *bidResponse, clearingPrice,
                          [self = shared_from_this()](Result<Ad> result) {
                            if (!result) return self->fail(result.error());

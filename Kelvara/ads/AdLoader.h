@@ -12,7 +12,7 @@ namespace kva {
 
 class AdLoader;
 
-/// Hears what came of a load: exactly one call for each.
+/// Receives the outcome of each load: exactly one call per load.
 class AdLoaderDelegate {
  public:
   virtual ~AdLoaderDelegate() = default;
@@ -21,19 +21,20 @@ class AdLoaderDelegate {
   virtual void adLoaderDidFailToReceiveAd(AdLoader& adLoader, const Error& error) = 0;
 };
 
-/// Loads the ad of a bid that was won. Any thread; lives until its last answer has come.
+/// Loads the ad of a won bid. Any thread. Pending requests keep the loader alive.
 class AdLoader : public std::enable_shared_from_this<AdLoader> {
  public:
   static std::shared_ptr<AdLoader> create();
 
-  /// Not kept alive; once it is gone, outcomes are dropped.
+  /// Held weakly. Outcomes are dropped once the delegate is destroyed.
   void setDelegate(std::weak_ptr<AdLoaderDelegate> delegate);
-  /// The ad of the last load that succeeded.
+  /// The ad of the last successful load.
   std::optional<Ad> adData() const;
 
-  /// The delegate hears of a refusal before this returns (errors 2, 7, 4, 9), of everything else on
-  /// the network session's thread. A bid is used up as soon as its request is sent, whatever comes
-  /// of it.
+  /// Notifies the delegate before it returns if it refuses, in this order of checks, with
+  /// `sdkNotInitialized`, `invalidBidResponse`, `noInternetConnection` or `bidResponseAlreadyUsed`;
+  /// otherwise on the network session's thread. Sending the request uses the bid up, even if the
+  /// request fails.
   void load(const std::shared_ptr<KVABidResponse>& bidResponse, double clearingPrice);
 
  private:

@@ -7,7 +7,7 @@ namespace kva {
 
 enum class AdType { banner, native, interstitial, rewarded };
 
-/// The type's name on the wire, such as "rewarded".
+/// The type's name in the server's JSON, such as "rewarded".
 std::string_view rawValue(AdType type);
 std::optional<AdType> adTypeFromRawValue(std::string_view rawValue);
 

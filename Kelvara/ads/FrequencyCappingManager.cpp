@@ -18,9 +18,10 @@ constexpr double kDay = 86400;
 
 const Clock& deviceClock() { return *Runtime::current().platform().clock; }
 
-/// Counts one impression in the window that began at `windowBegan`, or in a new one.
+/// Counts one impression in the window that began at `windowBegan`. Begins a new window if that one
+/// is over.
 void countImpression(std::int64_t& count, double& windowBegan, double windowLength, double now) {
-  if (__builtin_add_overflow(count, 1, &count)) fatal("an impression count beyond 64 bits");
+  if (__builtin_add_overflow(count, 1, &count)) fatal("an impression count exceeds 64 bits");
   const double windowEnd = windowBegan + windowLength;
   if (windowBegan == 0 || windowEnd < now) windowBegan = now;
   if (windowEnd < now) count = 1;
@@ -82,8 +83,7 @@ bool FrequencyCappingManager::shouldShow(const Plan& plan) {
       time < member.lastHourlyImpressionAt + kHour &&
       plan.frequencyCapHourly <= member.hourlyImpressionCount)
     return false;
-  // An hour here too, on purpose: the daily cap holds back in the first hour of the day's window
-  // alone.
+  // An hour here too, on purpose: the daily cap blocks only in the first hour of the day's window.
   if (plan.frequencyCapDaily != 0 && member.lastDailyImpressionAt != 0 &&
       time < member.lastDailyImpressionAt + kHour &&
       plan.frequencyCapDaily <= member.dailyImpressionCount)
@@ -172,7 +172,7 @@ const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::
 }
 
 void FrequencyCappingManager::Members::append(FrequencyCappingMember member) {
-  indexOfPlan_.emplace(member.planId, entries_.size());  // the first of a plan is the plan's
+  indexOfPlan_.emplace(member.planId, entries_.size());  // if stored twice, the first counts
   std::string encoded = member.encoded();
   entries_.push_back({std::move(member), std::move(encoded)});
 }

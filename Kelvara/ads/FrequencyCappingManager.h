@@ -16,25 +16,25 @@
 
 namespace kva {
 
-/// Decides on the device whether an ad may be asked for and which plan may serve it: caps on a
-/// plan's impressions, a pause after a no-fill, one ad for one bid. Any thread. The impression
-/// counters survive a restart and are stored when a call returns; the rest is in memory alone.
+/// Decides on the device whether to request an ad and which plan may serve it. Caps the impressions
+/// of a plan, pauses an ad unit after a no-fill and allows one ad per bid. Any thread. Impression
+/// counters are stored before a call returns and survive a restart; the rest is in memory only.
 class FrequencyCappingManager {
  public:
   static FrequencyCappingManager& shared();
 
   FrequencyCappingManager();
 
-  /// Whether the ad unit may be asked for. Refused while the application's `sleepOnNofill` seconds
-  /// since its last no-fill have not passed.
+  /// Fails with `requestTooSoon` during the `sleepOnNofill` seconds after the ad unit's last
+  /// no-fill. Fails with `unknown` if there is a no-fill but no application record.
   Result<void> shouldRequestAdUnit(const std::string& adUnit) const;
   void trackNofill(const std::string& adUnit);
 
-  /// False while the plan's hourly or daily cap is reached.
+  /// False while the plan has reached its hourly or daily cap.
   bool shouldShow(const Plan& plan);
   void trackImpression(const std::optional<std::string>& planId);
 
-  /// Whether an ad may be loaded for the bid: the first time, which this uses up.
+  /// True the first time for each bid, and marks the bid as used.
   bool shouldRequestBid(const std::string& bidId);
   void trackBidUsed(const std::string& bidId);
 
@@ -47,27 +47,27 @@ class FrequencyCappingManager {
     double lastHourlyImpressionAt = 0;
     double lastDailyImpressionAt = 0;
 
-    /// Whether a window began after `time`, because the clock was ahead then.
+    /// Whether a window begins after `time`. The clock was ahead when it was stored.
     bool isAheadOf(double time) const;
     static Result<FrequencyCappingMember> decode(const Json& json);
     std::string encoded() const;
   };
 
-  /// The members in the order of their first impression, each with its stored form at hand, so
-  /// that neither finding one nor storing all of them encodes what did not change.
+  /// The members in the order of their first impression. Caches the encoded form of each, so that
+  /// storing encodes only changed members.
   class Members {
    public:
-    /// One impression at `time`; without a plan none is counted.
+    /// One impression at `time`. Without a plan, only corrects and drops members.
     struct Change {
       std::optional<std::string> planId;
       double time;
     };
     static Members decode(const Bytes& bytes);
     Bytes encoded() const;
-    /// Counts the impression. Times ahead of it, stored while the clock was ahead, count as its
-    /// time; members whose windows are over by then are dropped.
+    /// Sets windows that begin after the impression to begin at its time, because they were stored
+    /// while the clock was ahead. Drops members whose windows are over. Then counts the impression.
     void apply(const Change& change);
-    /// Null when there is none.
+    /// Null if there is none.
     const FrequencyCappingMember* find(const std::string& planId) const;
 
    private:

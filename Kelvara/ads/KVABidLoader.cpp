@@ -22,7 +22,7 @@ namespace {
 
 using BidCompletion = Completion<Result<std::shared_ptr<KVABidResponse>>>;
 
-/// Picks the first plan of the answer, in the server's order, that its caps allow.
+/// Bids with the first plan, in the server's order, that has not reached its caps.
 void handle(const BidLoadResponse& response, BidCompletion completion) {
   const auto refuse = [&](const char* message) {
     completion(failure(SDKHelper::Error::error(KVAErrorCodes::noActivePlan, message)));
@@ -39,7 +39,7 @@ void handle(const BidLoadResponse& response, BidCompletion completion) {
   }
   if (!selected) return refuse("No active plan.");
 
-  if (!response.bidId) fatal("the bid answer has plans and no bid identifier");
+  if (!response.bidId) fatal("the bid response has plans but no bid identifier");
   completion(
       std::make_shared<KVABidResponse>(selected->planId, *response.bidId, selected->price()));
 }
@@ -47,7 +47,7 @@ void handle(const BidLoadResponse& response, BidCompletion completion) {
 void load(const std::string& adUnit, KVABidType bidType, BidCompletion completion) {
   const AdType adType =
       bidType == KVABidType::interstitial ? AdType::interstitial : AdType::rewarded;
-  // Both ids are there whenever a bid is asked for, unless one was taken away just now.
+  // Both ids are set by now, unless the host has removed one in the meantime.
   RequestManager::loadBid(
       {{"aid", orNull(SDKManager::shared().appId())},
        {"uid", orNull(AnalyticsManager::shared().userId())},

@@ -10,8 +10,7 @@
 
 namespace kva {
 
-/// An HTML document with placeholders for what an ad fills in. The same JSON arrives from the
-/// server and is stored.
+/// An HTML document with placeholders for the values of an ad. The stored JSON is the server's.
 struct Template {
   std::string id;
   AdType adType = AdType::interstitial;

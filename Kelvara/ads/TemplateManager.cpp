@@ -37,7 +37,7 @@ void TemplateManager::templateFor(const std::string& id,
   if (required && cached && *required <= cached->version) return completion(*cached);
 
   const auto appId = SDKManager::shared().appId();
-  if (!appId) fatal("a template is asked for and the SDK has no application id");
+  if (!appId) fatal("a template was requested but the SDK has no application id");
   RequestManager::getTemplate(
       *appId, id, required,
       [this, id, completion = std::move(completion)](Result<Template> result) mutable {
@@ -54,7 +54,7 @@ void TemplateManager::templateFor(const std::string& id,
 void TemplateManager::keep(const std::string& id, Template fetched) {
   auto shared = std::make_shared<const Template>(std::move(fetched));
   state_.with([&](State& state) { state.templates[id] = shared; });
-  // Added to what other processes have kept; if it cannot be stored, a later launch fetches it.
+  // Keep the templates of other processes. If storing fails, a later launch fetches this one again.
   std::ignore = Runtime::current().platform().userDefaults->edit([&](KeyedValues& stored) {
     Json json = Json::object();
     for (const auto& [key, kept] : storedTemplates(stored)) json[key] = kept->toJson();

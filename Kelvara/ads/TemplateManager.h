@@ -13,24 +13,24 @@
 
 namespace kva {
 
-/// Fetches templates and keeps them across restarts. A kept one is trusted only once the
-/// application has announced the version that it needs. Any thread.
+/// Fetches templates and stores them across restarts. Uses a stored template only if the
+/// application has announced its version, or an older one, as the newest. Any thread.
 class TemplateManager {
  public:
   static TemplateManager& shared();
 
   TemplateManager();
 
-  /// The newest version of each template, as the application announces them.
+  /// Sets the newest version of each template, as the application announces it.
   void setTemplateVersions(std::map<std::string, std::int64_t> templateVersions);
 
-  /// Answers before it returns when the kept copy will do, otherwise on the network session's
-  /// thread; nothing when the template could not be fetched, even if an older copy is kept.
+  /// Calls `completion` before it returns if the stored template is new enough, else on the network
+  /// session's thread. Passes nothing if the fetch fails, even if an older copy is stored.
   void templateFor(const std::string& id, Completion<std::optional<Template>> completion);
 
  private:
-  /// Templates by the identifier under which they were asked for. Shared, so that finding one does
-  /// not copy the document under the guard.
+  /// Templates by the requested identifier. Shared, so that a lookup does not copy the document
+  /// inside the lock.
   using Templates = std::map<std::string, std::shared_ptr<const Template>>;
   struct State {
     Templates templates;

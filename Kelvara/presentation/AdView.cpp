@@ -38,7 +38,8 @@ void AdView::setup(Rect frame) {
   view_ = hostApplication().makeView(frame);
   view_->setDelegate(weak_from_this());
   view_->setBackgroundColor(Color::clear);
-  // The last is on top. In a small window they overlap, and close and skip stay in reach.
+  // The last one is on top: in a small window the controls overlap, and close and skip must stay
+  // reachable.
   privacyButton_ = makeButton(Corner::bottomTrailing, kPrivacy, &AdView::privacyButtonTapped);
   privacyButton_->view()->setHidden(true);
   privacyButton_->view()->setAlpha(kPrivacyAlpha);
@@ -61,7 +62,7 @@ std::shared_ptr<Button> AdView::makeButton(Layout::Corner corner, const Look& lo
   return button;
 }
 
-// Makes the button, or brings its image up to date. Once the video is over it is gone for good.
+// Creates the button, or updates its image. There is none after the end of the video.
 void AdView::setupSoundButton() {
   if (contentType_ != Creative::ContentType::video || isVideoOver_) return;
   const auto& look = isSoundMuted_ ? kSoundOff : kSoundOn;
@@ -104,7 +105,7 @@ void AdView::showCloseControl() {
   if (contentType_ != Creative::ContentType::video) {
     closeButton_->view()->setHidden(isCloseButtonHidden_);
   } else if (!isVideoOver_) {
-    // A countdown that outlasts the video must not take the close button away again.
+    // Not after the video: a longer countdown must not hide the close button again.
     skipButton_->view()->setHidden(isCloseButtonHidden_);
     closeButton_->view()->setHidden(true);
   }
@@ -125,7 +126,7 @@ void AdView::endVideo() {
   if (soundButton_) std::exchange(soundButton_, nullptr)->view()->removeFromSuperview();
 }
 
-// Skip lies over close where both are shown, so it comes first.
+// If both are shown, skip covers close.
 void AdView::cancel() {
   if (skipButton_ && !skipButton_->view()->isHidden()) return skipButtonTapped();
   if (!closeButton_->view()->isHidden()) closeButtonTapped();

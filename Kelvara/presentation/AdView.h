@@ -11,21 +11,21 @@ namespace kva {
 
 class AdView;
 
-/// Hears what the user does with the ad's controls. Main thread.
+/// Notified when the user activates one of the ad's controls. Main thread.
 class AdViewDelegate {
  public:
   virtual ~AdViewDelegate() = default;
   virtual void adViewDidTapClose(AdView& adView) = 0;
   virtual void adViewDidTapSkip(AdView& adView) = 0;
-  /// Put into a window, or taken out of it.
+  /// The view was added to a window or removed from it.
   virtual void adViewDidMoveToWindow(AdView& adView) = 0;
   virtual void adViewDidTapPrivacy(AdView& adView) = 0;
   virtual void adViewDidTapSoundMute(AdView& adView, bool isMuted) = 0;
 };
 
-/// The creative's page with the SDK's own controls over it: close and privacy, for a video skip
-/// and sound too. Until a video has ended or was skipped, skip stands in the place of close.
-/// Whatever changes a control from outside shows on a later turn of the main queue. Main thread.
+/// The creative's page under the SDK's controls: close and privacy, for a video also skip and
+/// sound. Skip takes the place of close until a video has ended or was skipped. The setters change
+/// the controls on a later turn of the main queue. Main thread.
 class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> {
  public:
   static std::shared_ptr<AdView> create(Rect frame, Creative::ContentType contentType);
@@ -33,22 +33,22 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
   void setDelegate(std::weak_ptr<AdViewDelegate> delegate);
   const std::shared_ptr<View>& view() const { return view_; }
 
-  /// Behind the controls, from edge to edge.
+  /// Places the page behind the controls, from edge to edge.
   void setWebView(std::shared_ptr<KVAWebView> webView);
-  /// True from the first press on the page; a press on a control is none.
+  /// True from the first press on the page. A press on a control does not count.
   bool wasTapped() const { return wasTapped_; }
-  /// Whether close, or for a video skip, is kept from the user.
+  /// Hides or shows close, or skip for a video.
   void setCloseButtonHidden(bool isHidden);
   void adviewDidPresent();
   void videoCompleted();
-  /// Does what the close or skip control that the user sees does; nothing while there is none.
+  /// Activates skip or close, whichever is visible. Does nothing if neither is.
   void cancel();
 
   void viewDidMoveToWindow() override;
 
  private:
   using Action = void (AdView::*)();
-  /// A control's image, its accessible name, and the text that it shows without its image.
+  /// A control's image, its accessible name, and the text to show if the image is missing.
   struct Look {
     const char *image, *name, *symbol;
   };

@@ -6,11 +6,11 @@ namespace kva {
 
 enum class SafeArea { ignore, respect };
 
-/// The current runtime's application; fatal where there is none, since nothing can be shown there.
+/// Returns the current runtime's application. Fatal on a platform that has none.
 HostApplication& hostApplication();
 
-/// The key window's frame; with `SafeArea::respect` what its insets leave of it, counted from its
-/// own corner. Zero without a key window. Main thread.
+/// Returns the key window's frame, or with `SafeArea::respect` its safe area in the window's own
+/// coordinates. Zero without a key window. Main thread.
 Rect applicationFrame(SafeArea safeArea);
 
 }  // namespace kva

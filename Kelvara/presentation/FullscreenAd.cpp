@@ -12,14 +12,14 @@ namespace kva {
 FullscreenAd::FullscreenAd(AdType adType)
     : adType_(adType), mainQueue_(Runtime::current().platform().mainQueue) {}
 
-// The controller's views may only go on the main thread.
+// The controller's views must be destroyed on the main thread.
 FullscreenAd::~FullscreenAd() {
   auto controller = state_.with([](State& state) { return std::move(state.fullscreenVC); });
   if (controller && !mainQueue_->isMainThread())
     mainQueue_->async([controller = std::move(controller)] {});
 }
 
-void FullscreenAd::tell(AdEvent event, const std::optional<Error>& error) {
+void FullscreenAd::notify(AdEvent event, const std::optional<Error>& error) {
   const HostCallback callback;
   if (const auto listener = listener_.get()) listener(event, error);
 }
@@ -55,11 +55,11 @@ void FullscreenAd::loadAd(std::shared_ptr<KVABidResponse> bidResponse, double cl
 }
 
 void FullscreenAd::adLoaderDidReceiveAd(AdLoader&) {
-  // Of the last load, whichever has answered.
+  // The last load's loader, even if an earlier one has answered.
   const auto loader = state_.with([](State& state) { return state.adLoader; });
   auto ad = loader ? loader->adData() : std::nullopt;
   if (!ad) {
-    return tell(
+    return notify(
         AdEvent::didFailToReceive,
         SDKHelper::Error::error(KVAErrorCodes::adDataNotAvailable, "Ad data isn't available."));
   }
@@ -69,8 +69,8 @@ void FullscreenAd::adLoaderDidReceiveAd(AdLoader&) {
 }
 
 void FullscreenAd::adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) {
-  // The status stays as it is, as intended.
-  tell(AdEvent::didFailToReceive, error);
+  // The status stays `loading`, as intended.
+  notify(AdEvent::didFailToReceive, error);
 }
 
 void FullscreenAd::setupFullscreenVC(Ad ad) {
@@ -83,12 +83,12 @@ void FullscreenAd::setupFullscreenVC(Ad ad) {
 
 void FullscreenAd::fullscreenAdReady(FullscreenAdVC&) {
   setStatus(AdStatus::loaded);
-  tell(AdEvent::didReceive);
+  notify(AdEvent::didReceive);
 }
 
 void FullscreenAd::fullscreenAdFailed(FullscreenAdVC&, const Error& error) {
   setStatus(AdStatus::idle);
-  tell(AdEvent::didFailToReceive, error);
+  notify(AdEvent::didFailToReceive, error);
 }
 
 void FullscreenAd::showAdFrom(std::shared_ptr<ViewController> host) {
@@ -105,8 +105,8 @@ void FullscreenAd::show(ViewController& host) {
     return true;
   });
   if (!isAccepted) {
-    return tell(AdEvent::didFailToPresent,
-                SDKHelper::Error::error(KVAErrorCodes::adNotReady, "Ad isn't ready."));
+    return notify(AdEvent::didFailToPresent,
+                  SDKHelper::Error::error(KVAErrorCodes::adNotReady, "Ad isn't ready."));
   }
   const auto controller = show.controller.lock();
   if (!controller) return;
@@ -119,22 +119,22 @@ void FullscreenAd::didShow(const Show& show, const Result<bool>& result) {
   const auto controller = show.controller.lock();
   if (!result) {
     setStatusOfShow(controller.get(), AdStatus::idle);
-    // The ad cannot be shown again, so nothing of it is kept.
+    // The ad cannot be shown again.
     state_.with([&](State& state) {
       if (state.fullscreenVC == controller) state.fullscreenVC.reset();
     });
-    return tell(AdEvent::didFailToPresent, result.error());
+    return notify(AdEvent::didFailToPresent, result.error());
   }
   setStatusOfShow(controller.get(), AdStatus::shown);
-  tell(AdEvent::didPresent);
+  notify(AdEvent::didPresent);
   FrequencyCappingManager::shared().trackImpression(
       show.bidResponse ? std::optional(show.bidResponse->planId()) : std::nullopt);
 }
 
-void FullscreenAd::fullscreenAdClicked(FullscreenAdVC&) { tell(AdEvent::didClick); }
+void FullscreenAd::fullscreenAdClicked(FullscreenAdVC&) { notify(AdEvent::didClick); }
 
 void FullscreenAd::fullscreenAdRewardEarned(FullscreenAdVC&) {
-  if (adType_ == AdType::rewarded) tell(AdEvent::didComplete);
+  if (adType_ == AdType::rewarded) notify(AdEvent::didComplete);
 }
 
 void FullscreenAd::fullscreenAdDismissed(FullscreenAdVC& dismissed) {
@@ -144,7 +144,7 @@ void FullscreenAd::fullscreenAdDismissed(FullscreenAdVC& dismissed) {
     return isReplaced ? nullptr : std::exchange(state.fullscreenVC, nullptr);
   });
   dismissed.setDelegate({});
-  tell(AdEvent::didDismiss);
+  notify(AdEvent::didDismiss);
 }
 
 }  // namespace kva

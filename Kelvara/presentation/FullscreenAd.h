@@ -14,7 +14,7 @@
 
 namespace kva {
 
-/// What the host is told of its ad.
+/// The events that the host's delegate receives.
 enum class AdEvent {
   didReceive,
   didFailToReceive,  ///< with the error
@@ -25,9 +25,9 @@ enum class AdEvent {
   didDismiss,
 };
 
-/// What stands behind both public ad objects: loads the ad of a bid, then shows it, as often as the
-/// host likes. Any thread, but for the controller's calls, which are made on the main thread. May
-/// be released on any thread.
+/// Implements both public ad objects: loads the ad of a bid, then shows it, any number of times.
+/// Any thread, except for the controller's calls, which arrive on the main thread. May be released
+/// on any thread.
 class FullscreenAd : public AdLoaderDelegate,
                      public FullscreenAdVCDelegate,
                      public std::enable_shared_from_this<FullscreenAd> {
@@ -35,22 +35,22 @@ class FullscreenAd : public AdLoaderDelegate,
   explicit FullscreenAd(AdType adType);
   ~FullscreenAd() override;
 
-  /// From now on `delegate` is told of the host's `ad`, by `passOn`, for as long as both live: on
-  /// the thread on which the event happens, and with an error for the two failures only.
+  /// Calls `passOn` for each event of `ad` while both `delegate` and `ad` live, on the thread where
+  /// the event occurs. Only the two failures carry an error.
   template <class Delegate, class HostsAd>
   void setDelegate(std::weak_ptr<Delegate> delegate, std::weak_ptr<HostsAd> ad,
                    void (*passOn)(Delegate&, HostsAd&, AdEvent, const std::optional<Error>&)) {
     listener_.set([=](AdEvent event, const std::optional<Error>& error) {
       const auto listening = delegate.lock();
-      const auto told = ad.lock();
-      if (listening && told) passOn(*listening, *told, event, error);
+      const auto hostsAd = ad.lock();
+      if (listening && hostsAd) passOn(*listening, *hostsAd, event, error);
     });
   }
-  /// Begins anew whatever has been before. A creative that is still being prepared when the ad of
-  /// a later load arrives gives way to it unheard. One on screen stays there, and its end leaves
-  /// the later load alone.
+  /// Starts a new load in any status. When its ad arrives, it replaces a creative that is still
+  /// being prepared, without an event for that one. A creative on screen stays, and its dismissal
+  /// does not affect the new load.
   void loadAd(std::shared_ptr<KVABidResponse> bidResponse, double clearingPrice);
-  /// Called off the main thread, it runs there later.
+  /// Called on another thread, it runs later on the main thread.
   void showAdFrom(std::shared_ptr<ViewController> host);
   bool isLoaded() const;
   bool isLoading() const;
@@ -68,7 +68,7 @@ class FullscreenAd : public AdLoaderDelegate,
   using Listener = std::function<void(AdEvent, const std::optional<Error>&)>;
   enum class AdStatus {
     idle,     ///< new, or the last one failed or was dismissed
-    loading,  ///< also after the loader has failed, until the next load
+    loading,  ///< also after a failed bid load, until the next load
     loaded,
     willShow,
     shown,
@@ -80,7 +80,7 @@ class FullscreenAd : public AdLoaderDelegate,
     std::shared_ptr<FullscreenAdVC> fullscreenVC;
   };
 
-  /// What is shown: a load in the meantime changes the state.
+  /// The shown ad. Kept apart from `State`, which a later load changes.
   struct Show {
     std::weak_ptr<FullscreenAdVC> controller;
     std::shared_ptr<KVABidResponse> bidResponse;
@@ -90,10 +90,10 @@ class FullscreenAd : public AdLoaderDelegate,
   void show(ViewController& host);
   void didShow(const Show& show, const Result<bool>& result);
   void setStatus(AdStatus adStatus);
-  /// Unless a later load has begun, whose status it is then.
+  /// Sets the status of the show by `controller`. Does nothing if a later load has begun.
   void setStatusOfShow(const FullscreenAdVC* controller, AdStatus adStatus);
   bool hasStatus(AdStatus adStatus) const;
-  void tell(AdEvent event, const std::optional<Error>& error = std::nullopt);
+  void notify(AdEvent event, const std::optional<Error>& error = std::nullopt);
 
   const AdType adType_;
   const std::shared_ptr<MainQueue> mainQueue_;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double kVideoQuarters = 4.0;
 
-/// The ads on screen, which the runtime keeps: its end takes them off the host's windows.
+/// The ads on screen. The runtime owns them and removes them from the host's windows at its end.
 struct PresentedAds {
   std::set<std::shared_ptr<FullscreenAdVC>> all;
 
@@ -63,7 +63,7 @@ void FullscreenAdVC::track(const BidReportAction& action) {
 void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool>)> completion) {
   // Before the checks, as intended: a refused show leaves the page's updates paused.
   if (mrController_) mrController_->willPresentVC();
-  // One code stands for the first three, as intended.
+  // The first three share one code, as intended.
   if (viewController_->isPresented()) return completion(refusal("Ad is already shown."));
   if (!SDKManager::shared().isReachable()) return completion(refusal("No internet connection."));
   if (!fromVC.view()->window()) return completion(refusal(kNoWindow));
@@ -111,7 +111,7 @@ void FullscreenAdVC::controllerRewardEarned(MRController&) {
 
 void FullscreenAdVC::controllerVideoEvent(MRController&, double duration, double currentDuration) {
   if ((duration == 0 && currentDuration == 0) || currentDuration > duration) return;
-  // Only a page that makes its times up, infinite ones say, comes past the fourth.
+  // A page that sends made-up times, such as infinite ones, gets past the fourth quarter.
   if (currentVideoQuarter_ > kVideoQuarters) return;
   const double threshold = duration / kVideoQuarters * currentVideoQuarter_;
   if (!(threshold <= currentDuration)) return;
@@ -131,7 +131,7 @@ void FullscreenAdVC::controllerAdDismiss(MRController&) {
   });
 }
 
-// The user is done with the ad, by the close control or with the window.
+// The user has closed the ad or its window.
 void FullscreenAdVC::close() {
   if (std::exchange(isClosed_, true)) return;
   if (auto controller = std::exchange(mrController_, nullptr)) {

@@ -14,7 +14,7 @@ namespace kva {
 
 class FullscreenAdVC;
 
-/// Hears what becomes of a full-screen ad. Main thread.
+/// Notified of the events of a full-screen ad. Main thread.
 class FullscreenAdVCDelegate {
  public:
   virtual ~FullscreenAdVCDelegate() = default;
@@ -25,11 +25,11 @@ class FullscreenAdVCDelegate {
   virtual void fullscreenAdDismissed(FullscreenAdVC&) = 0;     ///< at most once, the last call
 };
 
-/// Shows one ad full screen and reports what happens to it. On screen it lives until it is
-/// dismissed, whoever else lets go of it: the user can always close. Main thread.
+/// Shows one ad full screen and reports its events. An ad on screen lives until it is dismissed,
+/// even if the host releases it: the user can always close it. Main thread.
 ///
-/// When the window that it covers is destroyed, the ad counts as dismissed by the user: one report,
-/// one `fullscreenAdDismissed`. While the ad waits for its window, `show` fails instead.
+/// If the host's window is destroyed, the ad counts as dismissed by the user: one report, one
+/// `fullscreenAdDismissed`. If the ad is not on screen yet, `show` fails instead.
 class FullscreenAdVC : public MRControllerDelegate,
                        public ViewControllerDelegate,
                        public std::enable_shared_from_this<FullscreenAdVC> {
@@ -38,13 +38,13 @@ class FullscreenAdVC : public MRControllerDelegate,
 
   void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
   void loadAd();
-  /// Calls `completion` once. Fails with `adAlreadyShown`: before this returns when the ad is
-  /// presented already, there is no network or the window of `fromVC` is destroyed; later when
-  /// that is destroyed before the ad is on screen. Fails with `adNotReady` when the page's process
-  /// has ended. Succeeds when the ad has taken the screen, for which it waits while its window is
-  /// not on screen.
+  /// Calls `completion` once. Fails before it returns with `adAlreadyShown` if the ad is already
+  /// presented, there is no network or the window of `fromVC` is destroyed, and with `adNotReady`
+  /// if the page's process has ended. Fails later with `adAlreadyShown` if the window is destroyed
+  /// before the ad is on screen. Succeeds when the ad is on screen; while its window is not, it
+  /// waits.
   void show(ViewController& fromVC, std::function<void(Result<bool>)> completion);
-  /// Leaves the screen with nothing told and nothing reported: the runtime is at its end.
+  /// Removes the ad from the screen at the runtime's end, without a delegate call or a report.
   void abandon();
 
   void controllerAdReady(MRController&, std::shared_ptr<AdView> adView) override;
@@ -72,7 +72,7 @@ class FullscreenAdVC : public MRControllerDelegate,
   std::shared_ptr<AdView> adView_;
   std::shared_ptr<MRController> mrController_;
   std::weak_ptr<FullscreenAdVCDelegate> delegate_;
-  std::function<void(Result<bool>)> shown_;  ///< the completion of a show under way
+  std::function<void(Result<bool>)> shown_;  ///< the completion of a pending show
   bool isClicked_ = false;
   bool isRewardEarned_ = false;
   bool isClosed_ = false;

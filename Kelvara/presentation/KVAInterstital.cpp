@@ -7,8 +7,8 @@
 namespace kva {
 namespace {
 
-void tell(KVAInterstitialDelegate& delegate, KVAInterstital& ad, AdEvent event,
-          const std::optional<Error>& error) {
+void notify(KVAInterstitialDelegate& delegate, KVAInterstital& ad, AdEvent event,
+            const std::optional<Error>& error) {
   switch (event) {
     case AdEvent::didReceive:
       return delegate.interstitialDidReceive(ad);
@@ -38,7 +38,7 @@ KVAInterstital::KVAInterstital() : KVAAd(std::make_shared<FullscreenAd>(AdType::
 KVAInterstital::~KVAInterstital() = default;
 
 void KVAInterstital::setDelegate(std::weak_ptr<KVAInterstitialDelegate> delegate) {
-  fullscreenAd().setDelegate(std::move(delegate), weak_from_this(), tell);
+  fullscreenAd().setDelegate(std::move(delegate), weak_from_this(), notify);
 }
 
 }  // namespace kva

@@ -7,8 +7,8 @@
 namespace kva {
 namespace {
 
-void tell(KVARewardedDelegate& delegate, KVARewarded& ad, AdEvent event,
-          const std::optional<Error>& error) {
+void notify(KVARewardedDelegate& delegate, KVARewarded& ad, AdEvent event,
+            const std::optional<Error>& error) {
   switch (event) {
     case AdEvent::didReceive:
       return delegate.rewardedDidReceive(ad);
@@ -38,7 +38,7 @@ KVARewarded::KVARewarded() : KVAAd(std::make_shared<FullscreenAd>(AdType::reward
 KVARewarded::~KVARewarded() = default;
 
 void KVARewarded::setDelegate(std::weak_ptr<KVARewardedDelegate> delegate) {
-  fullscreenAd().setDelegate(std::move(delegate), weak_from_this(), tell);
+  fullscreenAd().setDelegate(std::move(delegate), weak_from_this(), notify);
 }
 
 }  // namespace kva

@@ -11,8 +11,8 @@
 namespace kva {
 namespace {
 
-/// Whether a link to `url` leads out of the frame that it stands in. WebKit does not give that
-/// frame's own address, so an address with a fragment counts as a place in the same document.
+/// Whether a link to `url` leads out of its frame. WebKit does not provide the frame's own address,
+/// so an address with a fragment counts as a place in the same document.
 bool leadsOut(const URL& url) {
   if (url.absoluteString().find('#') != std::string::npos) return false;
   const std::string scheme = lowercased(url.scheme().value_or(""));
@@ -43,7 +43,7 @@ void KVAWebView::setup(Rect frame, SafeArea safeArea) {
                                      .isOpaque = false,
                                      .bounces = false,
                                      .allowsZooming = false};
-  // Without a window yet, the screen is the best guess at where the ad will be shown.
+  // Without a key window, the screen's size is the best guess.
   const Size size =
       application.keyWindow() ? applicationFrame(safeArea).size() : application.screenSize();
   webView_ = application.makeWebView({0, 0, size.width, size.height}, std::move(configuration));
@@ -110,7 +110,7 @@ bool KVAWebView::webViewDecidePolicy(const NavigationAction& action) {
   auto delegate = delegate_.lock();
   if (!delegate) return true;
   if (!delegate->webViewShouldAllowNavigation(*this, action.request)) return false;
-  // A new window's request comes again as such.
+  // A link to a new window follows as `webViewCreateWebView`.
   if (action.target == NavigationAction::TargetFrame::none || !action.isFollowedLink) return true;
   if (!leadsOut(action.request->url)) return true;
   delegate->webViewDidFollowLink(*this, action.request->url);

@@ -12,7 +12,7 @@ namespace kva {
 
 class KVAWebView;
 
-/// Notified of what the page does. Main thread.
+/// Notified of the page's loads and navigations. Main thread.
 class KVAWebViewDelegate {
  public:
   virtual ~KVAWebViewDelegate() = default;
@@ -20,34 +20,34 @@ class KVAWebViewDelegate {
   virtual void webViewDidFailToLoad(KVAWebView& webView, const Error& error) = 0;
   /// The page's process ended after the page had loaded.
   virtual void webViewProcessDidTerminate(KVAWebView& webView, const Error& error) = 0;
-  /// The user followed a link out of the page that the page's script did not take, such as one in
-  /// a frame; the page stays.
+  /// The user followed a link out of the page that the bridge script did not handle, such as one in
+  /// a frame. The page stays.
   virtual void webViewDidFollowLink(KVAWebView& webView, const URL& url) = 0;
-  /// Asked for every navigation; false cancels it. No request: its URL is none.
+  /// Called for every navigation; false cancels it. No request means a malformed URL.
   virtual bool webViewShouldAllowNavigation(KVAWebView& webView,
                                             const std::optional<URLRequest>& request) = 0;
 };
 
-/// Hosts the creative's page. The page loads and runs silently in a holder that stands by in the
-/// key window, at the size at which it will be shown, until this view stands in a window itself;
-/// then it moves in, once, from edge to edge whatever the safe area. The MRAID script runs before
-/// the page's own; script dialogs are answered at once and show nothing. Main thread.
+/// Hosts the creative's page. The page loads and runs muted in an offscreen holder in the key
+/// window, at its final size. When this view enters a window, the page moves into it, once, from
+/// edge to edge of this view. The MRAID script runs before the page's scripts. Script dialogs are
+/// dismissed without being shown. Main thread.
 class KVAWebView : public ViewDelegate,
                    public WebViewDelegate,
                    public std::enable_shared_from_this<KVAWebView> {
  public:
-  /// `safeArea`: whether the ad will fill the key window or its safe area.
+  /// `safeArea`: whether the ad fills the key window or only its safe area.
   static std::shared_ptr<KVAWebView> create(Rect frame, SafeArea safeArea);
   ~KVAWebView() override;
 
   void setDelegate(std::weak_ptr<KVAWebViewDelegate> delegate);
   /// `touched` is called for each press on the page, before the page reacts.
   void setTouched(std::function<void()> touched) { touched_ = std::move(touched); }
-  /// The view to place; owned by this host.
+  /// The view to place in the ad; owned by this object.
   const std::shared_ptr<View>& view() const { return view_; }
 
   void loadHTML(const std::string& htmlString, const std::optional<URL>& baseURL);
-  /// Does not wait for the script, nor hear of its outcome; always true.
+  /// Does not wait for the script and ignores its result. Always returns true.
   bool executeJavascript(const std::string& script);
   void evaluateJavaScript(const std::string& script, WebView::Evaluated evaluated);
 

@@ -21,9 +21,9 @@ constexpr std::array<std::pair<std::string_view, MRKVACommand>, 3> kMRKVACommand
      {"videoComplete", MRKVACommand::videoComplete},
      {"videoEvent", MRKVACommand::videoEvent}}};
 
-// The desktop is handed none of these: what the device dials, what has a meaning inside a page
-// only, what reaches into this machine, and the SDK's own.
-constexpr std::array<std::string_view, 11> kSchemesThatStay{
+// Schemes that the desktop never gets to open: those that dial, those that make sense only inside a
+// page, those that access this machine, and the SDK's own.
+constexpr std::array<std::string_view, 11> kBlockedSchemes{
     "sms", "tel", "file", "javascript", "data", "blob", "about", "ssh", "mraid", "kva", "ios-log"};
 
 constexpr const char* kCommandNotFound = "Command not found!";
@@ -43,7 +43,7 @@ const std::string* parameter(const std::optional<MRCommandHandler::Params>& para
   return found == params->end() ? nullptr : &found->second;
 }
 
-/// A missing time, and one that is no number, is 0.
+/// Returns 0 if the parameter is missing or not a number.
 double seconds(const std::optional<MRCommandHandler::Params>& params, const std::string& name) {
   const std::string* text = parameter(params, name);
   if (!text) return 0;
@@ -83,10 +83,10 @@ void MRCommandHandler::open(MRCommandHandlerDelegate& delegate, const std::strin
   if (!text) return delegate.commandHandlerCommandFailed(*this, name, "URL not found!");
   auto url = URL::parse(*text);
   if (!url) return;
-  // A relative address leads nowhere outside the page.
+  // A relative address has no meaning outside the page.
   if (!url->scheme()) return;
   const std::string scheme = lowercased(*url->scheme());
-  if (std::ranges::find(kSchemesThatStay, scheme) != kSchemesThatStay.end())
+  if (std::ranges::find(kBlockedSchemes, scheme) != kBlockedSchemes.end())
     return delegate.commandHandlerCommandFailed(*this, name, "Scheme not supported: " + scheme);
   delegate.commandHandlerOpenURL(*this, *url);
 }

@@ -11,11 +11,11 @@ namespace kva {
 
 class MRCommandHandler;
 
-/// What a page's commands come to. Main thread.
+/// Carries out a page's commands. Main thread.
 class MRCommandHandlerDelegate {
  public:
   virtual ~MRCommandHandlerDelegate() = default;
-  /// For those who complete a command; the handler itself only starts them.
+  /// Never called by the handler, which only starts commands.
   virtual void commandHandlerCommandCompleted(MRCommandHandler&, const std::string& command) = 0;
   virtual void commandHandlerCommandFailed(MRCommandHandler&, const std::string& command,
                                            const std::string& error) = 0;
@@ -28,18 +28,18 @@ class MRCommandHandlerDelegate {
                                         double currentDuration) = 0;
 };
 
-/// Turns a command of the page into one call of the delegate: "open" and "resize" of the MRAID
-/// family, "preloadComplete", "videoComplete" and "videoEvent" of the SDK's own. Names match
-/// exactly; without a delegate nothing happens. Main thread.
+/// Turns each command of the page into one call of the delegate: "open" and "resize" of MRAID,
+/// "preloadComplete", "videoComplete" and "videoEvent" of the SDK. Names are case-sensitive.
+/// Ignores commands without a delegate. Main thread.
 class MRCommandHandler {
  public:
   using Params = std::map<std::string, std::string>;
 
   void setDelegate(std::weak_ptr<MRCommandHandlerDelegate> delegate);
 
-  /// A command of an mraid URL. The name with a single m is intended.
+  /// Handles the command of an mraid URL. The name with a single m is intended.
   void handleComand(const std::string& command, const std::optional<Params>& params);
-  /// A command of a kva URL.
+  /// Handles the command of a kva URL.
   void handleKVAComand(const std::string& command, const std::optional<Params>& params);
 
  private:

@@ -20,7 +20,7 @@ constexpr double kCountdownInterval = 1.0;
 constexpr double kLoadTimeout = 60.0;
 constexpr Rect kInitialFrame{0, 0, 1, 1};
 
-/// Whether the view and all that it stands in are shown, in the window's bounds or partly so.
+/// Whether the view and its ancestors are shown and the view is at least partly inside the window.
 bool isVisible(const View& view) {
   auto window = view.window();
   auto superview = view.superview();
@@ -43,7 +43,7 @@ SafeArea safeArea(const Ad& ad) {
 const std::vector<std::string> kFeatures = {"sms: false", "tel: false", "calendar: false",
                                             "storePicture: false", "inlineVideo: true"};
 
-/// The document that the ad's template makes of the ad.
+/// Builds the ad's document from its template.
 Result<std::string> document(const std::optional<Template>& found, const Ad& ad) {
   using Code = KVAErrorCodes;
   if (!found) return failure(SDKHelper::Error::error(Code::noTemplate, "No templete found."));
@@ -90,7 +90,7 @@ void MRController::setDelegate(std::weak_ptr<MRControllerDelegate> delegate) {
 void MRController::loadAd() {
   if (!SDKHelper::MRAID::mraidJS())
     return adDidFail(SDKHelper::Error::error(KVAErrorCodes::noMraidFile, "No MRAID.js file."));
-  // The template may arrive on any thread: this controller is only touched on the main one.
+  // The template may arrive on any thread; this controller is used on the main thread only.
   TemplateManager::shared().templateFor(
       adData_.templateId,
       [weak = weak_from_this(), ad = adData_,
@@ -113,7 +113,7 @@ void MRController::webViewDidFinishLoad(KVAWebView&) {
   previous_ = {};
   updateMraidProperties();
   fireEvent({MREvent::Ready()});
-  // A page that loads again, or another in its place, changes nothing outside of it.
+  // The page, or one in its place, may load again. The ad view exists already then.
   if (adView_) return;
   adView_ = AdView::create(kInitialFrame, adData_.creative.contentType);
   adView_->setDelegate(weak_from_this());
@@ -129,13 +129,13 @@ void MRController::webViewProcessDidTerminate(KVAWebView&, const Error& error) {
   adDidFail(error);
 }
 
-// The page's own links come as commands of its script.
+// For links in the page itself, the bridge script sends open commands.
 void MRController::webViewDidFollowLink(KVAWebView&, const URL& url) {
   commandHandler_.handleComand("open", {{{"url", url.absoluteString()}}});
 }
 
 void MRController::loadDidTimeOut() {
-  // The process of a page that nobody waits for any longer ends with its view.
+  // Destroying the view ends the page's process.
   adView_.reset();
   webView_.reset();
   adDidFail({kURLErrorDomain, static_cast<std::int64_t>(URLError::timedOut),
@@ -143,13 +143,13 @@ void MRController::loadDidTimeOut() {
 }
 
 void MRController::adDidBecomeReady() {
-  if (std::exchange(isOutcomeTold_, true)) return;
+  if (std::exchange(isOutcomeSent_, true)) return;
   loadTimer_.invalidate();
   if (auto delegate = delegate_.lock()) delegate->controllerAdReady(*this, adView_);
 }
 
 void MRController::adDidFail(const Error& error) {
-  if (std::exchange(isOutcomeTold_, true)) return;
+  if (std::exchange(isOutcomeSent_, true)) return;
   loadTimer_.invalidate();
   if (auto delegate = delegate_.lock()) delegate->controllerAdFailed(*this, error);
 }
@@ -181,13 +181,13 @@ void MRController::didPresentVC() {
   if (adView_) adView_->adviewDidPresent();
   arcSecondsLeft_ = adData_.creative.arcDuration;
   runCountdown();
-  // With a negative duration no countdown would ever let the user out.
+  // A negative duration starts no countdown, so close must be visible at once.
   if (arcSecondsLeft_ < 0 && adView_) adView_->setCloseButtonHidden(false);
 }
 
 void MRController::onScreenDidChange() { runCountdown(); }
 
-// The countdown stands still while the user cannot see the ad.
+// The countdown pauses while the user cannot see the ad.
 void MRController::runCountdown() {
   const auto window = adView_ ? adView_->view()->window() : nullptr;
   if (arcSecondsLeft_ <= 0 || !window || !window->isOnScreen()) return arcTimer_.invalidate();
@@ -201,7 +201,7 @@ void MRController::cleanUp() {
   orientationObservation_.stop();
   stateObservation_.stop();
   if (!std::exchange(isPageLoaded_, false)) return;
-  // In this order: a page that is hidden takes no further change.
+  // In this order: a hidden page ignores further changes.
   fireEvent({MREvent::Viewable{false}});
   fireEvent({MREvent::Config{.features = kFeatures, .state = "hidden"}});
 }
@@ -275,7 +275,7 @@ void MRController::commandHandlerCommandFailed(MRCommandHandler&, const std::str
 }
 
 void MRController::commandHandlerOpenURL(MRCommandHandler&, const URL& url) {
-  // A page opens nothing by itself: only once the user has touched the ad.
+  // Block addresses that the page opens before the user has tapped it.
   if (!adView_ || !adView_->wasTapped()) return;
   if (auto delegate = delegate_.lock()) delegate->controllerAdClicked(*this);
   hostApplication().openURL(url);

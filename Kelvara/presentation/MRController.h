@@ -18,26 +18,26 @@ namespace kva {
 
 class MRController;
 
-/// Hears what becomes of the creative. Main thread.
+/// Notified of the creative's events. Main thread.
 class MRControllerDelegate {
  public:
   virtual ~MRControllerDelegate() = default;
-  /// Of ready and failed comes at most one, and that once.
+  /// Either ready or failed is called, at most once.
   virtual void controllerAdReady(MRController&, std::shared_ptr<AdView> adView) = 0;
   virtual void controllerAdFailed(MRController&, const Error& error) = 0;
   virtual void controllerAdClicked(MRController&) = 0;
   virtual void controllerRewardEarned(MRController&) = 0;
   virtual void controllerVideoComplete(MRController&) = 0;
   virtual void controllerAdDismiss(MRController&) = 0;
-  /// Both in seconds, as the page says.
+  /// Both in seconds, as the page sends them.
   virtual void controllerVideoEvent(MRController&, double duration, double currentDuration) = 0;
 };
 
-/// Drives one creative from its template to its dismissal: loads the page, sends it MRAID's state
-/// (once a second and when the application's state changes, only what changed), carries out its
-/// commands, counts down to the reward. Nothing is sent, nor recorded as sent, before the page has
-/// loaded. A page that is not ready 60 s after its load began fails with `URLError::timedOut`.
-/// Main thread. Timers, observers and pending work hold it weakly.
+/// Runs one creative from its template to its dismissal: loads the page, sends it the MRAID
+/// properties, carries out its commands and counts down to the reward. Sends changed properties
+/// once a second and when the application's state changes, but nothing before the page has loaded.
+/// Fails with `URLError::timedOut` if the page is not ready 60 s after its load began. Main thread.
+/// Timers, observers and pending work hold it weakly.
 class MRController : public KVAWebViewDelegate,
                      public MRCommandHandlerDelegate,
                      public AdViewDelegate,
@@ -48,14 +48,14 @@ class MRController : public KVAWebViewDelegate,
   void setDelegate(std::weak_ptr<MRControllerDelegate> delegate);
 
   void loadAd();
-  /// False once the page's process has ended: there is nothing to show.
+  /// False once the page's process has ended.
   bool canPresent() const { return !isPageGone_; }
-  /// From here to `didPresentVC` the page is sent no change.
+  /// Pauses the page's updates until `didPresentVC`.
   void willPresentVC();
   void didPresentVC();
   /// Stops every timer and notifies the page that the ad closes: no longer viewable, then hidden.
   void cleanUp();
-  /// The ad's window came on screen or left it.
+  /// The ad's window appeared on screen or left it.
   void onScreenDidChange();
 
   void webViewDidFinishLoad(KVAWebView&) override;
@@ -103,7 +103,7 @@ class MRController : public KVAWebViewDelegate,
   bool isAdViewable() const;
   void fireEvent(const MREvent& event);
 
-  /// A callback that does nothing once this controller is gone.
+  /// Wraps `call` in a callback that does nothing once this controller is destroyed.
   auto weakly(void (MRController::*call)());
 
   std::weak_ptr<MRControllerDelegate> delegate_;
@@ -117,10 +117,10 @@ class MRController : public KVAWebViewDelegate,
   bool isPageLoaded_ = false;
   bool isPageGone_ = false;
   bool isPreloadComplete_ = false;
-  bool isOutcomeTold_ = false;
+  bool isOutcomeSent_ = false;
   bool isTryingToPresent_ = false;
 
-  /// What the present page was sent last.
+  /// The properties last sent to the current page.
   struct Sent {
     Rect currentFrame, adFrame;
     Size screenSize, maxSize;

@@ -7,7 +7,7 @@ namespace kva {
 namespace {
 
 std::string oneDecimal(double number) {
-  // Every digit of the largest double, its sign, the point and one decimal.
+  // Room for every digit of the largest double, its sign, the point and one decimal.
   char text[std::numeric_limits<double>::max_exponent10 + 5];
   auto result = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed, 1);
   return {text, result.ptr};

@@ -9,7 +9,7 @@
 
 namespace kva {
 
-/// What the page is told through its `mraidbridge` object.
+/// An event that the SDK sends to the page's `mraidbridge` object.
 struct MREvent {
   struct SizeChanged {
     Size size;
@@ -52,8 +52,8 @@ struct MREvent {
                VideoMute, OrientationChange, Config, CommandComplete, CommandError, Ready, Skip>
       value;
 
-  /// The call that tells the page. Lengths have one decimal, whatever the locale; texts stand as
-  /// they are, neither quoted nor escaped.
+  /// Returns the script that sends the event. Lengths have one decimal, in every locale. Texts are
+  /// inserted without escaping.
   std::string javaScript() const;
 };
 

@@ -8,16 +8,16 @@
 
 namespace kva {
 
-/// What happened to a shown ad, as its report tells it.
+/// One event of a shown ad.
 struct BidReportAction {
   enum Kind { videoQuarter, impression, failToShow, click, complete, dismiss };
   Kind kind;
-  std::int64_t quarter = 0;  ///< of `videoQuarter`: the one that was reached
+  std::int64_t quarter = 0;  ///< for `videoQuarter`: the quarter reached, 1 to 4
 
   std::string description() const;
 };
 
-/// What happened to the ad of one bid. Flags only ever become true; the last quarter holds.
+/// The events of one bid's ad. Flags never return to false; the last quarter applied counts.
 struct BidReport {
   std::string bidId;
   double createdAt = 0;           ///< seconds since 1970, device clock
@@ -29,11 +29,11 @@ struct BidReport {
   bool isCompleted = false;
   std::int64_t quarter = 0;
 
-  /// `serverTime` counts for an impression.
+  /// `serverTime` (ms since 1970) is used for an impression only.
   void apply(const BidReportAction& action, std::int64_t serverTime);
-  /// Adds what another process reports of the same ad.
+  /// Adds the events that another process has stored for the same bid.
   void join(const BidReport& other);
-  /// Nothing more will happen to the ad.
+  /// Whether no more events can follow.
   bool isFinished() const { return isDismissed || isFailToShow; }
 
   /// The stored form.

@@ -25,7 +25,7 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 constexpr int kExpiryDays = 2;
 constexpr int kUnfinishedHours = 1;
-/// How far back the last upload counts on a first launch.
+/// On a first launch, the last upload counts as this long ago.
 constexpr double kSecondsSinceUpload = 4;
 constexpr double kShortestInterval = 1;
 
@@ -60,7 +60,7 @@ void ReportManager::start() { setupTimer(); }
 ReportManager::State ReportManager::storedState() {
   const Clock& clock = *platform().clock;
   const double now = clock.monotonicNow();
-  // A stored time that is in the future, because the clock was, counts as now.
+  // A stored time in the future comes from a clock that was ahead. It counts as now.
   const double sinceUpload = std::max(
       0.0,
       clock.now() -
@@ -79,7 +79,7 @@ void ReportManager::trackAction(const std::string& bidId, const BidReportAction&
   const bool isImpression = reportAction.kind == BidReportAction::impression;
   const std::int64_t serverTime = isImpression ? AnalyticsManager::shared().serverTime() : 0;
   const double now = platform().clock->now();
-  // Stored under the guard, so that an older state never overwrites a newer one.
+  // Stored inside the lock, so that an older state never overwrites a newer one.
   state_.with([&](State& state) {
     const BidReport* known = state.reports.find(bidId);
     BidReport report = known ? *known : BidReport{.bidId = bidId, .createdAt = now};
@@ -92,14 +92,14 @@ void ReportManager::trackAction(const std::string& bidId, const BidReportAction&
 
 void ReportManager::setupTimer() {
   const auto application = SDKManager::shared().application();
-  if (!application) fatal("the report timer was set up before there was an application record");
+  if (!application) fatal("the report timer needs an application record");
   const auto exponent = state_.with([](State& state) { return state.serverErrorCount; });
   const double period = static_cast<double>(application->setting.statsSendPeriod);
   const double interval =
       std::max(kShortestInterval, std::pow(period, static_cast<double>(exponent)));
   Timer timer = platform().runLoop->schedule(interval, Repeats::yes,
                                              [] { ReportManager::shared().uploadTimerTick(); });
-  // The old timer goes outside of the guard.
+  // Swap, so the old timer is destroyed outside the lock.
   state_.with([&](State& state) { std::swap(state.uploadTimer, timer); });
 }
 
@@ -117,7 +117,7 @@ void ReportManager::startUpload() {
                                 [this](const Result<bool>& result) { finishUpload(result); });
 }
 
-/// False while this process or another is uploading.
+/// Claims the upload for this process. False while this process or another holds the claim.
 bool ReportManager::claimUpload() {
   return state_.with([](State& state) {
     if (state.upload) return false;
@@ -135,7 +135,7 @@ void ReportManager::finishUpload(const Result<bool>& result) {
     Log::d("ReportManager: report uploaded.");
     state_.with([&](State& state) {
       setLastReportUploaded(state);
-      // The timer stays: an interval that errors have grown lasts until the next one.
+      // The timer stays: the longer interval lasts until the next error.
       state.serverErrorCount = 1;
     });
     validateUploadedReports();
@@ -170,7 +170,7 @@ std::vector<BidReport> ReportManager::preparedReportsForUpload() {
     for (const auto& [bidId, entry] : state.reportsForUpload.entries())
       batch.push_back(entry.report);
     for (const auto& report : batch) {
-      // Sent this last time, then forgotten.
+      // Expired: sent one last time.
       if (report.createdAt >= cutoff) continue;
       state.reports.remove(report.bidId);
       state.reportsForUpload.remove(report.bidId);
@@ -188,7 +188,7 @@ void ReportManager::validateUploadedReports() {
     state.reports.refresh();
     for (const auto& [bidId, entry] : state.reportsForUpload.entries()) {
       if (!entry.report.isFinished() && entry.report.createdAt >= cutoff) continue;
-      // One that has changed since it was sent is not lost.
+      // Keep a report that has changed since it was sent.
       const BidReport* live = state.reports.find(bidId);
       if (live && *live == entry.report) state.reports.remove(bidId);
     }
@@ -198,7 +198,8 @@ void ReportManager::validateUploadedReports() {
   });
 }
 
-/// Drops every report that this process knows; what another has tracked meanwhile stays.
+/// Drops every report that this process knows. Reports that another process has tracked since then
+/// stay.
 void ReportManager::resetReports() {
   state_.with([&](State& state) {
     setLastReportUploaded(state);

@@ -12,31 +12,31 @@
 
 namespace kva {
 
-/// Collects a report for every bid whose ad is shown, keeps the reports across restarts and sends
-/// them to the server in batches. The server may get one report more than once: until it is
-/// finished, or an hour old, it stays. Processes of one application share the reports, and one of
-/// them at a time uploads. Any thread.
+/// Collects a report for every bid whose ad is shown, stores the reports across restarts and
+/// uploads them in batches. A report is uploaded again with later batches until it is finished or
+/// an hour old. Processes of one application share the reports; one process at a time uploads. Any
+/// thread.
 class ReportManager {
  public:
-  /// First used once start-up has the application record, whose `statsSendPeriod` sets the upload
-  /// timer; fatal before. The timer runs on the loop of the thread that comes first.
   static ReportManager& shared();
 
   ReportManager();
 
-  /// Schedules the uploads, once the SDK has its application record. Fatal without one.
+  /// Schedules the uploads on the calling thread's run loop, every `statsSendPeriod` seconds. Fatal
+  /// if the SDK has no application record yet.
   void start();
 
-  /// Stored when it returns.
+  /// Stores the action before it returns. If another process holds the store, a later call or
+  /// upload stores it.
   void trackAction(const std::string& bidId, const BidReportAction& reportAction);
 
  private:
   struct State {
     Timer uploadTimer;
-    UserDefaults::Claim upload;  ///< while one is under way
+    UserDefaults::Claim upload;  ///< held during an upload
     ReportStore reports;
-    ReportStore reportsForUpload;       ///< touched by the holder of the claim alone
-    std::int64_t serverErrorCount = 1;  ///< 1 when healthy
+    ReportStore reportsForUpload;       ///< accessed only by the holder of `upload`
+    std::int64_t serverErrorCount = 1;  ///< 1 after a success
     // On the monotonic clock.
     double lastTrackActionAt;
     double lastReportUploadedAt;

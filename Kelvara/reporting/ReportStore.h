@@ -10,42 +10,44 @@
 
 namespace kva {
 
-/// Bid reports by bid identifier under one key of the user defaults, as one JSON object. Each
-/// report is encoded when it changes, so that storing them all costs a join. Other processes keep
-/// theirs under the same key: `persist` joins both. Not thread-safe.
+/// Bid reports by bid identifier, stored under one key of the user defaults as one JSON object. A
+/// report is encoded only when it changes. Other processes use the same key: `persist` merges their
+/// changes with this store's. Not thread-safe.
 class ReportStore {
  public:
-  /// Takes up what is stored; what cannot be read counts as nothing.
+  /// Reads the stored reports. Malformed data counts as none.
   ReportStore(std::shared_ptr<UserDefaults> userDefaults, std::string key);
 
   struct Entry {
     BidReport report;
-    std::string member;  ///< of the JSON object, encoded
+    std::string member;  ///< the report's member of the JSON object, encoded
   };
   using Entries = std::map<std::string, Entry>;
 
   const Entries& entries() const { return reports_.value().entries; }
-  /// Null when there is none.
+  /// Null if there is none.
   const BidReport* find(const std::string& bidId) const { return reports_.value().find(bidId); }
-  /// Takes up what other processes have stored.
+  /// Reads the changes that other processes have stored.
   void refresh() { reports_.refresh(); }
 
   void set(BidReport report);
-  /// Everything that `other` holds, in place of what is here under the same bid.
+  /// Copies every report of `other`. It replaces one with the same bid.
   void merge(const ReportStore& other);
-  /// Reports made after `now`, while the clock was ahead, count as made now: they still expire.
+  /// Sets creation times after `now` to `now`, so that reports made while the clock was ahead
+  /// expire.
   void endFuture(double now);
-  /// The report as it is known here: one that another process has changed since stays.
+  /// Removes the report, unless another process has changed it since the last `refresh`.
   void remove(const std::string& bidId);
   void clear();
 
-  /// Stored when it returns; writes nothing when nothing has changed.
+  /// Stores all changes. Writes nothing if there are none. If the store cannot be written, the next
+  /// call stores them.
   void persist() { reports_.store(); }
 
  private:
   struct Reports {
     struct Change {
-      std::optional<BidReport> from, to;  ///< one of them may be missing
+      std::optional<BidReport> from, to;  ///< no `from`: added; no `to`: removed
     };
     Entries entries;
 

@@ -1,6 +1,4 @@
-#include <Kelvara/KVABidLoader.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
-#include <Kelvara/core/Log.h>
 #include <Kelvara/user/Device.h>
 #include <presentation/Stage.h>
 
@@ -9,32 +7,33 @@ namespace {
 
 const std::string kAdUnit = "0b6f3f0e-1d6c-4f6e-8a0e-5a0c6b1d2e3f";
 
+std::string describe(const Error& error) {
+  return std::to_string(error.code()) + " " + error.localizedDescription();
+}
+
 class BidLoader : public Stage {
  protected:
-  /// What came of a bid before the call returned: its price, or the error as "code message".
+  /// Loads a bid. Returns its price, or "code message", if it is known before the call returns.
   std::string load(const std::string& adUnit = kAdUnit) {
     answers.clear();
     KVABidLoader::loadBid(adUnit, KVABidType::interstitial, [this](auto response, auto error) {
       EXPECT_EQ(response == nullptr, error.has_value());
-      answers.push_back(error ? std::to_string(error->code()) + " " + error->localizedDescription()
-                              : Json(response->price()).dump());
+      answers.push_back(error ? describe(*error) : Json(response->price()).dump());
       last = response;
     });
     return answers.empty() ? "" : answers[0];
   }
-  /// What came of it once, in the end.
+  /// Loads a bid. Returns the only answer.
   std::string bid() {
     load();
     h.time.run();
     return answers.size() == 1 ? answers[0] : std::to_string(answers.size()) + " answers";
   }
-
   void lose() {
     KVABidLoader::sendBidLost(std::make_shared<KVABidResponse>(kPlanId, "bid", 1), 1.2349);
     h.time.run();
   }
-
-  /// Plans in the order of the server's preference, each with its cap for the hour.
+  /// Serves plans in order, each with its hourly cap.
   void offer(const std::vector<std::pair<std::string, int>>& plans, const Json& bidId = "bid") {
     Json list = Json::array();
     for (const auto& [id, cap] : plans)
@@ -51,26 +50,23 @@ TEST_F(BidLoader, RefusesInOrderWithoutTraffic) {
   EXPECT_EQ(load("nonsense"), "2 SDK isn't initialized.");
   lose();
   launch();
-  h.reachability.setFlags(0);
-  h.time.run();
+  setNetwork(Network::down);
   EXPECT_EQ(load("nonsense"), "3 AdUnit isn't valid.");
   FrequencyCappingManager::shared().trackNofill(kAdUnit);
   EXPECT_EQ(load(), "4 No internet connection.");
   lose();
-  h.reachability.setFlags(h.reachability.kReachable);
-  h.time.run();
+  setNetwork(Network::up);
   EXPECT_EQ(load(), "8 Wait 60 seconds for ad request.");
   EXPECT_EQ(h.server.count("/bid/init") + h.server.count("/bid/lost"), 0);
   EXPECT_EQ(h.output.count("<KVA> [E]: SDK isn't initialized."), 1);
   EXPECT_EQ(h.output.count("<KVA> [E]: No internet connection."), 1);
 }
 
-TEST_F(BidLoader, RegistersAndBidsWithTheFirstPlanThatItsCapsAllow) {
+TEST_F(BidLoader, RegistersAndBidsWithTheFirstPlanThatHasNotReachedItsCaps) {
   h.defaults.remove(SDKHelper::UserDefaultKeys::userId);
   launch();
-  Log::shared().setLogLevel(LogLevel::d);
   FrequencyCappingManager::shared().trackImpression("capped");
-  h.server.reply("/register", headless::errorEnvelope(7, "not now"));
+  refuse("/register", 7, "not now");
   EXPECT_EQ(bid(), "7 not now");
   EXPECT_EQ(h.server.count("/bid/init"), 0);
   h.server.reply("/register", headless::envelope(R"({"uid": "user-1"})"));
@@ -79,53 +75,108 @@ TEST_F(BidLoader, RegistersAndBidsWithTheFirstPlanThatItsCapsAllow) {
   offer({{"capped", 1}});
   EXPECT_EQ(bid(), "5 No active plan.");
   offer({{"capped", 1}, {"open", 0}, {"last", 0}});
-  EXPECT_EQ(bid(), "2.5");  // none of these answers was a no-fill
-  EXPECT_EQ(last->planId(), "open");
-  EXPECT_EQ(last->bidId(), "bid");
+  EXPECT_EQ(bid(), "2.5") << "no response so far was a no-fill";
+  EXPECT_EQ(last->planId() + " " + last->bidId(), "open bid");
   EXPECT_EQ(h.output.count("<KVA> [D]: Frequency capping reached for plan capped"), 2);
 
-  Json asked = {{"aid", kAppId},
-                {"uid", "user-1"},
-                {"adid", kAdUnit},
-                {"pl", SDKHelper::Device::platform()},
-                {"adt", "interstitial"},
-                {"osv", h.device.systemVersion()},
-                {"dbra", SDKHelper::Device::deviceBrand()},
-                {"dmod", SDKHelper::Device::deviceModel()}};
-  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
-  KVABidLoader::loadBid(kAdUnit, KVABidType::rewarded, {});  // hosts need not listen
+  Json request = {{"aid", kAppId},
+                  {"uid", "user-1"},
+                  {"adid", kAdUnit},
+                  {"pl", SDKHelper::Device::platform()},
+                  {"adt", "interstitial"},
+                  {"osv", h.device.systemVersion()},
+                  {"dbra", SDKHelper::Device::deviceBrand()},
+                  {"dmod", SDKHelper::Device::deviceModel()}};
+  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), request);
+  KVABidLoader::loadBid(kAdUnit, KVABidType::rewarded, {});  // no completion
   h.time.run();
-  asked["adt"] = "rewarded";
-  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), asked);
+  request["adt"] = "rewarded";
+  EXPECT_EQ(h.server.lastRequest("/bid/init").json(), request);
 
   offer({{"open", 0}}, nullptr);
-  EXPECT_DEATH(bid(), "plans and no bid");
+  EXPECT_DEATH(bid(), "plans but no bid");
 }
 
-TEST_F(BidLoader, EveryFailureButAMissingNetworkStartsThePause) {
-  for (const auto& [outcome, code] :
-       {std::pair(headless::answer(headless::errorEnvelope(42, "full")), "42 full"),
-        std::pair(headless::failure(URLError::timedOut), "1001 ")}) {
+TEST_F(BidLoader, PausesAfterEveryFailureExceptAMissingNetwork) {
+  for (const auto& [outcome, error, isPaused] :
+       {std::tuple(headless::answer(headless::errorEnvelope(42, "full")), "42 full", true),
+        std::tuple(headless::failure(URLError::timedOut), "1001 ", true),
+        std::tuple(headless::failure(URLError::notConnectedToInternet), "1009 ", false)}) {
     h.server.reply("/bid/init", outcome);
-    EXPECT_TRUE(bid().starts_with(code)) << code;
-    EXPECT_TRUE(load().starts_with("8 ")) << code;
+    EXPECT_TRUE(bid().starts_with(error)) << error;
+    EXPECT_EQ(load().starts_with("8 "), isPaused) << error;
     h.time.advance(61);
   }
-  h.server.reply("/bid/init", headless::failure(URLError::notConnectedToInternet));
-  EXPECT_TRUE(bid().starts_with("1009 "));
-  offer({{"open", 0}});
-  EXPECT_EQ(bid(), "2.5");
 }
 
-TEST_F(BidLoader, LostBidsAreSentAndOnlyLogged) {
-  Log::shared().setLogLevel(LogLevel::d);
+TEST_F(BidLoader, SendsLostBidsAndOnlyLogsTheResponse) {
   h.server.reply("/bid/lost", headless::envelope("true"));
   lose();
   EXPECT_EQ(h.server.lastRequest("/bid/lost").json(), Json({{"bid", "bid"}, {"lecpm", 1234}}));
   EXPECT_EQ(h.output.count("<KVA> [D]: Lost sent successfully."), 1);
-  h.server.reply("/bid/lost", headless::errorEnvelope(9, "unknown bid"));
+  refuse("/bid/lost", 9, "unknown bid");
   lose();
   EXPECT_EQ(h.output.count("<KVA> [D]: SendLost error: unknown bid"), 1);
+}
+
+struct Listener : AdLoaderDelegate {
+  std::string outcome;
+  void adLoaderDidReceiveAd(AdLoader& adLoader) override {
+    outcome += "ad of " + adLoader.adData().value().bidId;
+  }
+  void adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) override {
+    outcome += describe(error);
+  }
+};
+
+class AdLoading : public Stage {
+ protected:
+  AdLoading() {
+    loader->setDelegate(listener);
+    serveAd({});
+  }
+  /// Loads an ad. Returns the outcome if it is known before the call returns.
+  std::string load(const std::shared_ptr<KVABidResponse>& response) {
+    loader->load(response, 1.2345);
+    return std::exchange(listener->outcome, "");
+  }
+  std::string laterOutcome() {
+    h.time.advance(1);
+    return std::exchange(listener->outcome, "");
+  }
+  const std::shared_ptr<KVABidResponse> first = bid(), second = bid(), third = bid();
+  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::shared_ptr<AdLoader> loader = AdLoader::create();
+};
+
+TEST_F(AdLoading, RefusesInOrderAndUsesUpABidOnlyWithItsRequest) {
+  const auto noBidId = std::make_shared<KVABidResponse>(kPlanId, "b", 1);
+  const auto noPlanId = std::make_shared<KVABidResponse>("p", first->bidId(), 1);
+  restart();
+  EXPECT_EQ(load(noBidId), "2 SDK isn't initialized.");
+  launch();
+  setNetwork(Network::down);
+  for (const auto& invalid : {noBidId, noPlanId, std::shared_ptr<KVABidResponse>()})
+    EXPECT_EQ(load(invalid), "7 Bid response isn't valid.");
+  EXPECT_EQ(load(first), "4 No internet connection.");
+  setNetwork(Network::up);
+  EXPECT_EQ(load(first), "");
+  EXPECT_EQ(load(first), "9 Bid response already used.");
+  EXPECT_EQ(laterOutcome(), "ad of " + first->bidId());
+  EXPECT_EQ(h.server.count("/bid/load"), 1);
+  EXPECT_EQ(h.server.lastRequest("/bid/load").json(),
+            Json({{"aid", kAppId}, {"bid", first->bidId()}, {"plan", kPlanId}, {"recpm", 1234}}));
+
+  refuse("/bid/load", 3, "gone");
+  load(second);
+  EXPECT_EQ(laterOutcome(), "3 gone");
+  EXPECT_TRUE(loader->adData()) << "the ad of the last success";
+  EXPECT_EQ(load(second), "9 Bid response already used.");
+  load(third);
+  const std::weak_ptr<AdLoader> weak = std::exchange(loader, nullptr);
+  EXPECT_FALSE(weak.expired()) << "lives until its request is done";
+  EXPECT_EQ(laterOutcome(), "3 gone");
+  EXPECT_TRUE(weak.expired());
 }
 
 }  // namespace

@@ -14,22 +14,18 @@ class FrequencyCapping : public Stage {
   static bool shouldShow(const Plan& plan) {
     return FrequencyCappingManager::shared().shouldShow(plan);
   }
-  static void impress(int times = 1) {
-    while (times-- > 0) FrequencyCappingManager::shared().trackImpression(kPlanId);
+  static void impress(int times = 1, const char* plan = kPlanId) {
+    while (times-- > 0) FrequencyCappingManager::shared().trackImpression(plan);
   }
-  Json stored() {
-    const auto bytes = h.defaults.get<Bytes>(kKey);
-    return bytes ? Json::parse(asText(*bytes)) : Json();
-  }
+  Json stored() { return Stage::stored(kKey); }
   const Plan hourly{.planId = kPlanId, .frequencyCapDaily = 0, .frequencyCapHourly = 2};
   const Plan daily{.planId = kPlanId, .frequencyCapDaily = 3};
 };
 
-TEST_F(FrequencyCapping, TheHourlyCapHoldsForAnHourFromTheWindowsFirstImpression) {
+TEST_F(FrequencyCapping, AppliesTheHourlyCapForAnHourFromTheWindowsFirstImpression) {
   EXPECT_TRUE(shouldShow({.planId = kPlanId}));
   FrequencyCappingManager::shared().trackImpression(std::nullopt);
-  EXPECT_EQ(stored(), Json()) << "a plan without caps leaves no trace";
-
+  EXPECT_EQ(stored(), Json()) << "nothing is stored without a plan";
   impress();
   EXPECT_TRUE(shouldShow(hourly));
   h.time.advance(600);
@@ -45,7 +41,7 @@ TEST_F(FrequencyCapping, TheHourlyCapHoldsForAnHourFromTheWindowsFirstImpression
   EXPECT_FALSE(shouldShow(hourly));
 }
 
-TEST_F(FrequencyCapping, TheDailyCapRefusesInTheFirstHourAndCountsAllDay) {
+TEST_F(FrequencyCapping, AppliesTheDailyCapInTheFirstHourAndCountsAllDay) {
   impress(3);
   EXPECT_FALSE(shouldShow(daily));
   h.time.advance(7200);
@@ -58,52 +54,49 @@ TEST_F(FrequencyCapping, TheDailyCapRefusesInTheFirstHourAndCountsAllDay) {
   EXPECT_EQ(stored()[0]["dailyImpressionCount"], 1);
 }
 
-TEST_F(FrequencyCapping, CountersAreStoredInOrderOfFirstImpressionAndSurviveARestart) {
+TEST_F(FrequencyCapping, StoresCountersInOrderOfFirstImpressionAndReadsThemAfterARestart) {
   const double began = h.time.now();
-  FrequencyCappingManager::shared().trackImpression("other");
+  impress(1, "other");
   impress(2);
-  const auto member = [](const std::string& planId, const Json& count, double at) {
+  const auto member = [began](const std::string& planId, const Json& count) {
     return Json({{"planId", planId},
                  {"hourlyImpressionCount", count},
                  {"dailyImpressionCount", count},
-                 {"lastHourlyImpressionAt", at},
-                 {"lastDailyImpressionAt", at}});
+                 {"lastHourlyImpressionAt", began},
+                 {"lastDailyImpressionAt", began}});
   };
-  EXPECT_EQ(stored(), Json::array({member("other", 1, began), member(kPlanId, 2, began)}));
+  EXPECT_EQ(stored(), Json::array({member("other", 1), member(kPlanId, 2)}));
 
   const auto restartWith = [&](const Json& count) {
-    h.defaults.set(kKey, toBytes(Json::array({member(kPlanId, count, began)}).dump()));
+    h.defaults.set(kKey, toBytes(Json::array({member(kPlanId, count)}).dump()));
     restart();
   };
   restartWith(2);
   EXPECT_FALSE(shouldShow(hourly));
   restartWith("2");
-  EXPECT_TRUE(shouldShow(hourly)) << "what cannot be read counts as nothing";
+  EXPECT_TRUE(shouldShow(hourly)) << "malformed data counts as none";
   restartWith(std::numeric_limits<std::int64_t>::max());
-  EXPECT_DEATH(impress(), "impression count beyond 64 bits");
+  EXPECT_DEATH(impress(), "impression count exceeds 64 bits");
 }
 
-TEST_F(FrequencyCapping, KeepsNothingOfAPlanThatWasNotShownOrWhoseWindowsAreOver) {
+TEST_F(FrequencyCapping, StoresOnlyShownPlansWithAnOpenWindow) {
   for (int i = 0; i < 100; ++i) shouldShow({std::to_string(i), 1, 1});
   EXPECT_EQ(stored(), Json());
-  const auto show = [](const char* plan) {
-    FrequencyCappingManager::shared().trackImpression(plan);
-  };
-  show("first");
+  impress(1, "first");
   h.time.advance(1);
-  show("second");
+  impress(1, "second");
   h.time.advance(86400);
   impress();
-  EXPECT_EQ(stored().size(), 2u) << "the second's day ends now";
+  EXPECT_EQ(stored().size(), 2u) << "the second plan's day ends now";
   EXPECT_EQ(stored()[0]["planId"], "second");
-  show("second");
-  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 2) << "found in its new place";
+  impress(1, "second");
+  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 2) << "found at its new index";
   const int writes = h.defaults.writes();
   EXPECT_TRUE(shouldShow(hourly));
   EXPECT_EQ(h.defaults.writes(), writes);
 }
 
-TEST_F(FrequencyCapping, CountsWhatOtherProcessesShowAndWhatCouldNotBeStored) {
+TEST_F(FrequencyCapping, CountsImpressionsOfOtherProcessesAndThoseNotStoredYet) {
   auto elsewhere = [store = headless::MemoryUserDefaults(h.defaults)]() mutable {
     EXPECT_TRUE(store.edit([](KeyedValues& values) {
       Json members = Json::parse(asText(*values.get<Bytes>(kKey)));
@@ -123,6 +116,11 @@ TEST_F(FrequencyCapping, CountsWhatOtherProcessesShowAndWhatCouldNotBeStored) {
   elsewhere();
   impress();
   EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 6);
+
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([] { impress(50); });
+  threads.clear();
+  EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 206) << "of several threads";
 }
 
 TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {
@@ -144,10 +142,10 @@ TEST_F(FrequencyCapping, PausesAfterANofillUntilTheSleepHasPassed) {
   }
   restart();
   FrequencyCappingManager::shared().trackNofill("unit");
-  EXPECT_EQ(refusal(), "Unknown error.") << "there is no application yet";
+  EXPECT_EQ(refusal(), "Unknown error.") << "no application record yet";
 }
 
-TEST_F(FrequencyCapping, ImpressionsOfAClockThatWasAheadCountFromNow) {
+TEST_F(FrequencyCapping, CountsImpressionsOfAClockThatWasAheadFromNow) {
   const double ahead = 20 * 3600;
   for (const auto& plan : {hourly, daily}) {
     h.defaults.remove(kKey);
@@ -160,20 +158,13 @@ TEST_F(FrequencyCapping, ImpressionsOfAClockThatWasAheadCountFromNow) {
     launch();
     EXPECT_FALSE(shouldShow(plan));
     h.time.advance(1801);
-    EXPECT_TRUE(shouldShow(plan)) << "an hour has passed, with a restart in it";
+    EXPECT_TRUE(shouldShow(plan)) << "an hour has passed, including a restart";
   }
   h.time.setNow(h.time.now() + 10 * ahead);
   impress();
   h.time.setNow(h.time.now() - 9 * ahead);
   impress();
   EXPECT_EQ(stored()[0]["lastDailyImpressionAt"], h.time.now());
-}
-
-TEST_F(FrequencyCapping, NothingThatThreadsCountIsLostInTheStore) {
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back([] { impress(50); });
-  threads.clear();
-  EXPECT_EQ(stored()[0]["hourlyImpressionCount"], 200);
 }
 
 }  // namespace

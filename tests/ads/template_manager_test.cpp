@@ -1,5 +1,4 @@
 #include <Kelvara/ads/TemplateManager.h>
-#include <Kelvara/core/Log.h>
 #include <presentation/Stage.h>
 
 namespace kva {
@@ -10,8 +9,9 @@ constexpr const char* kKey = SDKHelper::UserDefaultKeys::templates;
 class TemplateFetching : public Stage {
  protected:
   static Json templateJson(const Json& version) {
-    return {
-        {"tmpl", "inner"}, {"adt", "native"}, {"name", "n"}, {"html", "<p>"}, {"tver", version}};
+    Json json = Json::parse(R"({"tmpl": "inner", "adt": "native", "name": "n", "html": "<p>"})");
+    json["tver"] = version;
+    return json;
   }
   void serve(int version) {
     h.server.reply("/template", headless::envelope(templateJson(version).dump()));
@@ -19,7 +19,7 @@ class TemplateFetching : public Stage {
   static void announce(std::int64_t version) {
     TemplateManager::shared().setTemplateVersions({{"t", version}});
   }
-  /// The versions that one request is answered with; 0 when it failed.
+  /// Requests the template. Returns the version that each completion got; 0 for none.
   std::vector<std::int64_t> versions() {
     std::vector<std::int64_t> answers;
     TemplateManager::shared().templateFor(
@@ -30,8 +30,7 @@ class TemplateFetching : public Stage {
   using Versions = std::vector<std::int64_t>;
 };
 
-TEST_F(TemplateFetching, TrustsAKeptCopyOnlyForAnAnnouncedVersion) {
-  Log::shared().setLogLevel(LogLevel::d);
+TEST_F(TemplateFetching, UsesTheStoredCopyOnlyForAnAnnouncedVersion) {
   serve(3);
   EXPECT_EQ(versions(), Versions{3});
   EXPECT_EQ(versions(), Versions{3});
@@ -48,31 +47,28 @@ TEST_F(TemplateFetching, TrustsAKeptCopyOnlyForAnAnnouncedVersion) {
   EXPECT_EQ(h.server.lastRequest("/template").query.at("tver"), "4");
 
   announce(5);
-  h.server.reply("/template", headless::errorEnvelope(8, "no such template"));
+  refuse("/template", 8, "no such template");
   EXPECT_EQ(versions(), Versions{0});
   EXPECT_EQ(h.output.count("<KVA> [E]: Get template error: no such template"), 1);
   announce(4);
-  EXPECT_EQ(versions(), Versions{4}) << "the copy was not kept";
+  EXPECT_EQ(versions(), Versions{4}) << "a failure keeps the stored copy";
 }
 
-TEST_F(TemplateFetching, KeepsTemplatesUnderTheAskedIdentifierAcrossARestart) {
+TEST_F(TemplateFetching, StoresTemplatesUnderTheRequestedIdentifierAcrossARestart) {
   serve(3);
   versions();
-  const Json kept = {{"t", templateJson(3)}};
-  EXPECT_EQ(Json::parse(asText(h.defaults.get<Bytes>(kKey).value())), kept);
+  const Json valid = {{"t", templateJson(3)}};
+  EXPECT_EQ(stored(kKey), valid);
 
   serve(9);
-  Json unreadable = kept;
-  unreadable["u"] = templateJson("3");
-  for (const auto& [templates, answer] : {std::pair(kept, 3), std::pair(unreadable, 9)}) {
+  Json malformed = valid;
+  malformed["u"] = templateJson("3");
+  for (const auto& [templates, answer] : {std::pair(valid, 3), std::pair(malformed, 9)}) {
     h.defaults.set(kKey, toBytes(templates.dump()));
     launch();
     announce(3);
     EXPECT_EQ(versions(), Versions{answer});
   }
-}
-
-TEST_F(TemplateFetching, WithoutAnApplicationIdStopsTheProcess) {
   restart();
   EXPECT_DEATH(versions(), "no application id");
 }

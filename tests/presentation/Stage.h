@@ -10,6 +10,7 @@
 
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/Kelvara.h>
+#include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/presentation/FullscreenAd.h>
@@ -20,7 +21,9 @@ namespace kva {
 inline constexpr const char* kAppId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 inline constexpr const char* kPlanId = "11111111-C36C-495A-93FC-0C247A3E6E5F";
 
-/// The ad that the server has: what tests vary of it.
+enum class Network { down, up };
+
+/// The parts of the server's ad that tests vary.
 struct AdFacts {
   std::string contentType = "image";
   int arcDuration = 0;
@@ -28,22 +31,19 @@ struct AdFacts {
   bool shouldCareSafeArea = false;
 };
 
-inline nlohmann::json adJson(const AdFacts& facts, const std::string& bidId = "bid") {
-  return {{"bid", bidId},
-          {"tmpl", "template"},
-          {"fls", nlohmann::json::array()},
-          {"crea",
-           {{"id", "creative"},
-            {"adt", facts.adType},
-            {"ctyp", facts.contentType},
-            {"adur", facts.arcDuration},
-            {"titl", "A title"},
-            {"bton", "{}"},
-            {"deta", "{}"},
-            {"shouldCareSafeArea", facts.shouldCareSafeArea}}}};
+inline Json adJson(const AdFacts& facts, const std::string& bidId = "bid") {
+  Json ad = Json::parse(R"({"bid": "", "tmpl": "template", "fls": [], "crea": {
+      "id": "creative", "titl": "A title", "bton": "{}", "deta": "{}"}})");
+  ad["bid"] = bidId;
+  ad["crea"].update({{"adt", facts.adType},
+                     {"ctyp", facts.contentType},
+                     {"adur", facts.arcDuration},
+                     {"shouldCareSafeArea", facts.shouldCareSafeArea}});
+  return ad;
 }
 
-/// A started SDK on a device with one window, a registered user and a server that has one ad.
+/// A started SDK that logs at debug level, on a device with one window, a registered user and a
+/// server with one ad.
 class Stage : public testing::Test {
  protected:
   Stage() {
@@ -54,40 +54,49 @@ class Stage : public testing::Test {
     launch();
   }
 
-  /// Ends the process, if one runs. The new one has not started the SDK.
+  /// Replaces the process by one in which the SDK is not started.
   void restart() {
     runtime.reset();
     runtime = std::make_unique<Runtime>(h.platform());
   }
-  /// Likewise, and starts the SDK.
+  /// Replaces the process by one in which the SDK is started.
   void launch() {
     restart();
-    nlohmann::json application = {{"aid", kAppId},
-                                  {"pp", "https://example.org/privacy"},
-                                  {"sett", {{"dip", statsSendPeriod * 100}, {"sndm", false}}}};
+    Log::shared().setLogLevel(LogLevel::d);
+    const Json application = {{"aid", kAppId},
+                              {"pp", "https://example.org/privacy"},
+                              {"sett", {{"dip", statsSendPeriod * 100}, {"sndm", false}}}};
     h.server.reply("/init", headless::envelope(application.dump()));
     Kelvara::start(kAppId, [](std::optional<Error>) {});
     EXPECT_TRUE(h.time.runUntil([] { return Kelvara::isInitialized(); }));
   }
-
+  void setNetwork(Network network) {
+    h.reachability.setFlags(network == Network::up ? h.reachability.kReachable : 0);
+    h.time.run();
+  }
+  void refuse(const char* path, std::int64_t code, const char* message, double delaySeconds = 0) {
+    h.server.reply(path, headless::errorEnvelope(code, message), delaySeconds);
+  }
   void serveAd(const AdFacts& facts) {
     h.server.reply("/bid/load", [facts](const headless::SentRequest& request) {
       return headless::answer(
           headless::envelope(adJson(facts, request.json()["bid"].get<std::string>()).dump()));
     });
   }
-
   void serveTemplate(const std::string& html) {
-    nlohmann::json document = {
+    const Json document = {
         {"tmpl", "template"}, {"adt", "interstitial"}, {"html", html}, {"tver", 1}};
     h.server.reply("/template", headless::envelope(document.dump()));
   }
-
-  /// A bid of its own for each load.
+  /// A new bid.
   std::shared_ptr<KVABidResponse> bid() {
-    std::string id = "22222222-0000-0000-0000-000000000000";
-    id.replace(28, 8, std::to_string(10000000 + ++bidCount));
-    return std::make_shared<KVABidResponse>(kPlanId, id, 1.5);
+    return std::make_shared<KVABidResponse>(
+        kPlanId, "22222222-0000-0000-0000-0000" + std::to_string(10000000 + ++bidCount), 1.5);
+  }
+  /// The JSON under a key of the user defaults; null if there is none.
+  Json stored(const char* key) {
+    const auto bytes = h.defaults.get<Bytes>(key);
+    return bytes ? Json::parse(asText(*bytes)) : Json();
   }
 
   std::shared_ptr<headless::HeadlessWebView> page() { return h.application.webView(); }
@@ -106,7 +115,7 @@ class Stage : public testing::Test {
   int bidCount = 0;
 };
 
-/// What a host hears of its ad, as texts such as "receive" and "no present 0 Ad isn't ready.".
+/// Records the events that a host receives, such as "receive" and "no present 0 Ad isn't ready.".
 struct Recorder {
   static void record(Recorder& host, FullscreenAd&, AdEvent event,
                      const std::optional<Error>& error) {
@@ -114,10 +123,10 @@ struct Recorder {
                                         "click",   "complete",   "dismiss"};
     std::string text = names[static_cast<int>(event)];
     if (error) text += " " + std::to_string(error->code()) + " " + error->localizedDescription();
-    host.heard.push_back(text);
+    host.events.push_back(text);
     if (host.onEvent) host.onEvent();
   }
-  std::vector<std::string> heard;
+  std::vector<std::string> events;
   std::function<void()> onEvent;
 };
 
@@ -154,20 +163,20 @@ class AdStage : public Stage {
     h.time.advance(0.5);
   }
 
-  /// The view that the page and the controls stand in.
+  /// The view that contains the page and the controls.
   std::shared_ptr<View> adView() { return page()->superview()->superview(); }
-  /// What the page was told since the last call.
-  std::vector<std::string> told() {
+  /// Returns and forgets the scripts that the page was sent.
+  std::vector<std::string> takeScripts() {
     const auto scripts = page()->scripts();
     page()->clearScripts();
     return scripts;
   }
-  /// The reports that the server has got, by the time that the next upload is over.
-  nlohmann::json uploadedReports() {
+  /// Waits for the next upload and returns its reports; null if there is none.
+  Json uploadedReports() {
     h.server.clearRequests();
     h.time.advance(61);
     const auto sent = h.server.requests("/bid/stats");
-    return sent.empty() ? nlohmann::json() : sent.back().json()["stats"];
+    return sent.empty() ? Json() : sent.back().json()["stats"];
   }
   void expectNothingLeft() {
     EXPECT_EQ(h.application.liveViews(), viewsBefore);

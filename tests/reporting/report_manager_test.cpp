@@ -1,8 +1,5 @@
 #include <thread>
 
-#include <gmock/gmock.h>
-
-#include <Kelvara/core/Log.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <Kelvara/reporting/ReportStore.h>
 #include <Kelvara/user/PrivacyManager.h>
@@ -26,8 +23,9 @@ class Reports : public Stage {
     ReportManager::shared().trackAction(bidId, action);
   }
   void tick(int times = 1) { h.time.advance(kPeriod * times); }
+  void jump(double seconds) { h.time.setNow(h.time.now() + seconds); }
 
-  /// The batches that the server got since the last call, each as its bids in order.
+  /// Returns and forgets the batches that the server got, each as its bids in order.
   std::vector<std::vector<std::string>> batches() {
     std::vector<std::vector<std::string>> all;
     for (const auto& request : h.server.requests("/bid/stats")) {
@@ -40,19 +38,19 @@ class Reports : public Stage {
   }
   std::vector<std::string> stored(const char* key) {
     std::vector<std::string> bids;
-    const auto reports = Json::parse(asText(h.defaults.get<Bytes>(key).value()));
+    const auto reports = Stage::stored(key);
     for (const auto& [bid, report] : reports.items()) bids.push_back(bid);
     return bids;
   }
-  void refuse(std::int64_t code) {
-    h.server.reply("/bid/stats", headless::errorEnvelope(code, "Refused."));
+  void refuse(std::int64_t code, double delaySeconds = 0) {
+    Stage::refuse("/bid/stats", code, "Refused.", delaySeconds);
   }
   void accept(double delaySeconds = 0) {
     h.server.reply("/bid/stats", headless::envelope("null"), delaySeconds);
   }
 };
 
-TEST_F(Reports, UploadSaysWhatHappenedToEachAd) {
+TEST_F(Reports, UploadTheEventsOfEachAd) {
   h.server.reply("/bid/stats", headless::envelope("null", 5'000'000'000'000));
   for (int quarter : {4, 3}) track("\"quoted\"", {Action::videoQuarter, quarter});
   tick();
@@ -73,7 +71,7 @@ TEST_F(Reports, UploadSaysWhatHappenedToEachAd) {
             Json({{"aid", kAppId}, {"uid", "user"}, {"idfa", kAppId}, {"stats", {quoted, shown}}}));
 }
 
-TEST_F(Reports, FinishedOnesGoAfterAnUploadUnfinishedOnesAfterAnHour) {
+TEST_F(Reports, AreDroppedAfterAnUploadIfFinishedElseAfterAnHour) {
   track("dismissed", {Action::impression});
   track("dismissed", {Action::dismiss});
   track("failed", {Action::failToShow});
@@ -82,12 +80,14 @@ TEST_F(Reports, FinishedOnesGoAfterAnUploadUnfinishedOnesAfterAnHour) {
   EXPECT_THAT(batches(), ElementsAre(ElementsAre("dismissed", "failed", "running")));
   EXPECT_THAT(stored(Keys::reports), ElementsAre("running"));
   EXPECT_THAT(stored(Keys::reportsForUpload), IsEmpty());
-
   const int writes = h.defaults.writes();
   tick(10);
   EXPECT_THAT(batches(), IsEmpty()) << "nothing is new";
   EXPECT_EQ(h.defaults.writes(), writes);
 
+  launch();
+  tick(3);
+  EXPECT_THAT(batches(), ElementsAre(ElementsAre("running"))) << "once after a restart";
   h.time.advance(kHour);
   track("other", {Action::dismiss});
   tick();
@@ -95,23 +95,13 @@ TEST_F(Reports, FinishedOnesGoAfterAnUploadUnfinishedOnesAfterAnHour) {
   EXPECT_THAT(stored(Keys::reports), IsEmpty());
 }
 
-TEST_F(Reports, OldOnesAreSentOnceMoreWhateverBecomesOfThem) {
-  track("old", {Action::impression});
-  h.time.setNow(h.time.now() + 3 * kDay);
-  track("new", {Action::impression});
-  refuse(1);
-  tick(2);
-  EXPECT_THAT(batches(), ElementsAre(ElementsAre("new", "old"), ElementsAre("new")));
-}
-
-TEST_F(Reports, WhatIsTrackedDuringAnUploadIsKeptForTheNext) {
+TEST_F(Reports, TrackedDuringAnUploadAreSentWithTheNext) {
   statsSendPeriod = 10;
   launch();
-  Log::shared().setLogLevel(LogLevel::d);
   accept(25);
   track("slow", {Action::impression});
   track("hour old", {Action::impression});
-  h.time.setNow(h.time.now() + 2 * kHour);
+  jump(2 * kHour);
   h.time.advance(15);
   track("hour old", {Action::dismiss});
   track("new", {Action::impression});
@@ -125,10 +115,10 @@ TEST_F(Reports, WhatIsTrackedDuringAnUploadIsKeptForTheNext) {
   EXPECT_THAT(batches(), ElementsAre(ElementsAre("hour old", "new")));
 }
 
-TEST_F(Reports, IntervalGrowsByPowersAndStaysGrown) {
+TEST_F(Reports, AreUploadedAtAnIntervalThatGrowsByPowersAndStays) {
   constexpr double kSquare = kPeriod * kPeriod, kCube = kSquare * kPeriod;
-  // When the next upload is due, and the error that it meets. All but the server's own let the
-  // interval stay and the count begin anew.
+  // The interval to the next upload, and the error that it gets. Errors other than the server's
+  // keep the interval and reset the exponent.
   for (const auto& [interval, code] : {std::pair(kPeriod, 500),
                                        {kSquare, 500},
                                        {kCube, 42},
@@ -139,14 +129,27 @@ TEST_F(Reports, IntervalGrowsByPowersAndStaysGrown) {
     track("bid", {Action::click});
     code == 0 ? accept() : refuse(code);
     h.time.advance(interval - 1);
-    EXPECT_THAT(batches(), IsEmpty());
+    EXPECT_THAT(batches(), IsEmpty()) << interval << " " << code;
     h.time.advance(1);
-    EXPECT_THAT(batches(), testing::SizeIs(1));
+    EXPECT_THAT(batches(), testing::SizeIs(1)) << interval << " " << code;
   }
   EXPECT_EQ(h.output.count("<KVA> [E]: ReportManager: upload error: Refused."), 5);
+
+  for (const int period : {0, -5}) {
+    statsSendPeriod = period;
+    launch();
+    batches();
+    for (int i = 0; i < 40; ++i) {
+      track("bid", {Action::click});
+      h.time.advance(0.25);
+    }
+    EXPECT_THAT(batches(), testing::SizeIs(10)) << period << ": at most once a second";
+  }
+  restart();
+  EXPECT_DEATH(ReportManager::shared().start(), "application record");
 }
 
-TEST_F(Reports, AnErrorKeepsTheBatchABadRequestDropsAll) {
+TEST_F(Reports, AreKeptAfterAnErrorAndDroppedAfterABadRequest) {
   track("bid", {Action::dismiss});
   refuse(42);
   tick();
@@ -169,13 +172,12 @@ TEST_F(Reports, WaitForTheUserToBeRegistered) {
   EXPECT_THAT(batches(), IsEmpty());
   EXPECT_EQ(h.output.count("<KVA> [E]: ReportManager: user is not registered."), 1);
   EXPECT_THAT(stored(Keys::reportsForUpload), ElementsAre("bid"));
-
   track("bid", {Action::click});
   tick();
   const int writes = h.defaults.writes();
   tick(10);
   track("bid", {Action::click});
-  EXPECT_EQ(h.defaults.writes(), writes) << "what has not changed is not stored again";
+  EXPECT_EQ(h.defaults.writes(), writes) << "unchanged reports are not stored again";
 }
 
 TEST_F(Reports, OfSeveralProcessesShareTheStore) {
@@ -207,37 +209,46 @@ TEST_F(Reports, OfSeveralProcessesShareTheStore) {
   h.time.advance(10);
   EXPECT_THAT(stored(Keys::reports), ElementsAre("both")) << "changed since it was sent";
 
-  // Refused as bad: what the other process tracks meanwhile stays.
-  h.server.reply("/bid/stats", headless::errorEnvelope(400, "Refused."), 10);
+  refuse(400, 10);
   track("bad", {Action::dismiss});
   tick();
   trackElsewhere("later", {Action::impression});
   h.time.advance(10);
-  EXPECT_THAT(stored(Keys::reports), ElementsAre("later"));
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("later")) << "tracked during the upload";
 
-  // What cannot be stored while the other holds the store is stored with the next action.
-  h.defaults.setBusy(true);
-  track("held up", {Action::impression});
+  h.defaults.setBusy(true);  // the other process holds the store
+  track("delayed", {Action::impression});
   h.defaults.setBusy(false);
   trackElsewhere("after", {Action::impression});
   track("next", {Action::impression});
-  EXPECT_THAT(stored(Keys::reports), ElementsAre("after", "held up", "later", "next"));
+  EXPECT_THAT(stored(Keys::reports), ElementsAre("after", "delayed", "later", "next"));
+
+  std::vector<std::jthread> threads;
+  for (const char* thread : {"a", "b", "c", "d"})
+    threads.emplace_back([thread] {
+      for (int i = 0; i < 50; ++i) track(thread + std::to_string(i), {Action::impression});
+    });
+  threads.clear();
+  EXPECT_THAT(stored(Keys::reports), testing::SizeIs(4 + 4 * 50)) << "of several threads";
 }
 
-TEST_F(Reports, OfAnEarlierProcessAreSentOnceByTheNext) {
-  track("bid", {Action::impression});
-  for (int process = 0; process < 2; ++process) {
-    launch();
-    tick(3);
-    EXPECT_THAT(batches(), ElementsAre(ElementsAre("bid")));
-  }
-}
+TEST_F(Reports, AreUploadedAndExpireDespiteClockJumps) {
+  track("old", {Action::impression});
+  jump(3 * kDay);
+  track("new", {Action::impression});
+  refuse(1);
+  tick(2);
+  EXPECT_THAT(batches(), ElementsAre(ElementsAre("new", "old"), ElementsAre("new")))
+      << "an expired report is sent once more, even if that fails";
+  accept();
+  jump(kHour);
+  tick();
+  EXPECT_THAT(batches(), ElementsAre(ElementsAre("new")));
 
-TEST_F(Reports, GoAndExpireWhateverTheClockDoes) {
-  h.time.setNow(h.time.now() + 9 * kDay);
+  jump(9 * kDay);
   track("ahead", {Action::impression});
   tick();
-  h.time.setNow(h.time.now() - 9 * kDay);
+  jump(-9 * kDay);
   track("back", {Action::dismiss});
   tick();
   EXPECT_THAT(batches(), ElementsAre(ElementsAre("ahead"), ElementsAre("ahead", "back")));
@@ -249,34 +260,6 @@ TEST_F(Reports, GoAndExpireWhateverTheClockDoes) {
   track("other", {Action::dismiss});
   tick();
   EXPECT_THAT(stored(Keys::reports), IsEmpty()) << "unfinished for an hour";
-}
-
-TEST_F(Reports, AreUploadedOnceASecondAtMost) {
-  for (const int period : {0, -5}) {
-    statsSendPeriod = period;
-    launch();
-    batches();
-    for (int i = 0; i < 40; ++i) {
-      track("bid", {Action::click});
-      h.time.advance(0.25);
-    }
-    EXPECT_THAT(batches(), testing::SizeIs(10)) << period;
-  }
-}
-
-TEST_F(Reports, TrackedOnSeveralThreadsAreAllStored) {
-  std::vector<std::jthread> threads;
-  for (const char* thread : {"a", "b", "c", "d"})
-    threads.emplace_back([thread] {
-      for (int i = 0; i < 50; ++i) track(thread + std::to_string(i), {Action::impression});
-    });
-  threads.clear();
-  EXPECT_THAT(stored(Keys::reports), testing::SizeIs(4 * 50));
-}
-
-TEST_F(Reports, NeedAnApplicationRecord) {
-  restart();
-  EXPECT_DEATH(ReportManager::shared().start(), "application record");
 }
 
 }  // namespace
