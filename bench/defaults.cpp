@@ -1,4 +1,4 @@
-// What it costs to store and to read a setting.
+// The time to store and to read a setting.
 #include <filesystem>
 #include <iostream>
 

@@ -8,12 +8,12 @@
 
 namespace kva::bench {
 
-/// How long calls of one kind took, in microseconds.
+/// The durations of calls of one kind, in microseconds.
 class Series {
  public:
   explicit Series(const char* name) : name_(name) {}
 
-  /// `count` calls of one kind are in `call`; each counts with its share.
+  /// Times `call`, which makes `count` calls, and records the mean duration of one.
   void measure(const std::function<void()>& call, int count = 1) {
     const auto begin = std::chrono::steady_clock::now();
     call();

@@ -1,4 +1,4 @@
-// What it costs to track an action and to pass a plan by its caps, by how much is stored already.
+// The time to track an action and to check a plan's frequency caps, by the number of stored items.
 #include <filesystem>
 #include <string>
 

@@ -1,4 +1,5 @@
-// What the URL session adds to a bare libcurl call, on loopback with one connection kept alive.
+// The time of a request by the URL session and by bare libcurl, on one keep-alive connection over
+// loopback.
 #include <thread>
 
 #include <arpa/inet.h>
@@ -80,7 +81,7 @@ int main() {
   };
   bench::Series bare("bare libcurl, one handle, calling thread");
   bench::Series ours("URL session, sent and awaited by a thread");
-  // In turns, so that whatever else the machine does meets both alike.
+  // In turns, so that other load on the machine affects both alike.
   for (int round = 0; round < 50; ++round) {
     for (int i = 0; i < 100; ++i) {
       received.clear();

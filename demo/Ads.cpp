@@ -40,7 +40,7 @@ void Ads::start() {
   interstitial_->setDelegate(weak_from_this());
   rewarded_->setDelegate(weak_from_this());
   journal_.add(Source::host, "start", std::string(kva::sandbox::kApplicationId));
-  // Weak, because what is under way at the end is answered then, after the ads are gone.
+  // Weak, because requests still running at the end complete after `Ads` is destroyed.
   kva::Kelvara::start(std::string(kva::sandbox::kApplicationId),
                       [weak = weak_from_this()](std::optional<kva::Error> error) {
                         const auto self = weak.lock();
@@ -102,26 +102,26 @@ void Ads::failed(const char* event, const kva::Error& error) {
   journal_.add(Source::ad, event, describe(error));
 }
 
-void Ads::interstitialDidReceive(kva::KVAInterstital&) { heard("interstitialDidReceive"); }
+void Ads::interstitialDidReceive(kva::KVAInterstital&) { received("interstitialDidReceive"); }
 void Ads::interstitialDidFailToReceive(kva::KVAInterstital&, const kva::Error& error) {
   failed("interstitialDidFailToReceive", error);
 }
-void Ads::interstitialDidPresent(kva::KVAInterstital&) { heard("interstitialDidPresent"); }
+void Ads::interstitialDidPresent(kva::KVAInterstital&) { received("interstitialDidPresent"); }
 void Ads::interstitialDidFailToPresent(kva::KVAInterstital&, const kva::Error& error) {
   failed("interstitialDidFailToPresent", error);
 }
-void Ads::interstitialDidClick(kva::KVAInterstital&) { heard("interstitialDidClick"); }
-void Ads::interstitialDidDismiss(kva::KVAInterstital&) { heard("interstitialDidDismiss"); }
-void Ads::rewardedDidReceive(kva::KVARewarded&) { heard("rewardedDidReceive"); }
+void Ads::interstitialDidClick(kva::KVAInterstital&) { received("interstitialDidClick"); }
+void Ads::interstitialDidDismiss(kva::KVAInterstital&) { received("interstitialDidDismiss"); }
+void Ads::rewardedDidReceive(kva::KVARewarded&) { received("rewardedDidReceive"); }
 void Ads::rewardedDidFailToReceive(kva::KVARewarded&, const kva::Error& error) {
   failed("rewardedDidFailToReceive", error);
 }
-void Ads::rewardedDidPresent(kva::KVARewarded&) { heard("rewardedDidPresent"); }
+void Ads::rewardedDidPresent(kva::KVARewarded&) { received("rewardedDidPresent"); }
 void Ads::rewardedDidFailToPresent(kva::KVARewarded&, const kva::Error& error) {
   failed("rewardedDidFailToPresent", error);
 }
-void Ads::rewardedDidClick(kva::KVARewarded&) { heard("rewardedDidClick"); }
-void Ads::rewardedDidDismiss(kva::KVARewarded&) { heard("rewardedDidDismiss"); }
-void Ads::rewardedDidComplete(kva::KVARewarded&) { heard("rewardedDidComplete"); }
+void Ads::rewardedDidClick(kva::KVARewarded&) { received("rewardedDidClick"); }
+void Ads::rewardedDidDismiss(kva::KVARewarded&) { received("rewardedDidDismiss"); }
+void Ads::rewardedDidComplete(kva::KVARewarded&) { received("rewardedDidComplete"); }
 
 }  // namespace demo

@@ -18,9 +18,8 @@ class ViewController;
 
 namespace demo {
 
-/// The ads of the demo as a host keeps them: a bid and an ad object for each kind. Made once there
-/// is a `Host`, and gone before it. Every call may be made from any thread but `show`, which is the
-/// main thread's.
+/// The demo's bid and ad object of each kind, and their delegate. Created after the `Host`,
+/// destroyed before it. Thread-safe, except `show`: main thread only.
 class Ads : public kva::KVAInterstitialDelegate,
             public kva::KVARewardedDelegate,
             public std::enable_shared_from_this<Ads> {
@@ -31,10 +30,10 @@ class Ads : public kva::KVAInterstitialDelegate,
 
   void start();
   void bid(kva::KVABidType kind);
-  /// Loads the ad of the last bid, which has won at its own price.
+  /// Loads the ad of the last bid, with the bid's price as the clearing price.
   void load(kva::KVABidType kind);
   void show(kva::KVABidType kind, std::shared_ptr<kva::ViewController> host);
-  /// Lets the last bid lose by a little.
+  /// Reports the last bid as lost, with a clearing price 0.5 above its own.
   void lose(kva::KVABidType kind);
 
   Bid lastBid(kva::KVABidType kind) const;
@@ -55,7 +54,7 @@ class Ads : public kva::KVAInterstitialDelegate,
 
  private:
   kva::KVAAd& ad(kva::KVABidType kind) const;
-  void heard(const char* name) { journal_.add(Source::ad, name); }
+  void received(const char* name) { journal_.add(Source::ad, name); }
   void failed(const char* name, const kva::Error& error);
 
   Journal& journal_;

@@ -31,19 +31,19 @@ std::vector<Agreement> compareShown(const PlayedBid& bid, const Json& state) {
                        const char* key) {
     return Agreement{bid.kind + ": " + fact, host, text(entry, key)};
   };
-  // What the host is not told of is still known: the ad was played to its end.
-  const auto untold = [&](const char* fact, int expected, const char* key) {
+  // There is no callback for these, but the demo plays the ad to its end.
+  const auto withoutCallback = [&](const char* fact, int expected, const char* key) {
     const std::string received = text(report, key);
-    return Agreement{bid.kind + ": " + fact, "(not told)", received,
+    return Agreement{bid.kind + ": " + fact, "(no callback)", received,
                      received == std::to_string(expected)};
   };
   return {row("bid is", "loaded", sold, "status"),
           row("clearing price", std::to_string(bid.clearingPrice), sold, "clearingPrice"),
           row("presented", std::to_string(bid.presented), report, "imp"),
           row("clicked", std::to_string(bid.clicked), report, "clck"),
-          untold("video quarters", bid.quarters, "quar"),
+          withoutCallback("video quarters", bid.quarters, "quar"),
           bid.completed ? row("reward earned", std::to_string(*bid.completed), report, "comp")
-                        : untold("countdown over", 1, "comp"),
+                        : withoutCallback("countdown over", 1, "comp"),
           row("dismissed", std::to_string(bid.dismissed), report, "dism")};
 }
 
@@ -54,7 +54,7 @@ Agreement compareLost(const PlayedBid& bid, const Json& state) {
 }
 
 bool printTable(const std::vector<Agreement>& rows) {
-  std::printf("\n%-34s %-42s %-42s\n", "", "what the host heard", "what the server received");
+  std::printf("\n%-34s %-42s %-42s\n", "", "host", "server");
   bool agree = true;
   for (const Agreement& row : rows) {
     agree = agree && row.agrees;

@@ -7,19 +7,19 @@
 
 namespace demo {
 
-/// One fact as the host heard it and as the server received it.
+/// One fact according to the host's callbacks, and according to the server.
 struct Agreement {
   std::string fact, host, server;
   bool agrees = host == server;
 };
 
-/// What the host knows of one bid when all is over.
+/// What the host's callbacks reported of one bid.
 struct PlayedBid {
   std::string kind, bidId;
   long clearingPrice = 0;  ///< thousandths
   int presented = 0, clicked = 0, dismissed = 0;
-  std::optional<int> completed{};  ///< absent for a kind whose host is not told
-  int quarters = 0;                ///< that its video has; no host is told of them
+  std::optional<int> completed{};  ///< absent for a kind without that callback
+  int quarters = 0;  ///< of its video, played to the end; there is no callback for them
 };
 
 /// Compares a bid that was shown with the server's state ("/control/state").

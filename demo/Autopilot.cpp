@@ -21,7 +21,7 @@ namespace {
 using kva::KVABidType;
 using namespace std::chrono_literals;
 
-/// Thrown when a step does not come about; the demo then ends with what it has.
+/// Thrown when a step fails. The demo then prints its timeline and ends.
 struct StepFailed {
   std::string what;
 };
@@ -49,7 +49,7 @@ class Autopilot {
   }
 
  private:
-  // The control stands in a 60 x 60 box in its corner.
+  // The control is a 60 x 60 box in its corner.
   static constexpr double kControlCentre = 30;
 
   void playInterstitial() {
@@ -67,7 +67,7 @@ class Autopilot {
     clickClose();
     require("interstitialDidDismiss", 1, 10s);
     picture("5-window-restored");
-    heard(interstitial_, "interstitial");
+    count(interstitial_, "interstitial");
   }
 
   void playRewarded() {
@@ -85,7 +85,7 @@ class Autopilot {
     clickClose();
     require("rewardedDidDismiss", 1, 10s);
     picture("10-window-restored-again");
-    heard(rewarded_, "rewarded");
+    count(rewarded_, "rewarded");
     rewarded_.completed = stage_.journal.count("rewardedDidComplete");
     rewarded_.quarters = 4;
   }
@@ -94,7 +94,7 @@ class Autopilot {
     lost_ = bidFor(KVABidType::interstitial, "another interstitial");
     stage_.ads.lose(KVABidType::interstitial);
     lost_.clearingPrice += 500;
-    picture("11-everything-heard");
+    picture("11-all-events");
   }
 
   PlayedBid bidFor(KVABidType kind, const char* name) {
@@ -115,13 +115,13 @@ class Autopilot {
     require(name + "DidPresent", 1, 10s);
   }
 
-  void heard(PlayedBid& bid, const std::string& name) {
+  void count(PlayedBid& bid, const std::string& name) {
     bid.presented = stage_.journal.count(name + "DidPresent");
     bid.clicked = stage_.journal.count(name + "DidClick");
     bid.dismissed = stage_.journal.count(name + "DidDismiss");
   }
 
-  /// The SDK fetched the template while it prepared the creative: the server tells which.
+  /// Adds the template that the SDK has fetched, according to the server, to the journal.
   void noteTemplate() {
     const auto exchanges = stage_.sandbox.get("/control/exchanges?endpoint=/template");
     if (!exchanges || exchanges->empty()) return;
@@ -134,7 +134,7 @@ class Autopilot {
         data.value("tmpl", "") + " version " + std::to_string(data.value("tver", 0)));
   }
 
-  /// On a machine that has drawn no page before, the first may stay black for more than a second.
+  /// On a machine that has drawn no page before, the first page may stay black for over a second.
   void waitForFirstDrawing() {
     constexpr std::uint32_t kBlack = 0xff000000;
     const auto until = std::chrono::steady_clock::now() + 10s;
@@ -146,7 +146,7 @@ class Autopilot {
   }
 
   void waitForEndCard() {
-    // The clip goes on for three seconds after the countdown has earned the reward.
+    // The clip continues for three seconds after the countdown has earned the reward.
     std::this_thread::sleep_for(5s);
   }
 
@@ -189,8 +189,7 @@ class Autopilot {
   double height() const { return gtk_widget_get_height(GTK_WIDGET(stage_.window)); }
 
   void require(const std::string& event, int count, std::chrono::seconds limit) {
-    if (!stage_.journal.waitFor(event, count, limit))
-      throw StepFailed{"waited in vain for " + event};
+    if (!stage_.journal.waitFor(event, count, limit)) throw StepFailed{event + " did not happen"};
   }
 
   void picture(const std::string& name) {
@@ -201,7 +200,7 @@ class Autopilot {
     });
   }
 
-  /// Runs `act` on the main thread and waits; what it throws comes through.
+  /// Runs `act` on the main thread and waits for it. Rethrows what `act` throws.
   template <class Act>
   void onMain(Act act) {
     std::packaged_task<void()> task(std::move(act));

@@ -13,7 +13,7 @@
 
 namespace demo {
 
-/// What the autopilot plays with.
+/// What the autopilot uses.
 struct Stage {
   Journal& journal;
   Ads& ads;
@@ -23,9 +23,9 @@ struct Stage {
   std::filesystem::path output;               ///< where the pictures go
 };
 
-/// Plays both kinds of ad through with real input, saves a picture of each stage, and compares what
-/// the host heard with what the server received. True only if every step succeeded and the two
-/// agree. On a thread of its own, while the main thread runs its loop.
+/// Plays both kinds of ad to the end with real input, saves a picture of each step, and compares
+/// the host's callbacks with the server's reports. True if every step succeeds and both agree. Call
+/// on a thread other than the main thread, which must run its main loop.
 bool play(const Stage& stage);
 
 }  // namespace demo

@@ -30,7 +30,7 @@ void Journal::add(Source source, std::string name, std::string detail) {
     events_.push_back(event);
   }
   changed_.notify_all();
-  if (heard_) heard_(event);
+  if (added_) added_(event);
 }
 
 std::vector<Event> Journal::events() const {

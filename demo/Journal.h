@@ -10,7 +10,7 @@
 
 namespace demo {
 
-/// Who an event comes from; each has its colour in the window.
+/// The origin of an event. Each has its own colour in the window.
 enum class Source { host, sdk, bid, ad, server };
 std::string_view name(Source source);
 
@@ -18,26 +18,27 @@ struct Event {
   double milliseconds;  ///< since the demo began
   Source source;
   std::string name;    ///< such as "interstitialDidPresent"
-  std::string detail;  ///< for people
+  std::string detail;  ///< for the reader
 };
 
-/// What has happened, in order, for the window, the console and the autopilot. Thread-safe.
+/// All events in order, for the window, the console and the autopilot. Thread-safe.
 class Journal {
  public:
   void add(Source source, std::string name, std::string detail = {});
-  /// Called on the thread that adds, outside any lock. Set before the first event.
-  void onEvent(std::function<void(const Event&)> heard) { heard_ = std::move(heard); }
+  /// Sets the function that `add` calls, on its own thread and outside the lock. Set before the
+  /// first event.
+  void onEvent(std::function<void(const Event&)> added) { added_ = std::move(added); }
 
   std::vector<Event> events() const;
   int count(std::string_view name) const;
-  /// False when there are not so many events of this name within the limit.
+  /// Waits for `count` events of this name. False after `limit`.
   bool waitFor(std::string_view name, int count, std::chrono::seconds limit);
 
  private:
   int countLocked(std::string_view name) const;
 
   const std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
-  std::function<void(const Event&)> heard_;
+  std::function<void(const Event&)> added_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Event> events_;

@@ -37,7 +37,7 @@ std::optional<std::string> transfer(const std::string& url, const std::string* b
   return answer;
 }
 
-/// The first "http://..." of what the server prints when it is ready.
+/// The first "http://..." in the output of the server, which prints it when it is ready.
 std::string originIn(GSubprocess* process) {
   g_autoptr(GDataInputStream) lines =
       g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
@@ -59,11 +59,11 @@ std::unique_ptr<Sandbox> Sandbox::launch() {
       std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kelvara-sandbox";
   g_autoptr(GSubprocessLauncher) launcher =
       g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
-  // A demo that dies takes its server with it.
+  // The kernel terminates the server when the demo dies.
   g_subprocess_launcher_set_child_setup(
       launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGTERM); }, nullptr, nullptr);
-  g_autoptr(GSubprocess) process = g_subprocess_launcher_spawn(launcher, nullptr, program.c_str(),
-                                                               "--port", "0", "--quiet", "--memory", nullptr);
+  g_autoptr(GSubprocess) process = g_subprocess_launcher_spawn(
+      launcher, nullptr, program.c_str(), "--port", "0", "--quiet", "--memory", nullptr);
   if (!process) return {};
   const std::string origin = originIn(process);
   if (origin.empty()) return {};

@@ -9,11 +9,11 @@
 
 namespace demo {
 
-/// The sandbox ad server: a child process that ends with this object, or one that runs already.
+/// The sandbox ad server: a child process that ends with this object, or a server that already
+/// runs.
 class Sandbox {
  public:
-  /// Starts the server that was built beside the demo, on a free port; empty when it does not
-  /// come up.
+  /// Starts the server from the demo's own folder, on a free port. Null if it does not start.
   static std::unique_ptr<Sandbox> launch();
   explicit Sandbox(std::string origin) : origin_(std::move(origin)) {}
   ~Sandbox();
@@ -23,8 +23,8 @@ class Sandbox {
   const std::string& origin() const { return origin_; }
   std::string apiBase() const { return origin_ + "/api/v1"; }
 
-  /// Asks one of the server's control endpoints, such as "/control/state"; empty when it cannot be
-  /// had. Blocks for a moment; any thread.
+  /// Reads one of the server's control endpoints, such as "/control/state". Empty on failure.
+  /// Blocks for up to 5 s; thread-safe.
   std::optional<nlohmann::json> get(const std::string& path) const;
   bool post(const std::string& path, const nlohmann::json& body) const;
 

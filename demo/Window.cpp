@@ -59,7 +59,7 @@ GtkWidget* fill(GtkWidget* box, Widgets... widgets) {
   return box;
 }
 
-/// Lets a widget's signal call a function that lives as long as the widget.
+/// Connects `function` to a widget's signal; the widget owns it.
 template <class Function>
 void connect(GtkWidget* widget, const char* signal, GCallback trampoline, Function function) {
   g_signal_connect_data(
@@ -103,7 +103,7 @@ Window::Window(GtkApplication* application, Actions actions) : actions_(std::mov
   gtk_widget_set_vexpand(scroller, TRUE);
 
   GtkWidget* main =
-      fill(column(18), makeBidCard(), label("WHAT HAPPENS, THE LATEST FIRST", "section"), scroller);
+      fill(column(18), makeBidCard(), label("EVENTS, LATEST FIRST", "section"), scroller);
   gtk_widget_set_hexpand(main, TRUE);
   for (const auto set : {gtk_widget_set_margin_top, gtk_widget_set_margin_bottom,
                          gtk_widget_set_margin_start, gtk_widget_set_margin_end})
@@ -139,7 +139,7 @@ GtkWidget* Window::makeSidebar() {
 GtkWidget* Window::makeBidCard() {
   kind_ = GTK_LABEL(label("NO BID YET", "kind"));
   price_ = GTK_LABEL(label("—", "price"));
-  plan_ = GTK_LABEL(label("ask for one on the left", "plan"));
+  plan_ = GTK_LABEL(label("request one on the left", "plan"));
   bidCard_ = fill(column(2), GTK_WIDGET(kind_), GTK_WIDGET(price_), GTK_WIDGET(plan_));
   gtk_widget_add_css_class(bidCard_, "bid");
   gtk_widget_add_css_class(bidCard_, "none");

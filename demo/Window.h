@@ -11,20 +11,20 @@
 
 namespace demo {
 
-/// A switch as it stands at first, and what it does.
+/// A switch: its initial state and its action.
 struct Toggle {
   std::function<void(bool)> set;
   bool isOn = false;
 };
 
-/// What the window's controls do; each is called on the main thread.
+/// The actions of the window's controls. Called on the main thread.
 struct Actions {
   std::function<void(kva::KVABidType)> bid, load, show, lose;
   Toggle consent, gdpr, ccpa, muted;
   std::function<void(const std::string&)> setScenario;
 };
 
-/// The demo's window: the last bid as a picture, the controls, and the live list of events.
+/// The demo's window: the last bid, the controls, and the live list of events. Main thread only.
 class Window {
  public:
   Window(GtkApplication* application, Actions actions);
@@ -33,8 +33,8 @@ class Window {
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;
 
-  GtkWindow* window() const { return window_; }  ///< null once the user has closed it
-  /// These do nothing any more then.
+  GtkWindow* window() const { return window_; }  ///< null after the user has closed it
+  // These do nothing after the user has closed the window.
   void add(const Event& event);
   void showBid(kva::KVABidType kind, const kva::KVABidResponse& bid);
 

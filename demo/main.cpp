@@ -35,7 +35,7 @@ struct CommandLine {
   std::filesystem::path output = "demo-output";
 };
 
-/// The host application, in the order in which its members depend on each other.
+/// The host application. Each member depends only on members before it.
 class Demo {
  public:
   Demo(GtkApplication* application, const CommandLine& line, std::unique_ptr<Sandbox> sandbox)
@@ -48,10 +48,10 @@ class Demo {
     journal_.onEvent([this](const Event& event) { showOnMain(event); });
     gtk_window_present(window_.window());
     if (line.interactive) {
-      tellServer("/control/scenario", {{"endpoint", "/init"},
-                                       {"scenario", "replace"},
-                                       {"key", "data.sett.sndm"},
-                                       {"value", isMuted()}});
+      controlServer("/control/scenario", {{"endpoint", "/init"},
+                                          {"scenario", "replace"},
+                                          {"key", "data.sett.sndm"},
+                                          {"value", isMuted()}});
     }
     ads_->start();
     if (!line.interactive) autopilot_ = std::thread([this] { runAutopilot(); });
@@ -75,8 +75,8 @@ class Demo {
     options.trackingAuthorized = true;
     options.openURL = [this](const std::string& url) { journal_.add(Source::ad, "openURL", url); };
     if (!line_.interactive || line_.server.empty()) {
-      // A device of its own each time, so that no cap of an earlier run counts, and so that its
-      // user is not one of whom a server of its own has never heard.
+      // Start with an empty store: frequency caps of an earlier run do not count, and the demo's
+      // own server does not know the user of an earlier run.
       options.userDefaults = line_.output / "defaults" / "defaults.sqlite";
       std::filesystem::remove_all(options.userDefaults.parent_path());
     }
@@ -102,13 +102,14 @@ class Demo {
         .setScenario =
             [this](const std::string& scenario) {
               for (const char* endpoint : {"/bid/init", "/bid/load"})
-                tellServer("/control/scenario", {{"endpoint", endpoint}, {"scenario", scenario}});
+                controlServer("/control/scenario",
+                              {{"endpoint", endpoint}, {"scenario", scenario}});
             },
     };
   }
 
-  // The server decides whether ads start silent, and an SDK hears of it once, when it starts. So
-  // the switch is kept for the next launch, as a file that is there for sound.
+  // The server decides whether ads start silent, and the SDK reads that once, when it starts. So
+  // the switch takes effect at the next launch. The file exists if ads start with sound.
   std::filesystem::path soundFile() const { return line_.output / "ads-start-with-sound"; }
   bool isMuted() const { return !std::filesystem::exists(soundFile()); }
   void setMuted(bool on) {
@@ -120,7 +121,7 @@ class Demo {
     }
   }
 
-  void tellServer(const char* path, const nlohmann::json& body) {
+  void controlServer(const char* path, const nlohmann::json& body) {
     const bool done = sandbox_->post(path, body);
     journal_.add(Source::server, path, done ? body.dump() : "refused");
   }
@@ -130,7 +131,8 @@ class Demo {
       Demo* demo;
       Event event;
     };
-    // Never at once: when the main loop is over, invoking would run this on the thread that adds.
+    // Always asynchronous: after the main loop has ended, g_main_context_invoke would run this on
+    // the calling thread.
     g_idle_add_full(
         G_PRIORITY_DEFAULT,
         [](gpointer data) -> gboolean {

@@ -49,7 +49,7 @@ void click(GtkWindow* window, double x, double y) {
 }
 
 void typeKey(GtkWindow* window, unsigned keysym, unsigned held) {
-  // No window manager gives the window the keyboard.
+  // There is no window manager to give the window the keyboard.
   XSetInputFocus(display(), xWindow(window), RevertToParent, CurrentTime);
   auto send = [](unsigned sym, Bool down) {
     XTestFakeKeyEvent(display(), XKeysymToKeycode(display(), sym), down, CurrentTime);

@@ -4,7 +4,6 @@
 
 namespace kva::stage {
 
-using gtk::connect;
 using gtk::PendingCall;
 
 void drawFrame(GtkWindow* window) {
@@ -18,7 +17,7 @@ void drawFrame(GtkWindow* window) {
 
 namespace {
 
-/// What `window` shows, of all of it or of the part in `viewport`, after one more frame.
+/// The content of `window`, or of the part in `viewport` if given, after one more frame.
 GObjectPtr<GdkTexture> render(GtkWindow* window, const graphene_rect_t* viewport) {
   auto* widget = GTK_WIDGET(window);
   if (!gtk_widget_get_mapped(widget)) return {};

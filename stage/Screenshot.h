@@ -8,15 +8,15 @@
 // Main thread only.
 namespace kva::stage {
 
-/// Has `window` draw once more; runs the main loop for that, at most for a second.
+/// Makes `window` draw one frame. Runs the main loop until then, for at most a second.
 void drawFrame(GtkWindow* window);
 
-/// Saves what `window` shows, pages included, as a PNG; false when it shows nothing or the file
-/// cannot be written. Draws a frame first.
+/// Saves the content of `window`, including pages, as a PNG. Draws a frame first. False if the
+/// window is not mapped or the file cannot be written.
 bool saveScreenshot(GtkWindow* window, const std::filesystem::path& file);
 
-/// The colour in the middle of what `window` shows, as 0xAARRGGBB; 0 when it shows nothing. Draws
-/// a frame first.
+/// The colour of the pixel in the middle of `window`, as 0xAARRGGBB; 0 if the window is not mapped.
+/// Draws a frame first.
 std::uint32_t colourInTheMiddle(GtkWindow* window);
 
 }  // namespace kva::stage

@@ -8,7 +8,7 @@
 
 namespace kva {
 
-/// Owns what a GLib call returned, and lets it go with the function that belongs to it.
+/// The deleter of a pointer that owns what a GLib call returned.
 template <auto release>
 struct Release {
   template <class T>
@@ -22,8 +22,8 @@ using GVariantPtr = std::unique_ptr<GVariant, Release<g_variant_unref>>;
 using GStringPtr = std::unique_ptr<char, Release<g_free>>;
 using GDateTimePtr = std::unique_ptr<GDateTime, Release<g_date_time_unref>>;
 
-/// What runs when an asynchronous GIO operation ends; hand `asyncData(f)` over as the user data of
-/// `runAsync`, which runs `f` once.
+/// Runs when an asynchronous GIO operation ends. Pass `runAsync` as the operation's callback and
+/// `asyncData(f)` as its user data: `f` runs once.
 using AsyncDone = std::function<void(GObject* source, GAsyncResult* result)>;
 inline gpointer asyncData(AsyncDone done) { return new AsyncDone(std::move(done)); }
 inline void runAsync(GObject* source, GAsyncResult* result, gpointer data) {
@@ -31,26 +31,64 @@ inline void runAsync(GObject* source, GAsyncResult* result, gpointer data) {
   (*done)(source, result);
 }
 
-/// A connected signal; the connection ends with this value. The object must outlive it.
+/// A pointer to a GObject that turns null when the object is destroyed. Thread-safe.
+template <class T>
+class WeakRef {
+ public:
+  WeakRef() { g_weak_ref_init(&ref_, nullptr); }
+  explicit WeakRef(T* object) { g_weak_ref_init(&ref_, object); }
+  ~WeakRef() { g_weak_ref_clear(&ref_); }
+  WeakRef(const WeakRef&) = delete;
+  WeakRef& operator=(const WeakRef&) = delete;
+
+  void set(T* object) { g_weak_ref_set(&ref_, object); }
+  GObjectPtr<T> get() const { return GObjectPtr<T>(static_cast<T*>(g_weak_ref_get(&ref_))); }
+
+ private:
+  mutable GWeakRef ref_;
+};
+
+/// A C++ function that is connected to a signal. Destroying the connection disconnects it. The
+/// object may be destroyed before the connection.
 class SignalConnection {
  public:
   SignalConnection() = default;
-  SignalConnection(gpointer object, const char* signal, GCallback handler, gpointer data)
-      : object_(object), id_(g_signal_connect(object, signal, handler, data)) {}
-  SignalConnection(SignalConnection&& other) noexcept
-      : object_(std::exchange(other.object_, nullptr)), id_(other.id_) {}
-  SignalConnection& operator=(SignalConnection&& other) noexcept {
-    std::swap(object_, other.object_);
-    std::swap(id_, other.id_);
-    return *this;
-  }
-  ~SignalConnection() {
-    if (object_) g_signal_handler_disconnect(object_, id_);
-  }
+  SignalConnection(gpointer object, gulong handler)
+      : state_(std::make_unique<State>(static_cast<GObject*>(object), handler)) {}
 
  private:
-  gpointer object_ = nullptr;
-  gulong id_ = 0;
+  struct State {
+    State(GObject* instance, gulong id) : object(instance), handler(id) {}
+    State(const State&) = delete;
+    ~State() {
+      if (auto alive = object.get()) g_clear_signal_handler(&handler, alive.get());
+    }
+    WeakRef<GObject> object;
+    gulong handler;
+  };
+  std::unique_ptr<State> state_;
 };
+
+template <class Signature>
+struct SignalHandler;
+template <class Result, class... Args>
+struct SignalHandler<Result(Args...)> {
+  using Function = std::function<Result(Args...)>;
+  static Result call(gpointer, Args... args, gpointer data) {
+    return (*static_cast<Function*>(data))(args...);
+  }
+  static void destroy(gpointer data, GClosure*) { delete static_cast<Function*>(data); }
+};
+
+/// Connects `handler` to `signal` of `object`. `Signature` is the signal's own, without the
+/// instance. The thread that emits the signal calls `handler`.
+template <class Signature>
+[[nodiscard]] SignalConnection connect(gpointer object, const char* signal,
+                                       std::function<Signature> handler) {
+  using Handler = SignalHandler<Signature>;
+  return {object, g_signal_connect_data(object, signal, G_CALLBACK(Handler::call),
+                                        new std::function<Signature>(std::move(handler)),
+                                        Handler::destroy, GConnectFlags{})};
+}
 
 }  // namespace kva

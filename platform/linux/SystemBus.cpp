@@ -31,17 +31,10 @@ struct BusObject::State {
 
   void follow(GObjectPtr<GDBusProxy> made) {
     proxy = std::move(made);
-    ownerChanged = SignalConnection(proxy.get(), "notify::g-name-owner",
-                                    G_CALLBACK(+[](GDBusProxy*, GParamSpec*, gpointer self) {
-                                      static_cast<State*>(self)->changed();
-                                    }),
-                                    this);
-    propertiesChanged =
-        SignalConnection(proxy.get(), "g-properties-changed",
-                         G_CALLBACK(+[](GDBusProxy*, GVariant*, char**, gpointer self) {
-                           static_cast<State*>(self)->changed();
-                         }),
-                         this);
+    ownerChanged = connect<void(GParamSpec*)>(proxy.get(), "notify::g-name-owner",
+                                              [this](GParamSpec*) { changed(); });
+    propertiesChanged = connect<void(GVariant*, char**)>(proxy.get(), "g-properties-changed",
+                                                         [this](GVariant*, char**) { changed(); });
     changed();
   }
 };

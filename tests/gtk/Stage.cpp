@@ -43,7 +43,7 @@ void Stage::resize(Size size) {
 }
 
 void Stage::tap(Point point) {
-  drawFrame(gtkWindow);  // what was just added stands where it belongs after that
+  drawFrame(gtkWindow);  // lays out what was just added
   stage::click(gtkWindow, point.x, point.y);
 }
 
@@ -51,6 +51,29 @@ void Stage::pressEscape() { stage::typeKey(gtkWindow, GDK_KEY_Escape); }
 
 void Stage::destroyWindow() {
   if (gtkWindow) gtk_window_destroy(gtkWindow);
+}
+
+void Stage::present(const std::shared_ptr<ViewController>& controller) {
+  bool completed = false;
+  host()->present(controller, [&] { completed = true; });
+  ASSERT_TRUE(spinUntil([&] { return completed; }));
+  drawFrame(gtkWindow);
+}
+
+void Stage::dismiss(const std::shared_ptr<ViewController>& controller) {
+  bool completed = false;
+  controller->dismiss([&] { completed = true; });
+  ASSERT_TRUE(spinUntil([&] { return completed; }));
+  drawFrame(gtkWindow);
+}
+
+std::string Stage::evaluate(WebView& webView, const std::string& script) {
+  // Shared, because a busy page may answer after this returns.
+  auto answer = std::make_shared<std::optional<std::string>>();
+  webView.evaluateJavaScript(script, [answer](Result<std::string> value) {
+    *answer = value ? *value : value.error().localizedDescription();
+  });
+  return spinUntil([&] { return answer->has_value(); }) ? **answer : "no answer";
 }
 
 }  // namespace kva::gtk::test

@@ -8,14 +8,14 @@
 
 #include <platform/linux/gtk/Application.h>
 #include <stage/Screenshot.h>
-#include "gtk/MainLoop.h"
+#include "support/MainLoop.h"
 
 namespace kva::gtk::test {
 
 using kva::test::spinUntil;
 using stage::drawFrame;
 
-/// An application over one host window on show: a column of a button and a text entry.
+/// An application with one host window on screen: a column of a button and a text entry.
 class Stage {
  public:
   Stage();
@@ -32,6 +32,11 @@ class Stage {
   void hideWindow() { gtk_widget_set_visible(GTK_WIDGET(gtkWindow), FALSE); }
   void showWindow() { gtk_window_present(gtkWindow); }
   void destroyWindow();
+  /// Presents or dismisses `controller`, waits for the completion, and draws a frame.
+  void present(const std::shared_ptr<ViewController>& controller);
+  void dismiss(const std::shared_ptr<ViewController>& controller);
+  /// The script's value as JSON, or the error's description.
+  std::string evaluate(WebView& webView, const std::string& script);
 
   GtkWindow* gtkWindow = GTK_WINDOW(gtk_window_new());
   GtkWidget *button = gtk_button_new_with_mnemonic("_Host"), *entry = gtk_entry_new();

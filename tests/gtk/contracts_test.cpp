@@ -1,4 +1,4 @@
-// GTK's views and WebKit's pages keep the promises of the view ports.
+// The contracts of the view ports, with GTK's views and WebKit's pages.
 #include "gtk/Stage.h"
 
 #include <platform/contract/ViewContract.h>
@@ -22,11 +22,7 @@ struct Page : Stage {
                              : dialog.kind == confirm
                                  ? "confirm('" + dialog.message + "')"
                                  : "prompt('" + dialog.message + "', '" + dialog.defaultText + "')";
-    std::string got;
-    webView.evaluateJavaScript(call,
-                               [&](Result<std::string> value) { got = value.value_or("error"); });
-    spinUntil([&] { return !got.empty(); });
-    return got;
+    return evaluate(webView, call);
   }
 };
 INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, WebViewContract, Page);

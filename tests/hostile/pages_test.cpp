@@ -1,12 +1,11 @@
-// What becomes of the host, the server and the screen when a page does its worst.
 #include <signal.h>
 #include <webkit/webkit.h>
 
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <set>
 
+#include <Kelvara/base/Guarded.h>
 #include <gmock/gmock.h>
 #include <stage/RealInput.h>
 #include <stage/Screenshot.h>
@@ -34,39 +33,37 @@ void replace(std::string& text, const std::string& from, const std::string& to) 
     text.replace(at, from.size(), to);
 }
 
-const auto wasShownAndClosed = ElementsAre("didReceive", "didPresent", "didDismiss");
-
-/// Shows the pages of pages/ as ads, one after the other in one process. A page says by
-/// `window.acted` that it has done its worst.
+/// Shows the pages of pages/ as ads, one after another in one process. A page sets `window.acted`
+/// when its attack is done.
 class HostilePages : public ShowTest {
  protected:
   void SetUp() override {
     ShowTest::SetUp();
-    // Answers nothing, though the connection is made; and nobody listens at the other.
+    // Accepts connections, but never answers.
     ASSERT_EQ(listen(unanswering.fd, 8), 0);
-    // The page arrives as the ad's title, which lets every ad bring another.
+    // The page is the ad's title, so each ad has its own page.
     ASSERT_TRUE(server.publishTemplate(sandbox::kImageTemplate, "[@TITLE_TEXT]"));
     start();
     beat = g_get_monotonic_time();
-    heart = g_timeout_add_full(
+    heartbeat = g_timeout_add_full(
         GDK_PRIORITY_REDRAW + 1, 10,
         [](gpointer self) { return static_cast<HostilePages*>(self)->pulse(); }, this, nullptr);
   }
   void TearDown() override {
-    g_source_remove(heart);
+    g_source_remove(heartbeat);
     pulse();
-    EXPECT_LT(longestGap, 3'000'000) << "the main loop stood still";  // on a machine others share
+    EXPECT_LT(longestGap, 3'000'000) << "the main loop was blocked";  // generous: machines are busy
     RecordProperty("longestGapInMicroseconds", std::to_string(longestGap));
     ShowTest::TearDown();
   }
-  /// Comes after drawing, and so measures how long the main loop is kept from what does.
+  /// Runs after drawing. Measures how long the main loop is blocked.
   gboolean pulse() {
     const gint64 before = std::exchange(beat, g_get_monotonic_time());
     longestGap = std::max(longestGap, beat - before);
     return G_SOURCE_CONTINUE;
   }
 
-  /// A page of pages/ by its name; or one of a script that runs as soon as the ad is on show.
+  /// The page of this name in pages/, or else a page that runs `page` as a script when it is shown.
   std::string read(const std::string& page) {
     std::string html =
         "<!doctype html><title>ad</title><body><script>"
@@ -81,10 +78,10 @@ class HostilePages : public ShowTest {
     replace(html, "$COMMANDS", commands ? commands : "100000");
     return html;
   }
-  /// Bids for and loads an ad that is this page, and returns without waiting for what comes of it.
-  /// It may be closed after `countdown` seconds.
+  /// Bids for an ad with this page and starts to load it. The ad can be closed after `countdown`
+  /// seconds.
   std::shared_ptr<KVAAd> beginLoading(const std::string& page, int countdown = 0) {
-    heardBefore = recorder->events().size();
+    eventsBefore = recorder->events().size();
     const nlohmann::json creative = {{"id", "hostile"},    {"adt", "interstitial"},
                                      {"ctyp", "image"},    {"adur", countdown},
                                      {"titl", read(page)}, {"curl", "https://example.test/click"},
@@ -97,11 +94,11 @@ class HostilePages : public ShowTest {
     ad->loadAd(won, won->price());
     return ad;
   }
-  /// Loads the page, waits until it is ready and shows it.
+  /// Loads the page, waits until it is ready, and shows it.
   void present(const std::string& page, int countdown = 0) {
     const int ready = recorder->count("didReceive");
     presented = beginLoading(page, countdown);
-    ASSERT_TRUE(heard("didReceive", ready + 1, 20));
+    ASSERT_TRUE(waitFor("didReceive", ready + 1, 20));
     show(*presented);
   }
   bool controlIsThere() {
@@ -110,26 +107,26 @@ class HostilePages : public ShowTest {
         gtk_widget_pick(content, gtk_widget_get_width(content) - 30, 30, GTK_PICK_DEFAULT);
     return picked && gtk_widget_get_ancestor(picked, GTK_TYPE_BUTTON);
   }
-  /// Waits until the close control can be pressed, presses it once, and waits for what the host
-  /// hears of it: that the ad was received, shown and dismissed, and nothing else. With
-  /// KELVARA_SCREENSHOTS set, saves what is on the screen there first.
+  /// Waits for the close control, presses it once, and waits for the dismissal. Fails if the host
+  /// received other events than didReceive, didPresent and didDismiss. Saves a screenshot in the
+  /// folder KELVARA_SCREENSHOTS, if set.
   void close() {
     const int before = recorder->count("didDismiss");
-    ASSERT_TRUE(spinUntil([&] { return controlIsThere(); })) << "nothing to close it with";
+    ASSERT_TRUE(spinUntil([&] { return controlIsThere(); })) << "no close control";
     if (const char* shots = g_getenv("KELVARA_SCREENSHOTS"))
       stage::saveScreenshot(window, std::filesystem::path(shots) / (lastBid->bidId() + ".png"));
-    EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u) << "beside the host's";
+    EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u) << "a second window";
     clickTopTrailing();
-    ASSERT_TRUE(heard("didDismiss", before + 1)) << "the close control did not work";
+    ASSERT_TRUE(waitFor("didDismiss", before + 1)) << "the close control did not work";
     wasClosed();
   }
   void wasClosed() {
     closed.insert(lastBid->bidId());
-    EXPECT_THAT(heardOfThis(), wasShownAndClosed);
+    EXPECT_THAT(newEvents(), ElementsAre("didReceive", "didPresent", "didDismiss"));
   }
-  std::vector<std::string> heardOfThis() {
+  std::vector<std::string> newEvents() {
     auto events = recorder->events();
-    events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(heardBefore));
+    events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(eventsBefore));
     return events;
   }
   bool areReported(const sandbox::State& state) {
@@ -138,17 +135,17 @@ class HostilePages : public ShowTest {
       return report && report->dismissed;
     });
   }
-  /// Waits for the reports of all ads that were closed: each was seen and dismissed, none clicked
-  /// and nothing opened.
-  void expectUneventfulReports() {
-    // What happened while an upload was under way waits for the next that happens.
+  /// Waits for the reports of all closed ads. Fails unless each was seen and dismissed, none was
+  /// clicked, and nothing was opened.
+  void expectReportsWithoutClicks() {
+    // An action tracked during an upload is uploaded after the next action.
     if (!spinUntil([&] { return areReported(server.state()); })) {
       present("");
       close();
     }
     EXPECT_TRUE(spinUntil([&] { return areReported(server.state()); }, 20));
     const auto state = server.state();
-    EXPECT_EQ(state.reports.size(), closed.size()) << "reports of ads that nobody saw";
+    EXPECT_EQ(state.reports.size(), closed.size()) << "reports of ads that were not shown";
     for (const auto& report : state.reports) {
       EXPECT_TRUE(report.impression && report.dismissed);
       EXPECT_FALSE(report.clicked || report.failToShow);
@@ -156,13 +153,13 @@ class HostilePages : public ShowTest {
     EXPECT_THAT(opened, IsEmpty());
   }
 
-  /// The newest page that is not the warm one; null when there is none.
+  /// The newest page in the window; null without one.
   WebKitWebView* page() { return lastPageIn(GTK_WIDGET(window)); }
   std::string address() { return page() ? webkit_web_view_get_uri(page()) : "no page"; }
-  /// In the page's own world, as JSON; "no answer" of a page that is busy.
+  /// The script's value in the page's own world, as JSON. "no answer" if the page is busy.
   std::string evaluate(const std::string& script) {
     if (!page()) return "no page";
-    // Outlives this call, for the answer of a busy page may come late.
+    // Shared, because a busy page may answer after this returns.
     using Answer = std::shared_ptr<std::optional<std::string>>;
     auto answer = std::make_shared<std::optional<std::string>>();
     webkit_web_view_evaluate_javascript(
@@ -183,20 +180,20 @@ class HostilePages : public ShowTest {
   }
   bool hasActed(int seconds = 20) { return comesTrue("window.acted", seconds); }
   void killPageProcesses() {
-    // WebKit ends this process too when one dies that it is still launching.
+    // WebKit aborts the host if a web process dies during its launch, so wait until none starts.
     for (std::vector<pid_t> before; before != pageProcesses(); spinFor(1)) before = pageProcesses();
     for (const pid_t process : pageProcesses()) kill(process, SIGKILL);
   }
 
   std::shared_ptr<KVAAd> presented;
-  std::size_t heardBefore = 0;
+  std::size_t eventsBefore = 0;
   std::set<std::string> closed;  ///< bids
-  guint heart = 0;
+  guint heartbeat = 0;
   gint64 beat = 0, longestGap = 0;
   test::LoopbackSocket unanswering;
 };
 
-TEST_F(HostilePages, MayLeadTheirViewElsewhereButNotTheUser) {
+TEST_F(HostilePages, MayNavigateTheirViewButOpenNothing) {
   const auto elsewhere = server.origin() + "/creatives/privacy.html";
   const auto isElsewhere = [&] { return address().starts_with(elsewhere); };
   const auto acts = [&] { return hasActed(); };
@@ -211,7 +208,7 @@ TEST_F(HostilePages, MayLeadTheirViewElsewhereButNotTheUser) {
        "setTimeout(() => { history.back(); location.reload(); }, 100)",
        [&] { return evaluate("document.title") != "\"ad\""; }},
       {"location = '$SILENT'; window.acted = true", acts},
-      // Not so fast that the page is ended for it.
+      // Slowly enough not to be terminated as a flood.
       {"let n = 0; setInterval(() => { location = '#' + n++; if (n % 2) location = '$SILENT?' + n;"
        "window.acted = n > 50 }, 20)",
        acts},
@@ -222,45 +219,40 @@ TEST_F(HostilePages, MayLeadTheirViewElsewhereButNotTheUser) {
     EXPECT_TRUE(spinUntil(hasLed)) << address();
     close();
   }
-  expectUneventfulReports();
+  expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, OpenNothingThatWasNotTapped) {
-  for (const std::string name : {"ways-out", "schemes", "synthetic-taps"}) {
+TEST_F(HostilePages, OpenNothingWithoutATapAndGetErrorsForBadCommands) {
+  for (const std::string name : {"ways-out", "schemes", "synthetic-taps", "malformed-commands"}) {
     SCOPED_TRACE(name);
     present(name);
-    // A pointer that moves over the ad taps nothing.
+    // Motion of the pointer is no tap.
     for (double x = 300; name == "synthetic-taps" && x < 400; x += 10)
       stage::movePointer(window, x, 300);
     EXPECT_TRUE(hasActed());
     EXPECT_EQ(evaluate("document.title"), "\"ad\"") << address();
+    if (name == "malformed-commands") {
+      EXPECT_EQ(evaluate("[...new Set(errors)].sort()"),
+                R"(["%00: Command not found!","%6fpen: Command not found!",)"
+                R"("%C3%BC: Command not found!","Open: Command not found!",)"
+                R"("VIDEOEVENT: Command not found!","close: Command not found!",)"
+                R"("expand: Command not found!","hhhhhhhhhhhhhhhhhhhh: Command not found!",)"
+                R"("open: Scheme not supported: sms","open: Scheme not supported: tel",)"
+                R"("open: URL not found!","resize: Size parameters not found!",)"
+                R"("unload: Command not found!","videoevent: Command not found!"])");
+    }
     close();
   }
-  expectUneventfulReports();
+  expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, HearWhatIsWrongWithTheirCommands) {
-  present("malformed-commands");
-  EXPECT_TRUE(hasActed());
-  EXPECT_EQ(evaluate("[...new Set(errors)].sort()"),
-            R"(["%00: Command not found!","%6fpen: Command not found!",)"
-            R"("%C3%BC: Command not found!","Open: Command not found!",)"
-            R"("VIDEOEVENT: Command not found!","close: Command not found!",)"
-            R"("expand: Command not found!","hhhhhhhhhhhhhhhhhhhh: Command not found!",)"
-            R"("open: Scheme not supported: sms","open: Scheme not supported: tel",)"
-            R"("open: URL not found!","resize: Size parameters not found!",)"
-            R"("unload: Command not found!","videoevent: Command not found!"])");
-  close();
-  expectUneventfulReports();
-}
-
-TEST_F(HostilePages, CannotHoldUpTheUserNorTheHost) {
+TEST_F(HostilePages, BlockNeitherTheUserNorTheHost) {
   const auto acts = [&] { return hasActed(); };
   const auto isTrapped = [&] {
     clickPage();
     return hasActed();
   };
-  // With KELVARA_HOSTILE_COMMANDS set, all of that many.
+  // If KELVARA_HOSTILE_COMMANDS is set, waits for that many commands.
   const auto floods = [&] {
     return g_getenv("KELVARA_HOSTILE_COMMANDS") ? hasActed(600) : comesTrue("sent > 500");
   };
@@ -286,47 +278,47 @@ TEST_F(HostilePages, CannotHoldUpTheUserNorTheHost) {
     EXPECT_TRUE(!acted || acted());
     close();
   }
-  expectUneventfulReports();
-  EXPECT_TRUE(spinUntil([] { return pageProcesses().size() <= 1; })) << "pages that live on";
+  expectReportsWithoutClicks();
+  EXPECT_TRUE(isOnlyWarmPageLeft());
 }
 
 TEST_F(HostilePages, MayDieAtAnyTime) {
   present("empty");
   close();
 
-  auto unready = beginLoading("never-loads");
+  const auto failsOnce = [&] {
+    EXPECT_TRUE(spinUntil([&] { return !newEvents().empty(); }));
+    EXPECT_THAT(newEvents(), ElementsAre(StartsWith("didFailToReceive")));
+  };
+  auto ad = beginLoading("never-loads");
   EXPECT_TRUE(hasActed());
-  EXPECT_THAT(heardOfThis(), IsEmpty());
+  EXPECT_THAT(newEvents(), IsEmpty());
   killPageProcesses();
-  EXPECT_TRUE(spinUntil([&] { return !heardOfThis().empty(); }));
-  EXPECT_THAT(heardOfThis(), ElementsAre(StartsWith("didFailToReceive")));
-  EXPECT_FALSE(unready->isLoading());
-  unready.reset();
+  failsOnce();
+  EXPECT_FALSE(ad->isLoading());
 
-  auto busy = beginLoading("never-parses");
+  ad = beginLoading("never-parses");
   EXPECT_TRUE(spinUntil([&] { return page() != nullptr; }));
-  busy.reset();
+  ad.reset();
   EXPECT_TRUE(spinUntil([&] { return !page(); }));
-  EXPECT_THAT(heardOfThis(), IsEmpty());
+  EXPECT_THAT(newEvents(), IsEmpty());
 
-  auto failing = beginLoading("fails");
-  EXPECT_TRUE(spinUntil([&] { return !heardOfThis().empty(); }));
-  EXPECT_THAT(heardOfThis(), ElementsAre(StartsWith("didFailToReceive")));
-  failing.reset();
+  ad = beginLoading("fails");
+  failsOnce();
 
   const int ready = recorder->count("didReceive");
-  auto dead = beginLoading("", 1);
-  ASSERT_TRUE(heard("didReceive", ready + 1));
+  ad = beginLoading("", 1);
+  ASSERT_TRUE(waitFor("didReceive", ready + 1));
   killPageProcesses();
   EXPECT_TRUE(spinUntil([&] { return evaluate("1") != "1"; }));
-  dead->showAdFrom(viewController);
-  EXPECT_THAT(heardOfThis(), ElementsAre("didReceive", "didFailToPresent 0"));
-  dead.reset();
+  ad->showAdFrom(viewController);
+  EXPECT_THAT(newEvents(), ElementsAre("didReceive", "didFailToPresent 0"));
+  ad.reset();
 
   present("", 1);
   killPageProcesses();
   close();
-  expectUneventfulReports();
+  expectReportsWithoutClicks();
 }
 
 TEST_F(HostilePages, CannotCoverTheControls) {
@@ -340,17 +332,17 @@ TEST_F(HostilePages, CannotCoverTheControls) {
   present("list");
   clickPage();
   EXPECT_TRUE(hasActed());
-  // A press beside an open list puts it away.
+  // The first press beside an open list closes the list.
   EXPECT_TRUE(spinUntil([&] {
     clickTopTrailing();
     spinFor(0.3);
     return recorder->count("didDismiss") == 3;
   }));
   wasClosed();
-  expectUneventfulReports();
+  expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, GetNothingThatNeedsTheUsersLeave) {
+TEST_F(HostilePages, GetNoPermissionAndNoDownload) {
   present("requests");
   EXPECT_TRUE(comesTrue("untapped")) << evaluate("outcomes");
   clickPage();
@@ -366,10 +358,10 @@ TEST_F(HostilePages, GetNothingThatNeedsTheUsersLeave) {
   for (const char* place :
        {".", g_get_home_dir(), g_get_user_special_dir(G_USER_DIRECTORY_DOWNLOAD)})
     EXPECT_FALSE(place && std::filesystem::exists(std::filesystem::path(place) / "hostile.bin"));
-  expectUneventfulReports();
+  expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, OpenWhatTheUserTapsInAFrameButNothingAtAPressOnAControl) {
+TEST_F(HostilePages, OpenALinkTappedInAFrameButNothingForAPressOnAControl) {
   const std::string link = "position:fixed;inset:0";
   for (const std::string target : {"_blank", "_top", "_self"}) {
     SCOPED_TRACE(target);
@@ -389,8 +381,8 @@ TEST_F(HostilePages, OpenWhatTheUserTapsInAFrameButNothingAtAPressOnAControl) {
     EXPECT_EQ(evaluate("document.title"), "\"ad\"");
     EXPECT_EQ(recorder->count("didClick"), 1);
     clickTopTrailing();
-    ASSERT_TRUE(heard("didDismiss"));
-    recorder = std::make_shared<Recorder>();
+    ASSERT_TRUE(waitFor("didDismiss"));
+    recorder = std::make_shared<test::AdRecorder>();
   }
 
   opened.clear();
@@ -400,13 +392,11 @@ TEST_F(HostilePages, OpenWhatTheUserTapsInAFrameButNothingAtAPressOnAControl) {
   EXPECT_THAT(opened, IsEmpty());
 }
 
-TEST_F(HostilePages, AreNotifiedOfTheirCloseHoweverItComesAndWhatTheySendThenArrives) {
-  std::mutex mutex;
-  std::vector<std::string> received;
+TEST_F(HostilePages, AreNotifiedOfEveryKindOfCloseAndMaySendABeacon) {
+  Guarded<std::vector<std::string>> received;
   test::LoopbackServer beacons([&](httplib::Server& answers) {
     answers.Post("/closed", [&](const auto& request, auto&) {
-      std::scoped_lock lock(mutex);
-      received.push_back(request.body);
+      received.with([&](auto& bodies) { bodies.push_back(request.body); });
     });
   });
   const auto page =
@@ -422,35 +412,34 @@ TEST_F(HostilePages, AreNotifiedOfTheirCloseHoweverItComesAndWhatTheySendThenArr
   };
   for (const auto& [way, close] : ways) {
     SCOPED_TRACE(way);
-    received.clear();
+    received.set({});
+    recorder = std::make_shared<test::AdRecorder>();
     present(page);
     EXPECT_TRUE(comesTrue("mraid.isViewable()"));
     close();
-    EXPECT_TRUE(spinUntil([&] {
-      std::scoped_lock lock(mutex);
-      return !received.empty();
-    }));
-    EXPECT_THAT(received, ElementsAre("false,hidden"));
-    EXPECT_TRUE(spinUntil([] { return pageProcesses().size() <= 1; }));
+    EXPECT_TRUE(waitFor("didDismiss"));
+    EXPECT_TRUE(spinUntil([&] { return !received.get().empty(); }));
+    EXPECT_THAT(received.get(), ElementsAre("false,hidden"));
+    EXPECT_TRUE(isOnlyWarmPageLeft());
   }
 }
 
-TEST_F(HostilePages, LeaveTheHostAloneUntilTheyAreShown) {
+TEST_F(HostilePages, TakeNoFocusAndMakeNoSoundBeforeTheyAreShown) {
   auto* field = gtk_entry_new();
   gtk_window_set_child(window, field);
   gtk_widget_grab_focus(field);
   auto ad = beginLoading("early-focus");
-  ASSERT_TRUE(heard("didReceive"));
+  ASSERT_TRUE(waitFor("didReceive"));
   EXPECT_TRUE(comesTrue("rounds > 20"));
   EXPECT_TRUE(gtk_widget_is_ancestor(gtk_window_get_focus(window), field));
   ad.reset();
 
-  // What plays unseen knows that it is, and ends with the ad.
+  // Audio that starts early sees viewable = false and stops with the ad.
   auto sounding = beginLoading("early-sound");
-  ASSERT_TRUE(heard("didReceive", 2));
+  ASSERT_TRUE(waitFor("didReceive", 2));
   EXPECT_TRUE(comesTrue("window.viewableThen === false"));
   sounding.reset();
-  EXPECT_TRUE(spinUntil([&] { return !page() && pageProcesses().size() <= 1; }));
+  EXPECT_TRUE(spinUntil([&] { return !page(); }) && isOnlyWarmPageLeft());
 }
 
 }  // namespace

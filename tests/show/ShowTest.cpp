@@ -1,32 +1,31 @@
 #include "show/ShowTest.h"
 
-#include <algorithm>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
 
 #include <Kelvara/Kelvara.h>
+#include <Kelvara/base/Guarded.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <stage/RealInput.h>
 
 namespace kva::show {
 namespace {
 
-// Controls are boxes of 60 by 60 in their corners.
+// A control is a box of 60 by 60 in its corner.
 constexpr double kControlCentre = 30;
 
-/// Given what hands an answer over from any thread, `ask` has it do so; waits for that.
+/// Calls `request` with a completion that any thread may call, and waits for its value.
 template <class T>
-T answerTo(const std::function<void(std::function<void(T)> answer)>& ask) {
-  auto promise = std::make_shared<std::promise<T>>();
-  auto future = promise->get_future();
-  ask([promise](T value) { promise->set_value(std::move(value)); });
-  using std::chrono_literals::operator""s;
-  if (!spinUntil([&] { return future.wait_for(0s) == std::future_status::ready; }))
-    throw std::runtime_error("no answer");
-  return future.get();
+T completionOf(const std::function<void(std::function<void(T)>)>& request) {
+  auto value = std::make_shared<Guarded<std::optional<T>>>();
+  request([value](T given) { value->set(std::move(given)); });
+  if (!spinUntil([&] { return value->get().has_value(); }))
+    throw std::runtime_error("no completion was called");
+  return *value->get();
 }
 
+/// A field of /proc/<process>/status.
 std::string field(const std::string& process, const std::string& name) {
   std::ifstream status("/proc/" + process + "/status");
   for (std::string line; std::getline(status, line);)
@@ -51,20 +50,6 @@ std::vector<pid_t> pageProcesses() {
       found.push_back(std::stoi(process));
   }
   return found;
-}
-
-void Recorder::add(const std::string& event) {
-  std::scoped_lock lock(mutex_);
-  events_.push_back(event);
-}
-
-std::vector<std::string> Recorder::events() const {
-  std::scoped_lock lock(mutex_);
-  return events_;
-}
-
-int Recorder::count(const std::string& event) const {
-  return static_cast<int>(std::ranges::count(events(), event));
 }
 
 void ShowTest::SetUp() {
@@ -94,25 +79,25 @@ void ShowTest::TearDown() {
 }
 
 void ShowTest::start() {
-  ASSERT_FALSE(answerTo<std::optional<Error>>(
-      [](auto answer) { Kelvara::start(std::string(sandbox::kApplicationId), answer); }));
+  ASSERT_FALSE(completionOf<std::optional<Error>>(
+      [](auto done) { Kelvara::start(std::string(sandbox::kApplicationId), done); }));
 }
 
 std::shared_ptr<KVAAd> ShowTest::makeAd(KVABidType kind) {
-  const auto listening = [&](auto ad) {
+  const auto recorded = [&](auto ad) -> std::shared_ptr<KVAAd> {
     ad->setDelegate(recorder);
     return ad;
   };
-  if (kind == KVABidType::rewarded) return listening(KVARewarded::create());
-  return listening(KVAInterstital::create());
+  return kind == KVABidType::rewarded ? recorded(KVARewarded::create())
+                                      : recorded(KVAInterstital::create());
 }
 
 std::shared_ptr<KVABidResponse> ShowTest::bid(KVABidType kind, std::string_view adUnit) {
   if (adUnit.empty())
     adUnit = kind == KVABidType::rewarded ? sandbox::kRewardedAdUnit : sandbox::kInterstitialAdUnit;
-  lastBid = answerTo<std::shared_ptr<KVABidResponse>>([&](auto answer) {
+  lastBid = completionOf<std::shared_ptr<KVABidResponse>>([&](auto done) {
     KVABidLoader::loadBid(std::string(adUnit), kind,
-                          [answer](auto response, auto) { answer(response); });
+                          [done](auto response, auto) { done(response); });
   });
   if (!lastBid) throw std::runtime_error("the bid was refused");
   return lastBid;
@@ -123,14 +108,14 @@ std::shared_ptr<KVAAd> ShowTest::loaded(KVABidType kind, std::string_view adUnit
   const int before = recorder->count("didReceive");
   const auto won = bid(kind, adUnit);
   ad->loadAd(won, won->price());
-  EXPECT_TRUE(heard("didReceive", before + 1));
+  EXPECT_TRUE(waitFor("didReceive", before + 1));
   return ad;
 }
 
 void ShowTest::show(KVAAd& ad) {
   const int before = recorder->count("didPresent");
   ad.showAdFrom(viewController);
-  ASSERT_TRUE(heard("didPresent", before + 1));
+  ASSERT_TRUE(waitFor("didPresent", before + 1));
 }
 
 void ShowTest::clickTopTrailing() {
@@ -145,20 +130,20 @@ void ShowTest::clickPage() {
 }
 
 sandbox::ReportRecord ShowTest::reportWhen(
-    std::function<bool(const sandbox::ReportRecord&)> enough) {
+    const std::function<bool(const sandbox::ReportRecord&)>& isComplete) {
   const auto awaited = lastBid->bidId();
   sandbox::ReportRecord last;
-  const auto hasCome = [&] {
+  const auto isReported = [&] {
     const auto state = server.state();
     const auto* report = state.report(awaited);
     if (report) last = *report;
-    return report && enough(last);
+    return report && isComplete(last);
   };
-  // What happened while an upload was under way waits for the next that happens, to any bid.
-  if (!spinUntil(hasCome))
+  // An action tracked during an upload is uploaded after the next action of any bid.
+  if (!spinUntil(isReported))
     ReportManager::shared().trackAction(bid(KVABidType::interstitial)->bidId(),
                                         {BidReportAction::failToShow});
-  EXPECT_TRUE(spinUntil(hasCome));
+  EXPECT_TRUE(spinUntil(isReported));
   return last;
 }
 

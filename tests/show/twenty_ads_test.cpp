@@ -1,4 +1,4 @@
-#include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -7,18 +7,15 @@
 namespace kva::show {
 namespace {
 
-/// Resident memory of this process, in MiB.
+/// The resident memory of this process, in MiB.
 double residentMemory() {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    double kibibytes = 0;
-    if (word == "VmRSS:" && status >> kibibytes) return kibibytes / 1024;
-  }
-  return 0;
+  double virtualPages = 0, residentPages = 0;
+  std::ifstream("/proc/self/statm") >> virtualPages >> residentPages;
+  return residentPages * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
-/// The types of a widget and of all below it, as they are nested. Without GTK's tooltip, which it
-/// adds to a window and leaves there once the pointer has rested on it.
+/// The types of a widget and its descendants, nested. Ignores the tooltip that GTK adds to a window
+/// when the pointer rests on it.
 std::string widgets(GtkWidget* widget) {
   std::string tree = G_OBJECT_TYPE_NAME(widget);
   for (auto* child = gtk_widget_get_first_child(widget); child;
@@ -40,7 +37,7 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
     auto ad = loaded(KVABidType::interstitial);
     show(*ad);
     clickTopTrailing();
-    ASSERT_TRUE(heard("didDismiss", shown)) << "ad " << shown;
+    ASSERT_TRUE(waitFor("didDismiss", shown)) << "ad " << shown;
     ads.push_back(ad);
     ad.reset();
     spinFor(0.2);
@@ -48,9 +45,7 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
   }
   for (const auto& ad : ads) EXPECT_TRUE(ad.expired());
   EXPECT_EQ(widgets(GTK_WIDGET(window)), widgetsBefore);
-  // Those of closed ads end in their own time; the warm view's stays.
-  EXPECT_TRUE(spinUntil([] { return pageProcesses().size() <= 1; }))
-      << pageProcesses().size() << " pages are left";
+  EXPECT_TRUE(isOnlyWarmPageLeft()) << pageProcesses().size() << " web processes";
   const double growth = residentMemory() - memoryAfterThird;
   RecordProperty("growthInMiB", std::to_string(growth));
   EXPECT_LT(growth, 12) << "MiB more than after the third ad";

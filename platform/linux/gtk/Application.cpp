@@ -16,7 +16,7 @@ namespace kva::gtk {
 
 namespace {
 
-bool displayTellsActiveWindow(GdkDisplay* display) {
+bool displayReportsActiveWindow(GdkDisplay* display) {
 #ifdef GDK_WINDOWING_X11
   if (GDK_IS_X11_DISPLAY(display)) {
     return gdk_x11_screen_supports_net_wm_hint(gdk_x11_display_get_screen(display),
@@ -115,7 +115,7 @@ HostApplication::State Application::state() const {
   const bool isActive = std::ranges::any_of(
       windows_, [](auto& host) { return gtk_window_is_active(host.window->gtkWindow()); });
   if (isActive) return State::active;
-  return displayTellsActiveWindow(gdk_display_get_default()) ? State::inactive : State::active;
+  return displayReportsActiveWindow(gdk_display_get_default()) ? State::inactive : State::active;
 }
 
 std::shared_ptr<Window> Application::keyWindow() const {

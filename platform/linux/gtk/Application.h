@@ -13,21 +13,22 @@
 
 namespace kva::gtk {
 
-/// The host's GTK application with all of its windows. Main thread only.
+/// The host's GTK application and all of its windows. Main thread only.
 ///
-/// The key window is the active one; without one, the window on the screen, or else off it, that
-/// was shown last. A window that was never shown is not the key window.
+/// The key window is the active window. If no window is active, it is the window on screen that was
+/// shown last; if none is on screen, the window that was shown last. A window that was never shown
+/// is not the key window.
 ///
-/// The state is that of the key window: in the background while that is minimised or not shown,
-/// otherwise active when any of the process's windows has the user's attention. A display without
-/// a window manager says so of no window; there, a window that is on screen counts as active.
+/// The state follows the key window: background while that window is minimised or hidden, otherwise
+/// active if any window of the process is active. Without a window manager no window is ever
+/// active, so there a window on screen counts as active.
 class Application final : public kva::HostApplication {
  public:
   struct Options {
     EdgeInsets safeAreaInsets;
-    /// Opens an address; the desktop's handler when empty.
+    /// Opens an address. If empty, the desktop's handler opens it.
     std::function<void(const std::string&)> openURL;
-    /// Called with the shape of the key window, as an orientation, whenever it may have changed.
+    /// Called whenever the key window's shape may have changed, with the shape as an orientation.
     std::function<void(DeviceOrientation)> shapeChanged;
     /// Writes an error line to the SDK's log.
     std::function<void(const std::string&)> logError;
@@ -37,9 +38,9 @@ class Application final : public kva::HostApplication {
   explicit Application(Options options);
   ~Application() override { leaveWindows(); }
 
-  /// The host's own controller for one of its windows; the same one each time.
+  /// The host's controller of `window`; the same object each time.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
-  /// Forgets every window, present and future, and takes what is presented in them away.
+  /// Stops observing windows, also new ones, and tears down what is presented in them.
   void leaveWindows();
   const WebViewPool& webViewPool() const { return pool_; }
 
@@ -55,7 +56,7 @@ class Application final : public kva::HostApplication {
  private:
   struct HostWindow {
     std::shared_ptr<NativeWindow> window;
-    std::shared_ptr<NativeViewController> controller;  ///< null until it is asked for
+    std::shared_ptr<NativeViewController> controller;  ///< created on first use
     bool wasShown = false;
   };
   using Windows = std::vector<HostWindow>;
@@ -70,8 +71,8 @@ class Application final : public kva::HostApplication {
   /// Shared with openings in progress, which may outlive this object.
   std::shared_ptr<std::function<void(const std::string&)>> logError_;
   WebViewPool pool_;
-  Windows windows_;  ///< the one shown last is the last
-  Subscription toplevelsChanged_;
+  Windows windows_;  ///< ordered by the time they were last shown
+  SignalConnection toplevelsChanged_;
 };
 
 }  // namespace kva::gtk

@@ -21,8 +21,8 @@ std::string orBuiltIn(std::string base, const char* builtIn) {
   return base.empty() ? builtIn : std::move(base);
 }
 
-/// Nothing stands for standard output. What is not to be logged at all has nowhere to go, whatever
-/// the level becomes later.
+/// Null means standard output. With level `none` every line is dropped, even if the level changes
+/// later.
 std::shared_ptr<LogOutput> logOutput(const HostOptions& options) {
   if (options.logLevel == LogLevel::none)
     return std::make_shared<CallbackOutput>([](kva::LogLevel, const std::string&) {});
@@ -55,7 +55,8 @@ Platform withApplication(Platform ports, std::shared_ptr<HostApplication> applic
   return ports;
 }
 
-/// Without the script no ad loads, which the host would otherwise learn from its first won bid.
+/// Logs an error if the script is missing: no ad can load then, and the host would otherwise notice
+/// only after its first won bid.
 void warnWithoutResources() {
   if (mraidJSFile()) return;
   std::string tried;
@@ -87,7 +88,7 @@ struct Host::Impl {
     Log::shared().setLogLevel(static_cast<kva::LogLevel>(options.logLevel));
     warnWithoutResources();
   }
-  // Ads that are on screen are torn down while there is a runtime to report it to.
+  // Tears down the ads on screen while the runtime still exists.
   ~Impl() { application->leaveWindows(); }
 
   LinuxPlatform linux;

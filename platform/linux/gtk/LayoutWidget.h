@@ -8,26 +8,27 @@
 
 namespace kva::gtk {
 
-/// What decides how a layout widget behaves. Main thread only.
+/// Decides how a layout widget behaves. Main thread only.
 class LayoutClient {
  public:
   virtual ~LayoutClient() = default;
-  /// Places the widget's children; all of them have been measured.
+  /// Places the widget's children. They have been measured.
   virtual void allocate(Size size) = 0;
   virtual void snapshot(GtkSnapshot* snapshot) = 0;
-  /// Whether the widget itself, not its children, takes a press at a point within its bounds.
+  /// Whether the widget itself accepts presses within its bounds. Its children decide for
+  /// themselves.
   virtual bool takesPresses() const = 0;
-  /// Whether the keyboard's focus stays where it is when GTK would move it on.
+  /// Whether the keyboard focus stays where it is when GTK tries to move it.
   virtual bool keepsFocus() const = 0;
 };
 
-/// A widget without a size of its own that leaves everything to `client`, which must outlive it
-/// or be taken off with `layoutWidgetDropClient`.
+/// Creates a widget without a size of its own. `client` must outlive it, or be removed with
+/// `layoutWidgetDropClient`.
 GtkWidget* layoutWidgetNew(LayoutClient* client);
 void layoutWidgetDropClient(GtkWidget* widget);
 
-/// Lays a window out as its class does, and then calls `placed` with its size, so that a child
-/// that the class knows nothing of can be placed over the others.
+/// Lays out a window as its class does, then calls `placed` with the window's size. `placed` can
+/// place a further child over those that the class places.
 GtkLayoutManager* windowLayoutNew(std::function<void(int width, int height)> placed);
 
 }  // namespace kva::gtk

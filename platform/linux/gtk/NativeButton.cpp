@@ -49,7 +49,7 @@ NativeButton::NativeButton()
     auto self = shared_from_this();
     if (auto action = action_) action();
   });
-  // A key's way in; the click follows.
+  // A key activates the button; "clicked" follows.
   activated_ = connect<void()>(button_, "activate", [this] { view_->reportTouch(); });
   scaled_ = connect<void(GParamSpec*)>(button_, "notify::scale-factor",
                                        [this](GParamSpec*) { showImage(); });

@@ -7,8 +7,8 @@
 
 namespace kva::gtk {
 
-/// A GTK button that looks like its image alone: dimmed while it is pressed, ringed while it has
-/// the keyboard focus. Without an image it shows the symbol on a dark disc. Main thread only.
+/// A GTK button that shows only its image: dimmed while pressed, with a ring while it has the
+/// keyboard focus. Without an image it shows the symbol on a dark disc. Main thread only.
 class NativeButton final : public kva::Button, public std::enable_shared_from_this<NativeButton> {
  public:
   NativeButton();
@@ -30,7 +30,7 @@ class NativeButton final : public kva::Button, public std::enable_shared_from_th
   std::shared_ptr<NativeView> view_;
   Image image_;
   std::function<void()> action_;
-  Subscription clicked_, activated_, scaled_;
+  SignalConnection clicked_, activated_, scaled_;
 };
 
 }  // namespace kva::gtk

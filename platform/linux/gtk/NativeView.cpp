@@ -76,7 +76,7 @@ NativeView::~NativeView() {
 
 void NativeView::becomeRoot(std::weak_ptr<NativeWindow> window) {
   rootOf_ = std::move(window);
-  tellOfWindow();
+  notifyOfWindow();
 }
 
 void NativeView::setRootSize(Size size) { frame_ = {0, 0, size.width, size.height}; }
@@ -104,14 +104,14 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   subviews_.push_back(child);
   gtk_widget_insert_before(child->widget(), widget(), nullptr);
   relayout();
-  if (child->window() != before) child->tellOfWindow();
+  if (child->window() != before) child->notifyOfWindow();
 }
 
 void NativeView::removeFromSuperview() {
   auto self = shared_from_this();
   const bool hadWindow = window() != nullptr;
   leaveSuperview();
-  if (hadWindow) tellOfWindow();
+  if (hadWindow) notifyOfWindow();
 }
 
 void NativeView::leaveSuperview() {
@@ -148,12 +148,12 @@ std::shared_ptr<NativeWindow> NativeView::nativeWindow() const {
 
 std::shared_ptr<Window> NativeView::window() const { return nativeWindow(); }
 
-void NativeView::tellOfWindow() {
+void NativeView::notifyOfWindow() {
   auto self = shared_from_this();
   if (auto delegate = delegate_.lock()) delegate->viewDidMoveToWindow();
-  // A delegate may move views about: whoever has left meanwhile has heard of it already.
+  // A delegate may move subviews. One that left this view has been notified already.
   for (auto& subview : std::vector(subviews_))
-    if (subview->superview_.lock() == self) subview->tellOfWindow();
+    if (subview->superview_.lock() == self) subview->notifyOfWindow();
 }
 
 Rect NativeView::frame() const {
@@ -182,9 +182,9 @@ void NativeView::setHidden(bool hidden) {
   relayout();
 }
 
-// GTK passes a request for a layout up only as far as the first widget with a request pending. One
-// that nobody has measured since keeps its request pending, and hides what is requested below it.
-// So each view up to the window is told, whatever is pending.
+// GTK passes a layout request up only to the first widget that has a request pending. A widget
+// that has not been measured since keeps its request pending, and so blocks later requests from
+// below. Therefore request a layout of each view up to the window.
 void NativeView::relayout() {
   gtk_widget_queue_allocate(widget());
   if (auto superview = superview_.lock()) return superview->relayout();
@@ -211,8 +211,8 @@ void NativeView::allocate(Size size) {
   if (content_) allocateIn(content_, {0, 0, size.width, size.height});
   for (auto& subview : subviews_) {
     Rect place = subview->frame();
-    // Beside the window, where WebKit lays out and draws a page as if it were seen. Without
-    // opacity it would not: GTK then asks for no frame, and a page waits for the one before.
+    // Outside the window's bounds WebKit still lays out and draws the page. At opacity 0 it would
+    // not: GTK then requests no frame, and the page waits for its previous frame.
     if (subview->layout_.kind == Layout::Kind::standby) place.x -= place.x + place.width;
     allocateIn(subview->widget(), place);
   }

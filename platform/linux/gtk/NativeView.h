@@ -11,9 +11,9 @@ namespace kva::gtk {
 
 class NativeWindow;
 
-/// A view as a GTK widget, with an optional widget of GTK's or WebKit's own that fills it below
-/// its subviews. Geometry is answered from the layouts at once, before GTK has placed anything.
-/// Main thread only.
+/// A view as a GTK widget. An optional content widget of GTK or WebKit fills it below its subviews.
+/// Geometry is computed from the layouts, so it is right before GTK has placed any widget. Main
+/// thread only.
 class NativeView final : public kva::View,
                          public std::enable_shared_from_this<NativeView>,
                          private LayoutClient {
@@ -24,14 +24,14 @@ class NativeView final : public kva::View,
 
   GtkWidget* widget() const { return widget_.get(); }
 
-  /// Makes this the root of a window, which lets presses through where no subview is unless it is
-  /// covered; of none when null.
+  /// Makes this the root view of `window`; null detaches it. While the window is not covered, the
+  /// root lets presses through where it has no subview.
   void becomeRoot(std::weak_ptr<NativeWindow> window);
-  /// Tells the root the size that it has in its window.
+  /// Sets the root's size in its window.
   void setRootSize(Size size);
-  /// While a transition runs, on top of the view's own alpha.
+  /// Sets the opacity of a running transition, which multiplies the view's alpha.
   void setTransition(double visible);
-  /// Tells the delegates from the root down to this view that something in it was touched.
+  /// Notifies the delegates from the root down to this view of a touch.
   void reportTouch();
 
   // kva::View
@@ -60,7 +60,7 @@ class NativeView final : public kva::View,
   EdgeInsets safeAreaInsets() const;
   void leaveSuperview();
   void relayout();
-  void tellOfWindow();
+  void notifyOfWindow();
 
   std::weak_ptr<ViewDelegate> delegate_;
   std::weak_ptr<NativeView> superview_;
@@ -72,7 +72,7 @@ class NativeView final : public kva::View,
   Color background_ = Color::clear;
   GObjectPtr<GtkWidget> widget_;
   GtkWidget* content_ = nullptr;
-  Subscription presses_;
+  SignalConnection presses_;
 };
 
 }  // namespace kva::gtk

@@ -149,7 +149,7 @@ void NativeViewController::fade(double from, double to, void (NativeViewControll
         gtk_widget_add_tick_callback(view_->widget(), fadeFrame, new Fade{view_.get(), from, to},
                                      [](gpointer data) { delete static_cast<Fade*>(data); });
   }
-  // A timer ends it, because a window that is minimised has no frames.
+  // A timer ends the fade, because a minimised window has no frames.
   fadeEnd_ = PendingCall::after(duration, [this, done] { (this->*done)(); });
 }
 

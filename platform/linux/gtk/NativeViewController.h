@@ -10,15 +10,16 @@ namespace kva::gtk {
 
 class NativeWindow;
 
-/// The host's own controller of a window, or one that is presented over it with a fade of 0.2 s
-/// (none where GTK's animations are switched off). Main thread only, but for the release of the
-/// host's own.
+/// The host's controller of a window, or a controller that is presented over it. Presentation and
+/// dismissal fade for 0.2 s, unless GTK's animations are off. Main thread only; the host's
+/// controller may be released on any thread.
 class NativeViewController final : public kva::ViewController,
                                    public std::enable_shared_from_this<NativeViewController> {
  public:
-  /// One to be presented.
+  /// Creates a controller to present.
   NativeViewController();
-  /// The host's own, which a host may release on any thread: its widgets go on the main one.
+  /// The host's controller of `window`. The host may release it on any thread; it is destroyed on
+  /// the main thread.
   static std::shared_ptr<NativeViewController> ofHost(const std::shared_ptr<NativeWindow>& window);
   ~NativeViewController() override { stopFading(); }
 
@@ -38,7 +39,7 @@ class NativeViewController final : public kva::ViewController,
   void dismiss(std::move_only_function<void()> completed) override;
 
  private:
-  /// Waiting: for its window to come on screen.
+  /// `waiting` lasts until the window is on screen.
   enum class Phase { away, waiting, appearing, shown, disappearing };
   using Completion = std::move_only_function<void()>;
 
@@ -50,12 +51,12 @@ class NativeViewController final : public kva::ViewController,
   void didDisappear();
   void fade(double from, double to, void (NativeViewController::*done)());
   void stopFading();
-  /// Calls from the main loop, in order, after those before.
+  /// Calls `call` from the main loop, after all earlier calls.
   void callLater(Completion call);
   void callNext();
 
   std::weak_ptr<ViewControllerDelegate> delegate_;
-  std::weak_ptr<NativeWindow> window_;  ///< a presented one's while it is presented
+  std::weak_ptr<NativeWindow> window_;  ///< null unless presented or the host's
   std::shared_ptr<NativeView> view_;
   Phase phase_ = Phase::away;
   Completion appeared_;

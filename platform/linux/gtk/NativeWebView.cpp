@@ -11,19 +11,19 @@ namespace {
 
 constexpr const char* kBlank = "about:blank";
 
-// A page that asks for so many navigations while the windows have gone without a frame for so long
-// does nothing else: a change of the fragment in an endless loop will do.
+// A page that starts this many navigations while no window has drawn a frame for this long floods
+// the main loop. A change of the fragment in an endless loop is enough.
 constexpr int kFlood = 1000;
 constexpr gint64 kPatienceMicroseconds = 2'000'000;
 
-// How long a page may still run what it was given last, the news that its ad closes.
-constexpr guint kLastWordsMilliseconds = 100;
+// How long a page may handle the event that its ad closes.
+constexpr guint kClosingMilliseconds = 100;
 
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
 }
 
-/// WebKit's own account of loads that were stopped on purpose: by our refusal or by a newer load.
+/// Whether a load failed because the SDK refused it or a newer load superseded it.
 bool wasStopped(const GError& error) {
   return g_error_matches(&error, WEBKIT_POLICY_ERROR,
                          WEBKIT_POLICY_ERROR_FRAME_LOAD_INTERRUPTED_BY_POLICY_CHANGE) ||
@@ -60,16 +60,15 @@ void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
       webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(page), result, &error);
   if (!value) return (*evaluated)(failure(errorFrom(*error)));
   g_autofree char* json = jsc_value_to_json(value, 0);
-  (*evaluated)(json ? json : "null");  // JSON has no word for "undefined"
+  (*evaluated)(json ? json : "null");  // JSON cannot express "undefined"
 }
 
-/// Ends the page's process, however busy it is, and the page with it: never at once, because WebKit
-/// may be in the midst of a call about that page. Before anything else on that turn of the main
-/// loop, because a page that floods the loop would keep a mere idle call waiting.
-/// `answers` answers for the page until then.
+/// Terminates the page's web process, even if it is busy, then releases the page. Never before this
+/// returns, because a WebKit callback about the page may be running. At high priority, because a
+/// page that floods the main loop would starve an idle call. `answers` stay connected until then.
 void endAfter(guint milliseconds, GObjectPtr<WebKitWebView> page,
-              std::vector<Subscription> answers) {
-  using Ending = std::pair<GObjectPtr<WebKitWebView>, std::vector<Subscription>>;
+              std::vector<SignalConnection> answers) {
+  using Ending = std::pair<GObjectPtr<WebKitWebView>, std::vector<SignalConnection>>;
   g_timeout_add_full(
       G_PRIORITY_HIGH, milliseconds,
       [](gpointer data) -> gboolean {
@@ -80,8 +79,8 @@ void endAfter(guint milliseconds, GObjectPtr<WebKitWebView> page,
       [](gpointer data) { delete static_cast<Ending*>(data); });
 }
 
-/// The page goes nowhere any more, and waits for no answer.
-void refuseQuestions(WebKitWebView* page, std::vector<Subscription>& answers) {
+/// Blocks every navigation of the page and answers its dialogs at once.
+void refuseQuestions(WebKitWebView* page, std::vector<SignalConnection>& answers) {
   answers.push_back(connect<gboolean(WebKitPolicyDecision*, WebKitPolicyDecisionType)>(
       page, "decide-policy", [](WebKitPolicyDecision* decision, WebKitPolicyDecisionType) {
         webkit_policy_decision_ignore(decision);
@@ -91,7 +90,7 @@ void refuseQuestions(WebKitWebView* page, std::vector<Subscription>& answers) {
       page, "script-dialog", [](WebKitScriptDialog*) { return TRUE; }));
 }
 
-/// Switches off what an ad may do without asking and without being seen.
+/// Switches off features that an ad can use without a permission request.
 void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> features) {
   g_autoptr(WebKitFeatureList) all = webkit_settings_get_all_features();
   for (gsize i = 0; i < webkit_feature_list_get_length(all); ++i) {
@@ -125,10 +124,10 @@ NativeWebView::~NativeWebView() {
   view_->removeFromSuperview();
   setMuted(true);
   refuseQuestions(page(), refusals_);
-  endAfter(kLastWordsMilliseconds, std::move(page_), std::move(refusals_));
+  endAfter(kClosingMilliseconds, std::move(page_), std::move(refusals_));
 }
 
-// A page that no window lays out yet has a size all the same.
+// Gives the page its size before it is in a window.
 void NativeWebView::layOut(Size size) {
   auto* widget = GTK_WIDGET(page());
   for (auto orientation : {GTK_ORIENTATION_HORIZONTAL, GTK_ORIENTATION_VERTICAL})
@@ -137,8 +136,8 @@ void NativeWebView::layOut(Size size) {
                       static_cast<int>(std::lround(size.height)), -1, nullptr);
 }
 
-// WebKit forgets what it drew when its widget moves, and a page that does not change draws nothing
-// by itself. A new background has it draw the page again, of which the page notices nothing.
+// WebKit drops what it drew when its widget moves, and a page that does not change draws nothing by
+// itself. A change of the background makes WebKit draw again; the page cannot observe it.
 void NativeWebView::redraw() {
   GdkRGBA background;
   webkit_web_view_get_background_color(page(), &background);
@@ -154,7 +153,7 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
                "media-playback-requires-user-gesture",
                gboolean{configuration.requiresUserActionForMediaPlayback}, "enable-fullscreen",
                FALSE, "enable-page-cache", FALSE, nullptr);
-  // A player on the session bus for each medium; the clipboard.
+  // MediaSession would register a player on the session bus for each medium.
   withhold(settings, {"MediaSession", "AsyncClipboardAPI"});
   auto* script =
       webkit_user_script_new(configuration.userScript.c_str(), WEBKIT_USER_CONTENT_INJECT_TOP_FRAME,
@@ -164,13 +163,13 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
   const float shade = configuration.isOpaque ? 1 : 0;
   const GdkRGBA background{shade, shade, shade, shade};
   webkit_web_view_set_background_color(page(), &background);
-  // WebKit keeps a text view inside, which would take the focus at the page's end and keep it.
+  // WebKit's view contains a text view, which would take the focus behind the page's last element.
   for (auto* inner = gtk_widget_get_first_child(GTK_WIDGET(page())); inner;
        inner = gtk_widget_get_next_sibling(inner))
     gtk_widget_set_can_focus(inner, FALSE);
   if (!configuration.allowsZooming) forbidZooming();
   on<void()>("map", [this] { redraw(); });
-  // Nothing to do for `bounces`: a page of WebKitGTK never scrolls beyond its ends.
+  // `bounces` needs no code: a page in WebKitGTK never scrolls beyond its ends.
 }
 
 void NativeWebView::forbidZooming() {
@@ -242,7 +241,8 @@ void NativeWebView::refuseRequests() {
                                                });
   refuse<gboolean(WebKitAuthenticationRequest*)>(
       "authenticate", [](WebKitAuthenticationRequest* asked) {
-        webkit_authentication_request_authenticate(asked, nullptr);  // goes on without
+        webkit_authentication_request_authenticate(asked,
+                                                   nullptr);  // continues without credentials
         return TRUE;
       });
   refuse<gboolean(WebKitPrintOperation*)>("print", [](WebKitPrintOperation*) { return TRUE; });
@@ -257,7 +257,7 @@ void NativeWebView::watchKeys() {
   gtk_event_controller_set_propagation_phase(keys, GTK_PHASE_CAPTURE);
   connections_.push_back(connect<gboolean(guint, guint, GdkModifierType)>(
       keys, "key-pressed", [this](guint key, guint, GdkModifierType) {
-        // The keys that follow a link or press a button of the page.
+        // These keys follow a link or press a button of the page.
         if (key == GDK_KEY_Return || key == GDK_KEY_KP_Enter || key == GDK_KEY_ISO_Enter ||
             key == GDK_KEY_space || key == GDK_KEY_KP_Space)
           view_->reportTouch();
@@ -271,9 +271,9 @@ void NativeWebView::loadHTML(const std::string& html, const std::optional<URL>& 
     waitingLoad_ = [this, html, baseURL] { loadHTML(html, baseURL); };
     return;
   }
-  load_ = Load::asked;
+  load_ = Load::requested;
   ownNavigation_ = baseURL ? baseURL->absoluteString() : kBlank;
-  // WebKit does not load nothing.
+  // WebKit does not load an empty document.
   auto* bytes = html.empty() ? g_bytes_new(" ", 1) : g_bytes_new(html.data(), html.size());
   webkit_web_view_load_bytes(page(), bytes, "text/html", "UTF-8",
                              baseURL ? baseURL->absoluteString().c_str() : nullptr);
@@ -285,7 +285,7 @@ void NativeWebView::load(const URLRequest& request) {
     waitingLoad_ = [this, request] { load(request); };
     return;
   }
-  load_ = Load::asked;
+  load_ = Load::requested;
   ownNavigation_.reset();
   auto made =
       GObjectPtr<WebKitURIRequest>(webkit_uri_request_new(request.url.absoluteString().c_str()));
@@ -318,12 +318,12 @@ void NativeWebView::loadChanged(WebKitLoadEvent event) {
     load_ = Load::running;
     startedURI_ = uri;
   }
-  // A failed load ends with this event too, and so does one that a newer load has stopped.
+  // A failed or superseded load ends with this event too.
   if (event != WEBKIT_LOAD_FINISHED || load_ != Load::running) return;
   load_ = Load::none;
   auto delegate = delegate_.lock();
   if (!delegate) return;
-  // WebKit keeps to itself that it blocks a port, and shows a blank page instead.
+  // WebKit does not report that it blocks a port; it shows a blank page instead.
   if (startedURI_ != uri && std::string_view(uri) == kBlank)
     return delegate->webViewDidFailNavigation({g_quark_to_string(WEBKIT_POLICY_ERROR),
                                                WEBKIT_POLICY_ERROR_CANNOT_USE_RESTRICTED_PORT,
@@ -370,7 +370,7 @@ bool NativeWebView::decideNavigation(WebKitNavigationPolicyDecision* decision,
   if (!target) target = webkit_navigation_action_get_frame_name(action) ? sub : main;
   auto delegate = delegate_.lock();
   if (!delegate || delegate->webViewDecidePolicy(actionFrom(action, *target))) return true;
-  if (load_ == Load::asked) load_ = Load::none;
+  if (load_ == Load::requested) load_ = Load::none;
   return false;
 }
 

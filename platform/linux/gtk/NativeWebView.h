@@ -10,13 +10,13 @@
 
 namespace kva::gtk {
 
-/// A page in WebKit. Its process ends soon after it. WebKit does not tell which of a page's frames
-/// navigates: a target with a name counts as a frame of the page, one without as the main frame.
-/// Main thread only.
+/// A page in WebKit. Its web process is terminated 100 ms after the view is destroyed. WebKit does
+/// not report which frame of a page navigates: a named target counts as a subframe, an unnamed one
+/// as the main frame. Main thread only.
 class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
-  /// `page` is new or blank, and no one else's.
+  /// `page` is new or blank, and has no other user.
   static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page, Rect frame,
                                                const WebViewConfiguration& configuration);
   ~NativeWebView() override;
@@ -33,8 +33,8 @@ class NativeWebView final : public kva::WebView,
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
  private:
-  /// What became of the last load that was asked for or that the page began itself.
-  enum class Load { none, asked, running };
+  /// The state of the last load, requested or begun by the page itself.
+  enum class Load { none, requested, running };
 
   NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
   void configure(const WebViewConfiguration& configuration);
@@ -68,17 +68,18 @@ class NativeWebView final : public kva::WebView,
   GObjectPtr<WebKitWebView> page_;
   std::shared_ptr<NativeView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
-  bool isWarmingUp_;  ///< until the blank page is there, whose end is not the ad's
+  bool isWarmingUp_;  ///< until the pooled about:blank has loaded; its events are not the ad's
   std::move_only_function<void()> waitingLoad_;
   Load load_ = Load::none;
   std::string startedURI_;
-  std::optional<std::string> ownNavigation_;  ///< that `loadHTML` is about to bring about
+  std::optional<std::string>
+      ownNavigation_;  ///< the navigation that `loadHTML` starts, until it is decided
   bool isDrawingAwaited_ = false;
   int navigationsSinceDrawing_ = 0;
   gint64 awaitedSince_ = 0;
   PendingCall drawing_;
-  std::vector<Subscription> connections_;
-  std::vector<Subscription> refusals_;  ///< stay for as long as the page does
+  std::vector<SignalConnection> connections_;
+  std::vector<SignalConnection> refusals_;  ///< stay connected until the page is destroyed
 };
 
 }  // namespace kva::gtk

@@ -17,7 +17,7 @@ constexpr int kUnseen = GDK_TOPLEVEL_STATE_MINIMIZED | GDK_TOPLEVEL_STATE_SUSPEN
 constexpr int kUnseen = GDK_TOPLEVEL_STATE_MINIMIZED;
 #endif
 
-/// How far the title bar that GTK draws without a window manager reaches down.
+/// The height of the title bar that GTK draws without a window manager; 0 without one.
 int plainTitleBarHeight(GtkWindow* window) {
   for (auto* child = gtk_widget_get_first_child(GTK_WIDGET(window)); child;
        child = gtk_widget_get_next_sibling(child)) {
@@ -28,7 +28,7 @@ int plainTitleBarHeight(GtkWindow* window) {
   return 0;
 }
 
-/// Keys that make a page's text field open a menu or an emoji chooser of GTK over the ad.
+/// Whether a page's text field opens a menu or an emoji chooser of GTK for this key.
 bool opensPopup(guint key, int modifiers) {
   if (key == GDK_KEY_Menu) return true;
   if (key == GDK_KEY_F10) return modifiers == GDK_SHIFT_MASK;
@@ -60,7 +60,7 @@ void NativeWindow::observe() {
     didChange();
   }));
   connections_.push_back(connect<void()>(window_, "unmap", [this] {
-    // A window that is mapped again maps its child, which must be visible for that.
+    // A window that is mapped again maps its child, which must be visible then.
     if (!contentShows_) setContentVisible(true);
     didChange();
   }));
@@ -72,8 +72,8 @@ void NativeWindow::observe() {
   wasOnScreen_ = isOnScreen();
 }
 
-// A window has another surface each time that it is realized. GTK lays the window out on "layout",
-// before this.
+// A window gets a new surface each time it is realized. GTK's own handler of "layout" runs first
+// and lays out the window.
 void NativeWindow::observeSurface() {
   auto* surface = gtk_native_get_surface(GTK_NATIVE(window_));
   surfaceConnections_.clear();
@@ -129,8 +129,8 @@ void NativeWindow::attach() {
   gtk_widget_queue_resize(window);
 }
 
-// A window's newest controller comes first: while an ad is shown it takes every key before the
-// accelerators of the host's application, which look at keys in the same phase.
+// GTK runs the newest controller of a window first. So while an ad is shown, this one takes every
+// key before the accelerators of the host's application, which run in the same phase.
 void NativeWindow::addKeys() {
   using Pressed = gboolean(guint, guint, GdkModifierType);
   using Released = void(guint, guint, GdkModifierType);
@@ -167,7 +167,7 @@ void NativeWindow::leave() {
   if (!contentShows_) showBelow(true);
   if (isCovered() && !gtk_widget_in_destruction(GTK_WIDGET(window_))) restoreFocus();
   detach();
-  // The delegates that are notified below find this window gone.
+  // First, because the delegates that are notified below must not find this window any more.
   events_.destroyed(*this);
   while (!controllers_.empty()) {
     auto controller = std::move(controllers_.back());
@@ -236,18 +236,18 @@ void NativeWindow::uncover(const NativeViewController& controller) {
 void NativeWindow::restoreFocus() {
   auto focus = hostFocus_.get();
   const bool isThere = focus && gtk_widget_get_root(focus.get()) == GTK_ROOT(window_);
-  // Not by grabbing it, upon which an entry would select its text.
+  // Not by grabbing the focus: an entry would then select its text.
   gtk_root_set_focus(GTK_ROOT(window_), isThere ? focus.get() : nullptr);
   gtk_window_set_focus_visible(window_, hostFocusVisible_);
 }
 
-// The SDK takes the focus once, when it covers the window. A host's widget that takes it back may
-// keep it, and gets no key.
+// The SDK takes the focus once, when it covers the window. A widget of the host that takes it back
+// keeps it, but receives no keys.
 void NativeWindow::focusChanged() {
   auto* focus = gtk_window_get_focus(window_);
   if (!isCovered() || !focus) return;
   const bool isOurs = focus == layer_->widget() || gtk_widget_is_ancestor(focus, layer_->widget());
-  // What the host focuses meanwhile has the focus afterwards.
+  // A widget that the host focuses while the window is covered has the focus afterwards.
   (isOurs ? coverFocus_ : hostFocus_).set(focus);
 }
 
@@ -285,7 +285,7 @@ bool NativeWindow::forwardKey() {
   auto* top = controllers_.back()->nativeView().widget();
   if (!focus || !gtk_widget_is_ancestor(focus.get(), top)) return false;
   if (!gtk_widget_get_mapped(focus.get())) return false;
-  // From the outermost view to the focus, as GTK would pass it on.
+  // From the outermost view to the focus, the order in which GTK propagates keys.
   std::vector<GtkWidget*> path;
   for (auto* widget = focus.get(); widget != top; widget = gtk_widget_get_parent(widget))
     path.push_back(widget);

@@ -11,18 +11,17 @@ namespace kva::gtk {
 
 class NativeViewController;
 
-/// A window of the host. The SDK only observes it until something asks for its view; then it has a
-/// layer of the SDK over the host's content. The layer is a child of the window beside the host's
-/// own, which is left as it is: while nothing is presented the layer lets everything through, and
-/// while something is, it takes every press and the window takes every key for it.
+/// A window of the host. The SDK only observes it until `view` is first called; then it puts a
+/// layer over the host's content. The layer is a further child of the window; the host's child is
+/// not moved. While nothing is presented, the layer lets all input through. While a controller is
+/// presented, the layer takes every press and the window forwards every key to it.
 ///
-/// What is presented covers the window whole, a title bar of the host included; the plain one that
-/// GTK draws where a window manager would stays in reach. Main thread only.
+/// A presented controller covers the whole window, including a title bar of the host. The title bar
+/// that GTK draws where there is no window manager stays usable. Main thread only.
 class NativeWindow final : public kva::Window, public std::enable_shared_from_this<NativeWindow> {
  public:
   struct Events {
-    /// Its size, whether it is the active one, or whether it is on screen.
-    std::function<void()> changed;
+    std::function<void()> changed;             ///< its size, or whether it is active or on screen
     std::function<void(NativeWindow&)> shown;  ///< mapped
     std::function<void(NativeWindow&)> destroyed;
   };
@@ -30,9 +29,9 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
                                               Events events);
   ~NativeWindow() override;
 
-  /// Null once the window is destroyed or left.
+  /// Null after the window is destroyed or left.
   GtkWindow* gtkWindow() const { return window_; }
-  /// Removes everything of the SDK from the window; what is presented is torn down.
+  /// Removes the SDK's layer and handlers from the window and tears down what is presented.
   void leave();
 
   // kva::Window
@@ -41,14 +40,14 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   bool isOnScreen() const override;
   std::shared_ptr<View> view() override;
 
-  // For view controllers: from `cover` to `uncover` the controller's view is in the layer.
+  // For view controllers. The controller's view is in the layer from `cover` to `uncover`.
   void cover(std::shared_ptr<NativeViewController> controller);
-  /// Nothing below the topmost controller's view shows any more.
+  /// The topmost controller's view is opaque now: hides the host's content.
   void didCover();
   void willUncover(const NativeViewController& controller);
   void uncover(const NativeViewController& controller);
 
-  /// Makes GTK lay the window out again.
+  /// Makes GTK lay out the window again.
   void relayout();
 
   bool isCovered() const { return !controllers_.empty(); }
@@ -69,16 +68,17 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void contentChanged();
   void focusChanged();
   void focusCover();
-  /// Within the topmost controller's view, round and round.
+  /// Moves the focus within the topmost controller's view, and wraps at its ends.
   void moveFocus(GtkDirectionType direction);
   bool takeKey(guint key, GdkModifierType modifiers);
-  /// To the widget of the cover that has, or had, the focus; whether that took it.
+  /// Forwards the key to the widget of the cover that has, or last had, the focus. True if that
+  /// widget handles it.
   bool forwardKey();
 
   GtkWindow* window_;
   EdgeInsets safeAreaInsets_;
   Events events_;
-  std::shared_ptr<NativeView> layer_;                               ///< null until it is asked for
+  std::shared_ptr<NativeView> layer_;                               ///< created by `view`
   std::vector<std::shared_ptr<NativeViewController>> controllers_;  ///< the topmost last
   Rect lastFrame_;
   bool wasOnScreen_ = false;
@@ -86,8 +86,8 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   WeakRef<GtkWidget> hostFocus_, coverFocus_;
   bool hostFocusVisible_ = false;
   GtkEventController* keys_ = nullptr;
-  std::vector<Subscription> connections_, surfaceConnections_;
-  Subscription keyPressed_, keyReleased_;
+  std::vector<SignalConnection> connections_, surfaceConnections_;
+  SignalConnection keyPressed_, keyReleased_;
 };
 
 }  // namespace kva::gtk

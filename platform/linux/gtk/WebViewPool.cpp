@@ -3,7 +3,7 @@
 namespace kva::gtk {
 
 namespace {
-/// So that the next view's process does not compete with the page that is about to load.
+/// The next web process starts late enough not to compete with the page that loads now.
 constexpr guint kPauseMilliseconds = 1000;
 }  // namespace
 
@@ -38,7 +38,7 @@ void WebViewPool::prepareNext(guint milliseconds) {
 
 void WebViewPool::prepare() {
   ready_ = make();
-  // Only a load brings the process up.
+  // Only a load starts the web process.
   webkit_web_view_load_uri(ready_.get(), "about:blank");
   died_ = connect<void(WebKitWebProcessTerminationReason)>(
       ready_.get(), "web-process-terminated", [this](WebKitWebProcessTerminationReason) {

@@ -8,15 +8,15 @@
 
 namespace kva::gtk {
 
-/// Makes web views ahead of time: a new page's process takes several times as long to come up as
-/// a small page takes to load. From its making on the pool keeps one blank view ready, made while
-/// the main loop is idle; each is used once. Main thread only.
+/// Creates web views ahead of time, because starting a web process takes several times as long as
+/// loading a small page. The pool keeps one blank view ready, which it creates while the main loop
+/// is idle. Each view is used once. Main thread only.
 class WebViewPool {
  public:
   WebViewPool();
 
-  /// The ready view, or a new one when there is none. The user script and the settings are the
-  /// taker's to set before it loads anything.
+  /// Returns the ready view, or a new one if none is ready. The caller sets the user script and the
+  /// settings before it loads a page.
   GObjectPtr<WebKitWebView> take();
   bool hasReady() const { return static_cast<bool>(ready_); }
 
@@ -25,9 +25,9 @@ class WebViewPool {
   void prepareNext(guint milliseconds);
   void prepare();
 
-  GObjectPtr<WebKitWebContext> context_;      ///< without the host's schemes and extensions
-  GObjectPtr<WebKitNetworkSession> session_;  ///< keeps nothing on disk
-  Subscription downloads_, died_;
+  GObjectPtr<WebKitWebContext> context_;      ///< has none of the host's schemes and extensions
+  GObjectPtr<WebKitNetworkSession> session_;  ///< stores nothing on disk
+  SignalConnection downloads_, died_;
   GObjectPtr<WebKitWebView> ready_;
   PendingCall next_;
 };

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <gtk/gtk.h>
+#include <glib.h>
 
 #include <chrono>
 #include <functional>
 
 namespace kva::test {
 
-/// Turns the main loop until `done`; false when that takes too long.
+/// Runs the main loop until `done`. False after `seconds`.
 inline bool spinUntil(const std::function<bool()>& done, double seconds = 10) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  // Wakes the loop often enough to look at what other threads have brought about.
+  // Wakes the loop every 5 ms, because other threads may change what `done` reads.
   const guint wake = g_timeout_add(
       5, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
   bool isDone = done();

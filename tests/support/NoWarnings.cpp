@@ -1,4 +1,4 @@
-// No test on a display passes with a warning of GLib, GDK, GTK or WebKit in its log.
+// Fails a display test if GLib, GDK, GTK or WebKit logs a warning.
 #include <glib.h>
 #include <gtest/gtest.h>
 
