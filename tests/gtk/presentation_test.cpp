@@ -223,7 +223,7 @@ TEST_F(Presentation, SurvivesAHiddenWindowAndCoversNewContentOfTheHost) {
     const int before = stage.stateChanges;
     stage.hideWindow();
     EXPECT_EQ(app.state(), HostApplication::State::background);
-    EXPECT_EQ(stage.stateChanges, before + 1);
+    EXPECT_GT(stage.stateChanges, before);
     stage.pass(0.05);
     stage.showWindow();
     ASSERT_TRUE(spinUntil([&] { return app.state() == HostApplication::State::active; }));
