@@ -232,8 +232,8 @@ TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostViewAndItsSuperviews) {
 }
 
 TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndDismisses) {
-  using Listener = typename TestFixture::ControllerListener;
-  auto lower = std::make_shared<Listener>(), upper = std::make_shared<Listener>();
+  using Events = typename TestFixture::ControllerListener;
+  auto lower = std::make_shared<Events>(), upper = std::make_shared<Events>();
   auto controller = this->present(this->subject.host(), lower);
   auto another = this->present(controller, upper);
   this->subject.pressEscape();
