@@ -7,7 +7,7 @@
 namespace kva {
 
 bool isUTF8(std::string_view bytes) {
-  // GLib takes a NUL for an end that came too early.
+  // GLib rejects NUL, so validate the parts between NULs.
   while (true) {
     const std::size_t length = bytes.find('\0');
     if (!g_utf8_validate_len(bytes.data(), std::min(length, bytes.size()), nullptr)) return false;

@@ -8,9 +8,9 @@
 namespace kva {
 namespace {
 
-/// What may stand somewhere in a URI beside letters and digits.
+/// The characters that a URI may contain, besides letters and digits.
 constexpr std::string_view kUnescaped = "-._~:/?#[]@!$&'()*+,;=%";
-/// Of these, what neither ends a query's value nor changes in it.
+/// Those of them that a query's value may contain unescaped.
 constexpr std::string_view kUnescapedInValue = "-._~:/?@!$'()*,";
 constexpr std::string_view kForbiddenInHost = " \"#%/<>?@[\\]^`{|}\x7f";
 
@@ -32,7 +32,7 @@ bool isEscape(std::string_view text) {
          g_ascii_isxdigit(text[2]);
 }
 
-/// Without the white space that a browser ignores.
+/// Removes the white space that browsers ignore.
 std::string trimmed(std::string_view text) {
   const auto isInk = [](char c) { return static_cast<unsigned char>(c) > ' '; };
   const auto begin = std::ranges::find_if(text, isInk);
@@ -47,7 +47,7 @@ bool isWeb(const std::string& text) {
          g_ascii_strncasecmp(text.c_str(), "https:", 6) == 0;
 }
 
-/// With every character encoded that may not stand in a URI.
+/// Percent-encodes each character that a URI may not contain.
 std::string wellFormed(std::string text) {
   if (isWeb(text)) {
     const auto resource =
@@ -60,7 +60,7 @@ std::string wellFormed(std::string text) {
   return formed;
 }
 
-/// Where the host stands in a URI that has one.
+/// The host in a URI that has one.
 std::string_view hostIn(std::string_view text) {
   text.remove_prefix(text.find("//") + 2);
   text = text.substr(0, text.find_first_of("/?#"));
@@ -68,7 +68,7 @@ std::string_view hostIn(std::string_view text) {
   return text.substr(0, text.find(':', text.starts_with('[') ? text.find(']') : 0));
 }
 
-/// The name that DNS knows the host by; nothing for what cannot be one.
+/// The host's name in DNS; nothing if it is not a valid host.
 std::optional<std::string> asciiHost(std::string_view host) {
   auto decoded = removingPercentEncoding(host);
   if (!decoded || decoded->contains('\0')) return {};

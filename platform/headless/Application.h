@@ -12,32 +12,32 @@
 
 namespace kva::headless {
 
-/// The host application, active and without a window at first. Lives on the thread that runs
+/// The host application; at first it is active and has no window. Used on the thread that runs
 /// virtual time.
 class HeadlessApplication final : public HostApplication {
  public:
   explicit HeadlessApplication(VirtualTime& time) : time_(time) {}
 
-  /// A new window, which becomes the key window.
+  /// Makes a window and makes it the key window.
   std::shared_ptr<HeadlessWindow> makeWindow(Rect frame = {0, 0, 400, 800},
                                              EdgeInsets safeAreaInsets = {});
   void setKeyWindow(std::shared_ptr<HeadlessWindow> window) { keyWindow_ = window; }
   void setState(State state);
-  /// Calls `stateChanged` at each change of the state.
+  /// Sets the callback for changes of the state.
   void connect(std::function<void()> stateChanged) { stateChanged_ = std::move(stateChanged); }
   void setScreenSize(Size size) { screenSize_ = size; }
 
   const std::vector<std::string>& openedURLs() const { return openedURLs_; }
 
-  // What this application made and is still alive.
-  int liveViews() const;  ///< buttons, web views and the views of controllers among them
+  // What this application made and is not destroyed yet.
+  int liveViews() const;  ///< includes buttons, web views and controllers' views
   int liveWebViews() const { return static_cast<int>(webViews().size()); }
   int liveButtons() const { return static_cast<int>(live<HeadlessButton>().size()); }
   int liveViewControllers() const;
   std::vector<std::shared_ptr<HeadlessWebView>> webViews() const { return live<HeadlessWebView>(); }
-  /// The last web view that was made and lives; null when there is none.
+  /// The newest live web view; null if there is none.
   std::shared_ptr<HeadlessWebView> webView() const;
-  /// The last button with this image that was made and lives; null when there is none.
+  /// The newest live button with this image; null if there is none.
   std::shared_ptr<HeadlessButton> button(std::string_view imageName) const;
 
   State state() const override { return state_; }
@@ -60,7 +60,7 @@ class HeadlessApplication final : public HostApplication {
   std::vector<std::shared_ptr<HeadlessWindow>> windows_;
   std::weak_ptr<HeadlessWindow> keyWindow_;
   std::vector<std::string> openedURLs_;
-  std::vector<std::weak_ptr<HeadlessView>> views_;  // in the order of making
+  std::vector<std::weak_ptr<HeadlessView>> views_;  // in the order of construction
   std::vector<std::weak_ptr<HeadlessViewController>> viewControllers_;
 };
 

@@ -9,7 +9,7 @@
 
 namespace kva::headless {
 
-/// The store under its guard.
+/// Changes the store, under its lock.
 class MemoryUserDefaults::Edit final : public KeyedValues {
  public:
   Edit(Store& store, int& ownWrites) : store_(store), ownWrites_(ownWrites) {}

@@ -17,10 +17,10 @@
 #include <Kelvara/platform/MainBundle.h>
 #include <Kelvara/platform/UserDefaults.h>
 
-// The device and the host application as a test wants them. Thread-safe, setters included.
+// A device and a host application whose facts a test sets. Thread-safe, including the setters.
 namespace kva::headless {
 
-/// Copies share one store, as two processes of an application do.
+/// Copies share one store, like two processes of an application.
 class MemoryUserDefaults final : public UserDefaults {
  public:
   std::optional<Value> value(std::string_view key) const override;
@@ -30,9 +30,9 @@ class MemoryUserDefaults final : public UserDefaults {
   bool edit(const std::function<void(KeyedValues&)>& change) override;
   Claim claim(Task task) override;
 
-  /// How many times a value was set or removed.
+  /// The number of calls that set or removed a value.
   int writes() const;
-  /// From now on another process holds the store: edits fail.
+  /// While true, edits fail as if another process held the store.
   void setBusy(bool isBusy);
 
  private:
@@ -44,14 +44,14 @@ class MemoryUserDefaults final : public UserDefaults {
     bool isBusy = false;
   };
   std::shared_ptr<Guarded<Store>> store_ = std::make_shared<Guarded<Store>>();
-  int ownWrites_ = 0;  ///< under the guard of the store
+  int ownWrites_ = 0;  ///< guarded by the store's lock
 };
 
 class HeadlessOutput final : public LogOutput {
  public:
   void print(LogLevel level, std::string_view text) override;
   std::vector<std::string> lines() const { return lines_.get(); }
-  /// How many lines contain `text`.
+  /// The number of lines that contain `text`.
   int count(std::string_view text) const;
   void clear() { lines_.set({}); }
 
@@ -89,7 +89,7 @@ class HeadlessDevice final : public DeviceInfo {
   void setMachine(std::string machine) { machine_.set(std::move(machine)); }
   /// Posts the notification through the main queue.
   void setOrientation(DeviceOrientation orientation);
-  /// `Headless` says how.
+  /// Sets the callback that posts the notification; `Headless` calls it.
   void connect(std::function<void()> postChange) { postChange_.set(std::move(postChange)); }
 
   std::string systemVersion() const override { return systemVersion_.get(); }
@@ -103,7 +103,7 @@ class HeadlessDevice final : public DeviceInfo {
   Guarded<std::function<void()>> postChange_;
 };
 
-/// No cellular service until one is set.
+/// Has no cellular service until `set`.
 class HeadlessTelephony final : public Telephony {
  public:
   void set(std::optional<RadioAccessTechnology> technology, std::optional<std::string> carrier) {
@@ -127,11 +127,11 @@ struct IdentifierFacts {
   bool isAdvertisingTrackingEnabled = false;
 };
 
-/// Withheld until it is set.
+/// The identifier is withheld until it is set.
 class HeadlessIdentifiers final : public IdentifierManager {
  public:
   void set(IdentifierFacts facts) { facts_.set(std::move(facts)); }
-  /// An identifier that the user lets be used.
+  /// Sets an identifier that the user has authorized.
   void authorize(std::string identifier) {
     facts_.set({std::move(identifier), AuthorizationStatus::authorized, true});
   }
@@ -148,7 +148,7 @@ class HeadlessIdentifiers final : public IdentifierManager {
   Guarded<IdentifierFacts> facts_;
 };
 
-/// Without resources until `embedResources`.
+/// Has no resources until `embedResources`.
 class HeadlessMainBundle final : public MainBundle {
  public:
   HeadlessMainBundle() = default;
@@ -157,7 +157,8 @@ class HeadlessMainBundle final : public MainBundle {
   HeadlessMainBundle& operator=(const HeadlessMainBundle&) = delete;
 
   void setPath(std::filesystem::path path) { path_.set(std::move(path)); }
-  /// Makes a temporary folder the bundle's path, in which "KelvaraResources.bundle" is `resources`.
+  /// Sets the path to a new temporary folder, in which "KelvaraResources.bundle" links to
+  /// `resources`. The destructor removes the folder.
   void embedResources(const std::filesystem::path& resources);
   void setInfoString(const std::string& key, std::optional<std::string> value);
 

@@ -5,7 +5,7 @@
 namespace kva::headless {
 namespace {
 
-// A pointer to a member of Headless, which outlives whoever holds it.
+// A non-owning pointer to a member of Headless, which outlives its users.
 template <class T>
 std::shared_ptr<T> borrowed(T& member) {
   return {std::shared_ptr<void>(), &member};
@@ -27,7 +27,7 @@ Headless::Headless(const MemoryUserDefaults& sharedDefaults) : defaults(sharedDe
   });
 }
 
-// What waits may hold views and queues, so it goes while they are there.
+// Pending tasks may hold views and queues, so destroy the tasks first.
 Headless::~Headless() { time.clear(); }
 
 void Headless::startProcess() {

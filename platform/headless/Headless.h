@@ -12,15 +12,15 @@
 
 namespace kva::headless {
 
-/// A whole device in memory: every port of the SDK, and what a test plays them with.
+/// A whole device in memory: all ports of the SDK, and the controls with which a test drives them.
 ///
 ///     Headless h;
 ///     Runtime runtime(h.platform());
 ///     h.server.reply("/init", envelope(R"({...})"), 0.2);
 ///     ... h.time.advance(1);
 ///
-/// Outlives the runtimes that are made over it. When a runtime ends, its session is over: the next
-/// `platform()` then gives a new process on the same device, with the same defaults and server.
+/// It must outlive the runtimes that use it. After a runtime has invalidated its session, the next
+/// `platform()` starts a new process on the same device, with the same defaults and server.
 /// `Headless second(first.defaults)` is another device with the same store.
 class Headless {
  public:
@@ -29,10 +29,10 @@ class Headless {
   Headless(const Headless&) = delete;
   Headless& operator=(const Headless&) = delete;
 
-  /// The ports of the process that runs; the same at each call until its session is invalidated.
+  /// The ports of the current process; the same ports until its session is invalidated.
   Platform platform();
 
-  VirtualTime time;  // goes last: everything else runs in it
+  VirtualTime time;  // first, so that it outlives the other members, which use it
   MemoryUserDefaults defaults;
   Server server;
   HeadlessOutput output;

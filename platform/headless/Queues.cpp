@@ -10,10 +10,10 @@ namespace kva::headless {
 
 struct TaskQueue::State {
   Guarded<std::deque<DispatchQueue::Task>> waiting;
-  // Held while a task runs, so that no two threads run tasks of one queue at a time; a task may
-  // call `sync` again.
+  // Held while a task runs, so that two threads do not run tasks of one queue at the same time.
+  // Recursive, because a task may call `sync`.
   std::recursive_mutex running;
-  bool isRunning = false;  // under `running`
+  bool isRunning = false;  // guarded by `running`
 
   void runNext() {
     auto task = waiting.with([](auto& tasks) -> DispatchQueue::Task {

@@ -8,12 +8,13 @@
 
 namespace kva::headless {
 
-/// The tasks of one queue; they run in virtual time, in the order in which they were given.
+/// The tasks of one queue; they run in virtual time, in the order of the calls.
 class TaskQueue {
  public:
   explicit TaskQueue(VirtualTime& time);
   void async(DispatchQueue::Task task);
-  /// Runs what was given before, then the task, on the calling thread; inline from a task.
+  /// Runs the earlier tasks, then `task`, on the calling thread. Inside a task of the queue, runs
+  /// `task` at once.
   void sync(DispatchQueue::Task task);
 
  private:
@@ -26,7 +27,7 @@ class HeadlessMainQueue final : public MainQueue {
  public:
   explicit HeadlessMainQueue(VirtualTime& time) : tasks_(time) {}
   void async(Task task) override { tasks_.async(std::move(task)); }
-  /// Virtual time plays every thread.
+  /// Always true: virtual time runs all threads of the SDK on one.
   bool isMainThread() const override { return true; }
 
  private:

@@ -10,21 +10,21 @@
 
 namespace kva::headless {
 
-/// The network as a test wants it; reachable at first. Thread-safe.
+/// A network whose state a test sets; reachable at first. Thread-safe.
 class HeadlessReachability final : public ReachabilityService {
  public:
   static constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
 
-  /// The operations that can be made to fail.
+  /// The operations that a test can make fail.
   enum class Operation { create, setCallback, setDispatchQueue, flags };
 
   explicit HeadlessReachability(VirtualTime& time);
 
-  /// Tells every reference that watches, also when the flags are the same as before.
+  /// Notifies all watching references, also if the flags did not change.
   void setFlags(std::uint32_t flags);
-  /// The operation fails with this system error until it is called with nothing.
+  /// Makes the operation fail with this system error; `nullopt` makes it work again.
   void fail(Operation operation, std::optional<std::int32_t> systemError);
-  /// The references that have a callback and a queue.
+  /// The number of references that have a callback and a queue.
   int watchers() const;
 
   std::unique_ptr<ReachabilityReference> createWithAddress(std::uint32_t ipv4Address) override;

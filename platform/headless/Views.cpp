@@ -6,7 +6,7 @@
 namespace kva::headless {
 namespace {
 
-constexpr double kClear = 0.01;  // as good as invisible, and no longer touched
+constexpr double kClear = 0.01;  // below it a view is invisible and receives no touches
 
 Rect inset(Size size, EdgeInsets insets) {
   return {insets.left, insets.top, std::max(0.0, size.width - insets.left - insets.right),

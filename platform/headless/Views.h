@@ -9,14 +9,13 @@
 #include <Kelvara/platform/View.h>
 #include <platform/headless/VirtualTime.h>
 
-// Everything in this file lives on the thread that runs virtual time.
+// Everything in this file is used on the thread that runs virtual time.
 namespace kva::headless {
 
 class HeadlessWindow;
 class HeadlessViewController;
 
-/// A view of a real tree, with nothing painted. What is not in a window has the frame it was given,
-/// or the last it had.
+/// A view in a real tree; nothing is painted. Outside a window, a view keeps its last frame.
 class HeadlessView : public View, public std::enable_shared_from_this<HeadlessView> {
  public:
   explicit HeadlessView(Rect frame) : layout_(Layout::frame(frame)) {}
@@ -40,19 +39,19 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
 
   double alpha() const { return alpha_; }
   bool clipsToBounds() const { return clipsToBounds_; }
-  /// In a window, and neither it nor a view that it stands in is hidden or clear.
+  /// Whether it is in a window and neither it nor a superview is hidden or transparent.
   bool isShown() const;
 
  private:
   friend class HeadlessWindow;
   using Chain = std::vector<std::shared_ptr<HeadlessView>>;
 
-  /// What activation does; only buttons do anything.
+  /// Runs the action of a button.
   virtual void activate() {}
   std::shared_ptr<HeadlessWindow> headlessWindow() const;
-  /// This view and all that stands in it, superviews first.
+  /// This view and its descendants, superviews first.
   Chain subtree();
-  /// From the window's view down to this one.
+  /// The views from the window's root view to this one.
   Chain path();
   /// Appends the views under the point, from this one to the topmost leaf.
   bool hitTest(Point point, Chain& chain);
@@ -62,7 +61,7 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
 
   std::weak_ptr<ViewDelegate> delegate_;
   std::weak_ptr<HeadlessView> superview_;
-  std::weak_ptr<HeadlessWindow> rootOf_;                 // of a window's own view
+  std::weak_ptr<HeadlessWindow> rootOf_;                 // set in a window's root view only
   std::vector<std::shared_ptr<HeadlessView>> subviews_;  // the lowest first
   Layout layout_;
   bool hidden_ = false;
@@ -103,30 +102,30 @@ class HeadlessWindow final : public Window, public std::enable_shared_from_this<
   bool isOnScreen() const override { return isOnScreen_; }
   std::shared_ptr<View> view() override { return root_; }
 
-  /// The host's own controller, which fills the window.
+  /// The host's controller, which fills the window.
   std::shared_ptr<HeadlessViewController> viewController() const { return host_; }
   int presentedCount() const { return static_cast<int>(presented_.size()); }
 
   void setFrame(Rect frame) { frame_ = frame; }
-  /// The user minimises the window, or restores it.
+  /// Minimises or restores the window, like the user.
   void setOnScreen(bool isOnScreen);
-  /// As the host destroys a window: all in it leaves it, and what was presented is torn down.
+  /// Destroys the window, like the host: its views leave it, and presented controllers are torn
+  /// down.
   void destroy();
   bool isDestroyed() const { return destroyed_; }
 
-  /// A press of the pointer, or a touch, and its release. False when it met no view but the
-  /// window's own.
+  /// Presses and releases at a point. False if only the window's root view is there.
   bool tap(Point point);
-  /// The same in the middle of `view`; false when something else is there, or it is not shown.
+  /// Taps the middle of `view`. False if the view is not shown or another view covers it.
   bool tap(const std::shared_ptr<View>& view);
-  /// A key activates the focused control; false when it is not shown.
+  /// Activates the button with a key. False if it is not shown.
   bool activate(const std::shared_ptr<Button>& button);
   void pressEscape();
 
  private:
   friend class HeadlessViewController;
   explicit HeadlessWindow(Rect frame, EdgeInsets safeAreaInsets);
-  /// The one that was presented last, or the host's own.
+  /// The controller that was presented last, or the host's.
   std::shared_ptr<HeadlessViewController> topController() const;
 
   Rect frame_;
@@ -165,7 +164,7 @@ class HeadlessViewController final : public ViewController,
   std::weak_ptr<ViewControllerDelegate> delegate_;
   std::weak_ptr<HeadlessWindow> presentedIn_;
   bool isPresented_ = false;
-  std::move_only_function<void()> presented_;  ///< until the presentation is over
+  std::move_only_function<void()> presented_;  ///< null after the presentation
   Timer presentation_, dismissal_;
   std::vector<std::move_only_function<void()>> dismissed_;
 };

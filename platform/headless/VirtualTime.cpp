@@ -13,7 +13,7 @@
 namespace kva::headless {
 namespace {
 
-// Whole nanoseconds, so that ten steps of a tenth make a second.
+// Whole nanoseconds, so that ten steps of 0.1 s make exactly 1 s.
 std::int64_t toNanoseconds(double seconds) { return std::llround(seconds * 1e9); }
 double toSeconds(std::int64_t nanoseconds) { return static_cast<double>(nanoseconds) / 1e9; }
 
@@ -35,7 +35,7 @@ struct VirtualTime::Event {
 
   std::int64_t interval;  // 0: once
   Task task;
-  Key key{};  // under the guard of State::all
+  Key key{};  // guarded by State::all
   std::atomic<bool> cancelled{false};
 };
 
@@ -123,7 +123,7 @@ void VirtualTime::stall(double seconds) {
 }
 
 void VirtualTime::clear() {
-  // What is dropped may add more, or drop timers, as it goes.
+  // Destroying a task may add tasks or cancel timers.
   while (true) {
     auto dropped = state_->all.with([](auto& all) { return std::exchange(all.events, {}); });
     if (dropped.empty()) return;

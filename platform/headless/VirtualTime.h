@@ -9,10 +9,10 @@
 
 namespace kva::headless {
 
-/// Everything that happens later, in one order: by the time it is due, then by the order in which
-/// it was given. Nothing happens but inside `run`, `advance` and `runUntil`, on the thread that
-/// calls them, which plays every thread of the SDK; only one thread may. All else is thread-safe.
-/// The wall clock goes along with virtual time, and can be set on its own as a user would.
+/// Schedules tasks and timers in one order: by due time, then by the order of the calls. They run
+/// only inside `run`, `advance` and `runUntil`, on the calling thread, which stands for all threads
+/// of the SDK. Only one thread may call these three; all else is thread-safe. The wall clock
+/// advances with virtual time, and `setNow` sets it independently.
 class VirtualTime final : public RunLoop, public Clock {
  public:
   using Task = std::move_only_function<void()>;
@@ -20,27 +20,27 @@ class VirtualTime final : public RunLoop, public Clock {
   /// The wall clock begins at 2026-01-01 00:00:00 UTC.
   VirtualTime();
 
-  /// Runs what is due now, and what becomes due by that, until nothing is left.
+  /// Runs all tasks that are due now, including those that they schedule for now.
   void run();
-  /// Lets so many seconds pass, running what falls due in them, each at its own time.
+  /// Advances virtual time by `seconds` and runs each task at its due time.
   void advance(double seconds);
-  /// Lets virtual time pass from one event to the next until `done` holds; false when it does not
-  /// within `limit` seconds.
+  /// Runs the next task until `done` returns true; false if it does not within `limit` virtual
+  /// seconds.
   bool runUntil(const std::function<bool()>& done, double limit = 60);
-  /// Seconds that pass while nothing runs, as when the loop is held up.
+  /// Advances virtual time without running anything, like a blocked loop.
   void stall(double seconds);
-  /// The user sets the wall clock; what is due later stays due when it was.
+  /// Sets the wall clock, like the user. Due times do not change.
   void setNow(double secondsSince1970);
 
-  /// Runs `task` so many seconds from now, never inline.
+  /// Runs `task` after `seconds`, never inline.
   void after(double seconds, Task task);
-  /// Drops all that has not run.
+  /// Drops all pending tasks and timers.
   void clear();
 
   Timer schedule(double seconds, Repeats repeats, Task fire) override;
 
   double now() const override;
-  /// Virtual time: it follows `advance`, not the wall clock's changes.
+  /// Virtual time in seconds; `setNow` does not change it.
   double monotonicNow() const override;
   /// In the time zone of the process (TZ).
   double addingDays(double time, int days) const override;

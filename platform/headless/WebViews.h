@@ -12,8 +12,8 @@
 
 namespace kva::headless {
 
-/// A web view without a page: it records what the SDK asks of it, and a test plays the page. Is its
-/// own view.
+/// A web view without a page. It records the SDK's calls, and a test plays the page. It is its own
+/// view.
 class HeadlessWebView final : public HeadlessView, public WebView {
  public:
   struct Load {
@@ -31,29 +31,31 @@ class HeadlessWebView final : public HeadlessView, public WebView {
   void loadHTML(const std::string& html, const std::optional<URL>& baseURL) override;
   void load(const URLRequest& request) override;
   void setMuted(bool isMuted) override { isMuted_ = isMuted; }
-  /// Recorded at once; answered in virtual time by what `answerScripts` gave, else with "null".
+  /// Records the script at once. Calls `evaluated` in virtual time, with the result of the function
+  /// that `answerScripts` set, or with "null".
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
   const WebViewConfiguration& configuration() const { return configuration_; }
   bool isMuted() const { return isMuted_; }
   const std::vector<Load>& loads() const { return loads_; }
-  /// The last HTML that was loaded; empty when there is none.
+  /// The HTML that was loaded last; empty if there is none.
   std::string html() const;
   const std::vector<std::string>& scripts() const { return scripts_; }
   void clearScripts() { scripts_.clear(); }
   void answerScripts(Script answer) { answer_ = std::move(answer); }
 
-  // What the page and the network do; each calls the delegate before it returns.
+  // Events of the page and the network. Each calls the delegate before it returns.
   void finishNavigation();
   void failNavigation(const Error& error);
   void terminateProcess();
-  /// The user follows a link of the page, or of a frame in it: whether the delegate lets it.
+  /// The user follows a link in a frame of the page. Returns whether the delegate allows it.
   bool followLink(const std::string& url,
                   NavigationAction::TargetFrame target = NavigationAction::TargetFrame::main);
-  /// The page navigates: whether the delegate lets it; a text that is no URL makes no request.
+  /// The page navigates. Returns whether the delegate allows it. If `url` is not a URL, the action
+  /// has no request.
   bool navigate(const std::string& url,
                 NavigationAction::TargetFrame target = NavigationAction::TargetFrame::main);
-  /// The page asks for a new window.
+  /// The page requests a new window.
   void createWebView(const std::string& url,
                      NavigationAction::TargetFrame target = NavigationAction::TargetFrame::none);
   ScriptDialogAnswer dialog(const ScriptDialog& dialog);

@@ -140,7 +140,7 @@ void HeadlessViewController::tearDown() {
   presentation_.invalidate();
   presented_ = nullptr;
   dismissal_.invalidate();
-  auto unheard = std::exchange(dismissed_, {});
+  const auto dropped = std::exchange(dismissed_, {});
   presentedIn_.reset();
   view_->removeFromSuperview();
   isPresented_ = false;

@@ -53,7 +53,7 @@ URLError connectError(CURL* easy) {
     case EHOSTUNREACH:
     case ENETDOWN:
       return URLError::notConnectedToInternet;
-    case EADDRNOTAVAIL:  // no address to come from: no network, or no port left
+    case EADDRNOTAVAIL:  // no source address: there is no network, or no free port
       return hasRouteToInternet() ? URLError::cannotConnectToHost
                                   : URLError::notConnectedToInternet;
     case ETIMEDOUT:
@@ -63,8 +63,8 @@ URLError connectError(CURL* easy) {
   }
 }
 
-/// libcurl has one code for a scheme that it may not follow and for an answer that is not HTTP;
-/// only before the latter has no status line been read.
+/// libcurl has one code for a redirect to a forbidden scheme and for an answer that is not HTTP.
+/// An answer that is not HTTP has no status.
 URLError unsupportedProtocol(CURL* easy) {
   long status = 0;
   curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
@@ -102,7 +102,7 @@ URLError urlErrorOf(CURL* easy, CURLcode result) {
     case CURLE_WEIRD_SERVER_REPLY:
       return URLError::badServerResponse;
     case CURLE_BAD_CONTENT_ENCODING:
-    // The body goes on after its compression has ended, or is more than a transfer takes.
+    // The body continues after the end of its compressed stream, or exceeds the size limit.
     case CURLE_WRITE_ERROR:
       return URLError::cannotDecodeContentData;
     case CURLE_PEER_FAILED_VERIFICATION:

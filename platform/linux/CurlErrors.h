@@ -6,10 +6,10 @@
 
 namespace kva {
 
-/// A transport error with a plain English sentence for its code.
+/// A transport error with an English sentence for its code.
 Error urlError(URLError code);
 
-/// What libcurl's `result` for the finished transfer `easy` means.
+/// The error for a finished transfer `easy` that failed with `result`.
 URLError urlErrorOf(CURL* easy, CURLcode result);
 
 }  // namespace kva

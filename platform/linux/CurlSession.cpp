@@ -33,7 +33,7 @@ struct Exchange {
   URLSession::Done done;
 };
 
-/// The environment's list of hosts without a proxy, and this machine.
+/// The hosts that bypass the proxy: the environment's list and the loopback addresses.
 std::string hostsWithoutProxy() {
   std::string hosts;
   for (const char* name : {"no_proxy", "NO_PROXY"})
@@ -41,7 +41,7 @@ std::string hostsWithoutProxy() {
   return hosts == "*" ? hosts : hosts + ",localhost,127.0.0.0/8,::1";
 }
 
-/// A name or version as a product of the User-Agent header, whose characters are few.
+/// `text` with percent escapes for the characters that a product in User-Agent cannot contain.
 std::string productText(const std::string& text) {
   constexpr auto isAllowed = [](unsigned char c) {
     return g_ascii_isalnum(c) || std::string_view("!#$&'*+-.^_`|~").find(c) != std::string::npos;
@@ -81,13 +81,13 @@ class CurlSession::Worker {
     wake();
   }
   void invalidate() {
-    auto still = std::make_shared<Semaphore>();
+    auto idle = std::make_shared<Semaphore>();
     inbox_.with([&](Inbox& inbox) {
       inbox.invalidated = true;
-      inbox.awaitingStillness.push_back(still);
+      inbox.awaitingIdle.push_back(idle);
     });
     wake();
-    still->acquire();
+    idle->acquire();
   }
   void dropIdleConnections() {
     inbox_.with([](Inbox& inbox) { inbox.connectionsAreStale = true; });
@@ -108,7 +108,7 @@ class CurlSession::Worker {
  private:
   struct Inbox {
     std::vector<Exchange> exchanges;
-    std::vector<std::shared_ptr<Semaphore>> awaitingStillness;
+    std::vector<std::shared_ptr<Semaphore>> awaitingIdle;
     bool connectionsAreStale = false, invalidated = false, stopped = false;
   };
 
@@ -149,8 +149,8 @@ void CurlSession::Worker::run() {
   timers_.close();
   std::vector<std::shared_ptr<Semaphore>> waiting;
   for (;; news = takeInbox()) {
-    std::ranges::move(news.awaitingStillness, std::back_inserter(waiting));
-    // A completion may have sent again, so the thread is still only when nothing is left.
+    std::ranges::move(news.awaitingIdle, std::back_inserter(waiting));
+    // A completion may send a new request; the session is idle when nothing is left to cancel.
     if (cancelEverything(std::move(news.exchanges))) continue;
     for (auto& one : std::exchange(waiting, {})) one->release();
     if (news.stopped) return;
@@ -160,7 +160,7 @@ void CurlSession::Worker::run() {
 
 CurlSession::Worker::Inbox CurlSession::Worker::takeInbox() {
   return inbox_.with([](Inbox& inbox) {
-    return Inbox{std::exchange(inbox.exchanges, {}), std::exchange(inbox.awaitingStillness, {}),
+    return Inbox{std::exchange(inbox.exchanges, {}), std::exchange(inbox.awaitingIdle, {}),
                  std::exchange(inbox.connectionsAreStale, false), inbox.invalidated, inbox.stopped};
   });
 }
@@ -178,7 +178,7 @@ void CurlSession::Worker::start(Exchange exchange) {
   transfers_.emplace(easy, std::move(transfer));
 }
 
-/// libcurl opens a socket pair for each name that it looks up.
+/// libcurl opens a socket pair for each lookup of a name.
 int CurlSession::Worker::beforeResolving(void*, void*, void* self) {
   auto& resolving = static_cast<Worker*>(self)->resolving_;
   if (!resolving) resolving.emplace();
@@ -223,7 +223,7 @@ void CurlSession::Worker::finish(CURL* easy, URLSession::Outcome outcome) {
   transfer->finish(std::move(outcome));
 }
 
-/// Until a socket has news, a timer or a time-out is due, or `wake`.
+/// Waits until a socket is ready, a timer or a time-out is due, or `wake` is called.
 void CurlSession::Worker::sleep() {
   auto until = Clock::now() + std::chrono::hours(1);
   if (const auto due = timers_.nextDue()) until = std::min(until, *due);

@@ -24,14 +24,14 @@ T info(CURL* easy, CURLINFO what) {
   return value;
 }
 
-/// Makes the kernel end a connection whose peer is gone within ten seconds: probes while it is
-/// silent, a limit for bytes that nobody acknowledges.
+/// Makes the kernel close a connection within ten seconds after its peer disappears: it probes an
+/// idle connection, and limits how long sent bytes stay unacknowledged.
 void noticeDeadPeers(int fd) {
   const auto set = [fd](int level, int option, int value) {
     setsockopt(fd, level, option, &value, sizeof value);
   };
   set(SOL_SOCKET, SO_KEEPALIVE, 1);
-  set(IPPROTO_TCP, TCP_KEEPIDLE, 3);  // seconds; a probe each 3 s ends it after the third
+  set(IPPROTO_TCP, TCP_KEEPIDLE, 3);  // seconds; three lost probes close it
   set(IPPROTO_TCP, TCP_KEEPINTVL, 3);
   set(IPPROTO_TCP, TCP_USER_TIMEOUT, 8000);  // milliseconds
 }
@@ -70,7 +70,7 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Done done, Connection
   set(CURLOPT_FOLLOWLOCATION, 1L);
   set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   set(CURLOPT_MAXREDIRS, 20L);
-  set(CURLOPT_ACCEPT_ENCODING, "");  // all that libcurl can undo
+  set(CURLOPT_ACCEPT_ENCODING, "");  // every encoding that libcurl supports
   set(CURLOPT_NOPROXY, settings.hostsWithoutProxy.c_str());
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
@@ -79,7 +79,7 @@ CurlTransfer::CurlTransfer(URLRequest request, URLSession::Done done, Connection
   set(CURLOPT_PREREQDATA, this);
   setLimits();
   set(CURLOPT_NOSIGNAL, 1L);
-  // A name server that does not answer must not hold up the thread when its asker gives up.
+  // Without it, removing a timed-out transfer blocks until its name server answers.
   set(CURLOPT_QUICK_EXIT, 1L);
 }
 
@@ -90,7 +90,7 @@ void CurlTransfer::setMethodAndBody() {
     curl_easy_setopt(easy(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(easy(), CURLOPT_POSTFIELDS, body.empty() ? "" : body.data());
   }
-  // Named only where libcurl would choose another: a method that is named survives redirects.
+  // Set the method only where libcurl would choose another: a custom method survives redirects.
   if (request_.method == "HEAD")
     curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
   else if (!posts && (request_.method != "GET" || request_.body))
@@ -98,7 +98,7 @@ void CurlTransfer::setMethodAndBody() {
 }
 
 void CurlTransfer::setHeaders() {
-  // A large body goes out at once, without asking first whether it is welcome.
+  // Without "Expect: 100-continue", libcurl sends a large body at once.
   curl_slist* list = curl_slist_append(nullptr, "Expect:");
   for (const auto& [name, value] : request_.headers)
     list = curl_slist_append(list, (value.empty() ? name + ";" : name + ": " + value).c_str());
@@ -117,7 +117,7 @@ void CurlTransfer::setLimits() {
   set(CURLOPT_NOPROGRESS, 0L);
 }
 
-/// No exception passes through libcurl's frames.
+/// An exception must not cross libcurl's frames.
 std::size_t CurlTransfer::receive(char* bytes, std::size_t, std::size_t size, void* data) try {
   auto& self = *static_cast<CurlTransfer*>(data);
   if (size > kLargestAnswer - self.received_.size()) return 0;
@@ -128,15 +128,15 @@ std::size_t CurlTransfer::receive(char* bytes, std::size_t, std::size_t size, vo
   return 0;
 }
 
-void CurlTransfer::restartMinute() {
-  minuteBegan_ = Clock::now();
+void CurlTransfer::restartTimeout() {
+  timeoutBegan_ = Clock::now();
   movedBefore_ = moved_;
 }
 
 CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
-  // Clamped, so that an absurd time-out stays within what the clock can hold.
+  // Clamp the seconds, so that the sum fits the clock's type.
   const double seconds = std::clamp(request_.timeout, 0.0, 1e8);
-  return minuteBegan_ +
+  return timeoutBegan_ +
          std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
@@ -145,30 +145,30 @@ int CurlTransfer::noteProgress(void* data, curl_off_t, curl_off_t down, curl_off
   self.moved_ = down + up;
   const bool begins = down > 0 && !std::exchange(self.isAnswering_, down > 0);
   const auto moved = static_cast<double>(self.moved_ - self.movedBefore_);
-  if (begins || moved >= kLeastBytesPerSecond * self.request_.timeout) self.restartMinute();
-  // The body of a redirect is counted here alone.
+  if (begins || moved >= kLeastBytesPerSecond * self.request_.timeout) self.restartTimeout();
+  // `receive` does not see the body of a redirect.
   if (down <= static_cast<curl_off_t>(kLargestAnswer)) return 0;
   self.refusal_ = URLError::cannotDecodeContentData;
   return 1;
 }
 
-/// libcurl sends a request again when a connection that it reused ends before the first byte of an
-/// answer. It may do so once, on a connection of its own; a redirected request not at all, because
-/// there libcurl would reuse another connection.
+/// libcurl retries a request when a keep-alive connection closes before the first byte of the
+/// answer, and would repeat a POST on each dead connection that it finds. Allow one retry, on a new
+/// connection. Allow none after a redirect: there libcurl ignores CURLOPT_FRESH_CONNECT.
 int CurlTransfer::beforeSending(void* data, char*, char*, int, int) {
   auto& self = *static_cast<CurlTransfer*>(data);
   const long redirects = info<long>(self.easy(), CURLINFO_REDIRECT_COUNT);
-  if (std::exchange(self.redirects_, redirects) != redirects) self.sendings_ = 0;
-  if (++self.sendings_ > (redirects == 0 ? 2 : 1)) {
+  if (std::exchange(self.redirects_, redirects) != redirects) self.attempts_ = 0;
+  if (++self.attempts_ > (redirects == 0 ? 2 : 1)) {
     self.refusal_ = URLError::networkConnectionLost;
     return CURL_PREREQFUNC_ABORT;
   }
   curl_easy_setopt(self.easy(), CURLOPT_FRESH_CONNECT, 1L);
-  // Once encrypted, a redirect never leads back to plain text.
+  // After https, refuse a redirect to http.
   const char* scheme = info<const char*>(self.easy(), CURLINFO_SCHEME);
   if (scheme && strcasecmp(scheme, "https") == 0)
     curl_easy_setopt(self.easy(), CURLOPT_REDIR_PROTOCOLS_STR, "https");
-  self.restartMinute();
+  self.restartTimeout();
   self.isAnswering_ = false;
   return CURL_PREREQFUNC_OK;
 }

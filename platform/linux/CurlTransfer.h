@@ -10,17 +10,17 @@
 
 namespace kva {
 
-/// The connections that transfers share, closed with the last of those.
+/// The connections that transfers share. They close when the last owner is destroyed.
 using Connections = std::shared_ptr<CURLSH>;
 Connections makeConnections();
 
-/// Settings of a session that every transfer has.
+/// What all transfers of a session have in common.
 struct TransferSettings {
   std::string userAgent;
   std::string hostsWithoutProxy;
 };
 
-/// One exchange on its way through libcurl. Stays at its address; used on the session's thread.
+/// One request in libcurl and its answer. libcurl holds its address. Session's thread only.
 class CurlTransfer {
  public:
   using Clock = std::chrono::steady_clock;
@@ -31,10 +31,10 @@ class CurlTransfer {
   CurlTransfer& operator=(const CurlTransfer&) = delete;
 
   CURL* easy() const { return easy_.get(); }
-  /// When it has timed out: after `URLRequest::timeout` without a connection, without an answer, or
-  /// with less than 100 bytes a second.
+  /// When the transfer times out: after `URLRequest::timeout` seconds without a connection or
+  /// without an answer, or in which fewer than 100 bytes a second moved.
   Clock::time_point deadline() const;
-  /// What came of it, as libcurl's `result` says.
+  /// The outcome for libcurl's `result`. Moves the received data out.
   URLSession::Outcome outcome(CURLcode result);
   void finish(URLSession::Outcome outcome) { done_(std::move(outcome)); }
 
@@ -49,7 +49,7 @@ class CurlTransfer {
   void setMethodAndBody();
   void setHeaders();
   void setLimits();
-  void restartMinute();
+  void restartTimeout();
 
   static std::size_t receive(char* bytes, std::size_t, std::size_t size, void* self);
   static int noteProgress(void* self, curl_off_t, curl_off_t down, curl_off_t, curl_off_t up);
@@ -62,14 +62,14 @@ class CurlTransfer {
   std::unique_ptr<curl_slist, HeadersCleanup> headers_;
 
   Bytes received_;
-  std::optional<URLError> refusal_;  ///< why a callback ended it
+  std::optional<URLError> refusal_;  ///< set by the callback that aborted the transfer
   long redirects_ = 0;
-  int sendings_ = 0;  ///< since the last redirect
+  int attempts_ = 0;  ///< since the last redirect
 
-  curl_off_t moved_ = 0;  ///< bytes on the wire, both ways
-  curl_off_t movedBefore_ = 0;
+  curl_off_t moved_ = 0;        ///< bytes on the wire, both directions
+  curl_off_t movedBefore_ = 0;  ///< `moved_` when the time-out was restarted
   bool isAnswering_ = false;
-  Clock::time_point minuteBegan_ = Clock::now();
+  Clock::time_point timeoutBegan_ = Clock::now();
 };
 
 }  // namespace kva

@@ -4,14 +4,14 @@
 
 namespace kva {
 
-/// Keeps the socket pairs that libcurl opens for itself from the children of the process. libcurl
-/// opens them without close-on-exec and offers no hook, so the pairs are told by what the process
-/// has before and after. A pair that another thread opens inheritable in between is taken for one.
+/// Marks the socket pairs that libcurl opens close-on-exec, so that child processes do not inherit
+/// them. libcurl offers no hook for them, so the guard compares the process's socket pairs before
+/// and after. It also marks an inheritable pair that another thread opens in between.
 class SocketPairGuard {
  public:
-  /// Before libcurl opens a pair.
+  /// Construct it before libcurl opens a pair.
   SocketPairGuard();
-  /// After it has: marks the new ones close-on-exec.
+  /// Marks the pairs opened since construction close-on-exec.
   ~SocketPairGuard();
   SocketPairGuard(const SocketPairGuard&) = delete;
   SocketPairGuard& operator=(const SocketPairGuard&) = delete;

@@ -19,7 +19,7 @@ std::optional<std::string> unlessEmpty(std::string text) {
   return text;
 }
 
-/// "de_AT.UTF-8@euro" in its parts; no language for "C" and "POSIX".
+/// The parts of "de_AT.UTF-8@euro". The language of "C" and "POSIX" is empty.
 struct LocaleName {
   std::string language, country;
 
@@ -33,14 +33,14 @@ struct LocaleName {
   std::string tag() const { return country.empty() ? language : language + "-" + country; }
 };
 
-/// The first of the variables that decides on messages.
+/// The locale of messages: the first variable that is set.
 LocaleName currentLocale() {
   for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"})
     if (const char* value = std::getenv(variable); value && *value) return LocaleName(value);
   return LocaleName("C");
 }
 
-/// The file that this code was loaded from; empty when it cannot be told.
+/// The file that this code was loaded from; empty if it is unknown.
 std::filesystem::path libraryFile() {
   static const char inThisLibrary = 0;
   Dl_info found{};
@@ -65,7 +65,7 @@ double LinuxClock::monotonicNow() const {
 double LinuxClock::addingDays(double time, int days) const {
   constexpr double secondsOfDay = 86400;
   const double whole = std::floor(time);
-  // The calendar ends with the year 9999; beyond it, and for no time at all, days are 24 hours.
+  // GLib's calendar ends with the year 9999. Beyond it, and for NaN, a day has 24 hours.
   if (std::isfinite(time) && std::abs(whole) < 1e12) {
     const GDateTimePtr from(g_date_time_new_from_unix_local(static_cast<gint64>(whole)));
     const GDateTimePtr to(from ? g_date_time_add_days(from.get(), days) : nullptr);

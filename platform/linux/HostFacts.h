@@ -19,8 +19,8 @@ class LinuxClock final : public Clock {
   double addingHours(double time, int hours) const override;
 };
 
-/// What LANGUAGE, LC_ALL, LC_MESSAGES and LANG say. "C" and "POSIX" name no language;
-/// where there is no other, English is preferred.
+/// Reads LANGUAGE, LC_ALL, LC_MESSAGES and LANG. "C" and "POSIX" name no language; without any
+/// language, the preferred one is English.
 class LinuxLocale final : public Locale {
  public:
   std::vector<std::string> preferredLanguages() const override;
@@ -29,11 +29,12 @@ class LinuxLocale final : public Locale {
   std::optional<std::string> timeZoneAbbreviation() const override;
 };
 
-/// The host application as its options describe it.
+/// The host application, as its options describe it.
 class HostBundle final : public MainBundle {
  public:
-  /// An empty `folder` is the folder of the executable; an empty text is an absent one. The second
-  /// resource folder is the data folder that the library was built or installed with.
+  /// If `folder` is empty, the folder of the executable is used. Empty texts are reported as
+  /// absent. The second resource folder is the data folder that the library was built or installed
+  /// with.
   HostBundle(std::filesystem::path folder, std::string identifier, std::string version);
   std::vector<std::filesystem::path> resourceFolders() const override;
   std::optional<std::string> bundleIdentifier() const override;
@@ -44,8 +45,8 @@ class HostBundle final : public MainBundle {
   std::string identifier_, version_;
 };
 
-/// The advertising identifier that the host supplies; withheld when it supplies none, or a text
-/// that is no UUID.
+/// The advertising identifier that the host supplies. If it is not a UUID, the identifier is all
+/// zeros (withheld).
 class HostIdentifiers final : public IdentifierManager {
  public:
   HostIdentifiers(const std::string& advertisingIdentifier, bool trackingAuthorized);

@@ -17,7 +17,7 @@ utsname systemName() {
   return name;
 }
 
-/// Whether the kernel's name of a connector, "card0-eDP-1", is that of a built-in panel.
+/// Whether a connector, such as "card0-eDP-1", belongs to a built-in panel.
 bool isBuiltIn(const std::string& connector) {
   constexpr std::array kKinds{"-eDP-", "-LVDS-", "-DSI-", "-DPI-"};
   return std::ranges::any_of(kKinds,
@@ -40,7 +40,7 @@ std::string LinuxDevice::systemVersion() const {
 
 std::string LinuxDevice::machine() const { return systemName().machine; }
 
-// The panel's preferred mode comes first. It stays as it is while the picture is rotated.
+// The first mode is the panel's preferred one. Rotating the picture does not change it.
 LinuxDevice::Panel LinuxDevice::builtInPanel(const std::filesystem::path& displays) {
   std::error_code error;
   for (const auto& connector : std::filesystem::directory_iterator(displays, error)) {
@@ -53,8 +53,8 @@ LinuxDevice::Panel LinuxDevice::builtInPanel(const std::filesystem::path& displa
   return Panel::unknown;
 }
 
-// The service names the edge that points up, as seen with the panel's own top as "normal". A panel
-// whose right edge points up lies with its top to the left.
+// The service names the edge that points up; "normal" is the panel's own top. When the right edge
+// points up, the panel's top is on the left.
 DeviceOrientation LinuxDevice::orientationOf(std::string_view upperEdge) const {
   using enum DeviceOrientation;
   constexpr std::array kEdges{"normal", "right-up", "bottom-up", "left-up"};
@@ -76,7 +76,7 @@ void LinuxDevice::setWindowOrientation(DeviceOrientation orientation) {
 }
 
 void LinuxDevice::sensorChanged() {
-  // The service measures only for those who claim the sensor, and forgets them when it ends.
+  // The service measures only while a client claims the sensor, and loses claims when it exits.
   const bool present = sensor_.isPresent();
   if (present && !claimed_) sensor_.call("ClaimAccelerometer");
   claimed_ = present;
@@ -88,7 +88,7 @@ void LinuxDevice::update(DeviceOrientation Orientations::*source, DeviceOrientat
   const bool changed = orientations_.with([&](Orientations& now) {
     const auto before = now.current();
     now.*source = orientation;
-    // What becomes known for the first time has not turned.
+    // The first known orientation is not a change.
     return before != DeviceOrientation::unknown && now.current() != before;
   });
   if (changed) center_->post(kOrientationDidChangeNotification, this);

@@ -12,12 +12,12 @@
 
 namespace kva {
 
-/// This machine. Its orientation follows from which edge of the built-in panel points up, as the
-/// sensor service reports it, and the panel's own shape. When either is unknown, the shape of the
-/// window decides. Made and destroyed on the main thread.
+/// This machine. The sensor service reports which edge of the built-in panel points up; the edge
+/// and the panel's shape give the orientation. If either is unknown, the shape of the window gives
+/// it. Construct and destroy it on the main thread; getters are thread-safe.
 class LinuxDevice final : public DeviceInfo {
  public:
-  /// `displays` is where the kernel lists the connectors of displays.
+  /// `displays` is the folder in which the kernel lists display connectors.
   LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus,
               const std::filesystem::path& displays = "/sys/class/drm");
 
@@ -25,7 +25,7 @@ class LinuxDevice final : public DeviceInfo {
   std::string machine() const override;
   DeviceOrientation orientation() const override;
 
-  /// Main thread: the orientation that the shape of the host's window stands for.
+  /// Sets the orientation that matches the shape of the host's window. Main thread.
   void setWindowOrientation(DeviceOrientation orientation);
 
  private:
@@ -44,7 +44,7 @@ class LinuxDevice final : public DeviceInfo {
   const Panel panel_;
   Guarded<Orientations> orientations_;
   bool claimed_ = false;
-  BusObject sensor_;  // last: it calls back into the rest
+  BusObject sensor_;  // last: its callback uses the other members
 };
 
 }  // namespace kva

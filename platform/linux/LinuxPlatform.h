@@ -24,12 +24,12 @@ struct LinuxOptions {
 
 struct LinuxPlatform {
   Platform ports;                       ///< all but `application`
-  std::shared_ptr<LinuxDevice> device;  ///< to tell it the shape of the host's window
+  std::shared_ptr<LinuxDevice> device;  ///< needs the shape of the host's window
 };
 
-/// The ports on this machine. On the main thread, which is also where the last reference to a
-/// port should be dropped; needs no running main loop. When all are dropped, every thread that
-/// they had has ended.
+/// Makes the ports for this machine. Call it, and release the last reference to each port, on the
+/// main thread. It needs no running main loop. When all ports are destroyed, their threads have
+/// ended.
 LinuxPlatform makeLinuxPlatform(const LinuxOptions& options);
 
 }  // namespace kva

@@ -12,7 +12,7 @@
 namespace kva {
 namespace {
 
-/// A source without a file descriptor or a condition of its own: its ready time says it all.
+/// A source that is dispatched at its ready time only.
 gboolean dispatchSource(GSource*, GSourceFunc callback, gpointer data) { return callback(data); }
 GSourceFuncs sourceFunctions{.prepare = nullptr,
                              .check = nullptr,
@@ -51,13 +51,13 @@ struct MainLoop::State : std::enable_shared_from_this<State> {
     g_source_attach(source.get(), nullptr);
   }
 
-  /// Whoever changed something calls this afterwards; the last call sees every change.
+  /// Call it after each change of `tasks` or `timers`. The last call sees all changes.
   void rearm() {
     const std::scoped_lock lock(arming);
     g_source_set_ready_time(source.get(), readyTime());
   }
 
-  /// In microseconds of GLib's monotonic time, which is the steady clock's; -1: never.
+  /// In microseconds of GLib's monotonic time, which equals the steady clock's; -1: never.
   gint64 readyTime() const {
     if (tasks.with([](const Tasks& all) { return !all.waiting.empty(); })) return 0;
     const auto due = timers.nextDue();
@@ -66,7 +66,7 @@ struct MainLoop::State : std::enable_shared_from_this<State> {
   }
 
   void run() {
-    // Only what is there now: tasks that post tasks must not keep the rest of the loop waiting.
+    // Run only the tasks that wait now, so that tasks that post tasks do not starve the loop.
     auto count = tasks.with([](const Tasks& all) { return all.waiting.size(); });
     while (count-- > 0) {
       Task task = tasks.with([](Tasks& all) -> Task {
@@ -76,7 +76,7 @@ struct MainLoop::State : std::enable_shared_from_this<State> {
         return first;
       });
       if (!task) break;
-      task();  // a loop that it runs finds the tasks behind it: the source is still ready
+      task();  // may run a nested loop; the source is still ready, so the next tasks run there
     }
     timers.fireDue();
     rearm();
@@ -96,7 +96,7 @@ MainLoop::~MainLoop() {
     dropped->swap(all.waiting);
   });
   if (isMainThread() || dropped->empty()) return;
-  // What the tasks hold may belong to the main thread.
+  // The captures of tasks may have to be destroyed on the main thread.
   g_idle_add_once([](gpointer data) { delete static_cast<std::deque<Task>*>(data); },
                   dropped.release());
 }

@@ -8,10 +8,10 @@
 
 namespace kva {
 
-/// The main queue and the main thread's timers, on GLib's default main context. The thread that
-/// makes it is the main thread; tasks and timers run when that thread iterates the context, at
-/// default priority, also in a loop that one of them runs. When another thread destroys the queue,
-/// the main thread destroys the tasks that have not begun, as soon as it iterates the context.
+/// The main queue and the main thread's timers, on GLib's default main context. The constructing
+/// thread is the main thread. Tasks and timers run at default priority when that thread iterates
+/// the context, also in a nested loop. If another thread destroys the queue, the main thread
+/// destroys the pending tasks in its next iteration.
 class MainLoop final : public MainQueue {
  public:
   MainLoop();

@@ -15,11 +15,11 @@ struct Service {
   std::optional<std::string> carrier;
 };
 
-/// The bits of ModemManager's AccessTechnologies, the best first; a modem may report several.
+/// The best technology among the bits of ModemManager's AccessTechnologies.
 std::optional<Technology> technologyOf(std::uint32_t bits) {
   constexpr std::pair<std::uint32_t, Technology> kinds[] = {
       {1u << 15, Technology::other},                      // 5G
-      {1u << 14 | 1u << 16 | 1u << 17, Technology::lte},  // LTE, its forms for machines
+      {1u << 14 | 1u << 16 | 1u << 17, Technology::lte},  // LTE, LTE-M, NB-IoT
       {1u << 13, Technology::cdmaEVDORevB},               //
       {1u << 7 | 1u << 8 | 1u << 9, Technology::hsupa},   // HSUPA, HSPA, HSPA+
       {1u << 6, Technology::hsdpa},                       //
@@ -39,7 +39,7 @@ constexpr const char* kService = "org.freedesktop.ModemManager1";
 constexpr const char* kRoot = "/org/freedesktop/ModemManager1";
 constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
 
-/// The service that a modem gives, from the properties of its interfaces; nothing when it is not
+/// The service of a modem, from its interfaces and their properties; nothing if the modem is not
 /// registered with a network.
 std::optional<Service> serviceOf(GVariant* modem) {
   constexpr gint32 kRegistered = 8;
@@ -60,7 +60,7 @@ std::optional<Service> serviceOf(GVariant* modem) {
   return service;
 }
 
-/// The first that there is among all objects of the service.
+/// The service of the first registered modem among ModemManager's objects.
 Service serviceAmong(GVariant* objects) {
   GVariantIter each;
   g_variant_iter_init(&each, objects);
@@ -73,8 +73,8 @@ Service serviceAmong(GVariant* objects) {
 
 }  // namespace
 
-/// Asks for everything whenever something changed: GLib's own object manager can miss a change
-/// while it begins, and waits on the main thread for a service that appears.
+/// Reads all objects after each change. GLib's GDBusObjectManager can miss a change while it
+/// starts, and blocks the main thread when a service appears.
 struct ModemTelephony::State : std::enable_shared_from_this<State> {
   Guarded<Service> service;
   GObjectPtr<GDBusConnection> connection;
@@ -117,7 +117,7 @@ struct ModemTelephony::State : std::enable_shared_from_this<State> {
         }));
   }
 
-  /// `reply` is null when the service is not there.
+  /// `reply` is null if ModemManager does not run.
   void answered(GVariant* reply) {
     const GVariantPtr objects(reply ? g_variant_get_child_value(reply, 0) : nullptr);
     service.set(objects ? serviceAmong(objects.get()) : Service{});

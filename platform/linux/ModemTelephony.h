@@ -8,8 +8,9 @@
 
 namespace kva {
 
-/// What ModemManager says of the first modem that is registered with a network; nothing while it,
-/// or such a modem, is not there. Made and destroyed on the main thread.
+/// The service of the first modem that ModemManager reports as registered with a network. Values
+/// are absent while ModemManager does not run or no modem is registered. Construct and destroy it
+/// on the main thread; getters are thread-safe.
 class ModemTelephony final : public Telephony {
  public:
   explicit ModemTelephony(SystemBus& bus);

@@ -29,16 +29,16 @@ bool isLoopback(const std::string& hostname) {
 
 }  // namespace
 
-/// What one reference does with changes.
+/// The callback of one reference and the queue that it runs on.
 struct NetworkReachability::Watch {
-  struct Wish {
+  struct Registration {
     std::shared_ptr<std::function<void(std::uint32_t)>> changed;
     std::shared_ptr<SerialQueue> queue;
   };
-  Guarded<Wish> wish;
+  Guarded<Registration> registration;
 };
 
-/// The flags of the Internet, and the references that follow them.
+/// The flags of the Internet, and the references that watch them.
 struct NetworkReachability::Hub {
   struct Known {
     std::uint32_t flags = 0;
@@ -55,11 +55,11 @@ struct NetworkReachability::Hub {
     });
     for (const auto& weak : watches) {
       const auto watch = weak.lock();
-      const auto queue = watch ? watch->wish.get().queue : nullptr;
+      const auto queue = watch ? watch->registration.get().queue : nullptr;
       if (!queue) continue;
       queue->async([weak, flags] {
-        const auto listening = weak.lock();
-        const auto changed = listening ? listening->wish.get().changed : nullptr;
+        const auto alive = weak.lock();
+        const auto changed = alive ? alive->registration.get().changed : nullptr;
         if (changed) (*changed)(flags);
       });
     }
@@ -80,12 +80,12 @@ class NetworkReachability::Reference final : public ReachabilityReference {
   bool setCallback(std::function<void(std::uint32_t)> changed) override {
     auto shared = changed ? std::make_shared<std::function<void(std::uint32_t)>>(std::move(changed))
                           : nullptr;
-    // Swap, so the old callback is destroyed outside the guard.
-    watch_->wish.with([&](auto& wish) { std::swap(wish.changed, shared); });
+    // Swap, so the old callback is destroyed outside the lock.
+    watch_->registration.with([&](auto& now) { std::swap(now.changed, shared); });
     return true;
   }
   bool setDispatchQueue(std::shared_ptr<SerialQueue> queue) override {
-    watch_->wish.with([&](auto& wish) { std::swap(wish.queue, queue); });
+    watch_->registration.with([&](auto& now) { std::swap(now.queue, queue); });
     return true;
   }
   std::int32_t lastError() const override { return 0; }
@@ -96,7 +96,7 @@ class NetworkReachability::Reference final : public ReachabilityReference {
   std::shared_ptr<Watch> watch_ = std::make_shared<Watch>();
 };
 
-/// Keeps the hub's flags as the system has them. Main thread.
+/// Updates the hub's flags when the system's network changes. Main thread.
 class NetworkReachability::Monitor {
  public:
   Monitor(std::shared_ptr<Hub> hub, SystemBus& bus, std::function<void()> routesChanged)

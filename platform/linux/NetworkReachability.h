@@ -11,20 +11,20 @@ namespace kva {
 
 enum class ReachabilityPolicy {
   followSystem,
-  assumeReachable,  ///< for a server on this machine, which needs no network
+  assumeReachable,  ///< for a server on this machine
 };
 
-/// Reachability as the kernel's routes say it: the Internet is reachable when a route leads there
-/// over a link with a carrier. NetworkManager, where it runs, adds whether a captive portal asks
-/// for an intervention and whether the primary connection is a modem's (WWAN). The machine's own
-/// addresses are always reachable; every other target is as reachable as the Internet.
+/// Reachability from the kernel's routes: the Internet is reachable if a route leads there over a
+/// link with a carrier. NetworkManager, where it runs, reports a captive portal (intervention
+/// required) and a modem as the primary connection (WWAN). Loopback addresses are always reachable;
+/// all other targets have the flags of the Internet.
 ///
-/// Made and destroyed on the main thread, where changes arrive too. References are thread-safe
-/// and may outlive the service; then nothing changes any more.
+/// Construct and destroy it on the main thread, whose loop delivers changes. References are
+/// thread-safe and may outlive the service; their flags then stay constant.
 class NetworkReachability final : public ReachabilityService {
  public:
-  /// `routesChanged` is called after each change of the routes to the Internet, also where both
-  /// before and after there is one. Never under `assumeReachable`.
+  /// `routesChanged` is called on the main thread after each change of the routes to the Internet,
+  /// also when one route replaces another. It is never called under `assumeReachable`.
   NetworkReachability(ReachabilityPolicy policy, SystemBus& bus,
                       std::function<void()> routesChanged);
   ~NetworkReachability() override;

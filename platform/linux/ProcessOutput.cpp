@@ -19,7 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLongestWait(100);
 
-/// Keeps the SIGPIPE of this thread's writes from the host; one that was pending before stays.
+/// Discards the SIGPIPE that this thread's writes raise. A SIGPIPE that was pending before stays.
 class WithoutSigpipe {
  public:
   WithoutSigpipe() {
@@ -43,8 +43,8 @@ class WithoutSigpipe {
   bool wasPending_;
 };
 
-/// Standard output for the length of a line. A pipe or a terminal is opened anew, because a write
-/// must not block and the host's own description, which other processes may share, must not change.
+/// Opens standard output for one line. Writes must not block, so a pipe or a terminal is reopened
+/// with O_NONBLOCK: other processes may share the host's open file description.
 class Destination {
  public:
   Destination() {

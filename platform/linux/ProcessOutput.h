@@ -8,23 +8,22 @@
 
 namespace kva {
 
-/// Standard output, unbuffered. A closed pipe raises no SIGPIPE. A full one is waited for once, for
-/// 100 ms; after that lines are dropped at once until there is room again.
+/// Standard output, unbuffered. A closed pipe raises no SIGPIPE. The first write to a full pipe
+/// waits up to 100 ms; later lines are dropped at once until there is room again. Thread-safe.
 class ProcessOutput final : public LogOutput {
  public:
   void print(LogLevel level, std::string_view text) override;
 
  private:
   struct State {
-    bool isStalled = false;  ///< the last wait for room was in vain
-    bool isMidLine = false;  ///< the last line lacks its end
+    bool isStalled = false;  ///< the last wait for room timed out
+    bool isMidLine = false;  ///< the last line was cut
   };
   static void write(State& state, std::string_view text);
-  /// For one that always prints.
   Guarded<State> state_;
 };
 
-/// A function of the host's own.
+/// Passes lines to a function of the host, on the thread that logs.
 class CallbackOutput final : public LogOutput {
  public:
   using Callback = std::function<void(LogLevel level, const std::string& line)>;

@@ -57,7 +57,7 @@ Route readRoute(const nlmsghdr& message) {
   return route;
 }
 
-/// Asks for the route to one address. Looking it up sends nothing.
+/// Asks the kernel for the route to one address. The query sends no packet.
 std::optional<Route> routeTo(int netlink, int family, const char* destination) {
   struct {
     nlmsghdr header{};
@@ -96,7 +96,7 @@ std::vector<Route> routesToInternet() {
   const int netlink = openNetlink(0);
   if (netlink < 0) return {Route{}};
   std::vector<Route> routes;
-  // Addresses set aside for documentation: only a default route leads there.
+  // Addresses reserved for documentation: only a default route leads there.
   for (const auto& [family, address] :
        {std::pair{AF_INET, "203.0.113.1"}, {AF_INET6, "2001:db8:ffff::1"}})
     if (auto route = routeTo(netlink, family, address)) routes.push_back(*std::move(route));
@@ -124,9 +124,9 @@ RouteMonitor::~RouteMonitor() {
   if (messages_ >= 0) close(messages_);
 }
 
-/// A message says only that something changes. The kernel sends it before the change is complete,
-/// and sends none for the IPv4 routes that a link takes with it. So the routes are read again a
-/// moment later, once for a burst of messages.
+/// The kernel sends a message before the change is complete, and none for the IPv4 routes that
+/// disappear with a link. So this ignores the contents and reads the routes 50 ms later, once for a
+/// burst of messages.
 void RouteMonitor::drain() {
   constexpr unsigned kMillisecondsToSettle = 50;
   char bytes[4096];

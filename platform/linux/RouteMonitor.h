@@ -14,16 +14,16 @@ struct Route {
   bool operator==(const Route&) const = default;
 };
 
-/// One route for each address family that has a usable one: its link is up and has a carrier, and
-/// the packets have an address to come from. Any thread. Where the system refuses the question,
-/// one nameless route, because then only a request can find out.
+/// The usable routes, at most one for each address family: the link is up and has a carrier, and
+/// there is a source address. Thread-safe. If the system refuses the query, the result is one empty
+/// route, and a request finds out whether the network works.
 std::vector<Route> routesToInternet();
 
-/// Follows the routes to the Internet. Main thread; changes are noticed when its loop runs.
+/// Watches the routes to the Internet. Main thread; needs its loop to run.
 class RouteMonitor {
  public:
-  /// `changed` is called after a link, an address or a route came, changed or went such that the
-  /// routes differ.
+  /// `changed` is called on the main thread after a change of links, addresses or routes that
+  /// changes the result of `routesToInternet`.
   explicit RouteMonitor(std::function<void()> changed);
   ~RouteMonitor();
   RouteMonitor(const RouteMonitor&) = delete;

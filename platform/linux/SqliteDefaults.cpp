@@ -13,15 +13,15 @@ namespace kva {
 namespace {
 
 constexpr int kPagesToCheckpoint = 1000;
-/// A log that grows this long although it is being moved is moved by whoever writes.
+/// At this length of the log the writing thread runs the checkpoint itself.
 constexpr int kPagesToWaitAt = 16000;
 
 using Clock = SqliteStore::Clock;
-/// The longest wait for other processes when the file is opened.
+/// The limit for waiting for other processes while the file is opened.
 constexpr std::chrono::seconds kLongestWait(1);
 
-/// Holds the folder while a file in it is opened or set aside, so that of two processes that find
-/// a damaged file only one replaces it.
+/// Locks the folder while the file is opened or set aside, so that only one of two processes
+/// replaces a damaged file.
 class FolderLock {
  public:
   FolderLock(const std::filesystem::path& folder, Clock::time_point deadline)
@@ -45,15 +45,15 @@ class FolderLock {
   bool isHeldByAnother_ = false;
 };
 
-/// A FIFO, for one, which SQLite would wait on without end.
+/// True for example for a FIFO, on which SQLite would block without end.
 bool isNoFile(const std::filesystem::path& path) {
   std::error_code ignored;
   const auto status = std::filesystem::status(path, ignored);
   return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
-/// A lock on one byte of a file. Releasing it releases it for a child of the host too, which may
-/// hold a copy of the descriptor.
+/// A lock on one byte of a file. A child of the host may hold a copy of the descriptor, so the
+/// destructor unlocks explicitly.
 class ByteLock {
  public:
   ByteLock(const std::string& file, off_t byte)
@@ -67,7 +67,7 @@ class ByteLock {
   }
   ByteLock(const ByteLock&) = delete;
   ByteLock& operator=(const ByteLock&) = delete;
-  /// False as well where there can be no file: nobody shares a store that cannot be written.
+  /// Also false if the file cannot be created: nobody shares a store that cannot be written.
   bool isHeldElsewhere() const { return isHeldElsewhere_; }
 
  private:
@@ -92,7 +92,7 @@ bool isDamage(int result) {
 
 }  // namespace
 
-/// What one `edit` has set so far, over what could not be written before, over what is stored.
+/// The values during one `edit`: its own changes, then unsaved ones, then the stored ones.
 class SqliteDefaults::Edit final : public KeyedValues {
  public:
   explicit Edit(State& state) : store_(*state.store), changes(state.unsaved) {}
@@ -148,7 +148,7 @@ std::unique_ptr<SqliteStore> SqliteDefaults::openStore() {
     result = store->open(file_, Access::readWrite, deadline);
   }
   if (result == SQLITE_OK) return store;
-  // A file in use is not immutable.
+  // A file that another process uses is not immutable.
   if ((result & 0xff) == SQLITE_BUSY) return inMemory("another process locks it");
   store = std::make_unique<SqliteStore>();
   if (store->open(file_, Access::immutable, deadline) == SQLITE_OK) return store;
@@ -218,7 +218,7 @@ UserDefaults::Claim SqliteDefaults::claim(Task task) {
   return lock->isHeldElsewhere() ? nullptr : Claim(std::move(lock));
 }
 
-/// Says once that something could not be written.
+/// Logs the first failed write.
 void SqliteDefaults::complain(int result) {
   if (result == SQLITE_OK) return;
   if (state_.with([](State& state) { return std::exchange(state.complained, true); })) return;
@@ -226,7 +226,7 @@ void SqliteDefaults::complain(int result) {
        "). They are kept in memory.");
 }
 
-/// Under the guard, on the thread that wrote.
+/// Runs under the lock, on the thread that wrote.
 void SqliteDefaults::committed(State& state, int pagesInLog) {
   if (pagesInLog >= kPagesToWaitAt) {
     state.store->checkpoint();

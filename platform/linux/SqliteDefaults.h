@@ -14,19 +14,19 @@
 
 namespace kva {
 
-/// User defaults in a SQLite file, which several processes may use at a time. Only the file's
-/// owner can read it. A value survives the process being killed from the moment that `set`
-/// returns; a power cut may take the last ones, but leaves the file whole.
+/// User defaults in a SQLite file that several processes may use at the same time. Only the file's
+/// owner can read it. When `set` returns, the value survives SIGKILL. A power cut may lose the last
+/// values, but does not damage the file. Thread-safe.
 ///
-/// A file that is no database, or a damaged one, is renamed ("<name>.damaged-<time>") and a fresh
-/// one begun. While the file cannot be written, values stay in memory, and the next `set` tries
-/// again to write all of them. A file that could not be opened for writing, or that another process
-/// locked for a second, is not tried again; its values are changed in memory. A claim is a lock on
-/// a byte of an empty file beside it ("<name>-claims").
+/// A file that is damaged or is no database is renamed to "<name>.damaged-<time>", and a new one is
+/// created. If a write fails, the values stay in memory and the next `set` retries all of them. If
+/// the file cannot be opened for writing, or another process locks it for a second, it is not
+/// opened again and changes stay in memory. A claim is a lock on one byte of the empty file
+/// "<name>-claims".
 class SqliteDefaults final : public UserDefaults {
  public:
-  /// `log` is called, on whatever thread it happens, with one line when a file is set aside, and
-  /// with one when the file cannot be opened or values cannot be written for the first time.
+  /// `log` is called with one line when a file is renamed, and with one line the first time that
+  /// the file cannot be opened or written. It is called on the thread that found out.
   SqliteDefaults(std::filesystem::path file, std::function<void(std::string)> log);
 
   std::optional<Value> value(std::string_view key) const override;
@@ -44,7 +44,7 @@ class SqliteDefaults final : public UserDefaults {
     bool complained = false;
     bool checkpointing = false;
   };
-  /// Nothing, after a line in the log, when the file cannot be opened at all.
+  /// Null, after a line in the log, if the file cannot be opened at all.
   std::unique_ptr<SqliteStore> openStore();
   void setAside();
   void change(std::string_view key, std::optional<Value> value);
@@ -55,8 +55,8 @@ class SqliteDefaults final : public UserDefaults {
   const std::filesystem::path file_;
   const std::function<void(std::string)> log_;
   mutable Guarded<State> state_;
-  /// Moves the log of changes into the database, which waits for the disk, off the callers'
-  /// threads. Last, so that it ends first.
+  /// Runs checkpoints, which wait for the disk, off the callers' threads. Last member, so that it
+  /// is destroyed first.
   ThreadQueue checkpoints_{"kva-defaults"};
 };
 

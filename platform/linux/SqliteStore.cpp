@@ -10,11 +10,11 @@
 namespace kva {
 namespace {
 
-/// The stored numbers of the types; files of earlier launches hold them.
+/// The numbers that the file stores for types. They must not change.
 enum class StoredType { string = 0, bytes = 1, boolean = 2, integer = 3, real = 4 };
 
-/// Makes the file if it is missing, and it and its companions (log, index, claims) its owner's
-/// alone. SQLite gives new companions the mode that the file has.
+/// Creates the file if it is missing, and lets only its owner read it and its companions (log,
+/// index, claims). SQLite gives new companions the mode of the file.
 void preparePrivateFile(const std::filesystem::path& file) {
   const int made = ::open(file.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
   if (made >= 0) ::close(made);
@@ -26,8 +26,8 @@ void preparePrivateFile(const std::filesystem::path& file) {
   }
 }
 
-/// Called while another connection writes, with how often before. Looks again every millisecond,
-/// so that a busy process does not shut others out, and gives up after two seconds.
+/// A busy handler; `times` counts its earlier calls. It retries every millisecond, so that a
+/// process that writes much does not starve others, and gives up after two seconds.
 int waitForOthers(void*, int times) {
   constexpr int kMilliseconds = 2000;
   usleep(1000);
@@ -67,7 +67,7 @@ struct Binder {
   }
 };
 
-/// The value in the row that `statement` stands on: columns `type` and `value`.
+/// The value in the current row of `statement`: columns `type` and `value`.
 std::optional<UserDefaults::Value> valueOf(sqlite3_stmt* statement) {
   constexpr int column = 1;
   const int kind = sqlite3_column_type(statement, column);
@@ -91,13 +91,13 @@ std::optional<UserDefaults::Value> valueOf(sqlite3_stmt* statement) {
       break;
     case StoredType::real:
       if (kind == SQLITE_FLOAT) return sqlite3_column_double(statement, column);
-      if (kind == SQLITE_NULL) return std::nan("");  // SQLite has no other way to keep it
+      if (kind == SQLITE_NULL) return std::nan("");  // SQLite stores NaN as NULL
       break;
   }
   return std::nullopt;
 }
 
-/// A busy handler: one limit for all statements together.
+/// A busy handler with one deadline for all statements.
 int retryUntil(void* deadline, int) {
   if (SqliteStore::Clock::now() >= *static_cast<SqliteStore::Clock::time_point*>(deadline))
     return 0;
@@ -105,7 +105,7 @@ int retryUntil(void* deadline, int) {
   return 1;
 }
 
-/// Runs a statement that answers with no rows.
+/// Runs a statement that returns no rows.
 int run(sqlite3_stmt* statement) {
   if (!statement) return SQLITE_READONLY;
   const int result = sqlite3_step(statement);

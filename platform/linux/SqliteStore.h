@@ -17,35 +17,34 @@
 
 namespace kva {
 
-/// One connection to a file of defaults, with its prepared statements. One thread at a time.
-/// Results are SQLite's codes. A store that could not be opened holds nothing and takes nothing.
+/// One connection to a file of defaults, with its prepared statements. Not thread-safe. Results are
+/// SQLite's codes. If `open` fails, reads return nothing and writes fail.
 class SqliteStore {
  public:
   using Value = UserDefaults::Value;
   using Changes = std::map<std::string, std::optional<Value>, std::less<>>;
 
   enum class Access {
-    readWrite,  ///< makes the file, its folder and its table when they are missing
-    immutable,  ///< for media that cannot be written: reads the file alone, without its log
+    readWrite,  ///< creates the file, its folder and its table if they are missing
+    immutable,  ///< for read-only media: reads the file without its log
   };
   using Clock = std::chrono::steady_clock;
-  /// Before anything else, once. Waits for the locks of other processes until `deadline`.
+  /// Call it once, first. Waits for the locks of other processes until `deadline`.
   int open(const std::filesystem::path& file, Access access, Clock::time_point deadline);
 
   bool isWritable() const { return begin_ != nullptr; }
   std::optional<Value> read(std::string_view key);
-  /// All of them or none.
+  /// Writes all changes or none.
   int write(const Changes& changes);
-  /// Writes what `decide` returns, all or nothing. No other connection writes from before `decide`
-  /// runs until its changes are there.
+  /// Writes all changes that `decide` returns, or none. It locks out other writers before it calls
+  /// `decide`, until the changes are committed.
   int edit(const std::function<const Changes&()>& decide);
-  /// Differs from an earlier answer once another connection has written since, or something could
-  /// not be read.
+  /// A number that changes when another connection has written, or when a read failed.
   std::uint64_t foreignChanges();
 
-  /// Calls `committed` after each commit with the number of pages that wait in the log.
+  /// Calls `committed` after each commit, with the number of pages in the log.
   void setCommitHook(std::function<void(int pages)> committed);
-  /// Moves what can be moved from the log to the file; waits for the disk, but for nobody else.
+  /// Moves pages from the log to the file. Waits for the disk, but not for other connections.
   void checkpoint();
 
  private:

@@ -9,16 +9,17 @@
 
 #include "platform/linux/GlibSupport.h"
 
-// Everything in this file lives on the main thread.
+// Everything in this file is used on the main thread.
 namespace kva {
 
-/// The system's message bus, where there is one. A connection of the SDK's own, so that the bus
-/// going away does not end the host; made in the background, also when this value is gone before.
+/// The system's message bus, if there is one. The SDK opens a private connection, because the
+/// shared one ends the process when the bus goes away. It connects in the background; this value
+/// may be destroyed before.
 class SystemBus {
  public:
   SystemBus();
-  /// `use` runs once, in an iteration of the main loop, if there is a bus. To be asked before the
-  /// loop's next iteration.
+  /// Calls `use` once, from the main loop, if there is a bus. Call it before the loop's next
+  /// iteration.
   void whenConnected(std::function<void(GDBusConnection*)> use);
 
  private:
@@ -26,26 +27,26 @@ class SystemBus {
   std::shared_ptr<Waiting> waiting_ = std::make_shared<Waiting>();
 };
 
-/// One interface of one object of a system service, followed as the service comes, changes and
-/// goes. Never starts the service.
+/// One interface of one object of a system service. Follows the service when it starts, changes or
+/// exits, and never starts it.
 class BusObject {
  public:
-  /// Static texts.
+  /// The texts must be static.
   struct Target {
     const char* service;
     const char* path;
     const char* interface;
   };
-  /// `changed` is called when the service came or went, and when a property changed.
+  /// `changed` is called when the service starts or exits, and when a property changes.
   BusObject(SystemBus& bus, Target target, std::function<void()> changed);
 
-  /// Whether the service is there.
+  /// Whether the service runs.
   bool isPresent() const;
-  /// A property that holds text; nothing when the service is not there.
+  /// A string property; nothing if the service does not run or has no such property.
   std::optional<std::string> text(const char* property) const;
-  /// Likewise one that holds an unsigned number of 32 bits.
+  /// The same for a property of type uint32.
   std::optional<std::uint32_t> number(const char* property) const;
-  /// Calls a method without arguments and does not wait for the answer.
+  /// Calls a method without arguments and ignores the reply.
   void call(const char* method);
 
  private:

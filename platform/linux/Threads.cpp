@@ -14,7 +14,7 @@ bool isMainThread() { return gettid() == getpid(); }
 
 namespace {
 
-/// Blocks what a new thread must not take. A thread inherits the mask of its creator.
+/// Blocks all signals but those of faults. A new thread inherits the mask of its creator.
 class SignalMask {
  public:
   SignalMask() {

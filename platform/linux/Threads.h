@@ -11,16 +11,15 @@
 
 namespace kva {
 
-/// Whether the process's first thread calls.
+/// Whether the caller is the process's first thread.
 bool isMainThread();
 
-/// A thread of the SDK's own, named for debuggers. It blocks the signals that are sent to the
-/// process, which are the host's. Those that a fault raises stay open, for crash reporters.
-/// Throws std::system_error if the system refuses the thread.
+/// Starts a thread with a name for debuggers. It blocks the signals that are sent to the process,
+/// so that the host's threads handle them. It does not block the signals of faults, so that crash
+/// reporters work. Throws std::system_error if the system refuses the thread.
 std::thread startThread(const std::string& name, std::function<void()> run);
 
-/// Counts permits; a thread that waits for one sleeps. (The standard library's own can sleep
-/// through a release in the version that this code is built with.)
+/// A counting semaphore. (std::counting_semaphore of g++ 12 can miss a release.)
 class Semaphore {
  public:
   Semaphore() { sem_init(&semaphore_, 0, 0); }
@@ -37,11 +36,11 @@ class Semaphore {
   sem_t semaphore_;
 };
 
-/// A serial queue with a thread that lives as long as the queue.
+/// A serial queue with one thread, which ends with the queue.
 class ThreadQueue final : public SerialQueue {
  public:
   explicit ThreadQueue(const std::string& label);
-  /// Waits for the task that runs, unless that task is the one that lets the queue go.
+  /// Waits for the running task, unless that task destroys the queue. Pending tasks are dropped.
   ~ThreadQueue() override;
 
   void async(Task task) override;

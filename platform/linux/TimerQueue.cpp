@@ -17,7 +17,7 @@ struct Entry {
   Key key;
   Duration period{};  ///< zero: fires once
   std::move_only_function<void()> fire;
-  bool dropped = false;  ///< guarded by the queue
+  bool cancelled = false;  ///< guarded by the queue's lock
 };
 
 struct Entries {
@@ -55,18 +55,18 @@ Timer TimerQueue::schedule(double seconds, Repeats repeats, std::move_only_funct
   });
   if (!added) return {};
   rescheduled_();
-  // The handle knows its timer weakly: what the callback holds goes when it has fired for the last
-  // time, and never under the guard.
-  auto drop = [state = std::weak_ptr(state_), entry = std::weak_ptr(entry)](void*) {
+  // The handle holds its timer weakly, so the callback is destroyed after the last firing, and
+  // never under the lock.
+  auto cancel = [state = std::weak_ptr(state_), entry = std::weak_ptr(entry)](void*) {
     auto queue = state.lock();
     auto timer = entry.lock();
     if (!queue || !timer) return;
     queue->entries.with([&](Entries& entries) {
-      timer->dropped = true;
+      timer->cancelled = true;
       entries.waiting.erase(timer->key);
     });
   };
-  return Timer(std::shared_ptr<void>(entry.get(), std::move(drop)));
+  return Timer(std::shared_ptr<void>(entry.get(), std::move(cancel)));
 }
 
 std::optional<Time> TimerQueue::nextDue() const {
@@ -77,7 +77,7 @@ std::optional<Time> TimerQueue::nextDue() const {
 }
 
 void TimerQueue::fireDue() {
-  const auto state = state_;  // a callback may end the loop that owns this queue
+  const auto state = state_;  // a callback may destroy the loop that owns this queue
   const auto now = std::chrono::steady_clock::now();
   for (;;) {
     auto entry = state->entries.with([&](Entries& entries) -> std::shared_ptr<Entry> {
@@ -90,9 +90,9 @@ void TimerQueue::fireDue() {
     if (!entry) return;
     entry->fire();
     if (entry->period == Duration::zero()) continue;
-    // Back in only now, so that a loop that the callback runs cannot enter it a second time.
+    // Reinsert it after the callback, so that a nested loop does not fire it again.
     state->entries.with([&](Entries& entries) {
-      if (entry->dropped || entries.closed) return;
+      if (entry->cancelled || entries.closed) return;
       const auto late = std::chrono::steady_clock::now() - entry->key.first;
       entry->key.first += entry->period * (late / entry->period + 1);
       entries.waiting.emplace(entry->key, entry);
@@ -101,9 +101,9 @@ void TimerQueue::fireDue() {
 }
 
 void TimerQueue::close() {
-  auto silenced = state_->entries.with([](Entries& entries) {
+  auto cancelled = state_->entries.with([](Entries& entries) {
     entries.closed = true;
-    for (auto& [key, entry] : entries.waiting) entry->dropped = true;
+    for (auto& [key, entry] : entries.waiting) entry->cancelled = true;
     return std::exchange(entries.waiting, {});
   });
 }

@@ -9,21 +9,21 @@
 
 namespace kva {
 
-/// The timers of one loop. Scheduling and dropping handles: any thread. The loop that owns the
-/// queue sleeps until `nextDue` and then calls `fireDue`.
+/// The timers of one loop. The loop that owns the queue sleeps until `nextDue` and then calls
+/// `fireDue`. Any thread may schedule timers and destroy their handles.
 class TimerQueue {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// `rescheduled` is called on the scheduling thread when a timer was added.
+  /// `rescheduled` is called on the scheduling thread after a timer was added.
   explicit TimerQueue(std::function<void()> rescheduled);
 
-  /// See RunLoop::schedule. On a closed queue the timer never fires.
+  /// See RunLoop::schedule. After `close` the timer never fires.
   Timer schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire);
   std::optional<Time> nextDue() const;
-  /// The loop's thread only. Timers that are due run one after the other, the earliest first.
+  /// Fires the due timers, the earliest first. Loop's thread only.
   void fireDue();
-  /// Silences every timer, for good.
+  /// Cancels all timers.
   void close();
 
  private:

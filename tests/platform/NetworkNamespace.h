@@ -13,8 +13,8 @@ inline bool ip(const std::string& arguments) {
   return std::system(("ip " + arguments + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// For tests that only make sense in a network namespace with nothing but its loopback: true there.
-/// Elsewhere it runs the test that calls it again, in a process of its own in such a namespace.
+/// True in a network namespace that has only its loopback. Elsewhere, runs the calling test again
+/// in a new process in such a namespace, and returns false.
 inline bool isInNamespaceOfItsOwn() {
   if (std::getenv("KELVARA_TEST_NAMESPACE")) return true;
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();

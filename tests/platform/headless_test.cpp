@@ -1,8 +1,4 @@
-// The headless views keep the promises of the view ports; and what that platform offers a test
-// beyond them.
-#include <string>
-#include <vector>
-
+// The contracts of the view ports on the headless platform.
 #include <platform/contract/ViewContract.h>
 #include <platform/contract/WebViewContract.h>
 #include <platform/headless/Headless.h>
@@ -55,50 +51,6 @@ struct Page : Stage {
   static inline const URLSession::Outcome refused_ = failure(URLError::cannotConnectToHost);
 };
 INSTANTIATE_TYPED_TEST_SUITE_P(Headless, WebViewContract, Page);
-
-TEST(VirtualTime, RunsWhatIsDueInOneOrderWhateverTheUserSetsTheClockTo) {
-  headless::Headless h;
-  const Platform platform = h.platform();
-  std::vector<std::string> order;
-  h.server.reply("/late", "", 0.3);
-  for (const auto* path : {"/late", "/unknown"})
-    platform.urlSession->send(
-        {.url = *URL::parse(h.apiBases.sandbox + path), .headers = {}, .body = {}},
-        [&, path](URLSession::Outcome outcome) {
-          order.push_back(path + std::string(outcome.error ? " failed" : ""));
-        });
-  platform.mainQueue->async([&] { order.push_back("main"); });
-  auto tick = platform.runLoop->schedule(0.2, Repeats::yes, [&] {
-    order.push_back("tick");
-    platform.mainQueue->async([&] { order.push_back("after tick"); });
-  });
-  h.time.run();
-  EXPECT_EQ(order, (std::vector<std::string>{"/unknown failed", "main"}));
-  order.clear();
-  h.time.setNow(1'000'000);
-  for (int i = 0; i < 4; ++i) h.time.advance(0.1);
-  EXPECT_EQ(order, (std::vector<std::string>{"tick", "after tick", "/late", "tick", "after tick"}));
-  EXPECT_DOUBLE_EQ(h.time.now(), 1'000'000.4);
-}
-
-TEST(Headless, TapsWhatIsShownAlone) {
-  headless::Headless h;
-  auto& app = h.application;
-  auto window = app.makeWindow();
-  int tapped = 0;
-  auto button = app.makeButton();
-  button->setAction([&] { ++tapped; });
-  EXPECT_FALSE(window->tap(button->view())) << "in no window";
-  window->view()->addSubview(button->view(), Layout::frame({10, 10, 60, 60}));
-  EXPECT_TRUE(window->tap(button->view()));
-  auto cover = app.makeView({});
-  window->view()->addSubview(cover, Layout::edges(Layout::Area::plain));
-  EXPECT_FALSE(window->tap(button->view())) << "covered";
-  EXPECT_TRUE(window->activate(button)) << "a key reaches what a finger does not";
-  EXPECT_EQ(tapped, 2);
-  button->view()->setHidden(true);
-  EXPECT_FALSE(window->activate(button));
-}
 
 }  // namespace
 }  // namespace kva::test

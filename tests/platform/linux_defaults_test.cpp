@@ -1,4 +1,4 @@
-// The stored settings among other processes, in damaged files and where nothing can be written.
+// User defaults shared with other processes, in damaged files, and on media that refuse writes.
 #include <platform/linux/SqliteDefaults.h>
 
 #include <fstream>
@@ -28,7 +28,7 @@ struct LinuxDefaults : testing::Test {
     return {std::istreambuf_iterator(stream), {}};
   }
 
-  /// Runs `body` in a process of its own, whose exit status is how many of its checks failed.
+  /// Runs `body` in a child process. Its exit status is the number of failed checks.
   static pid_t inProcess(const std::function<int()>& body) {
     const pid_t child = fork();
     if (child == 0) _exit(std::min(body(), 70));
@@ -39,7 +39,8 @@ struct LinuxDefaults : testing::Test {
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  /// The same where `folder` is mounted by `mounts`, which needs a namespace of its own.
+  /// Runs `body` in a child process with its own mount namespace, after `mounts`. Expects no failed
+  /// check.
   void expectWhereMounted(const std::function<bool()>& mounts, const std::function<int()>& body) {
     const int status = statusOf(inProcess([&] {
       const bool left = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
@@ -56,34 +57,7 @@ struct LinuxDefaults : testing::Test {
   std::atomic<int> lines{0};
 };
 
-TEST_F(LinuxDefaults, TwoProcessesOnOneFile) {
-  constexpr int kRounds = 300;
-  // Neither waits for the other to have made the file.
-  const auto hammer = [&](const std::string& own) {
-    int failures = 0;
-    SqliteDefaults store(file, [&](const std::string&) { ++failures; });
-    for (std::size_t round = 0; round < kRounds; ++round) {
-      const std::string text(round * 50, own.front());
-      store.set(own, text);
-      store.set("common", text);
-      const auto common = store.get<std::string>("common");
-      if (!common || common->find_first_not_of(common->substr(0, 1)) != std::string::npos)
-        ++failures;
-      if (store.get<std::string>(own) != text) ++failures;
-    }
-    return failures;
-  };
-  const pid_t first = inProcess([&] { return hammer("a"); });
-  const pid_t second = inProcess([&] { return hammer("b"); });
-  EXPECT_EQ(statusOf(first), 0);
-  EXPECT_EQ(statusOf(second), 0);
-  auto store = open(file);
-  for (const char* own : {"a", "b"})
-    EXPECT_EQ(store->get<std::string>(own), std::string((kRounds - 1) * 50, *own));
-  EXPECT_EQ(lines, 0);
-}
-
-TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNothingOnceKilled) {
+TEST_F(LinuxDefaults, EditsTimeOutWhileAnotherProcessEditsAndSucceedOnceItIsKilled) {
   int pipes[2];
   ASSERT_EQ(pipe(pipes), 0);
   const pid_t holder = inProcess([&] {
@@ -103,7 +77,7 @@ TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNoth
   const auto begun = std::chrono::steady_clock::now();
   EXPECT_FALSE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(20));
-  EXPECT_FALSE(store->value("edited")) << "the editor keeps its change and makes it again";
+  EXPECT_FALSE(store->value("edited")) << "a failed edit changes nothing";
   EXPECT_EQ(lines, 1);
   kill(holder, SIGKILL);
   EXPECT_EQ(statusOf(holder), -1);
@@ -114,7 +88,7 @@ TEST_F(LinuxDefaults, AProcessThatHoldsTheStoreIsWaitedForTwoSecondsAndHoldsNoth
   for (const int end : pipes) close(end);
 }
 
-TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
+TEST_F(LinuxDefaults, RenamesADamagedFileAndLogsItOnce) {
   open(file)->set("large", std::string(200'000, 'x'));
   std::string damaged = contentsOf(file);
   damaged.replace(4096, 8192, std::string(8192, '\x5a'));
@@ -122,12 +96,12 @@ TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
     fs::remove_all(file.parent_path());
     fs::create_directory(file.parent_path());
     std::ofstream(file, std::ios::binary) << contents;
-    // Two processes find it at a time; one of them replaces it.
+    // Two processes open it at the same time; only one replaces it.
     const auto begin = [&](const char* own) {
-      int told = 0;
-      SqliteDefaults store(file, [&](const std::string&) { ++told; });
+      int logged = 0;
+      SqliteDefaults store(file, [&](const std::string&) { ++logged; });
       store.set(own, true);
-      return told;
+      return logged;
     };
     const pid_t first = inProcess([&] { return begin("first"); });
     const pid_t second = inProcess([&] { return begin("second"); });
@@ -145,12 +119,12 @@ TEST_F(LinuxDefaults, SetsAsideWhatIsDamagedOrNoDatabaseAndSaysSoOnce) {
   }
 }
 
-TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
+TEST_F(LinuxDefaults, StayInMemoryIfTheFileCannotBeOpened) {
   const auto noFolder = folder.path / "a file";
   std::ofstream(noFolder) << "not a folder";
   const auto fifo = folder.path / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  // Another process is as good as another description or connection of this one.
+  // Another descriptor or connection stands for another process.
   fs::create_directories(folder.path / "locked");
   const int lock = ::open((folder.path / "locked").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
@@ -180,7 +154,7 @@ TEST_F(LinuxDefaults, StayInMemoryWhereNoFileCanBe) {
   close(lock);
 }
 
-TEST_F(LinuxDefaults, ReadsOnMediaThatCannotBeWritten) {
+TEST_F(LinuxDefaults, ReadsFromReadOnlyMedia) {
   open(file)->set("stored", std::string("before"));
   const char* path = folder.path.c_str();
   expectWhereMounted(
@@ -199,19 +173,18 @@ TEST_F(LinuxDefaults, ReadsOnMediaThatCannotBeWritten) {
   EXPECT_EQ(open(file)->get<std::string>("stored"), "before");
 }
 
-TEST_F(LinuxDefaults, CatchUpWhenAFullDiskHasRoomAgain) {
+TEST_F(LinuxDefaults, WriteUnsavedValuesWhenAFullDiskHasRoomAgain) {
   expectWhereMounted(
       [&] { return mount("tmpfs", folder.path.c_str(), "tmpfs", 0, "size=512k") == 0; },
       [&] {
         auto store = open(file);
         store->set("small", true);
         const auto ballast = folder.path / "ballast";
-        std::ofstream(ballast) << std::string(1 << 20, 'b');  // as much as there is room for
+        std::ofstream(ballast) << std::string(1 << 20, 'b');  // fills the disk
         const std::string large(60'000, 'l');
         store->set("large", large);
         int failures = store->get<std::string>("large") != large;
         failures += lines != 1;
-        // Another process does not see it yet, then it does.
         failures += open(file)->get<std::string>("large").has_value();
         fs::remove(ballast);
         store->set("small", false);
@@ -222,16 +195,15 @@ TEST_F(LinuxDefaults, CatchUpWhenAFullDiskHasRoomAgain) {
       });
 }
 
-TEST_F(LinuxDefaults, TheLogOfChangesDoesNotGrowForEver) {
+TEST_F(LinuxDefaults, CheckpointsLimitTheLogOfChanges) {
   auto store = open(file);
   for (int i = 0; i < 3000; ++i)
     store->set("key", std::string(20'000, static_cast<char>('a' + i % 26)));
-  // 60 MB went through it.
   EXPECT_LT(fs::file_size(file.native() + "-wal"), 70U << 20);
   EXPECT_TRUE(spinMainLoopUntil([&] {
     store->set("key", std::string(20'000, 'z'));
     return fs::file_size(file) > 20'000;
-  })) << "nothing is moved to the database while it is open";
+  })) << "no checkpoint while the store is open";
 }
 
 }  // namespace

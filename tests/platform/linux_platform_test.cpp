@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The names of this process's threads, without GLib's own, which stay.
+/// The names of this process's threads, without GLib's, which do not end.
 std::multiset<std::string> threadsOfTheSdk() {
   std::multiset<std::string> names;
   for (const auto& task : fs::directory_iterator("/proc/self/task")) {
@@ -30,25 +30,19 @@ std::multiset<std::string> threadsOfTheSdk() {
   return names;
 }
 
-TEST(LinuxPlatform, StandsWithoutAMainLoopAndLeavesNoThread) {
+TEST(LinuxPlatform, StartsWithoutAMainLoopAndLeavesNoThread) {
   TemporaryFolder folder;
   const auto before = threadsOfTheSdk();
   for (int life = 0; life < 2; ++life) {
-    auto platform = makeLinuxPlatform({.bundleId = "org.example.app",
-                                       .appVersion = {},
-                                       .mainBundle = {},
-                                       .userDefaults = folder.path / "defaults.sqlite",
-                                       .apiBases = {},
-                                       .advertisingIdentifier = {}});
+    auto platform = launchPlatform(folder);
     auto& ports = platform.ports;
     EXPECT_NE(threadsOfTheSdk(), before);
     EXPECT_EQ(ports.mainBundle->resourceFolders().front(),
               fs::read_symlink("/proc/self/exe").parent_path());
     std::atomic<bool> answered{false};
     auto timer = ports.runLoop->schedule(0.01, Repeats::yes, [] {});
-    ports.mainQueue->async([] { ADD_FAILURE() << "there is no loop that could run this"; });
-    ports.urlSession->send({.url = refusingUrl(), .headers = {}, .body = {}},
-                           [&](URLSession::Outcome) { answered = true; });
+    ports.mainQueue->async([] { ADD_FAILURE() << "ran without a loop"; });
+    ports.urlSession->send(get(refusingUrl()), [&](URLSession::Outcome) { answered = true; });
     platform = {};
     EXPECT_TRUE(answered);
     EXPECT_EQ(threadsOfTheSdk(), before);
@@ -86,7 +80,7 @@ TEST(LinuxPlatform, ReadsTheLanguagesOfTheEnvironment) {
   }
 }
 
-TEST(LinuxPlatform, HandsOutAnIdentifierOnlyIfItIsOne) {
+TEST(LinuxPlatform, WithholdsAnIdentifierThatIsNoUUID) {
   const HostIdentifiers good("6d92078a-8246-4ba4-ae5b-76104861e7dc", true);
   const HostIdentifiers bad("not an identifier", false);
   EXPECT_EQ(good.advertisingIdentifier(), "6D92078A-8246-4BA4-AE5B-76104861E7DC");
@@ -96,7 +90,7 @@ TEST(LinuxPlatform, HandsOutAnIdentifierOnlyIfItIsOne) {
   EXPECT_NE(bad.trackingAuthorizationStatus(), Status::authorized);
 }
 
-/// Prints to a pipe or a pair of sockets in place of standard output.
+/// Prints to a pipe or a socket pair instead of standard output.
 struct LogLines : testing::Test {
   void open(bool isSocket, int pipeFlags = 0) {
     ASSERT_EQ(isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)
@@ -114,18 +108,17 @@ struct LogLines : testing::Test {
     dup2(before, STDOUT_FILENO);
     close(before);
   }
-  /// What can be read at once; with a limit, from a pipe of packets, the first one.
-  std::string arrived(std::size_t limit = 1 << 20) {
-    std::string text(limit, 0);
+  /// What can be read without waiting.
+  std::string arrived() {
+    std::string text;
     pollfd waiting{.fd = ends[0], .events = POLLIN, .revents = 0};
-    std::size_t size = 0;
-    while (size < limit && poll(&waiting, 1, 0) > 0) {
-      const ssize_t count = read(ends[0], text.data() + size, limit - size);
-      if (count <= 0) break;
-      size += static_cast<std::size_t>(count);
-      if (limit < 100) break;
-    }
-    text.resize(size);
+    while (poll(&waiting, 1, 0) > 0) text += packet();
+    return text;
+  }
+  /// The result of one read.
+  std::string packet() {
+    std::string text(4096, 0);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(read(ends[0], text.data(), 4096), 0)));
     return text;
   }
 
@@ -134,14 +127,14 @@ struct LogLines : testing::Test {
 };
 
 TEST_F(LogLines, AreOneWriteEach) {
-  open(false, O_DIRECT);  // a pipe in this mode hands out each write by itself
+  open(false, O_DIRECT);  // such a pipe returns one write for each read
   print("a line");
   print("another");
-  EXPECT_EQ(arrived(99), "a line\n");
-  EXPECT_EQ(arrived(99), "another\n");
+  EXPECT_EQ(packet(), "a line\n");
+  EXPECT_EQ(packet(), "another\n");
 }
 
-TEST_F(LogLines, NeitherStopNorHoldUpTheHostWhenNobodyReads) {
+TEST_F(LogLines, DoNotBlockOrEndTheHostWhenNobodyReads) {
   for (const bool isSocket : {false, true}) {
     open(isSocket);
     const std::string large(1 << 20, 'x');  // more than a pipe or a socket holds
@@ -156,7 +149,7 @@ TEST_F(LogLines, NeitherStopNorHoldUpTheHostWhenNobodyReads) {
     EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "the host's output has changed";
 
     close(std::exchange(ends[0], -1));
-    print("to nobody");  // a SIGPIPE ends this process
+    print("no reader");  // a SIGPIPE would end this process
     close(std::exchange(ends[1], -1));
   }
 }

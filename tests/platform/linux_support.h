@@ -19,11 +19,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <Kelvara/base/URL.h>
+#include <platform/linux/LinuxPlatform.h>
 
 namespace kva::test {
 
-/// Turns the main context until `done`; false after half a minute.
+/// Iterates the main context until `done`; false after 30 seconds.
 inline bool spinMainLoopUntil(const std::function<bool()>& done) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!done()) {
@@ -48,10 +48,10 @@ struct TemporaryFolder {
   std::filesystem::path path;
 };
 
-/// What a child that this process starts has open, the standard streams aside.
+/// The files that a child process inherits, without the standard streams.
 inline std::multiset<std::string> descriptorsOfAChild() {
   std::multiset<std::string> open;
-  int kept[2];  // closed with this process's end: the child lives until it was looked at
+  int kept[2];  // the child reads from it, so it runs until this end is closed
   EXPECT_EQ(pipe2(kept, O_CLOEXEC), 0);
   const pid_t child = fork();
   if (child == 0) {
@@ -74,7 +74,7 @@ inline std::multiset<std::string> descriptorsOfAChild() {
 struct Certificate {
   std::filesystem::path file, key;
 };
-/// For 127.0.0.1, signed by itself; nothing without the openssl command.
+/// A self-signed certificate for 127.0.0.1; nothing without the openssl command.
 inline std::optional<Certificate> makeCertificate(const TemporaryFolder& folder) {
   Certificate made{folder.path / "cert.pem", folder.path / "key.pem"};
   const std::string command =
@@ -84,6 +84,26 @@ inline std::optional<Certificate> makeCertificate(const TemporaryFolder& folder)
       made.key.native() + " -out " + made.file.native() + " 2>/dev/null";
   if (std::system(command.c_str()) != 0) return std::nullopt;
   return made;
+}
+
+/// The Linux platform with its settings in `folder`.
+inline LinuxPlatform launchPlatform(const TemporaryFolder& folder) {
+  return makeLinuxPlatform({.bundleId = "org.example.host",
+                            .appVersion = "3.2.1",
+                            .mainBundle = {},
+                            .userDefaults = folder.path / "defaults.sqlite",
+                            .apiBases = {},
+                            .advertisingIdentifier = {}});
+}
+
+inline URLRequest get(URL url, double timeout = 60) {
+  return {.url = std::move(url), .headers = {}, .body = {}, .timeout = timeout};
+}
+inline URLRequest post(URL url, std::string_view body) {
+  return {.url = std::move(url),
+          .method = "POST",
+          .headers = {{"Content-Type", "application/octet-stream"}},
+          .body = toBytes(body)};
 }
 
 /// A socket on a free port of 127.0.0.1.
@@ -105,13 +125,13 @@ struct LoopbackSocket {
   sockaddr_in address{};
 };
 
-/// A port that nobody listens on, kept for this process.
+/// An address that refuses connections: its port is bound and does not listen.
 inline URL refusingUrl() {
-  static const LoopbackSocket unheard;
-  return unheard.url();
+  static const LoopbackSocket refusing;
+  return refusing.url();
 }
 
-/// An HTTP server with the answers that the contract asks for; tests add their own.
+/// An HTTP server with the paths that the session's contract needs; tests add their own.
 class LoopbackServer {
  public:
   using Prepare = std::function<void(httplib::Server&)>;
@@ -133,9 +153,9 @@ class LoopbackServer {
     int listening = -1;
     server_.set_socket_options([&](socket_t fd) { listening = fd; });
     port_ = server_.bind_to_any_port("127.0.0.1");
-    listen(listening, 1024);  // its own queue of five would drop a burst of connections
+    listen(listening, 1024);  // httplib's queue of five drops a burst of connections
     thread_ = std::thread([this] { server_.listen_after_bind(); });
-    listen(silent_.fd, 64);  // the kernel accepts, and nobody ever answers
+    listen(silent_.fd, 64);  // the kernel accepts connections, and nothing answers
   }
   ~LoopbackServer() {
     while (!server_.is_running()) std::this_thread::yield();

@@ -15,9 +15,9 @@
 
 namespace kva::test {
 
-// What the ports' contracts run against, one for each platform. Its server answers "/ok" with "ok",
-// "/echo" with the body it is sent, "/empty" with an empty body, "/error" with status 500 and
-// "broken", and "/never" not at all; on the port of "/refused" nobody listens.
+// The platforms that the ports' contracts run on. The server answers "/ok" with "ok", "/echo" with
+// the request's body, "/empty" with an empty body, and "/error" with status 500 and "broken". It
+// never answers "/never". The port of "/refused" refuses connections.
 
 struct Headless {
   static constexpr const char* kName = "Headless";
@@ -32,19 +32,19 @@ struct Headless {
   }
   URL url(const std::string& path) { return *URL::parse(h.apiBases.production + path); }
   bool spinUntil(const std::function<bool()>& done) { return h.time.runUntil(done); }
-  /// Time passes, and the loop does not turn.
+  /// Time passes while the loop is blocked.
   void holdUp(double seconds) { h.time.stall(seconds); }
   /// The process ends and starts again.
   void restart() {
     ports.urlSession->invalidate();
     ports = h.platform();
   }
-  /// The user defaults as another process of the application has them.
+  /// The user defaults of another process of the application.
   std::shared_ptr<UserDefaults> defaultsElsewhere() {
     return std::make_shared<headless::MemoryUserDefaults>(h.defaults);
   }
   static bool canChangeTheNetwork() { return true; }
-  /// The way to the internet comes and goes.
+  /// Adds or removes the route to the Internet.
   bool setReachable(bool reachable) {
     h.reachability.setFlags(reachable ? headless::HeadlessReachability::kReachable : 0);
     return true;
@@ -65,7 +65,7 @@ struct Linux {
   }
   void restart() {
     ports = {};
-    ports = launch();
+    ports = launchPlatform(folder).ports;
   }
   std::shared_ptr<UserDefaults> defaultsElsewhere() {
     return std::make_shared<SqliteDefaults>(folder.path / "defaults.sqlite",
@@ -79,22 +79,13 @@ struct Linux {
                                  ip("addr add 192.0.2.2/24 dev kva0") && ip("link set kva1 up"));
     return made && ip("link set kva0 up") && ip("route add default via 192.0.2.1 dev kva0");
   }
-  Platform launch() {
-    return makeLinuxPlatform({.bundleId = "org.example.host",
-                              .appVersion = "3.2.1",
-                              .mainBundle = {},
-                              .userDefaults = folder.path / "defaults.sqlite",
-                              .apiBases = {},
-                              .advertisingIdentifier = {}})
-        .ports;
-  }
 
   TemporaryFolder folder;
   LoopbackServer server{[](httplib::Server& s) { s.set_keep_alive_max_count(1); }};
-  Platform ports = launch();
+  Platform ports = launchPlatform(folder).ports;
 };
 
-/// What GoogleTest calls them.
+/// The suffixes of the suites' names.
 struct SubjectNames {
   template <class Subject>
   static const char* GetName(int) {

@@ -14,14 +14,14 @@
 
 namespace kva::test {
 
-/// `Subject` makes an application with one window on show, which has safe-area insets, and has
+/// `Subject` makes an application that shows one window with safe-area insets, and has
 ///   HostApplication& application();
 ///   std::shared_ptr<Window> window();
-///   std::shared_ptr<ViewController> host();  // the host's own controller, of that window
-///   bool spinUntil(const std::function<bool()>&);  // turns the main loop; false after a limit
-///   void pass(double seconds);                     // turns the main loop for so long
-///   void resize(Size);                             // asks for another size of the window
-///   void tap(Point);                               // a press and release there in the window
+///   std::shared_ptr<ViewController> host();        // the host's controller in that window
+///   bool spinUntil(const std::function<bool()>&);  // runs the main loop; false after a limit
+///   void pass(double seconds);                     // runs the main loop for `seconds`
+///   void resize(Size);                             // requests a new size of the window
+///   void tap(Point);                               // presses and releases in the window
 ///   void pressEscape();
 ///   void hideWindow();
 ///   void showWindow();
@@ -57,7 +57,7 @@ class ViewContract : public testing::Test {
     superview->addSubview(view, layout);
     return view;
   }
-  void expectComesToStandAt(const std::shared_ptr<View>& view, Rect wanted) {
+  void expectFrame(const std::shared_ptr<View>& view, Rect wanted) {
     const auto near = [](double a, double b) { return std::abs(a - b) < 1; };
     Rect place{};
     EXPECT_TRUE(subject.spinUntil([&] {
@@ -69,19 +69,19 @@ class ViewContract : public testing::Test {
         << " " << wanted.y << " " << wanted.width << " " << wanted.height;
   }
 
-  /// Presents a new controller over `from`, and waits until it has been.
+  /// Presents a new controller over `from` and waits for the completion.
   std::shared_ptr<ViewController> present(const std::shared_ptr<ViewController>& from,
                                           std::weak_ptr<ViewControllerDelegate> delegate) {
     auto controller = app.makeViewController();
     controller->setDelegate(delegate);
     int completed = 0;
     from->present(controller, [&] { ++completed; });
-    EXPECT_EQ(completed, 0) << "never before it returns";
+    EXPECT_EQ(completed, 0) << "not before present returns";
     EXPECT_TRUE(controller->isPresented());
     EXPECT_TRUE(subject.spinUntil([&] { return completed > 0; }));
     EXPECT_EQ(controller->view()->window(), subject.window());
     const Size size = windowSize();
-    expectComesToStandAt(controller->view(), {0, 0, size.width, size.height});
+    expectFrame(controller->view(), {0, 0, size.width, size.height});
     EXPECT_EQ(completed, 1);
     return controller;
   }
@@ -106,7 +106,7 @@ TYPED_TEST_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheWindow) {
   using enum Layout::Corner;
   const Size box{60, 40};
   const EdgeInsets insets = this->subject.window()->safeAreaInsets();
-  EXPECT_GT(insets.top + insets.bottom, 0) << "a subject without insets shows little";
+  EXPECT_GT(insets.top + insets.bottom, 0) << "the subject needs insets";
   auto fixed = this->add(this->stage, Layout::frame({11, 22, 33, 44}));
   auto nested = this->add(fixed, Layout::atCorner(bottomTrailing, {10, 10}, plain));
   std::vector<std::pair<std::shared_ptr<View>, Layout>> views;
@@ -131,10 +131,10 @@ TYPED_TEST_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheWindow) {
         wanted.width = box.width;
         wanted.height = box.height;
       }
-      this->expectComesToStandAt(view, wanted);
+      this->expectFrame(view, wanted);
     }
-    this->expectComesToStandAt(fixed, {11, 22, 33, 44});
-    this->expectComesToStandAt(nested, {11 + 23, 22 + 34, 10, 10});
+    this->expectFrame(fixed, {11, 22, 33, 44});
+    this->expectFrame(nested, {11 + 23, 22 + 34, 10, 10});
     EXPECT_NEAR(nested->frame().x, 23, 1) << "in the superview's coordinates";
   };
   check();
@@ -142,51 +142,58 @@ TYPED_TEST_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheWindow) {
   this->subject.resize({before.width + 80, before.height + 60});
   ASSERT_TRUE(this->subject.spinUntil([&] { return this->windowSize().width > before.width + 1; }));
   check();
+
+  // A superview that is lower than the insets or the box shrinks the box, and keeps it inside.
+  auto low = this->add(this->stage, Layout::frame({0, 0, 100, 25}));
+  for (const auto corner : {topLeading, topTrailing, bottomLeading, bottomTrailing})
+    EXPECT_EQ(this->add(low, Layout::atCorner(corner, {60, 60}, safe))->frame().size(),
+              (Size{60, 25}));
+  low->removeFromSuperview();
+  const double width = this->windowSize().width;
+  auto wide = this->add(this->stage, Layout::frame({0, 0, width, 70}));
+  auto inside = this->add(wide, Layout::atCorner(topTrailing, {60, 60}, safe));
+  this->expectFrame(inside, {width - insets.right - 60, 10, 60, 60});
 }
 
-TYPED_TEST_P(ViewContract, TellsAWholeSubtreeOfItsWindow) {
+TYPED_TEST_P(ViewContract, NotifiesASubtreeOfItsWindowAndOwnsSubviews) {
   auto parent = this->app.makeView({});
   auto child = this->add(parent, Layout::frame({0, 0, 10, 10}));
-  auto parentHears = std::make_shared<typename TestFixture::Listener>();
-  auto childHears = std::make_shared<typename TestFixture::Listener>();
+  auto parentEvents = std::make_shared<typename TestFixture::Listener>();
+  auto childEvents = std::make_shared<typename TestFixture::Listener>();
   bool hadWindow = false;
-  childHears->moved = [&] { hadWindow = child->window() != nullptr; };
-  parent->setDelegate(parentHears);
-  child->setDelegate(childHears);
+  childEvents->moved = [&] { hadWindow = child->window() != nullptr; };
+  parent->setDelegate(parentEvents);
+  child->setDelegate(childEvents);
   EXPECT_EQ(child->superview(), parent);
   EXPECT_FALSE(child->window());
   EXPECT_FALSE(child->frameInWindow());
 
   this->stage->addSubview(parent, Layout::frame({5, 5, 50, 50}));
-  EXPECT_TRUE(this->subject.spinUntil([&] { return parentHears->moves && childHears->moves; }));
+  EXPECT_TRUE(this->subject.spinUntil([&] { return parentEvents->moves && childEvents->moves; }));
   EXPECT_TRUE(hadWindow);
   EXPECT_EQ(child->window(), this->subject.window());
 
-  parentHears->moves = childHears->moves = 0;
+  parentEvents->moves = childEvents->moves = 0;
   parent->removeFromSuperview();
   EXPECT_FALSE(parent->superview());
-  EXPECT_TRUE(this->subject.spinUntil([&] { return parentHears->moves && childHears->moves; }));
+  EXPECT_TRUE(this->subject.spinUntil([&] { return parentEvents->moves && childEvents->moves; }));
   EXPECT_FALSE(hadWindow);
-  EXPECT_EQ(child->superview(), parent) << "only the whole was taken out";
+  EXPECT_EQ(child->superview(), parent) << "only the parent was removed";
   parent->removeFromSuperview();
-}
 
-TYPED_TEST_P(ViewContract, ASuperviewOwnsItsSubviewsUntilTheyMoveOn) {
-  auto first = this->add(this->stage, Layout::frame({0, 0, 100, 100}));
   auto second = this->add(this->stage, Layout::frame({100, 0, 100, 100}));
-  auto view = this->add(first, Layout::frame({1, 2, 10, 10}));
-  second->addSubview(view, Layout::frame({3, 4, 10, 10}));
-  EXPECT_EQ(view->superview(), second);
-  this->expectComesToStandAt(view, {103, 4, 10, 10});
-  const std::weak_ptr<View> watched = view;
-  view.reset();
-  first->removeFromSuperview();
-  ASSERT_FALSE(watched.expired());
+  second->addSubview(child, Layout::frame({3, 4, 10, 10}));
+  EXPECT_EQ(child->superview(), second);
+  this->expectFrame(child, {103, 4, 10, 10});
+  const std::weak_ptr<View> watched = child;
+  childEvents->moved = [] {};
+  child.reset();
+  ASSERT_FALSE(watched.expired()) << "the superview owns it";
   watched.lock()->removeFromSuperview();
   EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
 }
 
-TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostAndAllItStandsIn) {
+TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostViewAndItsSuperviews) {
   std::vector<std::string> order;
   auto touched = std::make_shared<typename TestFixture::Listener>();
   touched->touched = [&] { order.push_back("touched"); };
@@ -199,40 +206,40 @@ TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostAndAllItStandsIn) {
   };
   auto below = makeButton("below"), button = makeButton("above");
   auto above = button->view();
-  this->expectComesToStandAt(above, {100, 100, 60, 60});
+  this->expectFrame(above, {100, 100, 60, 60});
 
-  auto tapHears = [&](const char* name) {
+  auto expectTapReaches = [&](const char* name) {
     order.clear();
     this->subject.tap({130, 130});
     EXPECT_TRUE(this->subject.spinUntil([&] { return order.size() >= 2; }));
     EXPECT_EQ(order, (std::vector<std::string>{"touched", name}));
   };
-  tapHears("above");
+  expectTapReaches("above");
   above->sendToBack();
-  tapHears("below");
+  expectTapReaches("below");
   above->bringToFront();
-  tapHears("above");
+  expectTapReaches("above");
   above->setHidden(true);
   EXPECT_TRUE(above->isHidden());
-  tapHears("below");
+  expectTapReaches("below");
 
-  // A holder without a size that clips shows nothing of what stands in it.
+  // An empty view that clips hides its subviews.
   auto holder = this->add(this->stage, Layout::frame({0, 0, 0, 0}));
   holder->setClipsToBounds(true);
   above->setHidden(false);
   holder->addSubview(above, Layout::frame({100, 100, 60, 60}));
-  tapHears("below");
+  expectTapReaches("below");
 }
 
-TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndGoesAsItCame) {
-  using Heard = typename TestFixture::ControllerListener;
-  auto lower = std::make_shared<Heard>(), upper = std::make_shared<Heard>();
+TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndDismisses) {
+  using Events = typename TestFixture::ControllerListener;
+  auto lower = std::make_shared<Events>(), upper = std::make_shared<Events>();
   auto controller = this->present(this->subject.host(), lower);
   auto another = this->present(controller, upper);
   this->subject.pressEscape();
   EXPECT_TRUE(this->subject.spinUntil([&] { return upper->cancels == 1; }));
-  EXPECT_EQ(lower->cancels, 0) << "Escape is for the controller on top";
-  EXPECT_TRUE(another->isPresented()) << "only the delegate decides";
+  EXPECT_EQ(lower->cancels, 0) << "only the top controller gets Escape";
+  EXPECT_TRUE(another->isPresented()) << "only the delegate dismisses it";
   this->dismiss(another);
   EXPECT_TRUE(controller->isPresented());
   this->subject.pressEscape();
@@ -254,7 +261,7 @@ TYPED_TEST_P(ViewContract, PresentationWaitsForItsWindowToBeOnScreen) {
   this->subject.hideWindow();
   EXPECT_FALSE(this->subject.window()->isOnScreen());
   this->subject.host()->present(controller, [&] { completed = true; });
-  controller->present(dismissed, [] { ADD_FAILURE() << "it was dismissed before"; });
+  controller->present(dismissed, [] { ADD_FAILURE() << "dismissed before"; });
   EXPECT_TRUE(controller->isPresented());
   this->dismiss(dismissed);
   this->subject.pass(1);
@@ -269,36 +276,20 @@ TYPED_TEST_P(ViewContract, PresentationWaitsForItsWindowToBeOnScreen) {
   this->dismiss(controller);
 }
 
-TYPED_TEST_P(ViewContract, KeepsCornersWithinASuperviewThatIsTooSmall) {
-  using enum Layout::Corner;
-  auto low = this->add(this->stage, Layout::frame({0, 0, 100, 25}));
-  const auto boxIn = [&](Layout::Corner corner) {
-    return this->add(low, Layout::atCorner(corner, {60, 60}, Layout::Area::safe));
-  };
-  for (const auto corner : {topLeading, topTrailing, bottomLeading, bottomTrailing})
-    EXPECT_EQ(boxIn(corner)->frame().size(), (Size{60, 25}));
-  low->removeFromSuperview();
-  const double width = this->windowSize().width;
-  auto wide = this->add(this->stage, Layout::frame({0, 0, width, 70}));
-  auto box = this->add(wide, Layout::atCorner(topTrailing, {60, 60}, Layout::Area::safe));
-  const double right = this->subject.window()->safeAreaInsets().right;
-  this->expectComesToStandAt(box, {width - right - 60, 10, 60, 60});
-}
-
-TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
-  std::vector<std::shared_ptr<typename TestFixture::ControllerListener>> heard;
+TYPED_TEST_P(ViewContract, DestroyingAWindowTearsDownItsControllers) {
+  std::vector<std::shared_ptr<typename TestFixture::ControllerListener>> listeners;
   const auto listener = [&] {
-    return heard.emplace_back(std::make_shared<typename TestFixture::ControllerListener>());
+    return listeners.emplace_back(std::make_shared<typename TestFixture::ControllerListener>());
   };
   const auto allAreTornDown = [&] {
-    return std::ranges::all_of(heard, [](const auto& one) { return one->tornDown == 1; });
+    return std::ranges::all_of(listeners, [](const auto& one) { return one->tornDown == 1; });
   };
   auto host = this->subject.host();
   auto shown = this->present(host, listener());
   auto underWay = this->app.makeViewController();
   underWay->setDelegate(listener());
-  shown->present(underWay, [] { ADD_FAILURE() << "its window went first"; });
-  shown->dismiss([] { ADD_FAILURE() << "its window went first"; });
+  shown->present(underWay, [] { ADD_FAILURE() << "its window was destroyed first"; });
+  shown->dismiss([] { ADD_FAILURE() << "its window was destroyed first"; });
   this->root.reset();
   this->stage.reset();
   this->subject.destroyWindow();
@@ -312,11 +303,10 @@ TYPED_TEST_P(ViewContract, AWindowThatGoesTearsDownWhatItShows) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheWindow,
-                            TellsAWholeSubtreeOfItsWindow, ASuperviewOwnsItsSubviewsUntilTheyMoveOn,
-                            ATouchReachesTheTopmostAndAllItStandsIn,
-                            PresentsOverTheWindowAndGoesAsItCame,
+                            NotifiesASubtreeOfItsWindowAndOwnsSubviews,
+                            ATouchReachesTheTopmostViewAndItsSuperviews,
+                            PresentsOverTheWindowAndDismisses,
                             PresentationWaitsForItsWindowToBeOnScreen,
-                            KeepsCornersWithinASuperviewThatIsTooSmall,
-                            AWindowThatGoesTearsDownWhatItShows);
+                            DestroyingAWindowTearsDownItsControllers);
 
 }  // namespace kva::test

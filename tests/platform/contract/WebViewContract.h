@@ -13,14 +13,14 @@
 
 namespace kva::test {
 
-/// `Subject` makes an application with one window on show, and has
+/// `Subject` makes an application that shows one window, and has
 ///   HostApplication& application();
 ///   std::shared_ptr<Window> window();
-///   bool spinUntil(const std::function<bool()>&);  // turns the main loop; false after a limit
-///   void letLoad(WebView&);   // what was loaded last now finishes, where it does not by itself
-///   void letFail(WebView&);   // likewise fails
+///   bool spinUntil(const std::function<bool()>&);  // runs the main loop; false after a limit
+///   void letLoad(WebView&);   // finishes the last load, if it does not finish by itself
+///   void letFail(WebView&);   // the same for a load that fails
 ///   void navigatePage(WebView&, const std::string& url);  // location.href = url
-///   // What the page gets, as JSON; turns the loop until it has it.
+///   // Runs the loop until the page has its result; returns it as JSON.
 ///   std::string runDialog(WebView&, const ScriptDialog&);
 template <class Subject>
 class WebViewContract : public testing::Test {
@@ -65,7 +65,7 @@ class WebViewContract : public testing::Test {
     subject.letLoad(*webView);
     ASSERT_TRUE(subject.spinUntil([&] { return listener->finished > before; }));
   }
-  /// Waits for an answer of the page, before which all that was asked of it has come about.
+  /// Waits for an answer of the page. Earlier commands are then complete.
   void settle() {
     bool answered = false;
     webView->evaluateJavaScript("1", [&](Result<std::string>) { answered = true; });
@@ -78,14 +78,14 @@ class WebViewContract : public testing::Test {
 };
 TYPED_TEST_SUITE_P(WebViewContract);
 
-TYPED_TEST_P(WebViewContract, SaysOnceThatAPageLoadedOrFailed) {
+TYPED_TEST_P(WebViewContract, NotifiesOnceThatAPageLoadedOrFailed) {
   EXPECT_EQ(this->webView->view()->window(), this->subject.window());
   this->loadPage();
   this->settle();
   EXPECT_EQ(this->listener->finished, 1);
   EXPECT_EQ(this->listener->failed, 0);
 
-  // Port 9 of this machine: no one listens there, and browsers refuse it besides.
+  // Nothing listens on port 9, and browsers refuse it.
   this->webView->load({.url = *URL::parse("http://127.0.0.1:9/"), .headers = {}, .body = {}});
   EXPECT_EQ(this->listener->failed, 0);
   this->subject.letFail(*this->webView);
@@ -95,7 +95,7 @@ TYPED_TEST_P(WebViewContract, SaysOnceThatAPageLoadedOrFailed) {
   EXPECT_EQ(this->listener->finished, 1);
 }
 
-TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheOrderGiven) {
+TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheirOrder) {
   this->loadPage();
   std::vector<int> order;
   for (int i = 0; i < 4; ++i) {
@@ -110,7 +110,7 @@ TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheOrderGiven) {
   EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
 }
 
-TYPED_TEST_P(WebViewContract, AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot) {
+TYPED_TEST_P(WebViewContract, AsksTheDelegateBeforeEachNavigation) {
   this->loadPage();
   this->listener->allows = false;
   for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
@@ -121,10 +121,10 @@ TYPED_TEST_P(WebViewContract, AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot
     })) << url;
   }
   this->settle();
-  EXPECT_EQ(this->listener->finished, 1) << "the page stayed where it was";
+  EXPECT_EQ(this->listener->finished, 1) << "the page did not navigate";
 }
 
-TYPED_TEST_P(WebViewContract, GivesThePageTheDelegatesAnswersToItsDialogs) {
+TYPED_TEST_P(WebViewContract, PassesTheDelegatesAnswersToDialogs) {
   using enum ScriptDialog::Kind;
   this->loadPage();
   const struct {
@@ -146,7 +146,7 @@ TYPED_TEST_P(WebViewContract, GivesThePageTheDelegatesAnswersToItsDialogs) {
   }
 }
 
-TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndGoesWithAnswersUnderWay) {
+TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndIsDestroyedWithPendingAnswers) {
   this->loadPage();
   this->listener.reset();
   this->subject.navigatePage(*this->webView, "about:blank#somewhere");
@@ -158,14 +158,12 @@ TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndGoesWithAnswersUnderWay) {
   const std::weak_ptr<WebView> watched = this->webView;
   this->webView.reset();
   EXPECT_TRUE(this->subject.spinUntil([&] { return watched.expired(); }));
-  EXPECT_TRUE(this->subject.spinUntil([&] { return answered; }))
-      << "an answer, or that there is none";
+  EXPECT_TRUE(this->subject.spinUntil([&] { return answered; })) << "with a result or an error";
 }
 
-REGISTER_TYPED_TEST_SUITE_P(WebViewContract, SaysOnceThatAPageLoadedOrFailed,
-                            AnswersScriptsLaterInTheOrderGiven,
-                            AsksBeforeEveryNavigationAndDoesNotGoWhereItMayNot,
-                            GivesThePageTheDelegatesAnswersToItsDialogs,
-                            OutlivesItsDelegateAndGoesWithAnswersUnderWay);
+REGISTER_TYPED_TEST_SUITE_P(WebViewContract, NotifiesOnceThatAPageLoadedOrFailed,
+                            AnswersScriptsLaterInTheirOrder, AsksTheDelegateBeforeEachNavigation,
+                            PassesTheDelegatesAnswersToDialogs,
+                            OutlivesItsDelegateAndIsDestroyedWithPendingAnswers);
 
 }  // namespace kva::test
