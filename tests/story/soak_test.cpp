@@ -273,7 +273,9 @@ TEST_F(Soak, EightThreadsCallEverythingWhileAnswersArrive) {
         Chance own(seed * kThreads + number);
         for (std::size_t i = 0; !stopping && (i < kSteps || life.shown().size() < kAds); ++i) {
           doSomething(life, won, own);
-          if (own.oneIn(4)) std::this_thread::sleep_for(1ms);
+          do {
+            std::this_thread::sleep_for(1ms);
+          } while (!stopping && life.ledger.books().pending > 40);
         }
         --running;
       });
