@@ -24,7 +24,7 @@ using Json = nlohmann::json;
 using OrderedJson = nlohmann::ordered_json;
 using valijson::adapters::NlohmannJsonAdapter;
 
-/// A plain scalar is what it is in JSON, and a string where it is nothing there.
+/// Reads an unquoted scalar as JSON, and as a string if it is not JSON.
 OrderedJson fromYaml(const YAML::Node& node) {
   if (node.IsMap()) {
     OrderedJson object = OrderedJson::object();
@@ -50,8 +50,8 @@ OrderedJson fromYaml(const YAML::Node& node) {
   return value.is_discarded() ? OrderedJson(text) : value;
 }
 
-/// `schema` without references and "allOf". "format" becomes "x-format": the validator's own
-/// formats throw for a value that is no string.
+/// Resolves references and "allOf". Renames "format" to "x-format", because the validator's formats
+/// throw for a value that is not a string.
 Json expanded(const Json& document, const Json& schema) {
   if (schema.is_array()) {
     Json list = Json::array();
@@ -74,7 +74,7 @@ Json expanded(const Json& document, const Json& schema) {
   return object;
 }
 
-/// A query as a schema of an object.
+/// Returns the schema of a query as the schema of an object.
 Json querySchema(const Json& document, const Json& operation) {
   Json schema = {{"type", "object"}, {"additionalProperties", false}, {"required", Json::array()}};
   for (const Json& parameter : operation["parameters"]) {
@@ -239,7 +239,7 @@ struct Place {
   }
 };
 
-/// The property that the validator's message says is missing; empty for its other messages.
+/// Returns the missing property of a validator's message; empty for other messages.
 std::string missingProperty(const std::string& message) {
   constexpr std::string_view kBefore = "Missing required property '";
   if (!message.starts_with(kBefore)) return {};
@@ -254,9 +254,9 @@ Breach missing(const Place& place, const std::string& key) {
           schema.value("description", "")};
 }
 
-/// What is wrong at a place that the validator has refused. Items of a list and members of an object
-/// are places of their own, so of a list only its length counts, of an object what it should not
-/// have.
+/// Returns the breaches at a place that the validator has refused. The validator reports items of a
+/// list and members of an object separately, so here a list breaks the contract only by its length,
+/// and an object only by unexpected members.
 std::vector<Breach> breachesAt(const Place& place) {
   const Json& schema = *place.schema;
   auto types = typesOf(schema);
@@ -285,7 +285,7 @@ std::vector<Breach> breachesAt(const Place& place) {
 
 }  // namespace
 
-/// A schema, ready to validate by.
+/// A schema, prepared for validation.
 struct Contract::Shape {
   Json schema;
   valijson::Schema prepared;

@@ -6,14 +6,14 @@
 #include <string_view>
 #include <vector>
 
-/// What the SDK and an ad server have agreed on, as api/openapi.yaml says it.
+/// The contract between the SDK and an ad server, from api/openapi.yaml.
 namespace kva::contract {
 
 /// One way in which a request or a reply breaks the contract.
 struct Breach {
   std::string field;     ///< "data.plans[0].ecpm"; empty for the value as a whole
   std::string problem;   ///< "expected an integer from 0, got \"7\""
-  std::string sentence;  ///< what the contract says of the field
+  std::string sentence;  ///< the contract's description of the field
 
   std::string text() const { return (field.empty() ? "body" : field) + ": " + problem; }
 };
@@ -22,7 +22,7 @@ struct Endpoint {
   std::string path, method;  ///< "/bid/init", "POST"
 };
 
-/// The contract, read once. Immutable, so any thread may use it.
+/// The contract, parsed once. Immutable, so any thread may use it.
 class Contract {
  public:
   static const Contract& current();
@@ -34,14 +34,14 @@ class Contract {
   const std::vector<Endpoint>& endpoints() const { return endpoints_; }
   const Endpoint* find(std::string_view path) const;
 
-  /// The schema of a request's fields: of a GET, its query. Without references.
+  /// The schema of a request's fields (of a GET, its query), with references resolved.
   const nlohmann::json& requestSchema(std::string_view path) const;
   std::vector<Breach> checkRequest(std::string_view path, const nlohmann::json& fields) const;
   /// Checks the whole envelope.
   std::vector<Breach> checkReply(std::string_view path, const nlohmann::json& envelope) const;
 
-  /// The sentence of a rule of the endpoint, or with an empty path of every endpoint. An unknown
-  /// rule is fatal.
+  /// The sentence of an endpoint's rule; with an empty path, of a rule for all endpoints. An
+  /// unknown rule is fatal.
   std::string rule(std::string_view path, std::string_view name) const;
 
  private:

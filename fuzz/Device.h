@@ -10,7 +10,7 @@ namespace kva::fuzz {
 
 inline constexpr const char* kAppId = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 
-/// A device in memory with the SDK's resources and a server that answers every call well.
+/// A headless device with the SDK's resources and a server that answers every call with success.
 class Device : public headless::Headless {
  public:
   Device() {
@@ -34,7 +34,7 @@ class Device : public headless::Headless {
   }
 };
 
-/// A process of the SDK on the device, started.
+/// A started SDK on the device.
 class Process {
  public:
   explicit Process(Device& device) : runtime_(device.platform()) {

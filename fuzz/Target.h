@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-/// What every target defines: plays one input, the bytes of one file of its corpus.
+/// Every target defines this function. It runs one input, such as a file of the target's corpus.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace kva::fuzz {
@@ -15,7 +15,7 @@ inline std::string_view text(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-/// Takes what stands before the next `mark` off the front of `rest`.
+/// Removes the text up to the next `mark` from the front of `rest` and returns it.
 inline std::string_view cut(std::string_view& rest, std::string_view mark) {
   const auto at = rest.find(mark);
   const auto piece = rest.substr(0, at);
@@ -23,7 +23,7 @@ inline std::string_view cut(std::string_view& rest, std::string_view mark) {
   return piece;
 }
 
-/// A promise that does not hold ends the run as a crash does.
+/// Aborts when a promise does not hold.
 inline void expect(bool holds, const char* promise) {
   if (holds) return;
   std::fprintf(stderr, "broken promise: %s\n", promise);

@@ -1,6 +1,6 @@
-// What a page can do to the SDK: a shown ad, its page's navigations, and a user.
-// Input: "video" or "image", then a line for each thing that happens: "@show" and the other words
-// below, or the text of a URL that the page navigates to.
+// A page against the SDK: an ad, its page's navigations, and a user.
+// Input: "video" or "image", then one event per line: "@show" or another word of Show::happens(),
+// or a URL to which the page navigates.
 
 #include <memory>
 #include <optional>
@@ -33,7 +33,7 @@ struct Delegate final : KVARewardedDelegate {
   void rewardedDidDismiss(KVARewarded&) override { ++dismissals; }
 };
 
-/// One ad, from its load to its end.
+/// One ad, from its load to its dismissal.
 class Show {
  public:
   explicit Show(std::string_view contentType) {
@@ -82,7 +82,7 @@ class Show {
     check();
   }
 
-  /// The user closes the ad, whatever the page has done.
+  /// The user closes the ad. This must work whatever the page did.
   void end() {
     device_.time.advance(kArcDuration + 1);
     if (window_->presentedCount() > 0) {
@@ -99,7 +99,7 @@ class Show {
  private:
   void navigate(headless::HeadlessWebView& page, std::string_view url) {
     const bool isAllowed = page.navigate(std::string(url));
-    // A page that is on its way out is nobody's any more.
+    // A closing ad no longer reads its page's commands.
     expect(isClosing_ || !isAllowed || (!url.starts_with("mraid:") && !url.starts_with("kva:")),
            "a command is no navigation");
   }

@@ -1,7 +1,5 @@
-// Feeds every file of fuzz/corpus/<target> to its target. Whatever a fuzzer has found is kept
-// there.
+// Runs every file of fuzz/corpus/<target> through its target. The corpus keeps every find.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -9,57 +7,45 @@
 #include <iterator>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-// The targets' entries, under the names that they have in this program.
-extern "C" {
-int fuzz_commands(const std::uint8_t* data, std::size_t size);
-int fuzz_replies(const std::uint8_t* data, std::size_t size);
-int fuzz_requests(const std::uint8_t* data, std::size_t size);
-int fuzz_stored_state(const std::uint8_t* data, std::size_t size);
-int fuzz_templates(const std::uint8_t* data, std::size_t size);
-}
+using Run = int(const std::uint8_t* data, std::size_t size);
+
+// The build gives each target's entry point its own name in this program.
+extern "C" Run fuzz_commands, fuzz_replies, fuzz_requests, fuzz_stored_state, fuzz_templates;
 
 namespace {
 
 struct Target {
   const char* name;
-  int (*run)(const std::uint8_t* data, std::size_t size);
+  Run* run;
 
   friend void PrintTo(const Target& target, std::ostream* out) { *out << target.name; }
 };
 
 class Replay : public testing::TestWithParam<Target> {};
 
-std::vector<std::filesystem::path> corpus(const char* target) {
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(
-           std::filesystem::path(KELVARA_TEST_DATA) / "../fuzz/corpus" / target))
-    files.push_back(entry.path());
-  std::ranges::sort(files);
-  return files;
-}
-
-TEST_P(Replay, StandsEveryInputOfTheCorpus) {
-  const auto files = corpus(GetParam().name);
-  ASSERT_FALSE(files.empty());
-  for (const auto& file : files) {
-    std::ifstream stream(file, std::ios::binary);
+TEST_P(Replay, SurvivesEveryInputOfTheCorpus) {
+  int files = 0;
+  const auto corpus = std::filesystem::path(KELVARA_TEST_DATA) / "../fuzz/corpus";
+  for (const auto& entry : std::filesystem::directory_iterator(corpus / GetParam().name)) {
+    std::ifstream stream(entry.path(), std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
-    // A find stops the process: this names it.
-    std::fprintf(stderr, "%s\n", file.filename().c_str());
-    EXPECT_EQ(GetParam().run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), 0);
+    // A broken promise aborts the process; the last line names the input.
+    std::fprintf(stderr, "%s\n", entry.path().filename().c_str());
+    GetParam().run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    ++files;
   }
+  EXPECT_GT(files, 0);
 }
 
-constexpr Target kTargets[] = {{"commands", fuzz_commands},
-                               {"replies", fuzz_replies},
-                               {"requests", fuzz_requests},
-                               {"stored_state", fuzz_stored_state},
-                               {"templates", fuzz_templates}};
-INSTANTIATE_TEST_SUITE_P(Fuzz, Replay, testing::ValuesIn(kTargets),
+INSTANTIATE_TEST_SUITE_P(Fuzz, Replay,
+                         testing::Values(Target{"commands", fuzz_commands},
+                                         Target{"replies", fuzz_replies},
+                                         Target{"requests", fuzz_requests},
+                                         Target{"stored_state", fuzz_stored_state},
+                                         Target{"templates", fuzz_templates}),
                          [](const auto& target) { return std::string(target.param.name); });
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What the ad server answers: the envelope, every record in it, and the calls that read them.
-// Input: the body of an answer. A body that is one record alone is tried as every record.
+// The ad server's answers: the envelope, every record in it, and the calls that read them.
+// Input: the body of an answer. Every decoder also reads the body, and its "data", as a record.
 
 #include <type_traits>
 
@@ -26,7 +26,7 @@ Result<T> throughText(const T& record) {
   return T::decode(*json);
 }
 
-/// Records that are kept: they decode to what was encoded.
+/// For stored records: an encoded record decodes to an equal one.
 template <class T>
 void decodeAndBack(const Json& json) {
   const auto record = T::decode(json);
@@ -40,7 +40,7 @@ void decodeApplication(const Json& json) {
   if (!application) return;
   auto again = throughText(*application);
   expect(again.has_value(), "an encoded application decodes");
-  again->setting = application->setting;  // its periods are read in hundredths
+  again->setting = application->setting;  // decode() reads its periods in hundredths
   for (auto& tester : again->testers) expect(!tester.isTestSuiteEnabled, "no server says so");
   expect(*again == *application, "an application keeps everything but its periods");
 }
@@ -75,8 +75,8 @@ void decodeEverything(const Json& json) {
   (void)TrackCampaignResponse::decode(json);
 }
 
-/// The nine calls, each answered with `body`. Not through the bid loader: an answer with plans and
-/// no bid stops the process there, as documented.
+/// Makes the nine calls and answers each with `body`. Skips the bid loader, where plans without a
+/// bid stop the process as documented.
 void callEverything(std::string_view body) {
   Device device;
   for (const char* path : {"/init", "/register", "/update", "/bid/init", "/bid/lost", "/bid/load",
@@ -96,7 +96,7 @@ void callEverything(std::string_view body) {
   RequestManager::getTemplate(kAppId, "template", 3, count);
   RequestManager::uploadReports(Json::object(), count);
   RequestManager::trackCampaign(Json::object(), count);
-  // Long enough for what an answer sets off in its turn, such as to register anew.
+  // Long enough for what an answer causes, such as another registration.
   device.time.advance(3.5);
   expect(answers == 9, "every call is answered once");
 }

@@ -1,6 +1,6 @@
-// What reaches the sandbox server: requests, and scenarios as text and as JSON.
-// Input: "METHOD /path?query", a line each for the types that are accepted and sent, then the body.
-// The whole input is also read as a scenario, and the body as one in JSON.
+// Input of the sandbox server: requests, and scenarios as text and as JSON.
+// Input: "METHOD /path?query", a line with Accept, a line with Content-Type, then the body. The
+// target also reads the whole input as a scenario, and the body as a scenario in JSON.
 
 #include <cstddef>
 #include <string>
@@ -41,18 +41,18 @@ void check(const sandbox::RawRequest& request) {
     return;
   }
   expect(sandbox::findEndpoint(request.path) && checked->is_object(),
-         "what was accepted is an object of an endpoint");
+         "an accepted request is an object of an endpoint");
   const auto& schema = contract::Contract::current().requestSchema(request.path);
   for (const std::string key : schema["required"])
-    expect(checked->contains(key), "what was accepted has every field");
+    expect(checked->contains(key), "an accepted request has every field");
 }
 
-/// A scenario survives a round trip through JSON, and every answer under it has a verdict.
+/// A scenario is equal after a round trip through JSON, and every answer under it has a verdict.
 void play(const sandbox::expected<sandbox::Scenario, std::string>& read) {
   if (!read) return expect(!read.error().empty(), "a refusal says why");
-  const Json told = read->toJson();
-  const auto again = sandbox::Scenario::fromJson(told);
-  expect(again && again->toJson() == told, "a scenario can be read from what it tells");
+  const Json json = read->toJson();
+  const auto again = sandbox::Scenario::fromJson(json);
+  expect(again && again->toJson() == json, "a scenario is equal after a round trip");
   const Json data = {{"bid", "bid"}, {"plans", {{{"plan", "p"}, {"ecpm", 1}}}}};
   for (const auto& result :
        {sandbox::Service::Result(data),

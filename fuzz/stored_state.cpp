@@ -1,6 +1,6 @@
-// What an earlier launch, or anything else, has left in the user defaults.
-// Input: a line for each value: the letter of its key and that of its type (see below), then the
-// value. Then two launches over it live a little.
+// Any state of the user defaults, of an earlier launch or of another program.
+// Input: one value per line: the letter of its key, the letter of its type (see below), the value.
+// Two launches then use that state.
 
 #include <charconv>
 #include <limits>
@@ -63,7 +63,7 @@ std::optional<UserDefaults::Value> valueOf(char type, std::string_view text) {
   }
 }
 
-/// A clock or a counter at the end of 64 bits stops the process, as documented, when it is moved.
+/// A clock or a counter at the limit of 64 bits stops the process when it changes, as documented.
 bool overflows(std::string_view key, const UserDefaults::Value& value) {
   constexpr std::int64_t limit = std::numeric_limits<std::int64_t>::max() / 2;
   if (const auto* integer = std::get_if<std::int64_t>(&value))
@@ -89,13 +89,13 @@ void store(UserDefaults& defaults, std::string_view line) {
 
 Json stored(const UserDefaults& defaults, const char* key) {
   const auto bytes = defaults.get<Bytes>(key);
-  expect(bytes.has_value(), "what the SDK keeps is stored");
+  expect(bytes.has_value(), "the SDK stores its state");
   auto json = parseJson(asText(*bytes));
-  expect(json.has_value(), "what the SDK has stored is JSON");
+  expect(json.has_value(), "stored state is JSON");
   return *std::move(json);
 }
 
-/// A launch that bids, shows and reports an ad. `bidId` is new to the device.
+/// A launch that bids, fetches templates, and shows and reports an ad. `bidId` is a new bid.
 void live(Device& device, const std::string& bidId) {
   Process process(device);
   device.time.advance(1);

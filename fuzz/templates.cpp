@@ -1,4 +1,4 @@
-// The document that a template and an ad make.
+// The document that the SDK makes of a template and an ad.
 // Input: seven lines (title, language and text of the button, language and text of the
 // description, main file's URL, end card's URL, click URL, icon URL), then the template.
 

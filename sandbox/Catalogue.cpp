@@ -23,7 +23,7 @@ constexpr CatalogueFile kCometsWebMFiles[] = {
     {"comets-end-landscape", "/creatives/comets-end-landscape.svg", "landscape", "end_card"},
     {"comets-end-portrait", "/creatives/comets-end-portrait.svg", "portrait", "end_card"},
 };
-// No end card: the playable's page copes with a placeholder that stays unfilled.
+// No end card: the playable's page accepts an unfilled placeholder.
 constexpr CatalogueFile kPlayableFiles[] = {
     {"comets-sky-landscape", "/creatives/comets-sky-landscape.svg", "landscape", "main"},
     {"comets-sky-portrait", "/creatives/comets-sky-portrait.svg", "portrait", "main"},
@@ -75,8 +75,8 @@ constexpr CatalogueCreative kPlayable = {
       {"de", "Tippe die Kometen an, bevor sie den Himmel queren."}}},
     kPlayableFiles};
 
-// The dearest plan of each unit is soon capped, the last one never, so a host that keeps asking
-// sees its price fall step by step and is always served.
+// The dearest plan of each unit has the lowest cap, the last one none, so a host that requests bids
+// again and again sees the price fall step by step and always gets a bid.
 constexpr CataloguePlan kInterstitialPlans[] = {
     {"a1f0c0de-0001-4c11-8a01-5a0d0b0c0001", 4250, 3, 12},
     {"a1f0c0de-0001-4c11-8a01-5a0d0b0c0002", 2600, 6, 30},

@@ -5,9 +5,8 @@
 #include <span>
 #include <string_view>
 
-/// What the sandbox sells: one application, its ad units, the plans that bid for them and the
-/// creatives that the plans pay for. Constant, so hosts and tests name the same things as the
-/// server.
+/// The sandbox's catalogue: one application, its ad units, the plans that bid for them and the
+/// creatives of the plans. Constant, so hosts and tests use the server's identifiers.
 namespace kva::sandbox {
 
 inline constexpr std::string_view kApplicationId = "5e0f6c1a-8d0b-4a52-9b3e-6f2f3c9d7a10";
@@ -21,11 +20,12 @@ inline constexpr std::string_view kImageTemplate = "image-with-end-card";
 inline constexpr std::string_view kVideoTemplate = "rewarded-video";
 inline constexpr std::string_view kPlayableTemplate = "playable";
 
-/// The advertising identifier of the one test device, and its digest, which is all that is sent.
+/// The advertising identifier of the one test device, and its digest. The server sends only the
+/// digest.
 inline constexpr std::string_view kTesterIDFA = "7D2B6C51-9A5E-4C1B-9E0C-3B7A1F4D8E62";
 inline constexpr std::string_view kTesterDigest = "757492662a5ec91f80d3e972fe02c092";
 
-/// The plan that a tracked installation with an advertising identifier is attributed to.
+/// The server attributes a tracked installation with an advertising identifier to this plan.
 inline constexpr std::string_view kCampaignPlan = "c4a1d0de-3b52-4d7f-9c8e-77e0b5a10401";
 
 struct Text {
@@ -38,7 +38,7 @@ struct CatalogueFile {
 
 struct CatalogueCreative {
   std::string_view id, adType, contentType;
-  std::int64_t countdown;  ///< seconds until the ad may be closed; also when its reward is earned
+  std::int64_t countdown;  ///< seconds until the user may close the ad and has earned its reward
   std::string_view title, templateId, clickUrl, icon;
   std::array<Text, 3> callToAction, description;
   std::span<const CatalogueFile> files;

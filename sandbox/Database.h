@@ -14,12 +14,12 @@
 namespace kva::sandbox {
 
 /// An SQLite database, for one thread at a time. It keeps the first failure until takeError(), so a
-/// caller asks once per request, not after every statement.
+/// caller checks once per request, not after every statement.
 class Database {
  public:
   using Value = std::variant<std::int64_t, std::string_view>;
 
-  /// The columns of the row that a query stands on.
+  /// The columns of a query's current row.
   class Row {
    public:
     explicit Row(sqlite3_stmt* statement) : statement_(statement) {}
@@ -33,14 +33,14 @@ class Database {
 
   explicit Database(const std::string& path);
 
-  /// Runs one statement with its `?` bound to `values`, and `row` for each row that it yields.
+  /// Runs one statement with its `?` bound to `values`, and calls `row` for each result row.
   void run(
       const char* sql, std::initializer_list<Value> values = {},
       const std::function<void(const Row&)>& row = [](const Row&) {});
   bool exists(const char* sql, std::initializer_list<Value> values);
 
   std::optional<std::string> takeError();
-  void fail(std::string what);  ///< records a failure of the data that fills this database
+  void fail(std::string what);  ///< records a failure to fill this database
 
  private:
   struct Close {

@@ -7,7 +7,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-/// The object or list that holds the last step of `path`, and that step; none where there is none.
+/// Returns the object that holds the last step of `path`, and that step; null if there is none.
 std::pair<Json*, std::string> locate(Json& root, const std::string& path) {
   Json* at = &root;
   std::size_t begin = 0;

@@ -9,7 +9,7 @@
 
 namespace kva::sandbox {
 
-/// An answer in the one shape that all endpoints share, and what a scenario makes of it.
+/// The answer of an endpoint: the envelope, as a scenario changes it.
 struct Envelope {
   std::string verdict{};  ///< "ok", or the code and message of the error record
   int status = 200;       ///< HTTP

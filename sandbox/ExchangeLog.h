@@ -17,7 +17,7 @@ class ExchangeLog {
  public:
   using Enough = std::function<bool(const std::vector<Exchange>&)>;
 
-  /// Numbers the exchange and keeps it; returns it as kept.
+  /// Numbers the exchange, stores it and returns it.
   Exchange add(Exchange exchange);
   std::vector<Exchange> list(std::string_view endpoint) const;
   bool waitFor(std::string_view endpoint, const Enough& enough,
@@ -27,14 +27,14 @@ class ExchangeLog {
  private:
   std::vector<Exchange> selected(std::string_view endpoint) const;
 
-  // A condition variable needs the mutex itself, so this is no Guarded.
+  // The condition variable needs the mutex, so this is not a Guarded.
   mutable std::mutex mutex_;
   mutable std::condition_variable added_;
   std::deque<Exchange> exchanges_;
   std::int64_t last_ = 0;
 };
 
-/// The exchanges as a page for people: a line with the verdict, then what went each way.
+/// Formats exchanges for reading: a line with the verdict, then request and response.
 std::string plainText(const std::vector<Exchange>& exchanges);
 
 }  // namespace kva::sandbox

@@ -14,6 +14,7 @@
 #include <limits>
 #include <list>
 #include <memory>
+#include <utility>
 
 namespace kva::sandbox {
 namespace {
@@ -27,7 +28,7 @@ constexpr std::size_t kLargestBody = 32U << 20U;
 
 thread_local Connection* currentConnection = nullptr;
 
-/// True when one of `events`, or the connection's end, came within the limit.
+/// Returns true when one of `events`, or the connection's end, arrives within the limit.
 bool waitFor(int socket, short events, milliseconds limit) {
   pollfd entry{.fd = socket, .events = events, .revents = 0};
   int ready = 0;
@@ -54,7 +55,7 @@ void addressOf(int socket, int (*query)(int, sockaddr*, socklen_t*), std::string
   ip = text;
 }
 
-/// Gives every connection a thread of its own, so that one that hangs delays no other.
+/// Runs every connection on its own thread, so a connection that hangs delays no other.
 class ThreadPerConnection : public httplib::TaskQueue {
  public:
   void enqueue(std::function<void()> serve) override {
@@ -79,7 +80,7 @@ class ThreadPerConnection : public httplib::TaskQueue {
     std::thread thread;
     std::shared_ptr<std::atomic<bool>> done;
   };
-  std::list<Worker> workers_;  // of the listening thread alone
+  std::list<Worker> workers_;  // used on the listening thread only
 };
 
 }  // namespace
@@ -122,8 +123,32 @@ ssize_t Connection::read(char* into, std::size_t size) {
 }
 
 ssize_t Connection::write(const char* from, std::size_t size) {
+  if (spoil_) {
+    held_.append(from, size);
+    return static_cast<ssize_t>(size);
+  }
   if (!is_writable()) return -1;
   return send(socket_, from, size, MSG_NOSIGNAL);
+}
+
+void Connection::holdAnswer(Spoil spoil, std::size_t pieces) {
+  spoil_ = std::move(spoil);
+  pieces_ = pieces;
+}
+
+void Connection::sendHeldAnswer() {
+  const Spoil spoil = std::exchange(spoil_, nullptr);
+  if (!spoil) return;
+  std::string answer = std::exchange(held_, {});
+  const auto ending = spoil(answer);
+  const std::size_t piece = answer.size() / pieces_ + 1;
+  for (std::string_view rest = answer; !rest.empty();) {
+    const ssize_t sent = write(rest.data(), std::min(piece, rest.size()));
+    if (sent <= 0) return abandon(Ending::close);
+    rest.remove_prefix(static_cast<std::size_t>(sent));
+    if (pieces_ > 1) std::this_thread::sleep_for(milliseconds(2));
+  }
+  if (ending) abandon(*ending);
 }
 
 void Connection::get_remote_ip_and_port(std::string& ip, int& port) const {
@@ -138,14 +163,14 @@ HttpServer::HttpServer() {
   set_payload_max_length(kLargestBody);
   set_keep_alive_timeout(kIdleLimit.count() / 1000);  // what the answers announce
   set_keep_alive_max_count(std::numeric_limits<int>::max());
-  // The library reads a POST without a length until the connection ends; it has no body.
+  // The library reads a POST without a length until the connection ends, but it has no body.
   set_pre_routing_handler([](const httplib::Request& request, httplib::Response&) {
     if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) {
       const_cast<httplib::Request&>(request).set_header("Content-Length", "0");
     }
     return HandlerResponse::Unhandled;
   });
-  // The library shares the port with any other program by default; a second sandbox must fail.
+  // By default the library shares the port with other programs. A second sandbox must fail.
   set_socket_options([](socket_t socket) {
     int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -169,7 +194,7 @@ void HttpServer::stopServing() {
     for (int socket : clients.sockets) shutdown(socket, SHUT_RDWR);
   });
   if (!listener_.joinable()) return;
-  // Makes accept() fail on the listening thread, which then closes the socket and joins the others.
+  // accept() fails on the listening thread, which then closes the socket and joins the others.
   shutdown(svr_sock_, SHUT_RDWR);
   listener_.join();
 }
@@ -195,7 +220,8 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     bool over = false;
     while (!over && connection.waitForRequest()) {
       served = process_request(connection, /*close_connection=*/false, over, nullptr);
-      // The library reports success for an answer without a body that it could not write.
+      connection.sendHeldAnswer();
+      // The library also reports success when it fails to write an answer without a body.
       over = over || !served || connection.isAbandoned();
     }
     currentConnection = nullptr;

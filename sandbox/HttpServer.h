@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -13,8 +14,8 @@
 
 namespace kva::sandbox {
 
-/// One accepted connection, as the HTTP library reads and writes it, plus what a server that
-/// misbehaves on purpose needs. Used on its own thread only.
+/// One accepted connection: the stream that the HTTP library reads and writes, and the means to
+/// misbehave on purpose. Each connection has its own thread, which alone uses it.
 class Connection final : public httplib::Stream {
  public:
   explicit Connection(int socket) : socket_(socket) {}
@@ -22,15 +23,22 @@ class Connection final : public httplib::Stream {
   /// The connection whose request this thread is handling.
   static Connection& current();
 
-  /// Waits until the client has gone, the server stops or the time is up (below zero: never).
-  /// True when the connection is over.
+  /// Waits until the client closes the connection, the server stops or the limit passes (below
+  /// zero: no limit). Returns true when the connection is over.
   bool waitUntilOver(std::chrono::milliseconds limit) const;
 
-  /// Nothing more is sent and the connection closes when the handler returns, with a reset or
-  /// in good order.
+  /// Stops sending. The connection ends when the handler returns: by a reset, or closed in order.
   enum class Ending { reset, close };
   void abandon(Ending ending);
   bool isAbandoned() const { return abandoned_; }
+
+  /// Changes the bytes of an answer, header included. Returns how the connection ends after them;
+  /// nothing: it serves the next request.
+  using Spoil = std::function<std::optional<Ending>(std::string& answer)>;
+  /// Holds back the answer to this request until it is complete, then sends what `spoil` makes of
+  /// it in `pieces`, 2 ms apart.
+  void holdAnswer(Spoil spoil, std::size_t pieces);
+  void sendHeldAnswer();
 
   bool is_readable() const override;
   bool is_writable() const override;
@@ -40,27 +48,30 @@ class Connection final : public httplib::Stream {
   void get_local_ip_and_port(std::string& ip, int& port) const override;
   socket_t socket() const override { return socket_; }
 
-  /// Waits until another request has begun to arrive; false when none came in time.
+  /// Waits until another request begins to arrive. Returns false when the idle limit passes first.
   bool waitForRequest() const;
 
  private:
   int socket_;
   bool abandoned_ = false;
+  Spoil spoil_;
+  std::size_t pieces_ = 1;
+  std::string held_;
   std::array<char, 4096> buffer_{};  // the library asks for single bytes
   std::size_t taken_ = 0, filled_ = 0;
 };
 
-/// The HTTP library's server with a thread and a Connection per client, and a prompt end.
+/// The HTTP library's server, with one thread and one Connection per client. It stops promptly.
 class HttpServer : public httplib::Server {
  public:
   HttpServer();
   ~HttpServer() override { stopServing(); }
 
-  /// The port, or below zero when the address cannot be had.
+  /// Returns the port, or a value below zero when the address is not available.
   int bind(const std::string& host, int port);
-  /// Serves what was bound, on threads of its own that see all that was written before.
+  /// Serves the bound address on the server's own threads. Call bind() first.
   void startServing();
-  /// Ends every connection, whatever it is doing, and returns when the last thread has ended.
+  /// Ends every connection in any state, and returns when the last thread has ended.
   void stopServing();
 
  private:

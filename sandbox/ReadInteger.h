@@ -7,7 +7,7 @@
 
 namespace kva::sandbox {
 
-/// The integer that the whole of `text` is; nothing for any other text.
+/// Reads all of `text` as an integer; nothing for any other text.
 inline std::optional<std::int64_t> readInteger(std::string_view text) {
   std::int64_t value = 0;
   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

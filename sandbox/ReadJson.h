@@ -6,9 +6,9 @@
 
 namespace kva::sandbox {
 
-/// The JSON that a client sent. An integer beyond 64 bits with a sign is read as a double. Nothing
-/// for any other text, nor for more than 100 levels of nesting: nobody needs them, and whatever
-/// walks a value later does so by recursion.
+/// Reads a client's JSON. Reads an integer beyond 64 bits with a sign as a double. Returns nothing
+/// for other text and for more than 100 levels of nesting, because later code visits values
+/// recursively.
 std::optional<nlohmann::json> readJson(std::string_view text);
 
 }  // namespace kva::sandbox

@@ -13,13 +13,26 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::pair<std::string_view, Behaviour> kNames[] = {
-    {"normal", Behaviour::normal},       {"no-fill", Behaviour::noFill},
-    {"error", Behaviour::serverError},   {"not-ok", Behaviour::notOk},
-    {"missing", Behaviour::missingKey},  {"wrong-type", Behaviour::wrongType},
-    {"malformed", Behaviour::malformed}, {"truncated", Behaviour::truncated},
-    {"empty", Behaviour::emptyBody},     {"http-500", Behaviour::http500},
-    {"reset", Behaviour::reset},         {"hang", Behaviour::hang},
+    {"normal", Behaviour::normal},
+    {"no-fill", Behaviour::noFill},
+    {"error", Behaviour::serverError},
+    {"not-ok", Behaviour::notOk},
+    {"missing", Behaviour::missingKey},
+    {"wrong-type", Behaviour::wrongType},
+    {"malformed", Behaviour::malformed},
+    {"truncated", Behaviour::truncated},
+    {"empty", Behaviour::emptyBody},
+    {"http-500", Behaviour::http500},
+    {"reset", Behaviour::reset},
+    {"hang", Behaviour::hang},
     {"replace", Behaviour::replaced},
+    {"throttled", Behaviour::throttled},
+    {"cut-head", Behaviour::cutHead},
+    {"reset-body", Behaviour::resetBody},
+    {"garbage-before", Behaviour::garbageBefore},
+    {"garbage-within", Behaviour::garbageWithin},
+    {"repeated-bytes", Behaviour::repeatedBytes},
+    {"repeated-answer", Behaviour::repeatedAnswer},
 };
 
 std::optional<Behaviour> behaviourNamed(std::string_view name) {
@@ -28,7 +41,7 @@ std::optional<Behaviour> behaviourNamed(std::string_view name) {
   return found->second;
 }
 
-/// Takes what stands before the next `mark` off the front of `rest`.
+/// Removes the text up to the next `mark` from the front of `rest` and returns it.
 std::string_view cut(std::string_view& rest, char mark) {
   auto at = rest.find(mark);
   std::string_view piece = rest.substr(0, at);
@@ -43,9 +56,9 @@ expected<Scenario, std::string> checked(Scenario scenario) {
   if (damagesKey == scenario.key.empty()) {
     return unexpected(damagesKey ? "scenario: which key?" : "scenario: takes no key");
   }
-  // A value that a later word has made unused is still reported, so it must be JSON.
-  bool tellsValue = scenario.behaviour == Behaviour::replaced || !scenario.value.empty();
-  if (tellsValue && !readJson(scenario.value)) return unexpected("replace: expected a JSON value");
+  // toJson() writes a value even if a later word makes it unused, so it must be JSON.
+  bool hasValue = scenario.behaviour == Behaviour::replaced || !scenario.value.empty();
+  if (hasValue && !readJson(scenario.value)) return unexpected("replace: expected a JSON value");
   if (scenario.delay.count() < 0) return unexpected("delay: expected milliseconds");
   if (scenario.times && *scenario.times < 1) return unexpected("times: expected 1 or more");
   return scenario;

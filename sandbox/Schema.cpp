@@ -11,7 +11,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-/// A query holds only text; what the contract calls an integer is read as one where it can be.
+/// A query holds only text. Reads the contract's integers as numbers where they are.
 expected<Json, std::string> queryObject(const RawRequest& request) {
   const Json& properties = contract::Contract::current().requestSchema(request.path)["properties"];
   Json object = Json::object();

@@ -7,12 +7,12 @@
 #include "api/Contract.h"
 #include "sandbox/Expected.h"
 
-/// The check of a request as it arrives, against the contract.
+/// Checks requests against the contract.
 namespace kva::sandbox {
 
 using contract::Endpoint;
 
-/// A request as it came, before any trust in it.
+/// A request before any check.
 struct RawRequest {
   std::string method, path;  ///< path below "/api/v1"
   std::multimap<std::string, std::string> query;
@@ -27,8 +27,8 @@ inline const Endpoint* findEndpoint(std::string_view path) {
   return contract::Contract::current().find(path);
 }
 
-/// The request's fields as one JSON object (of a GET, its query), or a message that names the
-/// field that is wrong and what was expected of it. Never throws, whatever the bytes.
+/// Returns the request's fields as one JSON object (of a GET, its query), or a message with the
+/// wrong field and its expected value. Never throws.
 expected<nlohmann::json, std::string> checkRequest(const RawRequest& request);
 
 }  // namespace kva::sandbox

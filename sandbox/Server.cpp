@@ -18,6 +18,7 @@
 #include "sandbox/ReadJson.h"
 #include "sandbox/Schema.h"
 #include "sandbox/Service.h"
+#include "sandbox/SpoilBytes.h"
 #include "sandbox/WhyNoAd.h"
 
 namespace kva::sandbox {
@@ -54,8 +55,9 @@ constexpr const char* kIndex = R"(Kelvara sandbox ad server
   POST /control/template      {"tmpl": "playable", "html": "..."} becomes its newest version
   POST /control/reset         forgets everything above
 
-Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, replace, malformed, truncated,
-empty, http-500, reset, hang.
+Scenarios: normal, no-fill, error, not-ok, missing, wrong-type, replace, malformed, empty,
+http-500, reset, hang, throttled, truncated, cut-head, reset-body, garbage-before, garbage-within,
+repeated-bytes, repeated-answer.
 )";
 
 Options completed(Options options) {
@@ -65,7 +67,7 @@ Options completed(Options options) {
   return options;
 }
 
-/// The HTTP library does not read the body of a GET, and would take it for the next request.
+/// The HTTP library does not read the body of a GET and would parse it as the next request.
 std::string drainBody(const httplib::Request& request) {
   if (request.has_header("Transfer-Encoding")) return "(chunked)";
   std::string length = request.get_header_value("Content-Length");
@@ -91,7 +93,7 @@ RawRequest rawRequest(const httplib::Request& request, std::string path) {
           .body = request.method == "GET" ? drainBody(request) : request.body};
 }
 
-/// The first way in which an answer breaks the contract; empty when it keeps it.
+/// Returns the first breach of the contract in an answer, or an empty text.
 std::string breachOf(const std::string& path, const std::string& body) {
   if (!findEndpoint(path)) return {};
   const auto envelope = readJson(body);
@@ -104,15 +106,6 @@ bool isHost(const std::string& host) {
   return !host.empty() && std::ranges::all_of(host, [](unsigned char c) {
     return (c < 128 && std::isalnum(c)) || c == '.' || c == ':' || c == '-' || c == '[' || c == ']';
   });
-}
-
-void sendHalf(httplib::Response& response, std::string body) {
-  std::size_t size = body.size();
-  response.set_content_provider(
-      size, kJsonType, [body = std::move(body)](std::size_t, std::size_t, httplib::DataSink& sink) {
-        sink.write(body.data(), body.size() / 2);
-        return false;
-      });
 }
 
 }  // namespace
@@ -167,8 +160,8 @@ void Server::Impl::routeApi() {
     std::string pattern = std::string(kBase).append(endpoint.path);
     http.Get(pattern, handler).Post(pattern, handler);
   }
-  // Other paths under the base get an error record too. An endpoint's own 404 also comes here, and
-  // is left as it is.
+  // Other paths under the base get an error record too. The library also calls this handler for an
+  // endpoint's own 404, which stays unchanged.
   http.set_error_handler([handler](const httplib::Request& request, httplib::Response& response) {
     bool unknown = response.status == 404 && !response.has_header("Content-Type") &&
                    request.path.starts_with(std::string(kBase) + "/");
@@ -191,7 +184,7 @@ void Server::Impl::answerApi(const httplib::Request& request, httplib::Response&
     auto envelope = Envelope::of(carryOut(raw, scenario, originFor(request)), now(), scenario);
     exchange.breach = breachOf(path, envelope.body);
     if (scenario.behaviour == Behaviour::normal && !exchange.breach.empty()) {
-      // A fault of the sandbox itself, which no client should take for the contract.
+      // A fault of the sandbox itself: refuse, so no client relies on the wrong answer.
       Refusal fault{500, "the sandbox's own answer breaks the contract, " + exchange.breach};
       envelope = Envelope::of(unexpected(fault), now(), scenario);
     }
@@ -225,11 +218,10 @@ void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const
     exchange.status = 0;
     exchange.response.clear();
   }
-  std::string body = exchange.response;
-  if (scenario.behaviour == Behaviour::truncated) {
-    exchange.response.resize(body.size() / 2);
-    exchange.breach = "body: cut off";
-  }
+  const std::string body = exchange.response;
+  if (scenario.behaviour == Behaviour::truncated) exchange.response.resize(body.size() / 2);
+  if (spoilsBytes(scenario.behaviour) && scenario.behaviour != Behaviour::throttled)
+    exchange.breach = "bytes: spoiled on their way";
   response.status = answers ? exchange.status : 500;
   exchange.micros = std::chrono::duration_cast<microseconds>(steady_clock::now() - begun).count();
   exchange = log.add(std::move(exchange));
@@ -241,11 +233,13 @@ void Server::Impl::deliver(Exchange exchange, httplib::Response& response, const
     case Behaviour::hang:
       Connection::current().waitUntilOver(milliseconds(-1));
       return Connection::current().abandon(Connection::Ending::close);
-    case Behaviour::truncated:
-      return sendHalf(response, std::move(body));
     default:
-      return response.set_content(body, kJsonType);
+      break;
   }
+  response.set_content(body, kJsonType);
+  if (!spoilsBytes(scenario.behaviour)) return;
+  const std::size_t pieces = scenario.behaviour == Behaviour::throttled ? 16 : 1;
+  Connection::current().holdAnswer(std::bind_front(spoilBytes, scenario.behaviour), pieces);
 }
 
 void Server::Impl::control(const httplib::Request& request, httplib::Response& response,
@@ -389,7 +383,7 @@ std::int64_t Server::Impl::now() const {
   return (std::chrono::duration_cast<milliseconds>(sinceEpoch) + skew.load()).count();
 }
 
-/// A client on another machine reaches the creatives by the name by which it reached the server.
+/// The creatives' addresses use the client's name for this server, so other machines reach them.
 std::string Server::Impl::originFor(const httplib::Request& request) const {
   std::string host = request.get_header_value("Host");
   return isHost(host) ? "http://" + host : origin;

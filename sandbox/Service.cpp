@@ -23,7 +23,7 @@ std::string address(std::string_view origin, std::string_view path) {
   return std::string(origin).append(path);
 }
 
-/// Texts per language travel as a string that holds a JSON object.
+/// The contract has texts per language as a string that holds a JSON object.
 std::string localised(std::span<const Text> texts) {
   Json map = Json::object();
   for (const Text& entry : texts) map[std::string(entry.language)] = entry.text;
@@ -266,7 +266,7 @@ Service::Result Service::bidStats(const Json& request) {
 }
 
 Service::Result Service::track(const Json& request) {
-  // Without an advertising identifier there is nothing to attribute the installation by.
+  // An installation without an advertising identifier cannot be attributed.
   bool attributed = !text(request, "idfa").empty();
   store_.addTrack(request.dump(), attributed ? kCampaignPlan : std::string_view{});
   return Json{{"plan", attributed ? Json(kCampaignPlan) : Json(nullptr)}};

@@ -33,19 +33,19 @@ class Service {
 
   Service(const std::string& database, std::filesystem::path data, Periods periods);
 
-  /// Carries out a checked request and returns the payload of its answer. `origin` begins the
-  /// addresses of what the server itself serves.
+  /// Carries out a checked request and returns the payload of its answer. The addresses of the
+  /// server's own files start with `origin`.
   Result handle(std::string_view endpoint, const nlohmann::json& request, std::string_view origin);
 
-  /// Changes what `json` names of a plan, {"plan": ID, "ecpm": 900, "caph": 3, "capd": 12,
-  /// "on": true}, until the next reset.
+  /// Changes the given terms of a plan until the next reset: {"plan": ID, "ecpm": 900, "caph": 3,
+  /// "capd": 12, "on": true}.
   expected<void, std::string> setPlan(const nlohmann::json& json);
-  /// The application, ad units, plans with their present terms, and templates.
+  /// The application, ad units, plans with their current terms, and templates.
   nlohmann::json catalogue();
   bool publishTemplate(std::string_view id, std::string_view html);
   State state() { return store_.state(); }
   void reset();
-  /// What is wrong with the database or the data folder, once per failure.
+  /// Returns each failure of the database or the data folder once.
   std::optional<std::string> takeError() { return store_.takeError(); }
 
  private:

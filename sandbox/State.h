@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// What the server knows, as plain values that tests and tools compare.
+/// The server's state as plain values that tests and tools compare.
 namespace kva::sandbox {
 
 struct UserRecord {
@@ -49,18 +49,18 @@ struct State {
   nlohmann::json toJson() const;
 };
 
-/// One request to an API endpoint and what was answered.
+/// One request to an API endpoint, and its answer.
 struct Exchange {
   std::int64_t number = 0;  ///< from 1, never reused until a reset
-  std::int64_t time = 0;    ///< server clock, milliseconds since 1970, when the request had arrived
+  std::int64_t time = 0;    ///< server clock, milliseconds since 1970, at the request's arrival
   std::int64_t micros = 0;  ///< from arrival to the end of its handling, delays included
   std::string method{}, endpoint{};
   std::string request{};   ///< the body of a POST, the query of a GET
   std::string verdict{};   ///< "ok", or the code and message of the error record
   std::string scenario{};  ///< the behaviour's name, "normal" as a rule
-  int status = 0;          ///< HTTP; 0 when nothing was answered
-  std::string response{};  ///< the body as it left; empty for a reset or a hang
-  std::string breach{};    ///< how the answer breaks the contract, as a scenario makes it; or empty
+  int status = 0;          ///< HTTP; 0 without an answer
+  std::string response{};  ///< the body; empty for a reset or a hang
+  std::string breach{};    ///< how the scenario's answer breaks the contract; empty if it does not
 
   nlohmann::json toJson() const;
 };

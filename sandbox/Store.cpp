@@ -50,9 +50,9 @@ ReportRecord readReport(const Database::Row& row) {
           .received = row.integer(8)};
 }
 
-/// The path, once its folder is there.
+/// Creates the folder of `path` and returns `path`.
 const std::string& prepared(const std::string& path) {
-  std::error_code ignored;  // opening the file names what is wrong
+  std::error_code ignored;  // opening the file reports the problem
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
   return path;
 }

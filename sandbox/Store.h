@@ -12,7 +12,7 @@
 
 namespace kva::sandbox {
 
-/// What the server remembers, in SQLite. For one thread at a time.
+/// The server's state in SQLite. For one thread at a time.
 class Store {
  public:
   explicit Store(const std::string& path);
@@ -25,7 +25,7 @@ class Store {
   std::optional<BidRecord> bid(std::string_view id);
   void closeBid(const BidRecord& bid);
 
-  /// Merges one report into those for its bid: nothing goes back to false or to less.
+  /// Merges one report into the bid's report: no flag returns to false, no number decreases.
   void mergeReport(const ReportRecord& report);
   void addTrack(std::string_view record, std::string_view plan);
 

@@ -20,9 +20,8 @@ std::string whyRefused(const std::string& verdict, const Json& request) {
   const auto has = [&](const char* text) { return verdict.contains(text); };
   if (has("uid: no such user")) {
     return "This server does not know the user " + field(request, "uid") +
-           ": another server made it, or a reset has removed it. The SDK registers again by "
-           "itself, "
-           "so ask for the next bid.";
+           ": another server made it, or a reset has removed it. The SDK registers again, so "
+           "request another bid.";
   }
   if (has("aid: no such application")) {
     return "The application " + field(request, "aid") +
@@ -30,20 +29,20 @@ std::string whyRefused(const std::string& verdict, const Json& request) {
   }
   if (has("adid: no such ad unit")) {
     return "This server has no ad unit " + field(request, "adid") +
-           ". The catalogue lists those that it has.";
+           ". The catalogue lists its ad units.";
   }
   if (has("adt: this ad unit is")) {
     return "The ad unit " + field(request, "adid") + " is not of the kind \"" +
-           field(request, "adt") + "\" that the host asked for. Ask with the other KVABidType.";
+           field(request, "adt") + "\" that the host requested. Use the other KVABidType.";
   }
   if (has("already l")) {
-    return "This bid is closed (" + verdict + "). A bid serves one ad, so ask for a new bid.";
+    return "This bid is closed (" + verdict + "). A bid serves one ad, so request a new bid.";
   }
   if (has("no such bid") || has("plan: not one")) {
     return "This server has not made this offer (" + verdict +
-           "): another server made it, or a reset has removed it. Ask for a new bid.";
+           "): another server made it, or a reset has removed it. Request a new bid.";
   }
-  return "The request breaks the contract (" + verdict + "). /docs says what each field holds.";
+  return "The request breaks the contract (" + verdict + "). /docs describes each field.";
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 namespace kva::sandbox {
 
-/// Says in a sentence why a request for a bid or an ad has led to no ad, and what to do. Empty
-/// when it has led to one, and for other endpoints.
+/// Returns a sentence with the reason why a request for a bid or an ad led to no ad, and the
+/// remedy. Empty when it led to an ad, and for other endpoints.
 std::string whyNoAd(const Exchange& exchange);
 
 }  // namespace kva::sandbox

@@ -21,12 +21,14 @@ constexpr const char* kAbout =
 constexpr const char* kScenarios = R"(
 Scenarios, each with ",delay:MS" or ",times:N" after it where needed:
   normal  no-fill  error[:CODE[:MESSAGE]]  not-ok  missing:KEY  wrong-type:KEY
-  replace:KEY:VALUE  malformed  truncated  empty  http-500  reset  hang
+  replace:KEY:VALUE  malformed  empty  http-500  reset  hang
+  throttled  truncated  cut-head  reset-body  garbage-before  garbage-within
+  repeated-bytes  repeated-answer
 
   kelvara-sandbox --port 0 --scenario /bid/init=no-fill,times:2 --scenario '*=normal,delay:250'
 )";
 
-/// The identifiers to give to a host, and the scenarios.
+/// The identifiers for a host, and the scenarios.
 std::string footer() {
   std::string text = "Application: " + std::string(kApplicationId) + "\nAd units:\n";
   for (const CatalogueAdUnit& unit : adUnits()) {
@@ -36,7 +38,7 @@ std::string footer() {
   return text + kScenarios;
 }
 
-/// Where the server keeps its users between runs; in memory without a home.
+/// The server keeps its users here between runs; in memory if there is no home folder.
 std::string defaultDatabase() {
   const char* data = std::getenv("XDG_DATA_HOME");
   const char* home = std::getenv("HOME");
@@ -97,7 +99,7 @@ int main(int count, char** arguments) {
       std::cout << plainText({exchange}) << std::flush;
     };
   }
-  // Blocked before any thread starts, so only sigwait() below receives them.
+  // Block them before any thread starts, so only sigwait() below receives them.
   sigset_t endings;
   sigemptyset(&endings);
   sigaddset(&endings, SIGINT);

@@ -1,12 +1,12 @@
 #!/bin/sh
-# render.sh FFMPEG landscape|portrait OUT.mp4 OUT.webm: eight seconds of a paper comet on its way.
+# render.sh FFMPEG landscape|portrait OUT.mp4 OUT.webm: renders eight seconds of a flying paper comet.
 set -eu
 ffmpeg=$1 orientation=$2 mp4=$3 webm=$4
 art=$(dirname "$0")
 width=854 height=480
 [ "$orientation" = landscape ] || { width=480 height=854; }
 
-# The sprites come with their colours multiplied by their opacity already.
+# The sprites have premultiplied alpha.
 still="loop=-1:1" # drawn once, shown in every frame
 over=":alpha=premultiplied"
 dim() { echo "scale=iw*$1:-1,colorchannelmixer=rr=$2:gg=$2:bb=$2:aa=$2"; }

@@ -8,12 +8,12 @@
 #include "sandbox/Catalogue.h"
 #include "sandbox/Server.h"
 
-/// A client without any library, and requests as a healthy SDK makes them, to send or to spoil.
+/// An HTTP client on a raw socket, and the requests of a healthy SDK.
 namespace kva::sandbox {
 
 using Json = nlohmann::json;
 
-/// What the client sees of one connection.
+/// The client's view of one connection.
 struct Reply {
   enum class End { closed, reset, silent } end = End::closed;
   int status = 0;
@@ -24,12 +24,11 @@ struct Reply {
   std::string verdict() const;
 };
 
-/// Sends `bytes` on a connection of its own and reads until it ends or has said nothing for
-/// `limit`.
+/// Sends `bytes` on a new connection and reads until it ends or stays silent for `limit`.
 Reply exchangeBytes(int port, std::string_view bytes,
                     std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-/// One request with the headers that the API expects; `path` from the root, query included.
+/// One request with the headers of the API. `path` starts at the root and includes the query.
 Reply get(int port, const std::string& path, const std::string& headers = "");
 Reply post(int port, const std::string& path, const Json& body);
 std::string postBytes(const std::string& path, const std::string& body);

@@ -1,4 +1,4 @@
-// What leaves the device, and who can read what stays on it.
+// Which data leaves the device, and who can read the stored data.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -19,56 +19,66 @@
 #include <sandbox/Server.h>
 
 #include "platform/linux_support.h"
-#include "story/FaultProxy.h"
 
 namespace kva::story {
 namespace {
 
 using test::spinMainLoopUntil;
 
-/// Keeps what is said, and knows the identifier and what gives it away.
-struct Ear : LogOutput {
-  void print(LogLevel, std::string_view text) override { hear(text); }
-  void hear(std::string_view text) {
-    said.with([&](auto& all) { all.emplace_back(text); });
+/// Records texts, and finds the advertising identifier or its digest in them.
+struct Records {
+  void add(std::string_view text) {
+    texts.with([&](auto& all) { all.emplace_back(text); });
   }
-  bool hasHeardTheIdentifier() const {
+  bool haveTheIdentifier() const {
     std::string lower(sandbox::kTesterIDFA);
     std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    return std::ranges::any_of(said.get(), [&](const std::string& text) {
+    return std::ranges::any_of(texts.get(), [&](const std::string& text) {
       return text.contains(sandbox::kTesterIDFA) || text.contains(sandbox::kTesterDigest) ||
              text.contains(lower) || text.contains(md5Value(lower));
     });
   }
-  Guarded<std::vector<std::string>> said;
+  Guarded<std::vector<std::string>> texts;
+};
+
+struct RecordedLog : LogOutput, Records {
+  void print(LogLevel, std::string_view text) override { add(text); }
+};
+
+/// Records every request before it sends it.
+struct RecordedSession : URLSession, Records {
+  explicit RecordedSession(std::shared_ptr<URLSession> real) : session(std::move(real)) {}
+  void send(URLRequest request, Done done) override {
+    add(request.url.absoluteString());
+    for (const auto& [name, value] : request.headers) add(name + ": " + value);
+    if (request.body) add(asText(*request.body));
+    session->send(std::move(request), std::move(done));
+  }
+  void invalidate() override { session->invalidate(); }
+  const std::shared_ptr<URLSession> session;
 };
 
 class Privacy : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(server.start());
-    proxy = std::make_unique<FaultProxy>(server.port(), [this](auto, const std::string& request) {
-      wire.hear(request);
-      return Fault::none;
-    });
-  }
+  void SetUp() override { ASSERT_TRUE(server.start()); }
 
   void launch(const std::string& appVersion) {
     runtime = nullptr;
     LinuxOptions options;
     options.appVersion = appVersion;
     options.userDefaults = folder.path / "home" / "defaults.sqlite";
-    options.apiBases = {.production = proxy->apiBase(), .sandbox = proxy->apiBase()};
+    options.apiBases = {.production = server.baseURL(), .sandbox = server.baseURL()};
     options.reachability = ReachabilityPolicy::assumeReachable;
     options.advertisingIdentifier = sandbox::kTesterIDFA;
     options.trackingAuthorized = true;
     Platform ports = makeLinuxPlatform(options).ports;
-    ports.logOutput = log;
+    ports.logOutput = log = std::make_shared<RecordedLog>();
+    ports.urlSession = wire = std::make_shared<RecordedSession>(ports.urlSession);
     runtime = std::make_unique<Runtime>(std::move(ports));
     Log::shared().setLogLevel(LogLevel::d);
   }
 
-  /// From the start to an uploaded report, a bid lost, and a user whom the server does not know.
+  /// Makes every kind of request; the server forgets the user in between.
   void liveOn() {
     std::atomic<int> answers = 0;
     const auto count = [&](const auto& result) { answers += result.has_value(); };
@@ -93,7 +103,7 @@ class Privacy : public testing::Test {
     EXPECT_TRUE(spinMainLoopUntil([&] { return answer.get() != nullptr; }));
     return answer.get();
   }
-  /// Again and again, because what is tracked during an upload goes with the next.
+  /// Repeats the action: one that is tracked during an upload waits for the next upload.
   void report(const std::shared_ptr<KVABidResponse>& bid) {
     EXPECT_TRUE(spinMainLoopUntil([&] {
       ReportManager::shared().trackAction(bid->bidId(), {BidReportAction::impression});
@@ -104,48 +114,50 @@ class Privacy : public testing::Test {
 
   test::TemporaryFolder folder;
   sandbox::Server server{{.periods = {.betweenUploads = 0}}};
-  Ear wire;
-  std::shared_ptr<Ear> log = std::make_shared<Ear>();
-  std::unique_ptr<FaultProxy> proxy;
+  std::shared_ptr<RecordedSession> wire;  ///< of this launch
+  std::shared_ptr<RecordedLog> log;       ///< of this launch
   std::unique_ptr<Runtime> runtime;
 };
 
 TEST_F(Privacy, WithoutConsentTheIdentifierIsInNoRequestAndNoLogLine) {
+  const auto expectNoIdentifier = [this](const char* when) {
+    EXPECT_FALSE(wire->haveTheIdentifier()) << when;
+    EXPECT_FALSE(log->haveTheIdentifier()) << when;
+  };
   launch("1.0");
   liveOn();
+  expectNoIdentifier("before any consent");
   launch("2.0");  // sends an update
   Kelvara::setUserConsent(false);
   liveOn();
+  expectNoIdentifier("consent refused");
   std::set<std::string> endpoints;
   for (const auto& exchange : server.exchanges()) endpoints.insert(exchange.endpoint);
   EXPECT_EQ(endpoints.size(), 9u) << "not every kind of request was made";
-  EXPECT_FALSE(wire.hasHeardTheIdentifier());
-  EXPECT_FALSE(log->hasHeardTheIdentifier());
 
   launch("3.0");
   Kelvara::setUserConsent(true);
   liveOn();
-  EXPECT_TRUE(wire.hasHeardTheIdentifier()) << "this would not have noticed";
-
-  wire.said.set({});
-  log->said.set({});
+  EXPECT_TRUE(wire->haveTheIdentifier()) << "the test would miss a leak";
+  wire->texts.set({});
+  log->texts.set({});
   Kelvara::setUserConsent(false);
   report(bid());
+  expectNoIdentifier("consent withdrawn");
   launch("4.0");
   Kelvara::setUserConsent(false);
   liveOn();
-  EXPECT_FALSE(wire.hasHeardTheIdentifier()) << "sent after consent was taken back";
-  EXPECT_FALSE(log->hasHeardTheIdentifier());
+  expectNoIdentifier("the launch after");
 }
 
-TEST_F(Privacy, WhatIsStoredIsItsOwnersAlone) {
+TEST_F(Privacy, OnlyTheOwnerCanReadTheStore) {
   using std::filesystem::perms;
   const mode_t before = umask(0);
   launch("1.0");
   liveOn();
   runtime = nullptr;
   for (const auto& file : std::filesystem::directory_iterator(folder.path / "home"))
-    permissions(file, perms{0644});  // as something else may have left them
+    permissions(file, perms{0644});  // another program may have changed them
   launch("2.0");
   liveOn();
   umask(before);
@@ -155,22 +167,21 @@ TEST_F(Privacy, WhatIsStoredIsItsOwnersAlone) {
     EXPECT_EQ(file.status().permissions(), perms::owner_read | perms::owner_write) << file.path();
     ++files;
   }
-  EXPECT_EQ(files, 4) << "the database, its log, that log's index and the file of claims";
+  EXPECT_EQ(files, 4) << "database, log, the log's index, claims";
 }
 
-TEST(SandboxServer, IsHeardOnLoopbackAloneUnlessToldOtherwise) {
-  const auto reaches = [](int port) {
-    test::LoopbackSocket client;
-    client.address.sin_port = htons(static_cast<std::uint16_t>(port));
-    inet_pton(AF_INET, "127.0.0.2", &client.address.sin_addr);  // not the one that it is given
-    return connect(client.fd, reinterpret_cast<sockaddr*>(&client.address),
-                   sizeof client.address) == 0;
-  };
-  sandbox::Server usual, told({.listen = "0.0.0.0"});
-  ASSERT_TRUE(usual.start());
-  ASSERT_TRUE(told.start());
-  EXPECT_FALSE(reaches(usual.port()));
-  EXPECT_TRUE(reaches(told.port()));
+TEST(SandboxServer, ListensOnLoopbackAloneByDefault) {
+  for (const sandbox::Options& options : {sandbox::Options(), {.listen = "0.0.0.0"}}) {
+    sandbox::Server server(options);
+    ASSERT_TRUE(server.start());
+    const test::LoopbackSocket client;
+    auto other = client.address;
+    other.sin_port = htons(static_cast<std::uint16_t>(server.port()));
+    inet_pton(AF_INET, "127.0.0.2", &other.sin_addr);
+    EXPECT_EQ(connect(client.fd, reinterpret_cast<sockaddr*>(&other), sizeof other) == 0,
+              options.listen == "0.0.0.0")
+        << options.listen;
+  }
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 namespace kva::story {
 
-/// A whole number from the environment, which is how long runs are asked for.
+/// Reads a whole number from the environment: the length of a long run, or a seed.
 inline std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) {
   const char* text = std::getenv(name);
   std::uint64_t value = otherwise;
@@ -16,7 +16,7 @@ inline std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) 
   return value;
 }
 
-/// Chance that repeats itself: the same seed makes the same choices.
+/// Random choices. The same seed makes the same choices.
 class Chance {
  public:
   explicit Chance(std::uint64_t seed) : engine_(seed) {}

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <sys/types.h>
+#include <gio/gio.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -12,36 +11,35 @@
 
 namespace kva::story {
 
-/// One launch of a host application, in a process of its own (see host_process.cpp).
+/// One launch of the host application of host_process.cpp, in its own process.
 class HostProcess {
  public:
-  HostProcess(const std::string& apiBase, const std::filesystem::path& defaults,
-              const std::string& appVersion = "1.0");
-  /// Lets the process end by itself.
+  HostProcess(const std::string& apiBase, const std::filesystem::path& defaults);
+  /// Closes the process's input and waits until it ends.
   ~HostProcess();
 
   /// Sends a command without waiting.
   void send(std::string_view command) const;
-  /// The next answer that begins with `expected`, without its "= "; empty when the process ends.
+  /// Returns the next answer that begins with `expected`, without its "= "; empty when the process
+  /// ends.
   std::string await(std::string_view expected);
   std::string ask(std::string_view command, std::string_view expected) {
     send(command);
     return await(expected);
   }
-  /// All that it has answered so far.
+  /// All answers so far.
   const std::vector<std::string>& answers() const { return answers_; }
-  /// SIGKILL so long from now, whatever the process is doing by then.
+  /// Sends SIGKILL after `delay`, on another thread.
   void killAfter(std::chrono::microseconds delay);
-  /// SIGKILL, and all that it had answered until then.
+  /// Sends SIGKILL and returns all answers of the process.
   std::vector<std::string> kill();
 
  private:
   void finish();
 
-  pid_t pid_ = -1;
+  GSubprocess* process_ = nullptr;
+  GDataInputStream* output_ = nullptr;
   std::jthread killer_;
-  int input_ = -1;
-  std::FILE* output_ = nullptr;
   std::vector<std::string> answers_;
 };
 

@@ -7,7 +7,7 @@
 namespace kva::story {
 namespace {
 
-/// What may become of a request on its way to a server that exists.
+/// Transport errors of a request to a server that exists.
 const std::set<std::int64_t> kTransport = {
     static_cast<std::int64_t>(URLError::timedOut),
     static_cast<std::int64_t>(URLError::cannotConnectToHost),
@@ -46,7 +46,7 @@ void Ledger::Call::answered(const std::optional<Error>& error) {
   });
 }
 
-/// What is wrong with an answer that comes now; empty when nothing is.
+/// Returns the promise that an answer breaks now; empty when it keeps all.
 std::string Ledger::verdict(const Call& call, bool isEnding,
                             const std::optional<Error>& error) const {
   const Promise& promise = *call.promise;

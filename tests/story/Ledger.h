@@ -15,28 +15,28 @@
 
 namespace kva::story {
 
-/// What a call of the SDK promises about its answer.
+/// The documented ways to answer one kind of call.
 struct Promise {
   std::string name;
   std::set<std::int64_t> refusals{};  ///< codes that may come before the call returns
-  std::set<std::int64_t> failures{};  ///< codes of the SDK's own domain that may come later
+  std::set<std::int64_t> failures{};  ///< codes of the domain "Kelvara" that may come later
   bool mayAnswerAtOnce = false;       ///< success may come before the call returns
-  /// Success comes on the main thread, failures there or on the network session's; without it all
-  /// comes on the session's.
+  /// True: success comes on the main thread, a failure there or on the network session's thread.
+  /// False: every answer comes on the session's thread.
   bool succeedsOnMainThread = false;
 };
 
-/// Watches that every call is answered exactly once, where and with what it promised. Any thread.
+/// Checks that every call is answered exactly once, on the promised thread, as promised. Any
+/// thread.
 class Ledger {
  public:
-  /// Each tells whether it is called on the thread that it names.
+  /// Each function returns whether the calling thread is the one in its name.
   explicit Ledger(std::function<bool()> isSessionThread, std::function<bool()> isMainThread = {});
 
-  /// One call, from just before it is made. Whoever answers it holds on to it.
+  /// One call. Open it just before the call; the completion or the delegate keeps it.
   class Call {
    public:
-    /// The call has returned to its caller.
-    void returned();
+    void returned();  ///< the call has returned to its caller
     void answered(const std::optional<Error>& error);
 
    private:
@@ -50,10 +50,10 @@ class Ledger {
   std::shared_ptr<Call> open(const Promise& promise);
 
   struct Books {
-    std::size_t calls = 0, pending = 0;           ///< all, and those that have not been answered
-    bool isEnding = false;                        ///< what is cut off is answered as cancelled
+    std::size_t calls = 0, pending = 0;           ///< all, and those without an answer
+    bool isEnding = false;                        ///< from now on `cancelled` is a valid answer
     std::map<std::string, std::size_t> outcomes;  ///< by call and answer
-    std::vector<std::string> complaints;          ///< what was not as promised
+    std::vector<std::string> complaints;          ///< broken promises
   };
   Books books() const { return books_.get(); }
   bool isSettled() const {

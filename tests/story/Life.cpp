@@ -20,7 +20,7 @@ std::set<std::int64_t> with(std::set<std::int64_t> codes, std::int64_t code) {
 
 }  // namespace
 
-/// The delegate for one ad, and all that keeps it alive until nothing more is to come.
+/// The delegate of one ad. It owns the ad and its window until the last callback.
 struct Life::Loading : KVAInterstitialDelegate, KVARewardedDelegate {
   Loading(Life& of, Bid won) : life(of), bid(std::move(won)), load(of.ledger.open(of.load_)) {}
 
@@ -88,7 +88,7 @@ Life::Life(const std::filesystem::path& folder, const std::string& apiBase,
            const std::set<std::int64_t>& serverCodes)
     : ledger([this] { return static_cast<CurlSession&>(*platform_.urlSession).isSessionThread(); },
              [this] { return platform_.mainQueue->isMainThread(); }),
-      // A start of what is started already succeeds at once.
+      // A second start succeeds before it returns.
       start_{
           .name = "start", .refusals = {4, 14}, .failures = serverCodes, .mayAnswerAtOnce = true},
       bid_{.name = "bid", .refusals = {2, 3, 4, 8}, .failures = with(serverCodes, 5)},
@@ -134,7 +134,7 @@ void Life::load(const Bid& bid, KVABidType kind) {
   loadings_.with([&](auto& all) { all.push_back(loading); });
   loading->ad->loadAd(bid, 1.25);
   load->returned();
-  // Read while others write it, for the thread sanitizer to see.
+  // The thread sanitizer checks these reads against the session's writes.
   if (!loading->ad->isLoaded()) loading->ad->isLoading();
 }
 
@@ -152,8 +152,8 @@ bool Life::playUntil(const std::function<bool()>& done) {
   });
 }
 
-/// What WebKit and a user would do: every page that was given its document finishes loading, a page
-/// of the sandbox's says when it has its assets, and windows with an ad go away.
+/// Plays WebKit and the user: every page with a document finishes loading and reports its assets
+/// as loaded, and windows with a presented ad are destroyed.
 void Life::play() {
   time_.advance(0.05);
   for (const auto& page : application_.webViews()) {
@@ -161,7 +161,7 @@ void Life::play() {
     page->finishNavigation();
     page->navigate("kva://preloadComplete");
   }
-  const auto loadings = loadings_.get();  // held until none is guarded any more
+  const auto loadings = loadings_.get();  // a copy, so they are destroyed outside the lock
   for (const auto& loading : loadings)
     if (loading->dismissal && !loading->window->isDestroyed()) loading->window->destroy();
   loadings_.with([](auto& all) {

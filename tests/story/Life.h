@@ -18,32 +18,31 @@
 
 namespace kva::story {
 
-/// A host that does what hosts do, for as long as one process would live, with every call in its
-/// ledger. Real transport and storage; the views are those of a headless application, whose pages
-/// and user the main thread plays.
+/// One process of a host, with every call in a ledger. Transport and storage are real. The views
+/// are headless; the main thread plays their pages and their user.
 class Life {
  public:
   using Bid = std::shared_ptr<KVABidResponse>;
 
-  /// With settings in `folder`; `serverCodes` are those of the error records that may come.
+  /// Stores settings in `folder`. `serverCodes` are the codes of the error records that may come.
   Life(const std::filesystem::path& folder, const std::string& apiBase,
        const std::set<std::int64_t>& serverCodes);
   ~Life() { end(); }
 
   void start(const std::string& appId);
-  /// `won` hears of a bid on the thread that answers.
+  /// Calls `won` with a bid on the session's thread.
   void bid(const std::string& adUnit, KVABidType kind, std::function<void(Bid)> won);
-  /// Loads an ad that is shown when it is ready, and whose window goes away once it has come.
+  /// Loads an ad and shows it when it is ready. Its window is destroyed once the ad is presented.
   void load(const Bid& bid, KVABidType kind);
-  /// Plays the pages and the user on the main thread until `done`; false after half a minute.
+  /// Plays the pages and the user until `done`; false after 30 s. Main thread.
   bool playUntil(const std::function<bool()>& done);
   bool settles() {
     return playUntil([this] { return ledger.isSettled(); });
   }
-  /// The bids whose ads were presented.
+  /// The identifiers of the bids whose ads were presented.
   std::vector<std::string> shown() const { return shown_.get(); }
   int viewsLeft() const { return application_.liveViews() + application_.liveViewControllers(); }
-  /// Ends the process, whatever is under way.
+  /// Destroys the runtime, which cancels the calls under way.
   void end();
 
   Ledger ledger;

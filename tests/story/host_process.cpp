@@ -1,6 +1,6 @@
-// A host application without a display, told what to do line by line: each line on standard input
-// is a command, each is answered by a line that begins with "= ". The SDK's log goes to standard
-// output beside that. Made to be killed at any moment.
+// A host application without a display. It reads one command per line from standard input and
+// answers each with a line that begins with "= ". Its other lines are the SDK's log. Tests kill it
+// at any moment.
 #include <glib.h>
 
 #include <cstdio>
@@ -13,10 +13,8 @@
 
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/Kelvara.h>
-#include <Kelvara/ads/AdLoader.h>
 #include <Kelvara/ads/FrequencyCappingManager.h>
 #include <Kelvara/ads/TemplateManager.h>
-#include <Kelvara/base/Guarded.h>
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <platform/linux/LinuxPlatform.h>
@@ -25,107 +23,73 @@ namespace {
 
 using namespace kva;
 
-/// In one write, so that it does not mix with log lines, and however long the reader takes.
+/// One write, so answers and log lines do not mix.
 void answer(const std::string& text) {
   const std::string line = "= " + text + "\n";
   if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::exit(1);
 }
 
-class HostProcess : public AdLoaderDelegate, public std::enable_shared_from_this<HostProcess> {
- public:
-  void run(const std::string& command, std::istream& arguments) {
-    if (command == "start") {
-      Kelvara::start(next(arguments), [](std::optional<Error> error) {
-        answer("started " + std::to_string(error ? error->code() : 0));
-      });
-    } else if (command == "bid") {
-      bid(next(arguments));
-    } else if (command == "load") {
-      loader_ = AdLoader::create();
-      loader_->setDelegate(shared_from_this());
-      const auto bid = bid_.get();
-      loader_->load(bid, bid->price());
-    } else if (command == "template") {
-      TemplateManager::shared().templateFor(next(arguments), [](std::optional<Template> found) {
-        answer(found ? "template " + std::to_string(found->version) : "no template");
-      });
-    } else if (command == "impression") {
-      FrequencyCappingManager::shared().trackImpression(next(arguments));
-      answer("impression");
-    } else if (command == "track") {
-      track(arguments);
-    } else if (command == "initialized") {
-      answer(Kelvara::isInitialized() ? "yes" : "no");
-    }
-  }
+void track(const std::string& bidId, std::istream& arguments) {
+  static const std::map<std::string, BidReportAction::Kind> kinds = {
+      {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
+      {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
+      {"quarter", BidReportAction::videoQuarter},  {"fail", BidReportAction::failToShow},
+  };
+  std::string action;
+  std::int64_t quarter = 0;
+  arguments >> action >> quarter;
+  ReportManager::shared().trackAction(bidId, {kinds.at(action), quarter});
+  answer("tracked " + bidId + " " + action);
+}
 
-  void adLoaderDidReceiveAd(AdLoader& loader) override {
-    answer("ad " + loader.adData()->templateId);
+void run(const std::string& line) {
+  std::istringstream words(line);
+  std::string command, id;
+  words >> command >> id;
+  if (command == "start") {
+    Kelvara::start(id, [](std::optional<Error> error) {
+      answer("started " + std::to_string(error ? error->code() : 0));
+    });
+  } else if (command == "bid") {
+    KVABidLoader::loadBid(
+        id, KVABidType::interstitial,
+        [](std::shared_ptr<KVABidResponse> bid, std::optional<Error> error) {
+          answer(error ? "no bid " + std::to_string(error->code()) : "bid " + bid->bidId());
+        });
+  } else if (command == "template") {
+    TemplateManager::shared().templateFor(id, [](std::optional<Template> found) {
+      answer(found ? "template " + std::to_string(found->version) : "no template");
+    });
+  } else if (command == "impression") {
+    FrequencyCappingManager::shared().trackImpression(id);
+    answer("impression");
+  } else if (command == "track") {
+    track(id, words);
+  } else if (command == "initialized") {
+    answer(Kelvara::isInitialized() ? "yes" : "no");
   }
-  void adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) override {
-    answer("ad failed " + std::to_string(error.code()));
-  }
-
- private:
-  static std::string next(std::istream& arguments) {
-    std::string word;
-    arguments >> word;
-    return word;
-  }
-
-  void bid(const std::string& adUnit) {
-    KVABidLoader::loadBid(adUnit, KVABidType::interstitial,
-                          [this](std::shared_ptr<KVABidResponse> bid, std::optional<Error> error) {
-                            if (error) return answer("no bid " + std::to_string(error->code()));
-                            bid_.set(bid);
-                            answer("bid " + bid->bidId() + " " + bid->planId());
-                          });
-  }
-
-  static void track(std::istream& arguments) {
-    std::string bidId, action;
-    std::int64_t quarter = 0;
-    arguments >> bidId >> action >> quarter;
-    static const std::map<std::string, BidReportAction::Kind> kinds = {
-        {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
-        {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
-        {"quarter", BidReportAction::videoQuarter},  {"fail", BidReportAction::failToShow},
-    };
-    ReportManager::shared().trackAction(bidId, {kinds.at(action), quarter});
-    answer("tracked " + bidId + " " + action);
-  }
-
-  Guarded<std::shared_ptr<KVABidResponse>> bid_;  // set on the session's thread
-  std::shared_ptr<AdLoader> loader_;
-};
+}
 
 }  // namespace
 
-/// host_process API_BASE DEFAULTS_FILE APP_VERSION [follow]
+/// host_process API_BASE DEFAULTS_FILE [follow]
 int main(int count, char** arguments) {
-  if (count < 4) return 2;
+  if (count < 3) return 2;
   LinuxOptions options;
   options.bundleId = "org.kelvara.story";
-  options.appVersion = arguments[3];
+  options.appVersion = "1.0";
   options.userDefaults = arguments[2];
   options.apiBases = {.production = arguments[1], .sandbox = arguments[1]};
   options.reachability =
-      count > 4 ? ReachabilityPolicy::followSystem : ReachabilityPolicy::assumeReachable;
-  const auto host = std::make_shared<HostProcess>();  // hears what is cancelled at the end
+      count > 3 ? ReachabilityPolicy::followSystem : ReachabilityPolicy::assumeReachable;
   Runtime runtime(makeLinuxPlatform(options).ports);
   answer("ready");
 
   g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
-  // Commands are carried out on the main thread, between what the loop has to do.
+  // Commands run on the main thread.
   std::jthread reader([&] {
-    for (std::string line; std::getline(std::cin, line);) {
-      runtime.platform().mainQueue->async([&host, line] {
-        std::istringstream words(line);
-        std::string command;
-        words >> command;
-        host->run(command, words);
-      });
-    }
+    for (std::string line; std::getline(std::cin, line);)
+      runtime.platform().mainQueue->async([line] { run(line); });
     runtime.platform().mainQueue->async([&] { g_main_loop_quit(loop); });
   });
   g_main_loop_run(loop);

@@ -1,6 +1,6 @@
-// A host that is killed over and over, at moments that a seed chooses, while it starts, registers,
-// tracks, uploads, counts and keeps templates; alone, and beside another process of the same
-// application. After every kill the stored file is examined.
+// Kills a host again and again, at moments that a seed chooses, while it starts, registers, tracks,
+// uploads, counts and stores templates; alone, and beside another process of the same application.
+// Examines the stored file after every kill.
 //   KELVARA_KILLS  how often (20)      KELVARA_SEED  which choices (1)
 #include <Kelvara/ads/Template.h>
 #include <Kelvara/core/SDKHelper.h>
@@ -36,7 +36,7 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 constexpr const char* kActions[] = {"impression", "click", "complete", "dismiss", "fail"};
 
-/// What has become of a bid: actions, and "quarter 1" up to the last one.
+/// What happened to a bid: its actions, and "quarter 1" up to the last quarter.
 using Facts = std::set<std::string>;
 
 bool covers(const Facts& all, const Facts& some) { return std::ranges::includes(all, some); }
@@ -56,8 +56,8 @@ Facts factsOf(const sandbox::ReportRecord& report) {
                  report.failToShow, report.quarter);
 }
 
-/// What was asked of the host, and how much of it was answered for certain.
-struct Asked {
+/// The commands for a bid or a plan, and those that the host answered.
+struct Sent {
   Facts sent, answered;
   std::int64_t quarter = 0;
 };
@@ -68,12 +68,11 @@ struct Action {
   std::string bid, fact;
 };
 
-/// A way for an endpoint to suffer.
-struct Weather {
+struct Fault {
   const char* endpoint;
   sandbox::Scenario scenario;
 };
-const Weather kWeather[] = {
+const Fault kFaults[] = {
     {"/bid/stats", {.behaviour = Behaviour::reset}},
     {"/bid/stats", {.behaviour = Behaviour::truncated}},
     {"/bid/stats", {.behaviour = Behaviour::serverError, .code = 500}},
@@ -82,7 +81,7 @@ const Weather kWeather[] = {
     {"/template", {.behaviour = Behaviour::truncated, .times = 1}},
     {"/init", {.behaviour = Behaviour::serverError, .times = 1, .code = 503}},
     {"/bid/init", {.delay = 10ms}},
-    // What makes a second registration.
+    // These cause a second registration.
     {"/bid/stats", {.behaviour = Behaviour::serverError, .times = 1, .code = 404}},
     {"/register", {.delay = 40ms}},
     {"/register", {.behaviour = Behaviour::reset, .times = 1}},
@@ -91,8 +90,8 @@ constexpr std::size_t kReregistering = 3;
 
 class KillStory : public testing::Test {
  protected:
-  // Reports go out as fast as they come, and no bid has to wait, so that every kind of work is
-  // always under way.
+  // No pause between uploads and none after a failed bid, so every kind of work is always under
+  // way.
   KillStory() : server({.periods = {.betweenUploads = 0, .restAfterNoFill = -100}}) {}
   void SetUp() override {
     ASSERT_TRUE(server.start());
@@ -106,30 +105,30 @@ class KillStory : public testing::Test {
     return host.ask("start " + std::string(kApplicationId), "started") == "started 0";
   }
 
-  /// One process at a time, launched again and again.
+  /// Runs one process at a time.
   struct Place {
     std::unique_ptr<HostProcess> host;
     std::vector<std::string> liveBids;
-    std::vector<Action> unanswered;  ///< of this launch, in the order in which they were sent
+    std::vector<Action> unanswered;  ///< of this launch, in order
   };
 
-  void changeTheWeather(std::span<const Weather> possible);
+  void plantFaults(std::span<const Fault> possible);
   void launchAndKill();
   bool work(Place& place);
   void sendAction(Place& place);
-  void noteAnswers(const Place& place);
+  void recordAnswers(const Place& place);
   void killNow(Place& place);
   void launchBeside(Place& place);
-  void lookAtWhatIsLeft();
-  void lookAt(const std::filesystem::path& file);
+  void examineCopy();
+  void examine(const std::filesystem::path& file);
   void deliverTheRest();
   void expectReports(const std::shared_ptr<UserDefaults>& defaults);
   void expectCounters(const UserDefaults& defaults);
   void expectTemplate(const UserDefaults& defaults);
   void expectUser(const UserDefaults& defaults);
 
-  /// What was answered to launches that are over.
-  bool serverHasWhatWasAnswered() const;
+  /// Whether the server has every answered action.
+  bool serverHasAll() const;
   std::string templateText(std::int64_t version) const {
     return std::string(20'000 + 100 * static_cast<std::size_t>(version), 'x') + "version " +
            std::to_string(version);
@@ -142,7 +141,7 @@ class KillStory : public testing::Test {
   sandbox::Server server;
   const std::int64_t begunAt = now();
 
-  std::map<std::string, Asked> asked;
+  std::map<std::string, Sent> commands;  ///< by bid
   Place places[2];
   std::map<std::string, Counted> impressions;
   std::int64_t newestTemplate = 3, storedTemplate = 0;
@@ -157,16 +156,16 @@ class KillStory : public testing::Test {
   }
 };
 
-void KillStory::changeTheWeather(std::span<const Weather> possible) {
+void KillStory::plantFaults(std::span<const Fault> possible) {
   server.clearScenarios();
   for (int i = 0; i < 2; ++i) {
-    const Weather& weather = chance.oneOf(possible);
-    server.setScenario(weather.endpoint, weather.scenario);
+    const Fault& fault = chance.oneOf(possible);
+    server.setScenario(fault.endpoint, fault.scenario);
   }
 }
 
 void KillStory::launchAndKill() {
-  changeTheWeather(kWeather);
+  plantFaults(kFaults);
   if (chance.oneIn(3)) server.publishTemplate(kImageTemplate, templateText(++newestTemplate));
   Place& place = places[0];
   const auto begun = std::chrono::steady_clock::now();
@@ -186,7 +185,7 @@ void KillStory::launchAndKill() {
   killNow(place);
 }
 
-/// False once the host has been killed.
+/// Returns false once the host is killed.
 bool KillStory::work(Place& place) {
   HostProcess& host = *place.host;
   bool alive = true;
@@ -208,14 +207,14 @@ bool KillStory::work(Place& place) {
 void KillStory::sendAction(Place& place) {
   auto& liveBids = place.liveBids;
   if (liveBids.size() < 8) {
-    std::string number = std::to_string(asked.size());
+    std::string number = std::to_string(commands.size());
     number.insert(0, 12 - number.size(), '0');
     liveBids.push_back("b1d00000-0000-4000-8000-" + number);
-    asked[liveBids.back()];
+    commands[liveBids.back()];
   }
   const std::size_t at = chance.below(liveBids.size());
   const std::string bid = liveBids[at];
-  Asked& of = asked[bid];
+  Sent& of = commands[bid];
   std::string fact = chance.oneOf(kActions);
   if (of.quarter < 4 && chance.oneIn(2)) fact = "quarter " + std::to_string(++of.quarter);
   if (fact == "dismiss" || fact == "fail")
@@ -225,14 +224,14 @@ void KillStory::sendAction(Place& place) {
   place.unanswered.push_back({bid, fact});
 }
 
-/// Actions are answered in the order in which they were sent.
-void KillStory::noteAnswers(const Place& place) {
+/// The host answers actions in the order in which they were sent.
+void KillStory::recordAnswers(const Place& place) {
   std::size_t answers = 0;
   for (const auto& line : place.host->answers()) {
     if (line.starts_with("tracked ")) {
       ASSERT_LT(answers, place.unanswered.size());
       const Action& action = place.unanswered[answers++];
-      asked[action.bid].answered.insert(action.fact);
+      commands[action.bid].answered.insert(action.fact);
     }
   }
 }
@@ -240,22 +239,22 @@ void KillStory::noteAnswers(const Place& place) {
 void KillStory::killNow(Place& place) {
   const auto answers = std::ranges::count_if(
       place.host->kill(), [](const std::string& line) { return line.starts_with("tracked "); });
-  noteAnswers(place);
+  recordAnswers(place);
   answeredActions += static_cast<std::size_t>(answers);
   unansweredActions += place.unanswered.size() - static_cast<std::size_t>(answers);
   place.unanswered.clear();
 }
 
-/// At a copy, so that it is the next launch that finds the file as the kill has left it.
-void KillStory::lookAtWhatIsLeft() {
+/// Examines a copy, so the next launch opens the file as the kill has left it.
+void KillStory::examineCopy() {
   const auto copy = folder.path / "copy";
   std::filesystem::remove_all(copy);
   std::filesystem::copy(folder.path / "host", copy);
-  if (!std::filesystem::exists(copy / "defaults.sqlite")) return;  // killed before it was made
-  lookAt(copy / "defaults.sqlite");
+  if (!std::filesystem::exists(copy / "defaults.sqlite")) return;  // killed before the host made it
+  examine(copy / "defaults.sqlite");
 }
 
-void KillStory::lookAt(const std::filesystem::path& stored) {
+void KillStory::examine(const std::filesystem::path& stored) {
   auto defaults = std::make_shared<SqliteDefaults>(
       stored, [](const std::string& complaint) { ADD_FAILURE() << complaint; });
   for (const auto& entry : std::filesystem::directory_iterator(folder.path / "host"))
@@ -288,9 +287,9 @@ void KillStory::expectReports(const std::shared_ptr<UserDefaults>& defaults) {
   for (const auto& report : state.reports) note(report.bid, factsOf(report), report.impressionAt);
 
   for (const auto& [bid, facts] : found)
-    EXPECT_TRUE(asked.contains(bid) && covers(asked[bid].sent, facts))
+    EXPECT_TRUE(commands.contains(bid) && covers(commands[bid].sent, facts))
         << "invented: " << bid << " " << testing::PrintToString(facts);
-  for (const auto& [bid, of] : asked)
+  for (const auto& [bid, of] : commands)
     EXPECT_TRUE(covers(found[bid], of.answered))
         << "lost: " << bid << " has " << testing::PrintToString(found[bid]) << " of "
         << testing::PrintToString(of.answered);
@@ -333,14 +332,14 @@ void KillStory::expectUser(const UserDefaults& defaults) {
   EXPECT_EQ(std::ranges::count(users, *uid, &sandbox::UserRecord::uid), 1) << *uid;
 }
 
-bool KillStory::serverHasWhatWasAnswered() const {
+bool KillStory::serverHasAll() const {
   std::map<std::string, Facts> there;
   for (const auto& report : server.state().reports) there[report.bid] = factsOf(report);
   return std::ranges::all_of(
-      asked, [&](const auto& each) { return covers(there[each.first], each.second.answered); });
+      commands, [&](const auto& each) { return covers(there[each.first], each.second.answered); });
 }
 
-/// What the kills have left waiting reaches the server from a launch that lives.
+/// A launch that is not killed delivers every report that is left.
 void KillStory::deliverTheRest() {
   server.clearScenarios();
   Place& last = places[0];
@@ -348,17 +347,17 @@ void KillStory::deliverTheRest() {
   last.host->await("ready");
   ASSERT_TRUE(starts(*last.host));
   ASSERT_TRUE(last.host->ask("bid " + std::string(kInterstitialAdUnit), "").starts_with("bid "));
-  // An action that arrives while an upload is on its way goes out once another one comes.
+  // An action that is tracked during an upload waits for the next action.
   const auto limit = std::chrono::steady_clock::now() + 20s;
   for (bool complete = false; !complete;) {
     ASSERT_LT(std::chrono::steady_clock::now(), limit) << "reports stay on the device";
     sendAction(last);
     ASSERT_FALSE(last.host->await("tracked").empty());
     complete = server.waitForExchanges(
-        "/bid/stats", [this](const auto&) { return serverHasWhatWasAnswered(); }, 500ms);
+        "/bid/stats", [this](const auto&) { return serverHasAll(); }, 500ms);
   }
   killNow(last);
-  lookAtWhatIsLeft();
+  examineCopy();
 }
 
 TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
@@ -367,7 +366,7 @@ TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
   for (std::size_t kill = 1; kill <= kills && !HasFailure(); ++kill) {
     SCOPED_TRACE("after kill " + std::to_string(kill));
     launchAndKill();
-    lookAtWhatIsLeft();
+    examineCopy();
   }
   if (HasFailure()) return;
   deliverTheRest();
@@ -377,7 +376,7 @@ TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
   const auto state = server.state();
   std::cout << kills << " kills (" << killedWhileStarting << " while starting), " << answeredActions
             << " actions answered, " << unansweredActions << " on their way when the host died, "
-            << asked.size() << " bids, " << state.reports.size() << " reports at the server, "
+            << commands.size() << " bids, " << state.reports.size() << " reports at the server, "
             << state.users.size() << " registrations" << std::endl;
   EXPECT_GT(answeredActions, kills);
   EXPECT_GT(accepted, 0);
@@ -394,8 +393,8 @@ TEST_F(KillStory, TwoProcessesLoseNothingOfEachOtherAndRegisterOneUser) {
   auto& [first, second] = places;
   launchBeside(first);
   launchBeside(second);
-  // One is killed while it registers, and the other must not wait for it. The server keeps a user
-  // for either; the one that was killed never had its answer.
+  // The first is killed while it registers; the second must not wait for it. The server keeps a
+  // user for both, because the first never received its answer.
   server.setScenario("/register", {.behaviour = Behaviour::hang, .times = 1});
   const std::string bid = "bid " + std::string(kInterstitialAdUnit);
   first.host->send(bid);
@@ -412,21 +411,21 @@ TEST_F(KillStory, TwoProcessesLoseNothingOfEachOtherAndRegisterOneUser) {
 
   for (std::size_t round = 1; round <= kills && !HasFailure(); ++round) {
     SCOPED_TRACE("after kill " + std::to_string(round));
-    changeTheWeather(std::span(kWeather).first(std::size(kWeather) - kReregistering));
+    plantFaults(std::span(kFaults).first(std::size(kFaults) - kReregistering));
     Place& victim = places[chance.below(2)];
     Place& survivor = &victim == &first ? second : first;
     victim.host->killAfter(microseconds(chance.below(250'000)));
     while (work(victim)) ASSERT_TRUE(work(survivor));
     killNow(victim);
-    noteAnswers(survivor);
-    lookAt(file);
+    recordAnswers(survivor);
+    examine(file);
     server.clearScenarios();
     launchBeside(victim);
   }
   if (HasFailure()) return;
   killNow(first);
   killNow(second);
-  lookAtWhatIsLeft();
+  examineCopy();
   deliverTheRest();
   EXPECT_EQ(server.state().users.size(), 2u);
   EXPECT_GT(answeredActions, kills);

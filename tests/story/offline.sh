@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
-# offline.sh BIN_DIR: the SDK in a network namespace of its own, with nothing but loopback at first
-# and without IPv6. Start-up is refused with code 4; then a link with a default route comes up, and
-# the SDK becomes initialised by itself. During outages of the link a bid is refused with code 4 half
-# a second after the loss, and answered half a second after the return. Exits 77 where namespaces are
-# refused.
+# offline.sh BIN_DIR: runs the SDK in a new network namespace, which has only loopback at first and
+# no IPv6. The SDK refuses to start with code 4. Then a link with a default route comes up, and the
+# SDK initialises itself. Half a second after the link goes down a bid is refused with code 4, and
+# half a second after it is up again a bid is answered. Exits 77 where the system refuses namespaces.
 set -euo pipefail
 bin=$1
 
@@ -25,10 +24,10 @@ for _ in $(seq 100); do
 done
 
 mkfifo "$work/commands"
-"$bin/story_host" "$origin/api/v1" "$work/defaults.sqlite" 1.0 follow <"$work/commands" >>"$work/host" &
+"$bin/story_host" "$origin/api/v1" "$work/defaults.sqlite" follow <"$work/commands" >>"$work/host" &
 exec 3>"$work/commands"
 
-# Waits until the host has answered with a line that has this in it.
+# Waits until a line of the host contains $1. Sends the command $2, if given, on each try.
 await() {
   for _ in $(seq 200); do
     grep -qF "$1" "$work/host" && return 0

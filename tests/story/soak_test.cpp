@@ -1,5 +1,5 @@
-// The life of an SDK over and over, through the real transport, while the server and the way to it
-// fail in every way that they know. All choices come from a seed.
+// The SDK lives through many processes on the real transport, while the server and the network fail
+// in every way that the sandbox knows. All choices come from a seed.
 //   KELVARA_EXCHANGES  how many requests (400)      KELVARA_SEED  which choices (1)
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/reporting/ReportManager.h>
@@ -8,12 +8,9 @@
 #include <sandbox/Schema.h>
 #include <sandbox/Server.h>
 
-#include <algorithm>
-#include <array>
 #include <iostream>
 
 #include "story/Chance.h"
-#include "story/FaultProxy.h"
 #include "story/Life.h"
 
 namespace kva::story {
@@ -23,33 +20,39 @@ using namespace std::chrono_literals;
 using sandbox::Behaviour;
 using sandbox::Scenario;
 
-/// Codes of the server's error records here, and -1, which stands for an answer that is none.
+/// Codes of the server's error records here, and -1 for an answer without a usable record.
 const std::set<std::int64_t> kServerCodes = {-1, 400, 403, 404, 409, 429, 500, 503};
 
-/// Members that a server may spoil. Not the bid identifier of an answer with plans, which the SDK
-/// insists on, nor the periods of the application.
-constexpr std::pair<std::string_view, const char*> kKeys[] = {
-    {"*", "ok"},
-    {"*", "err"},
-    {"*", "time"},
-    {"*", "data"},
-    {"/init", "data.pp"},
-    {"/init", "data.tmpv"},
-    {"/init", "data.tids.0.idfa"},
-    {"/register", "data.uid"},
-    {"/update", "data.aid"},
-    {"/bid/init", "data.plans"},
-    {"/bid/init", "data.plans.1.ecpm"},
-    {"/bid/load", "data.crea.adur"},
-    {"/bid/load", "data.crea.bton"},
-    {"/bid/load", "data.fls.0.furl"},
-    {"/bid/load", "data.tmpl"},
-    {"/template", "data.html"},
-    {"/template", "data.tver"},
-    {"/track", "data.plan"},
-};
+/// Members that the server may spoil. Not the bid identifier of an answer with plans, without which
+/// the SDK stops the process as documented, and not the periods of the application.
+constexpr std::pair<std::string_view, const char*> kKeys[] = {{"*", "ok"},
+                                                              {"*", "err"},
+                                                              {"*", "time"},
+                                                              {"*", "data"},
+                                                              {"/init", "data.pp"},
+                                                              {"/init", "data.tmpv"},
+                                                              {"/init", "data.tids.0.idfa"},
+                                                              {"/register", "data.uid"},
+                                                              {"/update", "data.aid"},
+                                                              {"/bid/init", "data.plans"},
+                                                              {"/bid/init", "data.plans.1.ecpm"},
+                                                              {"/bid/load", "data.crea.adur"},
+                                                              {"/bid/load", "data.crea.bton"},
+                                                              {"/bid/load", "data.fls.0.furl"},
+                                                              {"/bid/load", "data.tmpl"},
+                                                              {"/template", "data.html"},
+                                                              {"/template", "data.tver"},
+                                                              {"/track", "data.plan"}};
+/// A reset counts for a hang, which would take the client's 60 s.
+constexpr Behaviour kBehaviours[] = {
+    Behaviour::normal,        Behaviour::noFill,        Behaviour::serverError,
+    Behaviour::notOk,         Behaviour::missingKey,    Behaviour::wrongType,
+    Behaviour::malformed,     Behaviour::emptyBody,     Behaviour::http500,
+    Behaviour::reset,         Behaviour::throttled,     Behaviour::truncated,
+    Behaviour::cutHead,       Behaviour::resetBody,     Behaviour::garbageBefore,
+    Behaviour::garbageWithin, Behaviour::repeatedBytes, Behaviour::repeatedAnswer};
 
-/// What was won in one life.
+/// The bids of one life.
 struct Won {
   struct Open {
     Life::Bid bid;
@@ -58,7 +61,7 @@ struct Won {
   Guarded<std::map<std::string, std::string>> adUnitOf;  ///< by bid
   Guarded<std::vector<Open>> open;                       ///< neither loaded nor lost
 
-  /// The last open bid, if there is one.
+  /// Removes and returns the last open bid, or an empty one.
   Open take() {
     return open.with([](auto& bids) -> Open {
       if (bids.empty()) return {};
@@ -69,64 +72,7 @@ struct Won {
   }
 };
 
-class Soak : public testing::Test {
- protected:
-  Soak() : server({.periods = {.betweenUploads = 0, .restAfterNoFill = -100}}) {}
-  void SetUp() override {
-    ASSERT_TRUE(server.start());
-    proxy = std::make_unique<FaultProxy>(server.port(), [this](std::size_t number, const auto&) {
-      Chance of(seed * 1'000'003 + number);
-      const Fault fault = healthy || of.oneIn(2)
-                              ? Fault::none
-                              : static_cast<Fault>(of.below(std::size(kFaultNames)));
-      ++befell[static_cast<std::size_t>(fault)];
-      return fault;
-    });
-  }
-
-  void liveOnce(std::size_t exchanges);
-  static void bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit);
-  void doSomething(Life& life, Won& won);
-  void changeTheWeather();
-  static void startAtLast(Life& life);
-  void expectHealth(Life& life, Won& won);
-
-  const std::uint64_t seed = fromEnvironment("KELVARA_SEED", 1);
-  Chance chance{seed};
-  test::TemporaryFolder folder;
-  sandbox::Server server;
-  std::atomic<bool> healthy = false;
-  std::array<std::atomic<std::size_t>, std::size(kFaultNames)> befell{};
-  std::unique_ptr<FaultProxy> proxy;
-
-  std::map<std::string, std::size_t> outcomes;
-  std::size_t calls = 0, lives = 0, cutOff = 0, healthChecks = 0;
-};
-
-void Soak::changeTheWeather() {
-  constexpr Behaviour kBehaviours[] = {
-      Behaviour::normal,     Behaviour::noFill,    Behaviour::serverError, Behaviour::notOk,
-      Behaviour::missingKey, Behaviour::wrongType, Behaviour::malformed,   Behaviour::truncated,
-      Behaviour::emptyBody,  Behaviour::http500,   Behaviour::reset,       Behaviour::hang};
-  constexpr std::int64_t kCodes[] = {403, 404, 429, 500, 503, 400};
-  std::string_view endpoint = chance.oneOf(sandbox::endpoints()).path;
-  Scenario scenario{.behaviour = chance.oneOf(kBehaviours),
-                    .times = static_cast<std::int64_t>(1 + chance.below(2))};
-  if (scenario.behaviour == Behaviour::hang && !chance.oneIn(4))
-    scenario.behaviour = Behaviour::reset;  // which costs no time
-  if (scenario.behaviour == Behaviour::noFill) endpoint = "/bid/init";
-  if (scenario.behaviour == Behaviour::missingKey || scenario.behaviour == Behaviour::wrongType) {
-    const auto& [where, key] = chance.oneOf(kKeys);
-    if (where != "*") endpoint = where;
-    scenario.key = key;
-  }
-  // A bad request makes the SDK drop its reports, as documented; here none may be missing.
-  scenario.code = kCodes[chance.below(std::size(kCodes) - (endpoint == "/bid/stats"))];
-  if (chance.oneIn(4)) scenario.delay = std::chrono::milliseconds(chance.below(30));
-  server.setScenario(endpoint, scenario);
-}
-
-void Soak::bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit) {
+void bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit) {
   const auto kind = unit.adType == "rewarded" ? KVABidType::rewarded : KVABidType::interstitial;
   const std::string id(unit.id);
   life.bid(id, kind, [&won, id, kind](const Life::Bid& bid) {
@@ -135,14 +81,14 @@ void Soak::bid(Life& life, Won& won, const sandbox::CatalogueAdUnit& unit) {
   });
 }
 
-void Soak::doSomething(Life& life, Won& won) {
-  const auto& unit = chance.oneOf(sandbox::adUnits());
+/// One call of a host. Any thread.
+void doSomething(Life& life, Won& won, Chance& chance) {
   const auto shown = life.shown();
-  switch (chance.below(10)) {
+  switch (chance.below(13)) {
     case 0:
     case 1:
     case 2:
-      return bid(life, won, unit);
+      return bid(life, won, chance.oneOf(sandbox::adUnits()));
     case 3:
     case 4:
     case 5: {
@@ -158,32 +104,91 @@ void Soak::doSomething(Life& life, Won& won) {
         ReportManager::shared().trackAction(chance.oneOf(shown), {BidReportAction::click});
       return;
     case 8:
-      return life.start(std::string(sandbox::kApplicationId));
-    default:
+      return life.start(chance.oneIn(3) ? "no application id"
+                                        : std::string(sandbox::kApplicationId));
+    case 9:
       return life.bid("no ad unit", KVABidType::rewarded, [](auto) {});
+    case 10:
+      if (const auto abandoned = won.take().bid) KVARewarded::create()->loadAd(abandoned, 1.25);
+      return;
+    case 11:
+      Kelvara::setUserId("user " + std::to_string(chance.below(9)));
+      return Kelvara::setUserConsent(chance.oneIn(2));
+    default:
+      Kelvara::setUserChild(chance.oneIn(2));
+      Kelvara::setSubjectToGDPR(chance.oneIn(2));
+      return Kelvara::setSubjectToCCPA(chance.oneIn(2));
   }
+}
+
+class Soak : public testing::Test {
+ protected:
+  Soak()
+      : server({.periods = {.betweenUploads = 0, .restAfterNoFill = -100},
+                .onExchange = [this](const sandbox::Exchange& exchange) {
+                  ++exchanges;
+                  befell.with([&](auto& counts) { ++counts[exchange.scenario]; });
+                }}) {}
+  void SetUp() override {
+    std::cout << "KELVARA_SEED=" << seed << std::endl;
+    ASSERT_TRUE(server.start());
+  }
+
+  void liveOnce(std::size_t count);
+  void plantFault();
+  void startAtLast(Life& life);
+  void expectHealth(Life& life, Won& won);
+
+  const std::uint64_t seed = fromEnvironment("KELVARA_SEED", 1);
+  Chance chance{seed};
+  test::TemporaryFolder folder;
+  std::atomic<std::size_t> exchanges = 0;
+  Guarded<std::map<std::string, std::size_t>> befell;  ///< exchanges by scenario
+  sandbox::Server server;
+
+  std::map<std::string, std::size_t> outcomes;
+  std::size_t calls = 0, lives = 0, cutOff = 0, healthChecks = 0;
+};
+
+void Soak::plantFault() {
+  constexpr std::int64_t kCodes[] = {403, 404, 429, 500, 503, 400};
+  std::string_view endpoint =
+      chance.oneIn(3) ? std::string_view("*") : chance.oneOf(sandbox::endpoints()).path;
+  Scenario scenario{.behaviour = chance.oneOf(kBehaviours),
+                    .times = static_cast<std::int64_t>(1 + chance.below(2))};
+  if (scenario.behaviour == Behaviour::noFill) endpoint = "/bid/init";
+  if (scenario.behaviour == Behaviour::missingKey || scenario.behaviour == Behaviour::wrongType) {
+    const auto& [where, key] = chance.oneOf(kKeys);
+    if (where != "*") endpoint = where;
+    scenario.key = key;
+  }
+  // After a bad request the SDK drops its reports, as documented. Here none may be missing.
+  const bool mayBeBad = endpoint != "/bid/stats" && endpoint != "*";
+  scenario.code = kCodes[chance.below(std::size(kCodes) - !mayBeBad)];
+  if (chance.oneIn(4)) scenario.delay = std::chrono::milliseconds(chance.below(30));
+  server.setScenario(endpoint, scenario);
 }
 
 void Soak::startAtLast(Life& life) {
   for (int tries = 0; tries < 100 && !Kelvara::isInitialized(); ++tries) {
+    if (chance.oneIn(2)) plantFault();
     life.start(std::string(sandbox::kApplicationId));
     ASSERT_TRUE(life.settles()) << "a start hangs";
   }
   ASSERT_TRUE(Kelvara::isInitialized());
 }
 
-/// With the faults gone, whatever they have left behind must not spoil the next calls.
+/// Without faults the next calls succeed, whatever the earlier ones have left behind.
 void Soak::expectHealth(Life& life, Won& won) {
-  healthy = true;
   server.clearScenarios();
-  proxy->setPatience(10s);  // a server on a busy machine is slow, and yet healthy
   ASSERT_TRUE(life.settles()) << "a call hangs";
-  // Lost bids, uploads and registrations that follow from answers are not in the ledger.
-  int quiet = 0;
+  // The ledger does not count lost bids, uploads and registrations. Wait longer than any delay.
+  std::size_t last = 0;
+  auto quietSince = std::chrono::steady_clock::now();
   ASSERT_TRUE(life.playUntil([&] {
-    std::this_thread::sleep_for(1ms);
-    quiet = proxy->isIdle() ? quiet + 1 : 0;
-    return quiet == 20;
+    if (last != exchanges) quietSince = std::chrono::steady_clock::now();
+    last = exchanges;
+    return std::chrono::steady_clock::now() - quietSince > 100ms;
   }));
   bid(life, won, chance.oneOf(sandbox::adUnits()));
   ASSERT_TRUE(life.settles()) << "a healthy bid hangs";
@@ -199,38 +204,36 @@ void Soak::expectHealth(Life& life, Won& won) {
     const auto state = server.state();
     const auto* report = state.report(healthyBid->bidId());
     if (report && report->impression && report->dismissed && report->clicked) return true;
-    // What comes during an upload goes with the next.
+    // An action that is tracked during an upload waits for the next action.
     ReportManager::shared().trackAction(healthyBid->bidId(), {BidReportAction::click});
     std::this_thread::sleep_for(20ms);
     return false;
   })) << "a healthy report did not arrive";
-  // No answer went to another call than its own: a bid was made for the ad unit that asked.
+  // The server made each bid for the ad unit of the call that it answered.
   auto units = won.adUnitOf.get();
   for (const auto& made : server.state().bids)
     if (const auto at = units.find(made.bid); at != units.end() && at->second == made.adUnit)
       units.erase(at);
   EXPECT_TRUE(units.empty()) << units.size() << " bids answered another call, or none";
   ++healthChecks;
-  healthy = false;
-  proxy->setPatience(FaultProxy::kPatience);
 }
 
-void Soak::liveOnce(std::size_t exchanges) {
-  // Announced by the next start, so that templates are fetched and not only found.
+void Soak::liveOnce(std::size_t count) {
+  // The next start announces it, so the SDK fetches templates instead of using stored ones.
   server.publishTemplate(chance.oneOf(sandbox::templates()).id, "<h1>[@TITLE_TEXT]</h1>");
   Won won;
-  Life life(folder.path, proxy->apiBase(), kServerCodes);
+  Life life(folder.path, server.baseURL(), kServerCodes);
   ++lives;
   startAtLast(life);
-  const std::size_t end = proxy->exchanges() + exchanges;
-  while (proxy->exchanges() < end && !HasFailure()) {
-    if (chance.oneIn(2)) changeTheWeather();
-    doSomething(life, won);
+  const std::size_t end = exchanges + count;
+  while (exchanges < end && !HasFailure()) {
+    if (chance.oneIn(2)) plantFault();
+    doSomething(life, won, chance);
     ASSERT_TRUE(life.playUntil([&] { return life.ledger.books().pending < 6; })) << "a call hangs";
     if (chance.oneIn(60)) expectHealth(life, won);
   }
   if (chance.oneIn(2) && !HasFailure()) expectHealth(life, won);
-  // Ads go with the process; the calls that are under way are answered when it ends.
+  // A process that ends drops its ads without a call, and answers the other pending calls.
   ASSERT_TRUE(life.settles()) << "a call hangs";
   for (std::size_t i = chance.below(5); i > 0; --i) bid(life, won, sandbox::adUnits()[0]);
   cutOff += life.ledger.books().pending;
@@ -239,23 +242,54 @@ void Soak::liveOnce(std::size_t exchanges) {
   EXPECT_EQ(books.pending, 0u) << "calls were not answered when the process ended";
   EXPECT_EQ(life.viewsLeft(), 0);
   for (const auto& complaint : books.complaints) ADD_FAILURE() << complaint;
-  for (const auto& [outcome, count] : books.outcomes) outcomes[outcome] += count;
+  for (const auto& [outcome, times] : books.outcomes) outcomes[outcome] += times;
   calls += books.calls;
 }
 
 TEST_F(Soak, AnswersEveryCallOnceAsPromisedWhateverFails) {
-  const std::size_t exchanges = fromEnvironment("KELVARA_EXCHANGES", 400);
-  std::cout << "KELVARA_SEED=" << seed << " KELVARA_EXCHANGES=" << exchanges << std::endl;
-  while (proxy->exchanges() < exchanges && !HasFailure())
-    liveOnce(std::min<std::size_t>(50 + chance.below(250), exchanges));
+  const std::size_t count = fromEnvironment("KELVARA_EXCHANGES", 400);
+  std::cout << "KELVARA_EXCHANGES=" << count << std::endl;
+  while (exchanges < count && !HasFailure())
+    liveOnce(std::min<std::size_t>(50 + chance.below(250), count));
 
-  std::cout << proxy->exchanges() << " exchanges, " << calls << " calls, " << lives << " lives ("
-            << cutOff << " calls under way at their ends), " << healthChecks << " health checks\n";
-  for (std::size_t fault = 0; fault < befell.size(); ++fault)
-    std::cout << "  " << befell[fault] << " " << kFaultNames[fault] << "\n";
-  for (const auto& [outcome, count] : outcomes)
-    std::cout << "  " << outcome << ": " << count << "\n";
+  std::cout << exchanges << " exchanges, " << calls << " calls, " << lives << " lives (" << cutOff
+            << " calls under way at their ends), " << healthChecks << " health checks\n";
+  for (const auto& [name, times] : befell.get()) std::cout << "  " << times << " " << name << "\n";
+  for (const auto& [name, times] : outcomes) std::cout << "  " << name << ": " << times << "\n";
   std::cout << std::flush;
+}
+
+/// No fault is planted. The thread sanitizer checks eight threads that call the whole facade.
+TEST_F(Soak, EightThreadsCallEverythingWhileAnswersArrive) {
+  constexpr std::size_t kThreads = 8, kSteps = 60, kAds = 10;
+  Won won;
+  Life life(folder.path, server.baseURL(), kServerCodes);
+  std::atomic<std::size_t> running = kThreads;
+  std::atomic<bool> stopping = false;
+  {
+    std::vector<std::jthread> threads;
+    for (std::size_t number = 0; number < kThreads; ++number)
+      threads.emplace_back([&, number] {
+        Chance own(seed * kThreads + number);
+        for (std::size_t i = 0; !stopping && (i < kSteps || life.shown().size() < kAds); ++i) {
+          doSomething(life, won, own);
+          do {
+            std::this_thread::sleep_for(1ms);
+          } while (!stopping && life.ledger.books().pending > 40);
+        }
+        --running;
+      });
+    life.start(std::string(sandbox::kApplicationId));
+    EXPECT_TRUE(life.playUntil([&] { return running == 0 && life.ledger.isSettled(); }))
+        << "calls are not answered";
+    stopping = true;
+  }
+  const auto books = life.ledger.books();
+  for (const auto& complaint : books.complaints) ADD_FAILURE() << complaint;
+  for (const char* name : {"bid: success", "load: success", "show: success", "dismissal: success"})
+    EXPECT_TRUE(books.outcomes.contains(name)) << name;
+  EXPECT_TRUE(life.playUntil([&] { return life.viewsLeft() == 0; }))
+      << life.viewsLeft() << " views are left";
 }
 
 }  // namespace

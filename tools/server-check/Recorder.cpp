@@ -10,7 +10,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-/// Sent without percent-encoding; what is a number in the query stays one.
+/// Decodes percent-encoding. A number in the query stays a number.
 Json queryFields(std::string_view query) {
   Json fields = Json::object();
   while (!query.empty()) {
@@ -76,7 +76,7 @@ void Recorder::finish(Exchange exchange, Outcome outcome, Done done) {
     exchanges_.push_back(std::move(exchange));
   }
   done(std::move(outcome));
-  // Only now: the SDK may have sent another request from `done`.
+  // After `done`, which may send another request.
   std::scoped_lock lock(mutex_);
   --inFlight_;
   idle_.notify_all();

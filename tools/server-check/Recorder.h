@@ -14,7 +14,7 @@
 
 namespace kva::check {
 
-/// One request of the SDK and what was answered.
+/// One request of the SDK, and its reply.
 struct Exchange {
   std::string path;            ///< "/bid/init"
   nlohmann::json fields;       ///< of the request
@@ -23,8 +23,8 @@ struct Exchange {
   std::vector<contract::Breach> requestBreaches, replyBreaches;
 };
 
-/// A session that records what passes through it and checks it against the contract. A reply that
-/// breaks the contract is withheld from the SDK, some of whose answers to one are fatal.
+/// A session that records requests and replies and checks them against the contract. It does not
+/// pass a reply that breaks the contract to the SDK, because some of them are fatal there.
 class Recorder final : public URLSession {
  public:
   Recorder(std::shared_ptr<URLSession> session, std::string baseURL, double timeoutSeconds);

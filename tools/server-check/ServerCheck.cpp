@@ -24,7 +24,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-/// Identifiers that no server has given out.
+/// Identifiers that no server has issued.
 constexpr const char* kUnknown = "00000000-1111-4222-8333-444444444444";
 constexpr const char* kAdvertisingId = "7D2B6C51-9A5E-4C1B-9E0C-3B7A1F4D8E62";
 
@@ -33,7 +33,7 @@ class Silence final : public LogOutput {
   void print(LogLevel, std::string_view) override {}
 };
 
-/// A folder for the installation's settings, gone with this object.
+/// A folder for the installation's settings. The destructor removes it.
 class Home {
  public:
   Home() {
@@ -68,7 +68,7 @@ Platform makePlatform(const Options& options, const Home& home) {
   return ports;
 }
 
-/// Waits for the result that `start` hands to its completion.
+/// Waits until `start` calls its completion, and returns the result.
 template <class T>
 Result<T> await(const std::function<void(Completion<Result<T>>)>& start) {
   std::promise<Result<T>> promise;
@@ -101,7 +101,7 @@ std::string expectSame(const char* field, const Json& expected, const Json& got)
   return std::string(field) + ": expected " + expected.dump() + ", got " + got.dump();
 }
 
-/// The play, in the order in which an installation lives.
+/// The steps, in the order of an installation's life.
 class Check {
  public:
   Check(const Options& options, const std::function<void(const Step&)>& onStep)
@@ -111,7 +111,7 @@ class Check {
     start();
     installation();
     registration();
-    // Without a user every further call would be refused for that reason alone.
+    // Without a user the server refuses every further call.
     if (AnalyticsManager::shared().isRegistered()) {
       updates();
       bids();
@@ -134,8 +134,8 @@ class Check {
   void templates();
   void reports();
 
-  /// Carries out `act`. What of its exchanges breaks the contract explains what fails because of
-  /// it, so only without that is its own problem a finding, by the endpoint's `rule`.
+  /// Runs `act`. If an exchange breaks the contract, those breaches are the findings: they explain
+  /// the problem of `act`. Otherwise that problem is the finding, with the endpoint's `rule`.
   void step(const char* path, const char* rule, const char* name, const Act& act);
   std::vector<Finding> judge(const Exchange& exchange) const;
   std::optional<std::string> clockProblem(const Exchange& exchange) const;

@@ -8,9 +8,10 @@
 namespace {
 
 constexpr const char* kAbout =
-    "Plays a fresh installation of the SDK against an ad server and prints what its author has to "
-    "mend. Without identifiers it asks for those of the sandbox. The exit status is 0 when "
-    "the server keeps the contract, 1 when it does not.";
+    "Runs a new installation of the SDK against an ad server and prints each breach of the "
+    "contract. "
+    "Without identifiers it uses those of the sandbox. The exit status is 0 when the server keeps "
+    "the contract, 1 when it does not.";
 
 void print(const kva::check::Step& step) {
   std::cout << (step.findings.empty() ? "ok    " : "MEND  ") << step.call << ": " << step.name
@@ -22,7 +23,7 @@ void print(const kva::check::Step& step) {
   std::cout << std::flush;
 }
 
-/// The base of the API: a server's address alone gets the path that every base ends in.
+/// The base of the API: appends the common path to a server's address.
 std::string baseOf(std::string address) {
   while (address.ends_with('/')) address.pop_back();
   return address.ends_with("/api/v1") ? address : address + "/api/v1";
