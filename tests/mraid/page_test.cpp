@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "gtk/MainLoop.h"
+#include "support/MainLoop.h"
 
 namespace {
 
