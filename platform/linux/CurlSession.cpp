@@ -43,16 +43,16 @@ std::string hostsWithoutProxy() {
 
 /// `text` with percent escapes for the characters that a product in User-Agent cannot contain.
 std::string productText(const std::string& text) {
-  constexpr auto isAllowed = [](unsigned char c) {
+  constexpr auto isAllowed = [](char c) {
     return g_ascii_isalnum(c) || std::string_view("!#$&'*+-.^_`|~").find(c) != std::string::npos;
   };
   std::string product;
-  for (const unsigned char c : text)
+  for (const char c : text)
     if (isAllowed(c)) {
-      product += static_cast<char>(c);
+      product += c;
     } else {
       char escape[4];
-      std::snprintf(escape, sizeof escape, "%%%02X", c);
+      std::snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
       product += escape;
     }
   return product;

@@ -95,7 +95,9 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresThem) {
   ASSERT_TRUE(spinUntil([&] { return touches->count == 1; }));
   EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
   type(GDK_KEY_k, GDK_KEY_Control_L);
-  for (unsigned key : {GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Tab, GDK_KEY_Left}) type(key);
+  for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab,
+                                                      GDK_KEY_Tab, GDK_KEY_Left})
+    type(key);
   type(GDK_KEY_h, GDK_KEY_Alt_L);
   type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return actions == 1; })) << "the only control with the focus";
@@ -153,7 +155,7 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNotOnMotion) {
   type(GDK_KEY_Tab);
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_FOCUS_VISIBLE); }));
   EXPECT_EQ(touches->count, 2) << "moving the focus is no touch";
-  for (unsigned key : {GDK_KEY_Return, GDK_KEY_space}) {
+  for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_Return, GDK_KEY_space}) {
     const int before = actions;
     type(key);
     ASSERT_TRUE(spinUntil([&] { return actions == before + 1; }));
