@@ -66,6 +66,13 @@ std::string SDKHelper::App::appVersion() {
   return mainBundle().infoString("CFBundleShortVersionString").value_or("");
 }
 
+void SDKHelper::App::expectAd() {
+  const Platform& platform = Runtime::current().platform();
+  if (!platform.application) return;  // a platform without views
+  platform.mainQueue->async(
+      [application = platform.application] { application->prepareWebView(); });
+}
+
 std::string SDKHelper::App::bundleId() { return mainBundle().bundleIdentifier().value_or(""); }
 
 std::optional<std::string> SDKHelper::MRAID::mraidJS() {

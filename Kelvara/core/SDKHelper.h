@@ -45,6 +45,8 @@ struct SDKHelper {
   struct App {
     static std::string appVersion();  ///< "" if unknown
     static std::string bundleId();    ///< "" if unknown
+    /// Hints on the main thread that an ad is expected soon. Thread-safe.
+    static void expectAd();
   };
 
   struct MRAID {

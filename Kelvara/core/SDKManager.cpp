@@ -84,6 +84,7 @@ void SDKManager::finishStart(Result<Application> result,
   if (application.hasCampaign) ReferralTracking::shared().trackCampaign();
   // Last: the work that the managers start above must still see the SDK uninitialised.
   state_.with([](State& state) { state.initStatus = InitStatus::initialized; });
+  SDKHelper::App::expectAd();
   completion(std::nullopt);
 }
 

@@ -25,6 +25,8 @@ class HostApplication {
 
   virtual std::shared_ptr<View> makeView(Rect frame) = 0;
   virtual std::shared_ptr<Button> makeButton() = 0;
+  /// A hint that the SDK will make a web view soon. The platform may prepare one ahead of time.
+  virtual void prepareWebView() = 0;
   virtual std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) = 0;
   virtual std::shared_ptr<ViewController> makeViewController() = 0;
 };

@@ -46,6 +46,7 @@ class HeadlessApplication final : public HostApplication {
   Size screenSize() const override { return screenSize_; }
   std::shared_ptr<View> makeView(Rect frame) override;
   std::shared_ptr<Button> makeButton() override;
+  void prepareWebView() override {}
   std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) override;
   std::shared_ptr<ViewController> makeViewController() override;
 

@@ -6,7 +6,6 @@
 #include <Kelvara/base/HostCallback.h>
 #include <platform/linux/gtk/NativeButton.h>
 #include <platform/linux/gtk/NativeViewController.h>
-#include <platform/linux/gtk/NativeWebView.h>
 
 #ifdef GDK_WINDOWING_X11
 #include <gdk/x11/gdkx.h>
@@ -155,7 +154,12 @@ std::shared_ptr<View> Application::makeView(Rect frame) {
 std::shared_ptr<Button> Application::makeButton() { return std::make_shared<NativeButton>(); }
 
 std::shared_ptr<WebView> Application::makeWebView(Rect frame, WebViewConfiguration configuration) {
-  return NativeWebView::create(pool_.take(), frame, configuration);
+  return webEngine().makeWebView(frame, configuration);
+}
+
+WebEngine& Application::webEngine() {
+  if (!webEngine_) webEngine_ = makeWebEngine();
+  return *webEngine_;
 }
 
 std::shared_ptr<ViewController> Application::makeViewController() {

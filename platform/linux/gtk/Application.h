@@ -9,7 +9,7 @@
 #include <Kelvara/platform/DeviceInfo.h>
 #include <Kelvara/platform/HostApplication.h>
 #include <platform/linux/gtk/NativeWindow.h>
-#include <platform/linux/gtk/WebViewPool.h>
+#include <platform/linux/gtk/WebEngine.h>
 
 namespace kva::gtk {
 
@@ -42,7 +42,7 @@ class Application final : public kva::HostApplication {
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
   /// Stops observing windows, also new ones, and tears down what is presented in them.
   void leaveWindows();
-  const WebViewPool& webViewPool() const { return pool_; }
+  bool hasReadyWebView() const { return webEngine_ && webEngine_->hasReady(); }
 
   State state() const override;
   std::shared_ptr<Window> keyWindow() const override;
@@ -50,6 +50,7 @@ class Application final : public kva::HostApplication {
   Size screenSize() const override;
   std::shared_ptr<View> makeView(Rect frame) override;
   std::shared_ptr<Button> makeButton() override;
+  void prepareWebView() override { webEngine().prepare(); }
   std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) override;
   std::shared_ptr<ViewController> makeViewController() override;
 
@@ -60,6 +61,7 @@ class Application final : public kva::HostApplication {
     bool wasShown = false;
   };
   using Windows = std::vector<HostWindow>;
+  WebEngine& webEngine();
   Windows::iterator find(const NativeWindow& window);
   const HostWindow* keyHostWindow() const;
   void adopt(GtkWindow* window);
@@ -70,8 +72,8 @@ class Application final : public kva::HostApplication {
   Options options_;
   /// Shared with openings in progress, which may outlive this object.
   std::shared_ptr<std::function<void(const std::string&)>> logError_;
-  WebViewPool pool_;
-  Windows windows_;  ///< ordered by the time they were last shown
+  std::unique_ptr<WebEngine> webEngine_;  ///< made by the first call that needs it
+  Windows windows_;                       ///< ordered by the time they were last shown
   SignalConnection toplevelsChanged_;
 };
 

@@ -1,5 +1,7 @@
 #include <platform/linux/gtk/WebViewPool.h>
 
+#include <platform/linux/gtk/NativeWebView.h>
+
 namespace kva::gtk {
 
 namespace {
@@ -12,13 +14,21 @@ WebViewPool::WebViewPool()
       session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
   downloads_ =
       connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
-  prepareNext(0);
+}
+
+void WebViewPool::prepare() {
+  if (!ready_) makeReadyAfter(0);
+}
+
+std::shared_ptr<WebView> WebViewPool::makeWebView(Rect frame,
+                                                  const WebViewConfiguration& configuration) {
+  return NativeWebView::create(take(), frame, configuration);
 }
 
 GObjectPtr<WebKitWebView> WebViewPool::take() {
   auto view = ready_ ? std::move(ready_) : make();
   died_ = {};
-  prepareNext(kPauseMilliseconds);
+  makeReadyAfter(kPauseMilliseconds);
   return view;
 }
 
@@ -31,20 +41,22 @@ GObjectPtr<WebKitWebView> WebViewPool::make() const {
       "website-policies", policies.get(), "user-content-manager", scripts.get(), nullptr)));
 }
 
-void WebViewPool::prepareNext(guint milliseconds) {
+void WebViewPool::makeReadyAfter(guint milliseconds) {
   next_ = PendingCall::after(
-      milliseconds, [this] { prepare(); }, G_PRIORITY_LOW);
+      milliseconds, [this] { makeReady(); }, G_PRIORITY_LOW);
 }
 
-void WebViewPool::prepare() {
+void WebViewPool::makeReady() {
   ready_ = make();
   // Only a load starts the web process.
   webkit_web_view_load_uri(ready_.get(), "about:blank");
   died_ = connect<void(WebKitWebProcessTerminationReason)>(
       ready_.get(), "web-process-terminated", [this](WebKitWebProcessTerminationReason) {
         ready_ = {};
-        prepareNext(kPauseMilliseconds);
+        makeReadyAfter(kPauseMilliseconds);
       });
 }
+
+std::unique_ptr<WebEngine> makeWebEngine() { return std::make_unique<WebViewPool>(); }
 
 }  // namespace kva::gtk
