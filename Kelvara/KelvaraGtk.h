@@ -86,6 +86,14 @@ class KVA_EXPORT Host {
   /// in the application's active window, or else in the window shown last, even if this was not
   /// called for that window.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
+  /// The same for an application without GTK windows: ads cover the screen, in a window that the
+  /// SDK opens for each ad and closes after it. Main thread.
+  std::shared_ptr<ViewController> viewController();
+
+  /// For an application that does not run GLib's main loop: handles the events that wait there, for
+  /// at most about 10 ms. Call it on the main thread in each turn of the application's loop, at
+  /// least 30 times a second while an ad is on screen.
+  void pump();
 
  private:
   struct Impl;

@@ -54,7 +54,9 @@ Application::Application(Options options)
 
 void Application::leaveWindows() {
   toplevelsChanged_ = {};
+  ownWindowCloses_ = {};
   for (auto& host : std::exchange(windows_, {})) host.window->leave();
+  if (auto window = std::exchange(ownWindow_, nullptr)) gtk_window_destroy(window.get());
 }
 
 void Application::adopt(GtkWindow* window) {
@@ -62,6 +64,7 @@ void Application::adopt(GtkWindow* window) {
       {.window = NativeWindow::create(window, options_.safeAreaInsets,
                                       {.changed = [this] { windowsDidChange(); },
                                        .shown = [this](NativeWindow& shown) { didShow(shown); },
+                                       .covered = [this](NativeWindow& one) { didCover(one); },
                                        .destroyed = [this](NativeWindow& gone) { forget(gone); }}),
        .controller = nullptr,
        .wasShown = static_cast<bool>(gtk_widget_get_mapped(GTK_WIDGET(window)))});
@@ -76,6 +79,34 @@ std::shared_ptr<ViewController> Application::viewController(GtkWindow* window) {
       std::ranges::find(windows_, window, [](auto& one) { return one.window->gtkWindow(); });
   if (!host->controller) host->controller = NativeViewController::ofHost(host->window);
   return host->controller;
+}
+
+std::shared_ptr<ViewController> Application::window() {
+  if (!ownWindow_) {
+    ownWindow_ = sink(GTK_WINDOW(gtk_window_new()));
+    auto* window = ownWindow_.get();
+    gtk_window_set_decorated(window, FALSE);
+    // Without a window manager, a window has its default size.
+    const Size screen = screenSize();
+    gtk_window_set_default_size(window, static_cast<int>(screen.width),
+                                static_cast<int>(screen.height));
+    gtk_window_fullscreen(window);
+    ownWindowCloses_ = connect<gboolean()>(window, "close-request", [this] {
+      const auto own = std::ranges::find(windows_, ownWindow_.get(),
+                                         [](auto& one) { return one.window->gtkWindow(); });
+      own->window->cancelRequested();
+      return TRUE;
+    });
+  }
+  return viewController(ownWindow_.get());
+}
+
+void Application::didCover(const NativeWindow& window) const {
+  if (window.gtkWindow() != ownWindow_.get()) return;
+  if (window.isCovered())
+    gtk_window_present(window.gtkWindow());
+  else
+    gtk_widget_set_visible(GTK_WIDGET(window.gtkWindow()), FALSE);
 }
 
 void Application::didShow(const NativeWindow& window) {
@@ -103,7 +134,7 @@ const Application::HostWindow* Application::keyHostWindow() const {
   for (const auto& host : windows_) {
     if (gtk_window_is_active(host.window->gtkWindow())) return &host;
     if (host.window->isOnScreen()) onScreen = &host;
-    if (host.wasShown) shown = &host;
+    if (host.wasShown || host.window->gtkWindow() == ownWindow_.get()) shown = &host;
   }
   return onScreen ? onScreen : shown;
 }

@@ -40,6 +40,9 @@ class Application final : public kva::HostApplication {
 
   /// The host's controller of `window`; the same object each time.
   std::shared_ptr<ViewController> viewController(GtkWindow* window);
+  /// The controller of a full-screen window of the SDK, for a host without GTK windows. The window
+  /// is open while something covers it.
+  std::shared_ptr<ViewController> window();
   /// Stops observing windows, also new ones, and tears down what is presented in them.
   void leaveWindows();
   bool hasReadyWebView() const { return webEngine_ && webEngine_->hasReady(); }
@@ -66,6 +69,7 @@ class Application final : public kva::HostApplication {
   const HostWindow* keyHostWindow() const;
   void adopt(GtkWindow* window);
   void didShow(const NativeWindow& window);
+  void didCover(const NativeWindow& window) const;
   void forget(const NativeWindow& window);
   void windowsDidChange() const;
 
@@ -75,6 +79,8 @@ class Application final : public kva::HostApplication {
   std::unique_ptr<WebEngine> webEngine_;  ///< made by the first call that needs it
   Windows windows_;                       ///< ordered by the time they were last shown
   SignalConnection toplevelsChanged_;
+  GObjectPtr<GtkWindow> ownWindow_;  ///< made by `window`
+  SignalConnection ownWindowCloses_;
 };
 
 }  // namespace kva::gtk

@@ -114,4 +114,17 @@ std::shared_ptr<ViewController> Host::viewController(GtkWindow* window) {
   return impl_->application->viewController(window);
 }
 
+std::shared_ptr<ViewController> Host::viewController() {
+  requireMainThread("kva::gtk::Host::viewController");
+  return impl_->application->window();
+}
+
+void Host::pump() {
+  constexpr gint64 kMicroseconds = 10'000;
+  requireMainThread("kva::gtk::Host::pump");
+  const gint64 end = g_get_monotonic_time() + kMicroseconds;
+  while (g_main_context_iteration(nullptr, FALSE) && g_get_monotonic_time() < end) {
+  }
+}
+
 }  // namespace kva::gtk

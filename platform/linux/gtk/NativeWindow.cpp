@@ -101,9 +101,17 @@ bool NativeWindow::isOnScreen() const {
 Rect NativeWindow::frame() const {
   if (layer_) return layer_->frame();
   if (!window_) return {};
+  if (gtk_widget_get_width(GTK_WIDGET(window_)) == 0) return frameBeforeLayout();
   const int height = gtk_widget_get_height(GTK_WIDGET(window_)) - plainTitleBarHeight(window_);
   return {0, 0, static_cast<double>(gtk_widget_get_width(GTK_WIDGET(window_))),
           static_cast<double>(std::max(0, height))};
+}
+
+// The size that the host has asked for.
+Rect NativeWindow::frameBeforeLayout() const {
+  int width = 0, height = 0;
+  gtk_window_get_default_size(window_, &width, &height);
+  return {0, 0, static_cast<double>(std::max(0, width)), static_cast<double>(std::max(0, height))};
 }
 
 std::shared_ptr<View> NativeWindow::view() {
@@ -218,6 +226,7 @@ void NativeWindow::cover(std::shared_ptr<NativeViewController> controller) {
   view()->addSubview(controller->view(), Layout::edges(Layout::Area::plain));
   controllers_.push_back(std::move(controller));
   focusCover();
+  if (controllers_.size() == 1) events_.covered(*this);
 }
 
 void NativeWindow::didCover() { showBelow(false); }
@@ -231,6 +240,13 @@ void NativeWindow::uncover(const NativeViewController& controller) {
   if (isCovered()) return focusCover();
   removeKeys();
   restoreFocus();
+  events_.covered(*this);
+}
+
+void NativeWindow::cancelRequested() {
+  if (!isCovered()) return;
+  auto top = controllers_.back();
+  top->cancelRequested();
 }
 
 void NativeWindow::restoreFocus() {
@@ -270,8 +286,7 @@ bool NativeWindow::takeKey(guint key, GdkModifierType modifiers) {
   auto self = shared_from_this();
   const int held = modifiers & kModifiers;
   if (!held && (key == GDK_KEY_Escape || key == GDK_KEY_Back)) {
-    auto top = controllers_.back();
-    top->cancelRequested();
+    cancelRequested();
   } else if (!opensPopup(key, held) && !forwardKey() &&
              (key == GDK_KEY_Tab || key == GDK_KEY_KP_Tab || key == GDK_KEY_ISO_Left_Tab)) {
     gtk_window_set_focus_visible(window_, TRUE);

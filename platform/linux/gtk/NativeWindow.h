@@ -21,8 +21,9 @@ class NativeViewController;
 class NativeWindow final : public kva::Window, public std::enable_shared_from_this<NativeWindow> {
  public:
   struct Events {
-    std::function<void()> changed;             ///< its size, or whether it is active or on screen
-    std::function<void(NativeWindow&)> shown;  ///< mapped
+    std::function<void()> changed;               ///< its size, or whether it is active or on screen
+    std::function<void(NativeWindow&)> shown;    ///< mapped
+    std::function<void(NativeWindow&)> covered;  ///< `isCovered` changed
     std::function<void(NativeWindow&)> destroyed;
   };
   static std::shared_ptr<NativeWindow> create(GtkWindow* window, EdgeInsets safeAreaInsets,
@@ -47,6 +48,8 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void willUncover(const NativeViewController& controller);
   void uncover(const NativeViewController& controller);
 
+  /// Escape was pressed, or the window manager closes the SDK's own window.
+  void cancelRequested();
   /// Makes GTK lay out the window again.
   void relayout();
 
@@ -54,6 +57,7 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
 
  private:
   NativeWindow(GtkWindow* window, EdgeInsets safeAreaInsets, Events events);
+  Rect frameBeforeLayout() const;
   void observe();
   void observeSurface();
   void attach();
