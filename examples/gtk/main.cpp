@@ -26,12 +26,14 @@ struct Delegate : KVAInterstitialDelegate, KVARewardedDelegate {
   void rewardedDidComplete(KVARewarded&) override { say("Ten coins earned"); }
 };
 
-template <class Ad, KVABidType type>
+template <class Ad>
 void addButton(GtkWidget* box, const char* text, const char* adUnit) {
   static const auto delegate = std::make_shared<Delegate>();
   static const auto ad = Ad::create();
   ad->setDelegate(delegate);
   const auto play = [](GtkButton*, const char* unit) {
+    constexpr auto type =
+        std::is_same_v<Ad, KVARewarded> ? KVABidType::rewarded : KVABidType::interstitial;
     KVABidLoader::loadBid(unit, type, [](auto bid, auto error) {
       error ? fail(*error) : ad->loadAd(bid, bid->price());
     });
@@ -42,18 +44,16 @@ void addButton(GtkWidget* box, const char* text, const char* adUnit) {
 }
 
 int main() {
-  gtk::HostOptions options{.bundleId = "com.example.gtk"};
-  options.productionAPIBase = "http://127.0.0.1:8000/api/v1";
-  options.networkPolicy = gtk::NetworkPolicy::assumeReachable;  // the server is on this machine
-  host = std::make_unique<gtk::Host>(options);
+  host.reset(new gtk::Host({.bundleId = "com.example.gtk",
+                            .productionAPIBase = "http://127.0.0.1:8000/api/v1",
+                            .networkPolicy = gtk::NetworkPolicy::assumeReachable}));
   auto* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
   gtk_box_append(GTK_BOX(box), label = gtk_label_new("Starting"));
-  using enum KVABidType;
-  addButton<KVAInterstital, interstitial>(box, "_Play", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c201");
-  addButton<KVARewarded, rewarded>(box, "_Earn", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c202");
-  gtk_window_set_child(GTK_WINDOW(window = gtk_window_new()), box);
-  gtk_window_set_hide_on_close(GTK_WINDOW(window), TRUE);
-  gtk_window_present(GTK_WINDOW(window));
+  addButton<KVAInterstital>(box, "_Interstitial", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c201");
+  addButton<KVARewarded>(box, "_Rewarded", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c202");
+  window =
+      GTK_WIDGET(g_object_new(GTK_TYPE_WINDOW, "child", box, "hide-on-close", TRUE, "default-width",
+                              960, "default-height", 640, "visible", TRUE, nullptr));
   Kelvara::start("5e0f6c1a-8d0b-4a52-9b3e-6f2f3c9d7a10",
                  [](auto error) { error ? fail(*error) : say("Ready"); });
   while (gtk_widget_get_visible(window)) g_main_context_iteration(nullptr, TRUE);

@@ -25,7 +25,7 @@ class Window : public Gtk::Window {
   kva::gtk::Host host_{example::options()};
   Gtk::Box box_{Gtk::Orientation::VERTICAL, 12};
   Gtk::Label label_{"Starting"};
-  Gtk::Button interstitial_{"Interstitial"}, rewarded_{"Rewarded"};
+  Gtk::Button interstitial_{"_Interstitial", true}, rewarded_{"_Rewarded", true};
   std::shared_ptr<example::Ads> ads_ = std::make_shared<example::Ads>([this](std::string text) {
     Glib::MainContext::get_default()->invoke([this, text] {
       label_.set_text(text);

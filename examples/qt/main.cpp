@@ -16,8 +16,8 @@ int main(int argc, char** argv) {
   window.setWindowTitle("Kelvara in Qt");
   window.resize(960, 640);
   auto* label = new QLabel("Starting");
-  auto* interstitial = new QPushButton("Interstitial");
-  auto* rewarded = new QPushButton("Rewarded");
+  auto* interstitial = new QPushButton("&Interstitial");
+  auto* rewarded = new QPushButton("&Rewarded");
   auto* column = new QVBoxLayout(&window);
   for (QWidget* widget : {static_cast<QWidget*>(label), static_cast<QWidget*>(interstitial),
                           static_cast<QWidget*>(rewarded)})
