@@ -145,10 +145,11 @@ Error errorWithRemedy(std::string_view domain, std::int64_t code, std::string_vi
 }
 
 std::string_view Error::hint() const {
+  const std::string_view text = localizedDescription_;
   for (const auto& known : kKnownErrors) {
-    if (known.domain == domain_ && known.code == code_ &&
-        localizedDescription_.starts_with(fixedPart(known.text)))
-      return known.hint;
+    if (known.domain != domain_ || known.code != code_ || !text.starts_with(fixedPart(known.text)))
+      continue;
+    return text.ends_with(known.hint) ? std::string_view() : known.hint;
   }
   return domain_ == kSdk ? kServerRefusal : kPageFailure;
 }

@@ -69,15 +69,16 @@ TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
       // A code of the server may be one of the SDK's.
       {{"Kelvara", 5, "Busy."}, "its message says why"},
       {{"Kelvara", 409, "Loaded already."}, "its message says why"},
-      {errorWithRemedy(kURLErrorDomain, 1001), "Retry later"},
-      {errorWithRemedy(kURLErrorDomain, 1001, "The page has not loaded"), "preloadComplete"},
       {{"WebKitPolicyError", 103, "Not allowed."}, "could not load the ad's page"},
   };
   for (const auto& [error, remedy] : cases) {
     EXPECT_THAT(std::string(error.hint()), HasSubstr(remedy)) << error.localizedDescription();
   }
-  EXPECT_EQ(errorWithRemedy(kURLErrorDomain, 1005).localizedDescription(),
-            "The network connection was lost. Retry.");
+  const auto lost = errorWithRemedy(kURLErrorDomain, 1005);
+  EXPECT_EQ(lost.localizedDescription(), "The network connection was lost. Retry.");
+  EXPECT_EQ(lost.hint(), "");
+  const auto page = errorWithRemedy(kURLErrorDomain, 1001, "The page has not loaded in time.");
+  EXPECT_THAT(page.localizedDescription(), HasSubstr("in time. Load the ad of a new bid."));
 }
 
 }  // namespace
