@@ -20,6 +20,7 @@ import os
 import pathlib
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -59,6 +60,15 @@ def prints(command, folder, lines, where):
         faults.append(f"{where}: printed less than {lines} lines:\n{printed.read_text()[-2000:]}"
                       f"{errors.read_text()[-2000:]}")
     end(process)
+
+
+def await_port(port):
+    until = time.monotonic() + 60
+    while time.monotonic() < until:
+        try:
+            return socket.create_connection(("127.0.0.1", port)).close()
+        except OSError:
+            time.sleep(0.1)
 
 
 def end(process):
@@ -121,7 +131,7 @@ def run_document(document, folder):
     def start(command):
         running.append(shell(f"exec {command}", folder, start_new_session=True,
                              stdout=subprocess.DEVNULL))
-        time.sleep(3)
+        await_port(int(re.search(r"--port (\d+)", command)[1]))
 
     for kind, words, code in all_blocks:
         where = f"{document.name}: {kind} {words}".rstrip()
