@@ -122,7 +122,7 @@ def run_program(program, lines, folder, name):
 
 def run_document(document, folder):
     program, lines, running = folder / "my-game", 0, []
-    serving = "kelvara-install/bin/kelvara-sandbox --port 8000 --memory --quiet"
+    serving = "kelvara-install/bin/kelvara-sandbox --port 8000 --quiet"
     shutil.rmtree(program, ignore_errors=True)
     program.mkdir()
     all_blocks = blocks(document)
