@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <Kelvara/Export.h>
@@ -22,6 +23,9 @@ class KVA_EXPORT Error {
   std::int64_t code() const { return code_; }
   /// A short English sentence for developers; never translated.
   const std::string& localizedDescription() const { return localizedDescription_; }
+  /// What to do about the error: English sentences for developers. Empty if the description says
+  /// it. Valid for the life of the process. docs/errors.md lists them all.
+  std::string_view hint() const;
 
   bool operator==(const Error&) const = default;
 

@@ -33,13 +33,13 @@ struct HostOptions {
   /// `userDefaults`).
   std::string bundleId{}, appVersion{};
   /// The folder with the application's resources; empty: the executable's folder. The SDK searches
-  /// it for "KelvaraResources.bundle", then the library's data folder (<prefix>/share/kelvara). If
-  /// the bundle is in neither, an error line names both.
+  /// it for "KelvaraResources.bundle", then the library's data folder (`<prefix>/share/kelvara`).
+  /// If the bundle is in neither, an error line names both.
   std::filesystem::path mainBundle{};
   /// The file for the SDK's state, readable by its owner only; empty:
-  /// $XDG_DATA_HOME/<bundleId>/defaults.sqlite, with "kelvara" for an empty bundle id. If the file
-  /// cannot be opened, or another process locks it for more than a second, the SDK logs an error
-  /// and keeps its state in memory until the process ends.
+  /// `$XDG_DATA_HOME/<bundleId>/defaults.sqlite`, with "kelvara" for an empty bundle id. If the
+  /// file cannot be opened, or another process locks it for more than a second, the SDK logs an
+  /// error and keeps its state in memory until the process ends.
   std::filesystem::path userDefaults{};
   /// Addresses that include "/api/v1", used unchanged; empty: the addresses set when the library
   /// was built.

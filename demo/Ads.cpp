@@ -32,8 +32,9 @@ std::string priceText(double price) {
 }
 
 std::string describe(const kva::Error& error) {
-  return error.localizedDescription() + " (" + error.domain() + " " + std::to_string(error.code()) +
-         ")";
+  const std::string hint = error.hint().empty() ? "" : " " + std::string(error.hint());
+  return error.localizedDescription() + hint + " (" + error.domain() + " " +
+         std::to_string(error.code()) + ")";
 }
 
 void Ads::start() {

@@ -39,7 +39,10 @@ void handle(const BidLoadResponse& response, BidCompletion completion) {
   }
   if (!selected) return refuse("No active plan.");
 
-  if (!response.bidId) fatal("the bid response has plans but no bid identifier");
+  if (!response.bidId)
+    fatal(
+        "the bid response has plans but no bid identifier; check the server with "
+        "kelvara-server-check");
   SDKHelper::App::expectAd();
   completion(
       std::make_shared<KVABidResponse>(selected->planId, *response.bidId, selected->price()));

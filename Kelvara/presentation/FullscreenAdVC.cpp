@@ -6,6 +6,7 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
+#include <Kelvara/platform/ErrorTable.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 #include <Kelvara/reporting/ReportManager.h>
 
@@ -24,10 +25,13 @@ struct PresentedAds {
   static PresentedAds& shared() { return Runtime::current().get<PresentedAds>(); }
 };
 
-constexpr const char* kNoWindow = "No window.";
-
 auto refusal(const char* message, KVAErrorCodes code = KVAErrorCodes::adAlreadyShown) {
   return failure(SDKHelper::Error::error(code, message));
+}
+
+auto noWindow() {
+  return failure(errorWithRemedy(
+      "Kelvara", static_cast<std::int64_t>(KVAErrorCodes::adAlreadyShown), "No window."));
 }
 
 }  // namespace
@@ -66,7 +70,7 @@ void FullscreenAdVC::show(ViewController& fromVC, std::function<void(Result<bool
   // The first three share one code, as intended.
   if (viewController_->isPresented()) return completion(refusal("Ad is already shown."));
   if (!SDKManager::shared().isReachable()) return completion(refusal("No internet connection."));
-  if (!fromVC.view()->window()) return completion(refusal(kNoWindow));
+  if (!fromVC.view()->window()) return completion(noWindow());
   if (mrController_ && !mrController_->canPresent())
     return completion(refusal("Ad isn't ready.", KVAErrorCodes::adNotReady));
   PresentedAds::shared().all.insert(shared_from_this());
@@ -164,7 +168,7 @@ void FullscreenAdVC::viewControllerDidChangeOnScreen() {
 void FullscreenAdVC::viewControllerWasTornDown() {
   if (auto shown = std::exchange(shown_, nullptr)) {
     PresentedAds::shared().all.erase(shared_from_this());
-    return shown(refusal(kNoWindow));
+    return shown(noWindow());
   }
   close();
   didDismiss();

@@ -10,6 +10,7 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
+#include <Kelvara/platform/ErrorTable.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 
 namespace kva {
@@ -138,8 +139,8 @@ void MRController::loadDidTimeOut() {
   // Destroying the view ends the page's process.
   adView_.reset();
   webView_.reset();
-  adDidFail({kURLErrorDomain, static_cast<std::int64_t>(URLError::timedOut),
-             "The page has not loaded in time."});
+  adDidFail(errorWithRemedy(kURLErrorDomain, static_cast<std::int64_t>(URLError::timedOut),
+                            "The page has not loaded in time."));
 }
 
 void MRController::adDidBecomeReady() {

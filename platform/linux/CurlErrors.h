@@ -6,7 +6,7 @@
 
 namespace kva {
 
-/// A transport error with an English sentence for its code.
+/// The transport error with this code: an English sentence and the remedy.
 Error urlError(URLError code);
 
 /// The error for a finished transfer `easy` that failed with `result`.

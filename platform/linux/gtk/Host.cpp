@@ -62,7 +62,8 @@ void warnWithoutResources() {
   std::string tried;
   for (const auto& path : kvaBundlePaths())
     tried += (tried.empty() ? "" : " and ") + (path / "mraid.js").native();
-  Log::e("No ad can be loaded: there is no resource bundle. Tried " + tried + ".");
+  Log::e("No ad can be loaded: there is no resource bundle. Tried " + tried +
+         ". Put it beside the executable with kelvara_embed_resources.");
 }
 
 void requireMainThread(const char* what) {

@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include <Kelvara/platform/ErrorTable.h>
+
 namespace kva::gtk {
 
 namespace {
@@ -349,8 +351,9 @@ void NativeWebView::processTerminated() {
   const bool wasLoading = std::exchange(load_, Load::none) != Load::none;
   auto delegate = delegate_.lock();
   if (!delegate) return;
-  const Error error(g_quark_to_string(WEBKIT_NETWORK_ERROR), WEBKIT_NETWORK_ERROR_FAILED,
-                    "The web content process terminated.");
+  const Error error =
+      errorWithRemedy(g_quark_to_string(WEBKIT_NETWORK_ERROR), WEBKIT_NETWORK_ERROR_FAILED,
+                      "The web content process terminated.");
   wasLoading ? delegate->webViewDidFailNavigation(error)
              : delegate->webViewProcessDidTerminate(error);
 }

@@ -1,0 +1,85 @@
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <Kelvara/KVAErrorCodes.h>
+#include <Kelvara/platform/ErrorTable.h>
+#include <Kelvara/platform/URLSession.h>
+
+namespace kva {
+namespace {
+
+using testing::Contains;
+using testing::Field;
+using testing::HasSubstr;
+using testing::UnorderedElementsAreArray;
+
+/// Domain, code, text ("" for the server's), remedy.
+using Row = std::tuple<std::string, std::int64_t, std::string, std::string>;
+
+std::string withoutMarks(std::string text) {
+  std::erase(text, '`');
+  return text;
+}
+
+/// The rows of docs/errors.md: | `name` (code) | text | cause | remedy |, under a heading that
+/// names the domain.
+std::vector<Row> documented() {
+  std::ifstream document(KELVARA_TEST_DATA "/../docs/errors.md");
+  std::vector<Row> rows;
+  std::string domain;
+  for (std::string line; std::getline(document, line);) {
+    if (line.starts_with("## ")) domain = line.substr(line.find('`') + 1);
+    if (!line.starts_with("| `")) continue;
+    std::vector<std::string> cells;
+    for (std::size_t from = 2, to; (to = line.find(" |", from)) != line.npos; from = to + 3)
+      cells.push_back(line.substr(from, to - from));
+    if (cells.size() != 4) continue;
+    rows.emplace_back(domain.substr(0, domain.find('`')),
+                      std::stoll(cells[0].substr(cells[0].find('(') + 1)),
+                      cells[1] == "the server's" ? "" : cells[1], withoutMarks(cells[3]));
+  }
+  return rows;
+}
+
+TEST(Errors, AreDocumentedWithTheirRemedies) {
+  std::vector<Row> known;
+  for (const auto& [domain, code, text, hint] : knownErrors())
+    known.emplace_back(domain, code, text, hint);
+  EXPECT_THAT(documented(), UnorderedElementsAreArray(known));
+  for (int code = -1; const auto value = errorCodeFromRawValue(code); ++code) {
+    if (value == KVAErrorCodes::unassigned) continue;  // never reported
+    EXPECT_THAT(knownErrors(), Contains(Field(&KnownError::code, code)));
+  }
+}
+
+TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
+  const struct {
+    Error error;
+    const char* remedy;
+  } cases[] = {
+      {{"Kelvara", 8, "Wait 12 seconds for ad request."}, "when this time has passed"},
+      {{"Kelvara", 5, "No plan."}, "Nobody bids"},
+      {{"Kelvara", 5, "No active plan."}, "frequency cap"},
+      {{"Kelvara", 13, "No internet connection."}, "network is back"},
+      {{"Kelvara", 404, "No such user."}, "registers a new user"},
+      // A code of the server may be one of the SDK's.
+      {{"Kelvara", 5, "Busy."}, "its message says why"},
+      {{"Kelvara", 409, "Loaded already."}, "its message says why"},
+      {{"WebKitPolicyError", 103, "Not allowed."}, "could not load the ad's page"},
+  };
+  for (const auto& [error, remedy] : cases) {
+    EXPECT_THAT(std::string(error.hint()), HasSubstr(remedy)) << error.localizedDescription();
+  }
+  const auto lost = errorWithRemedy(kURLErrorDomain, 1005);
+  EXPECT_EQ(lost.localizedDescription(), "The network connection was lost. Retry.");
+  EXPECT_EQ(lost.hint(), "");
+  const auto page = errorWithRemedy(kURLErrorDomain, 1001, "The page has not loaded in time.");
+  EXPECT_THAT(page.localizedDescription(), HasSubstr("in time. Load the ad of a new bid."));
+}
+
+}  // namespace
+}  // namespace kva
