@@ -7,7 +7,7 @@ target_compile_options(kelvara_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KELVARA_WERROR}>:-Werror>
   -fstack-protector-strong
   $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
-target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now)
+target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 if(KELVARA_SANITIZE)
   target_compile_options(kelvara_flags INTERFACE
     -fsanitize=${KELVARA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
