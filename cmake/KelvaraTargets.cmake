@@ -86,11 +86,12 @@ include(KelvaraResources)
 # kelvara_module(name libraries...): kelvara-<version>/<name>.so beside libkelvara.so. Its entry
 # function has the version, so a module of another version is refused. It exports nothing else: the
 # code that it shares with libkelvara.so is linked into both.
+set(KELVARA_MODULE_DIR kelvara-${PROJECT_VERSION})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/module.map.in ${PROJECT_BINARY_DIR}/module.map @ONLY)
 function(kelvara_module name)
   add_library(kelvara_${name}_module MODULE $<TARGET_OBJECTS:kelvara_${name}>)
   set_target_properties(kelvara_${name}_module PROPERTIES PREFIX "" OUTPUT_NAME ${name}
-    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/kelvara-${PROJECT_VERSION}
+    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/${KELVARA_MODULE_DIR}
     LINK_DEPENDS ${PROJECT_BINARY_DIR}/module.map)
   target_link_libraries(kelvara_${name}_module PRIVATE kelvara_flags ${ARGN})
   target_link_options(kelvara_${name}_module PRIVATE

@@ -9,19 +9,21 @@
 namespace kva {
 namespace {
 
-/// The module's function `name`. The module stays loaded until the process ends.
+/// The module's `function`. The module stays loaded until the process ends.
 template <class Function>
-Result<Function> load(const std::string& module, const char* name) {
+Result<Function> load(const std::string& module, const char* function) {
   const auto file = libraryFile().parent_path() / ("kelvara-" KELVARA_VERSION) / (module + ".so");
   // RTLD_LAZY applies to the libraries that the module needs; binding all their functions at once
   // takes longer.
   void* library = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
   if (library)
-    if (void* found = dlvsym(library, name, "KELVARA_" KELVARA_VERSION))
+    if (void* found = dlvsym(library, function, "KELVARA_" KELVARA_VERSION))
       return reinterpret_cast<Function>(found);
-  const char* reason = dlerror();
+  std::string reason = dlerror();
+  if (const auto name = file.native() + ": "; reason.starts_with(name))
+    reason.erase(0, name.size());
   return failure(Error(kURLErrorDomain, static_cast<std::int64_t>(URLError::unknown),
-                       "Could not load " + file.native() + ": " + (reason ? reason : "")));
+                       "Could not load " + file.native() + ": " + reason));
 }
 
 }  // namespace
