@@ -41,10 +41,19 @@ function(kelvara_library_of name sources)
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE kelvara_flags PUBLIC ${ARGN})
+  target_compile_options(${name} PRIVATE ${small})
 endfunction()
+# Optimised builds prefer small code, except in what handles each reply, page and report.
+set(small $<$<CONFIG:Release,RelWithDebInfo>:-Os>)
+set(fast $<$<CONFIG:Release,RelWithDebInfo>:-O2>)
 
 file(GLOB_RECURSE sdk_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/Kelvara/*.cpp)
+file(GLOB fast_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/Kelvara/base/*.cpp
+  ${PROJECT_SOURCE_DIR}/Kelvara/api/*.cpp ${PROJECT_SOURCE_DIR}/Kelvara/ads/*.cpp
+  ${PROJECT_SOURCE_DIR}/Kelvara/reporting/*.cpp)
+set_source_files_properties(${fast_sources} PROPERTIES COMPILE_OPTIONS ${fast})
 add_library(kelvara_sdk STATIC ${sdk_sources})
+target_compile_options(kelvara_sdk PRIVATE ${small})
 target_include_directories(kelvara_sdk PUBLIC ${PROJECT_SOURCE_DIR})
 target_include_directories(kelvara_sdk BEFORE PRIVATE ${KELVARA_FENCE_DIR})
 target_compile_definitions(kelvara_sdk PRIVATE KELVARA_VERSION="${PROJECT_VERSION}")

@@ -13,9 +13,7 @@ namespace {
 template <class Function>
 Result<Function> load(const std::string& module, const char* function) {
   const auto file = libraryFile().parent_path() / ("kelvara-" KELVARA_VERSION) / (module + ".so");
-  // RTLD_LAZY applies to the libraries that the module needs; binding all their functions at once
-  // takes longer.
-  void* library = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_NODELETE);
+  void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (library)
     if (void* found = dlvsym(library, function, "KELVARA_" KELVARA_VERSION))
       return reinterpret_cast<Function>(found);
