@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -20,21 +19,23 @@ class KVA_EXPORT KVABidResponse {
  public:
   KVABidResponse() = delete;
   KVABidResponse(std::string planId, std::string bidId, double price);
+  ~KVABidResponse();
+  KVABidResponse(const KVABidResponse&) = delete;
+  KVABidResponse& operator=(const KVABidResponse&) = delete;
 
   /// The bid's price in the server's currency unit per thousand impressions.
-  double price() const { return price_; }
-  void setPrice(double price) { price_ = price; }
+  double price() const;
+  void setPrice(double price);
 
   /// The selected plan and the bid, as the SDK identifies them.
-  const std::string& planId() const { return planId_; }
-  const std::string& bidId() const { return bidId_; }
+  const std::string& planId() const;
+  const std::string& bidId() const;
   /// True if both identifiers are UUIDs.
   bool isValid() const;
 
  private:
-  std::string planId_;
-  std::string bidId_;
-  std::atomic<double> price_;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 /// Requests bids. Thread-safe.

@@ -18,6 +18,13 @@ class KVA_EXPORT KVAInterstitialDelegate {
   virtual void interstitialDidFailToPresent(KVAInterstital&, const Error&) {}
   virtual void interstitialDidClick(KVAInterstital&) {}
   virtual void interstitialDidDismiss(KVAInterstital&) {}
+
+ private:
+  // Later versions replace these by new methods, which hosts of this version do not implement.
+  virtual void reserved1() {}
+  virtual void reserved2() {}
+  virtual void reserved3() {}
+  virtual void reserved4() {}
 };
 
 /// A full-screen ad that the user may skip or close.

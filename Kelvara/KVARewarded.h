@@ -19,6 +19,13 @@ class KVA_EXPORT KVARewardedDelegate {
   virtual void rewardedDidClick(KVARewarded&) {}
   virtual void rewardedDidComplete(KVARewarded&) {}  ///< the reward is earned
   virtual void rewardedDidDismiss(KVARewarded&) {}
+
+ private:
+  // Later versions replace these by new methods, which hosts of this version do not implement.
+  virtual void reserved1() {}
+  virtual void reserved2() {}
+  virtual void reserved3() {}
+  virtual void reserved4() {}
 };
 
 /// A full-screen ad that earns the user a reward.

@@ -2,6 +2,7 @@
 
 #include <gtk/gtk.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -26,7 +27,8 @@ enum class NetworkPolicy {
 enum class LogLevel { none = 0, error = 1, info = 2, debug = 3 };
 
 /// Facts of the host that the SDK cannot detect. Every field is optional. Each one has an
-/// initialiser, so a host can use designated initialisers without a compiler warning.
+/// initialiser, so a host can use designated initialisers without a compiler warning. Later
+/// versions append fields; a host that was compiled before gets their defaults.
 struct HostOptions {
   /// The host application's identity at the server: "com.example.game", "3.1". Set `bundleId`:
   /// applications that leave it empty share one user, one set of counters and one file (see
@@ -74,7 +76,7 @@ struct HostOptions {
 /// The main loop must run: it drives the callbacks of shown ads, timers and pages.
 class KVA_EXPORT Host {
  public:
-  explicit Host(HostOptions options);
+  explicit Host(const HostOptions& options) : Host(options, sizeof(HostOptions)) {}
   /// Removes ads on screen and cancels open requests. It waits for the completions and delegate
   /// calls that run on other threads, so none of them may wait for the main thread.
   ~Host();
@@ -96,6 +98,9 @@ class KVA_EXPORT Host {
   void pump();
 
  private:
+  /// `size` is the size of the options that the host was compiled with.
+  Host(const HostOptions& options, std::size_t size);
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -6,8 +6,10 @@ add_library(kelvara_flags INTERFACE)
 target_compile_options(kelvara_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KELVARA_WERROR}>:-Werror>
   -fstack-protector-strong
-  $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3>)
-target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now)
+  $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3
+    -ffunction-sections -fdata-sections -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=>)
+target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed
+  $<$<CONFIG:Release,RelWithDebInfo>:-Wl,--gc-sections>)
 if(KELVARA_SANITIZE)
   target_compile_options(kelvara_flags INTERFACE
     -fsanitize=${KELVARA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

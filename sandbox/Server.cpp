@@ -63,7 +63,7 @@ repeated-bytes, repeated-answer.
 Options completed(Options options) {
   std::error_code error;
   auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (options.data.empty()) options.data = program.parent_path() / "sandbox-data";
+  if (options.data.empty()) options.data = program.parent_path() / KELVARA_DATA_FROM_PROGRAM;
   return options;
 }
 

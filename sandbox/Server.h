@@ -19,7 +19,7 @@ namespace kva::sandbox {
 struct Options {
   std::string listen = "127.0.0.1";  ///< numeric address or host name
   int port = 0;                      ///< 0 picks a free one
-  std::filesystem::path data{};      ///< default: sandbox-data/ beside the executable
+  std::filesystem::path data{};      ///< default: share/kelvara/sandbox of the executable's prefix
   std::string database = ":memory:";
   std::chrono::milliseconds clockSkew{0};  ///< added to the clock that answers carry
   Periods periods{};

@@ -78,7 +78,7 @@ int main(int count, char** arguments) {
   app.add_flag("--memory", isForgetful, "Keep users, bids and reports in memory only")
       ->excludes(database);
   app.add_option("--data", options.data, "Folder of templates and creatives")
-      ->default_str("sandbox-data beside the program");
+      ->default_str("../share/kelvara/sandbox");
   app.add_option_function<std::int64_t>(
          "--skew", [&](std::int64_t skew) { options.clockSkew = std::chrono::milliseconds(skew); },
          "Error of the server's clock")

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <utility>
 
 #include <Kelvara/KVABidLoader.h>
@@ -5,9 +6,26 @@
 
 namespace kva {
 
-KVABidResponse::KVABidResponse(std::string planId, std::string bidId, double price)
-    : planId_(std::move(planId)), bidId_(std::move(bidId)), price_(price) {}
+struct KVABidResponse::State {
+  const std::string planId, bidId;
+  std::atomic<double> price;
+};
 
-bool KVABidResponse::isValid() const { return isValidUUID(planId_) && isValidUUID(bidId_); }
+KVABidResponse::KVABidResponse(std::string planId, std::string bidId, double price)
+    : state_(new State{std::move(planId), std::move(bidId), price}) {}
+
+KVABidResponse::~KVABidResponse() = default;
+
+double KVABidResponse::price() const { return state_->price; }
+
+void KVABidResponse::setPrice(double price) { state_->price = price; }
+
+const std::string& KVABidResponse::planId() const { return state_->planId; }
+
+const std::string& KVABidResponse::bidId() const { return state_->bidId; }
+
+bool KVABidResponse::isValid() const {
+  return isValidUUID(state_->planId) && isValidUUID(state_->bidId);
+}
 
 }  // namespace kva

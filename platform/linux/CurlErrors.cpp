@@ -2,8 +2,6 @@
 
 #include <cerrno>
 
-#include <Kelvara/platform/ErrorTable.h>
-
 #include "platform/linux/RouteMonitor.h"
 
 namespace kva {
@@ -38,10 +36,6 @@ URLError unsupportedProtocol(CURL* easy) {
 }
 
 }  // namespace
-
-Error urlError(URLError code) {
-  return errorWithRemedy(kURLErrorDomain, static_cast<std::int64_t>(code));
-}
 
 URLError urlErrorOf(CURL* easy, CURLcode result) {
   switch (result) {

@@ -2,12 +2,9 @@
 
 #include <curl/curl.h>
 
-#include <Kelvara/platform/URLSession.h>
+#include "platform/linux/URLErrors.h"
 
 namespace kva {
-
-/// The transport error with this code: an English sentence and the remedy.
-Error urlError(URLError code);
 
 /// The error for a finished transfer `easy` that failed with `result`.
 URLError urlErrorOf(CURL* easy, CURLcode result);

@@ -14,7 +14,6 @@
 #include <glib.h>
 #include <strings.h>
 
-#include <Kelvara/Kelvara.h>
 #include <Kelvara/base/Fatal.h>
 #include <Kelvara/base/Guarded.h>
 
@@ -59,7 +58,7 @@ std::string productText(const std::string& text) {
 }
 
 std::string userAgent(const HostIdentity& host) {
-  std::string text = "Kelvara/" + Kelvara::sdkVersion();
+  std::string text = "Kelvara/" KELVARA_VERSION;
   if (host.bundleId.empty()) return text;
   text += " " + productText(host.bundleId);
   return host.appVersion.empty() ? text : text + "/" + productText(host.appVersion);

@@ -1,19 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <thread>
 
-#include <Kelvara/platform/URLSession.h>
-
-#include "platform/linux/TimerQueue.h"
+#include "platform/linux/NetworkSession.h"
 
 namespace kva {
-
-/// The host application, as the User-Agent header names it. Empty texts are left out.
-struct HostIdentity {
-  std::string bundleId, appVersion;
-};
 
 /// HTTP over libcurl. One thread runs all transfers, completions and timers of the session, and
 /// reuses keep-alive connections. Certificates are always verified against the system's store.
@@ -23,7 +15,7 @@ struct HostIdentity {
 /// A request that fails on a keep-alive connection before the first byte of the answer is retried
 /// once, on a new connection. A redirect from https to http is refused. An answer of more than
 /// 64 MiB, decompressed, fails with `cannotDecodeContentData`.
-class CurlSession final : public URLSession {
+class CurlSession final : public NetworkSession {
  public:
   explicit CurlSession(const HostIdentity& host = {});
   /// Invalidates the session. Must not run on the session's own thread.
@@ -32,11 +24,9 @@ class CurlSession final : public URLSession {
   void send(URLRequest request, Done done) override;
   void invalidate() override;
 
-  /// Later requests use new connections. Thread-safe.
-  void dropIdleConnections();
-  bool isSessionThread() const;
-  /// The timers that fire on the session's thread.
-  TimerQueue& timers();
+  void dropIdleConnections() override;
+  bool isSessionThread() const override;
+  TimerQueue& timers() override;
 
  private:
   class Worker;

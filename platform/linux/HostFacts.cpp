@@ -40,7 +40,8 @@ LocaleName currentLocale() {
   return LocaleName("C");
 }
 
-/// The file that this code was loaded from; empty if it is unknown.
+}  // namespace
+
 std::filesystem::path libraryFile() {
   static const char inThisLibrary = 0;
   Dl_info found{};
@@ -48,8 +49,6 @@ std::filesystem::path libraryFile() {
   if (dladdr(&inThisLibrary, &found) == 0) return {};
   return std::filesystem::canonical(found.dli_fname, unreadable);
 }
-
-}  // namespace
 
 double LinuxClock::now() const {
   using Seconds = std::chrono::duration<double>;

@@ -10,6 +10,10 @@
 
 namespace kva {
 
+/// The file that this code was loaded from: libkelvara.so, or a program that is linked with the
+/// static libraries. Empty if it is unknown.
+std::filesystem::path libraryFile();
+
 /// The system's clock and GLib's calendar.
 class LinuxClock final : public Clock {
  public:

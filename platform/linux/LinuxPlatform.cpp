@@ -1,7 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
-#include "platform/linux/CurlSession.h"
 #include "platform/linux/HostFacts.h"
+#include "platform/linux/LazySession.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/MainLoop.h"
 #include "platform/linux/ModemTelephony.h"
@@ -23,15 +23,16 @@ LinuxPlatform makeLinuxPlatform(const LinuxOptions& options) {
   SystemBus bus;
   auto center = std::make_shared<NotificationCenter>();
   auto output = options.logOutput ? options.logOutput : std::make_shared<ProcessOutput>();
-  auto session = std::make_shared<CurlSession>(
-      HostIdentity{.bundleId = options.bundleId, .appVersion = options.appVersion});
+  const auto logError = [output](const std::string& line) {
+    output->print(LogLevel::e, "<KVA> [E]: " + line);
+  };
+  auto session = std::make_shared<LazySession>(
+      HostIdentity{.bundleId = options.bundleId, .appVersion = options.appVersion}, logError);
   auto mainLoop = std::make_shared<MainLoop>();
   auto device = std::make_shared<LinuxDevice>(center, bus);
   Platform ports;
   ports.urlSession = session;
-  ports.userDefaults = std::make_shared<SqliteDefaults>(
-      defaultsFile(options),
-      [output](const std::string& line) { output->print(LogLevel::e, "<KVA> [E]: " + line); });
+  ports.userDefaults = std::make_shared<SqliteDefaults>(defaultsFile(options), logError);
   ports.mainQueue = mainLoop;
   ports.runLoop = std::make_shared<LinuxRunLoop>(mainLoop, session);
   ports.notificationCenter = center;

@@ -1,5 +1,7 @@
-// Every call of the host API, compiled and linked against the installed library alone, and run as
-// far as a host without a server gets.
+// Every call of the host API, compiled and linked against the installed library alone.
+//   consumer                             runs as far as a host without a server gets
+//   consumer API_BASE APP_ID AD_UNIT     loads an interstitial; prints the outcome
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 
@@ -34,9 +36,50 @@ struct Delegate : kva::KVAInterstitialDelegate, kva::KVARewardedDelegate {
   std::string codes;
 };
 
+/// Prints the first outcome that ends the load of an ad, and ends the main loop.
+struct Loading : kva::KVAInterstitialDelegate {
+  void end(const std::string& outcome) {
+    std::printf("outcome: %s\n", outcome.c_str());
+    hasEnded = true;
+    g_main_context_wakeup(nullptr);
+  }
+  void interstitialDidReceive(kva::KVAInterstital&) override { end("ready"); }
+  void interstitialDidFailToReceive(kva::KVAInterstital&, const kva::Error& error) override {
+    end(error.localizedDescription());
+  }
+  std::atomic<bool> hasEnded = false;
+};
+
+void load(const std::string& apiBase, const std::string& appId, const std::string& adUnit) {
+  const auto folder = std::filesystem::temp_directory_path() / "kelvara-consumer-load";
+  std::filesystem::remove_all(folder);
+  kva::gtk::Host host({.bundleId = "com.example.consumer",
+                       .userDefaults = folder / "defaults.sqlite",
+                       .productionAPIBase = apiBase,
+                       .sandboxAPIBase = apiBase,
+                       .networkPolicy = kva::gtk::NetworkPolicy::assumeReachable});
+  auto* window = gtk_window_new();
+  gtk_window_present(GTK_WINDOW(window));
+  const auto delegate = std::make_shared<Loading>();
+  const auto ad = kva::KVAInterstital::create();
+  ad->setDelegate(delegate);
+  kva::Kelvara::start(appId, [&](auto error) {
+    if (error) return delegate->end(error->localizedDescription());
+    kva::KVABidLoader::loadBid(adUnit, kva::KVABidType::interstitial, [&](auto bid, auto refusal) {
+      if (!bid) return delegate->end(refusal->localizedDescription());
+      ad->loadAd(bid, bid->price());
+    });
+  });
+  while (!delegate->hasEnded) g_main_context_iteration(nullptr, TRUE);
+}
+
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
+  if (count == 4) {
+    load(arguments[1], arguments[2], arguments[3]);
+    return 0;
+  }
   const auto folder = std::filesystem::temp_directory_path() / "kelvara-consumer";
   kva::gtk::Host host({.bundleId = "com.example.consumer",
                        .userDefaults = folder / "defaults.sqlite",

@@ -42,6 +42,9 @@ TEST(LinuxPlatform, StartsWithoutAMainLoopAndLeavesNoThread) {
     std::atomic<bool> answered{false};
     auto timer = ports.runLoop->schedule(0.01, Repeats::yes, [] {});
     ports.mainQueue->async([] { ADD_FAILURE() << "ran without a loop"; });
+    EXPECT_EQ(threadsOfTheSdk().count("kva-session"), 0U) << "before the first request";
+    // The second session is invalidated before its first request.
+    if (life == 1) ports.urlSession->invalidate();
     ports.urlSession->send(get(refusingUrl()), [&](URLSession::Outcome) { answered = true; });
     platform = {};
     EXPECT_TRUE(answered);

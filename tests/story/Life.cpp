@@ -86,8 +86,9 @@ Platform Life::platform(const std::filesystem::path& folder, const std::string& 
 
 Life::Life(const std::filesystem::path& folder, const std::string& apiBase,
            const std::set<std::int64_t>& serverCodes)
-    : ledger([this] { return static_cast<CurlSession&>(*platform_.urlSession).isSessionThread(); },
-             [this] { return platform_.mainQueue->isMainThread(); }),
+    : ledger(
+          [this] { return static_cast<NetworkSession&>(*platform_.urlSession).isSessionThread(); },
+          [this] { return platform_.mainQueue->isMainThread(); }),
       // A second start succeeds before it returns.
       start_{
           .name = "start", .refusals = {4, 14}, .failures = serverCodes, .mayAnswerAtOnce = true},

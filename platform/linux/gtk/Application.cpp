@@ -6,6 +6,7 @@
 #include <Kelvara/base/HostCallback.h>
 #include <platform/linux/gtk/NativeButton.h>
 #include <platform/linux/gtk/NativeViewController.h>
+#include <platform/linux/gtk/UnavailableWebEngine.h>
 
 #ifdef GDK_WINDOWING_X11
 #include <gdk/x11/gdkx.h>
@@ -188,8 +189,28 @@ std::shared_ptr<WebView> Application::makeWebView(Rect frame, WebViewConfigurati
   return webEngine().makeWebView(frame, configuration);
 }
 
+void Application::prepareWebView() {
+  if (webEngine_) return webEngine_->prepare();
+  // Linking WebKit takes longer than a frame, so a thread of GLib's pool does it first.
+  auto loading = GObjectPtr<GTask>(g_task_new(
+      nullptr, nullptr, runAsync, asyncData([weak = weak_from_this()](GObject*, GAsyncResult*) {
+        if (const auto self = weak.lock()) self->webEngine().prepare();
+      })));
+  g_task_run_in_thread(loading.get(), [](GTask* task, gpointer, gpointer, GCancellable*) {
+    g_task_return_boolean(task, loadWebEngine().has_value());
+  });
+}
+
 WebEngine& Application::webEngine() {
-  if (!webEngine_) webEngine_ = makeWebEngine();
+  if (webEngine_) return *webEngine_;
+  if (const auto make = loadWebEngine()) {
+    webEngine_.reset((*make)([](Rect frame, GtkWidget* content) -> std::shared_ptr<ContentView> {
+      return std::make_shared<NativeView>(frame, content);
+    }));
+  } else {
+    if (*logError_) (*logError_)(make.error().localizedDescription());
+    webEngine_ = std::make_unique<UnavailableWebEngine>(make.error());
+  }
   return *webEngine_;
 }
 

@@ -22,7 +22,8 @@ namespace kva::gtk {
 /// The state follows the key window: background while that window is minimised or hidden, otherwise
 /// active if any window of the process is active. Without a window manager no window is ever
 /// active, so there a window on screen counts as active.
-class Application final : public kva::HostApplication {
+class Application final : public kva::HostApplication,
+                          public std::enable_shared_from_this<Application> {
  public:
   struct Options {
     EdgeInsets safeAreaInsets;
@@ -53,7 +54,7 @@ class Application final : public kva::HostApplication {
   Size screenSize() const override;
   std::shared_ptr<View> makeView(Rect frame) override;
   std::shared_ptr<Button> makeButton() override;
-  void prepareWebView() override { webEngine().prepare(); }
+  void prepareWebView() override;
   std::shared_ptr<WebView> makeWebView(Rect frame, WebViewConfiguration configuration) override;
   std::shared_ptr<ViewController> makeViewController() override;
 

@@ -17,6 +17,27 @@ namespace kva::gtk {
 
 namespace {
 
+/// The options as this library knows them. A field that the host does not know, because its options
+/// end before it, has its default.
+HostOptions knownOptions(const HostOptions& given, std::size_t size) {
+  HostOptions known;
+  const auto copy = [&](auto HostOptions::*... fields) {
+    const auto endOf = [&](auto field) {
+      return reinterpret_cast<const char*>(&(known.*field) + 1) -
+             reinterpret_cast<const char*>(&known);
+    };
+    ((endOf(fields) <= static_cast<std::ptrdiff_t>(size) ? void(known.*fields = given.*fields)
+                                                         : void()),
+     ...);
+  };
+  using Options = HostOptions;
+  copy(&Options::bundleId, &Options::appVersion, &Options::mainBundle, &Options::userDefaults,
+       &Options::productionAPIBase, &Options::sandboxAPIBase, &Options::advertisingIdentifier,
+       &Options::trackingAuthorized, &Options::safeAreaInsets, &Options::networkPolicy,
+       &Options::openURL, &Options::logLevel, &Options::logSink);
+  return known;
+}
+
 std::string orBuiltIn(std::string base, const char* builtIn) {
   return base.empty() ? builtIn : std::move(base);
 }
@@ -97,11 +118,11 @@ struct Host::Impl {
   Runtime runtime;
 };
 
-Host::Host(HostOptions options) {
+Host::Host(const HostOptions& options, std::size_t size) {
   requireMainThread("a kva::gtk::Host");
   if (!gtk_is_initialized() && !gtk_init_check())
     fatal("a kva::gtk::Host needs a display, and GTK could not open one");
-  impl_ = std::make_unique<Impl>(options);
+  impl_ = std::make_unique<Impl>(knownOptions(options, size));
 }
 
 Host::~Host() {

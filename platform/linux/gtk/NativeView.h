@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include <Kelvara/platform/View.h>
 #include <platform/linux/gtk/GObject.h>
 #include <platform/linux/gtk/LayoutWidget.h>
+#include <platform/linux/gtk/WebEngine.h>
 
 namespace kva::gtk {
 
@@ -14,7 +14,7 @@ class NativeWindow;
 /// A view as a GTK widget. An optional content widget of GTK or WebKit fills it below its subviews.
 /// Geometry is computed from the layouts, so it is right before GTK has placed any widget. Main
 /// thread only.
-class NativeView final : public kva::View,
+class NativeView final : public ContentView,
                          public std::enable_shared_from_this<NativeView>,
                          private LayoutClient {
  public:
@@ -22,7 +22,7 @@ class NativeView final : public kva::View,
   NativeView(Rect frame, GtkWidget* content);
   ~NativeView() override;
 
-  GtkWidget* widget() const { return widget_.get(); }
+  GtkWidget* widget() const override { return widget_.get(); }
 
   /// Makes this the root view of `window`; null detaches it. While the window is not covered, the
   /// root lets presses through where it has no subview.
@@ -31,8 +31,7 @@ class NativeView final : public kva::View,
   void setRootSize(Size size);
   /// Sets the opacity of a running transition, which multiplies the view's alpha.
   void setTransition(double visible);
-  /// Notifies the delegates from the root down to this view of a touch.
-  void reportTouch();
+  void reportTouch() override;
 
   // kva::View
   void setDelegate(std::weak_ptr<ViewDelegate> delegate) override { delegate_ = delegate; }

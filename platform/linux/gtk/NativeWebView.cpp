@@ -104,9 +104,11 @@ void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> 
 
 }  // namespace
 
-std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page, Rect frame,
+std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page,
+                                                     ContentViewMaker makeView, Rect frame,
                                                      const WebViewConfiguration& configuration) {
-  std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), frame));
+  auto view = makeView(frame, GTK_WIDGET(page.get()));
+  std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), std::move(view)));
   made->configure(configuration);
   made->followLoads();
   made->answerQuestions();
@@ -116,9 +118,9 @@ std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> p
   return made;
 }
 
-NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame)
+NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, std::shared_ptr<ContentView> view)
     : page_(std::move(page)),
-      view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))),
+      view_(std::move(view)),
       isWarmingUp_(webkit_web_view_is_loading(page_.get())) {}
 
 NativeWebView::~NativeWebView() {

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include <Kelvara/platform/WebView.h>
-#include <platform/linux/gtk/NativeView.h>
+#include <platform/linux/gtk/GObject.h>
+#include <platform/linux/gtk/WebEngine.h>
 
 namespace kva::gtk {
 
@@ -17,7 +18,8 @@ class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
   /// `page` is new or blank, and has no other user.
-  static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page, Rect frame,
+  static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page,
+                                               ContentViewMaker makeView, Rect frame,
                                                const WebViewConfiguration& configuration);
   ~NativeWebView() override;
 
@@ -36,7 +38,7 @@ class NativeWebView final : public kva::WebView,
   /// The state of the last load, requested or begun by the page itself.
   enum class Load { none, requested, running };
 
-  NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
+  NativeWebView(GObjectPtr<WebKitWebView> page, std::shared_ptr<ContentView> view);
   void configure(const WebViewConfiguration& configuration);
   void layOut(Size size);
   void redraw();
@@ -66,7 +68,7 @@ class NativeWebView final : public kva::WebView,
   }
 
   GObjectPtr<WebKitWebView> page_;
-  std::shared_ptr<NativeView> view_;
+  std::shared_ptr<ContentView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
   bool isWarmingUp_;  ///< until the pooled about:blank has loaded; its events are not the ad's
   std::move_only_function<void()> waitingLoad_;

@@ -9,8 +9,9 @@ namespace {
 constexpr guint kPauseMilliseconds = 1000;
 }  // namespace
 
-WebViewPool::WebViewPool()
-    : context_(GObjectPtr<WebKitWebContext>(webkit_web_context_new())),
+WebViewPool::WebViewPool(ContentViewMaker makeView)
+    : makeView_(makeView),
+      context_(GObjectPtr<WebKitWebContext>(webkit_web_context_new())),
       session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
   downloads_ =
       connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
@@ -22,7 +23,7 @@ void WebViewPool::prepare() {
 
 std::shared_ptr<WebView> WebViewPool::makeWebView(Rect frame,
                                                   const WebViewConfiguration& configuration) {
-  return NativeWebView::create(take(), frame, configuration);
+  return NativeWebView::create(take(), makeView_, frame, configuration);
 }
 
 GObjectPtr<WebKitWebView> WebViewPool::take() {
@@ -56,7 +57,5 @@ void WebViewPool::makeReady() {
         makeReadyAfter(kPauseMilliseconds);
       });
 }
-
-std::unique_ptr<WebEngine> makeWebEngine() { return std::make_unique<WebViewPool>(); }
 
 }  // namespace kva::gtk

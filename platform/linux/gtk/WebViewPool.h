@@ -12,7 +12,7 @@ namespace kva::gtk {
 /// is idle. Each view is used once. Main thread only.
 class WebViewPool final : public WebEngine {
  public:
-  WebViewPool();
+  explicit WebViewPool(ContentViewMaker makeView);
 
   void prepare() override;
   bool hasReady() const override { return static_cast<bool>(ready_); }
@@ -25,6 +25,7 @@ class WebViewPool final : public WebEngine {
   void makeReadyAfter(guint milliseconds);
   void makeReady();
 
+  const ContentViewMaker makeView_;
   GObjectPtr<WebKitWebContext> context_;      ///< has none of the host's schemes and extensions
   GObjectPtr<WebKitNetworkSession> session_;  ///< stores nothing on disk
   SignalConnection downloads_, died_;

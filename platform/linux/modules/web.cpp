@@ -1,0 +1,10 @@
+#include <platform/linux/gtk/WebViewPool.h>
+#include <platform/linux/modules/ModuleEntry.h>
+
+KVA_MODULE_ENTRY kva::gtk::WebEngine* kelvara_web(kva::gtk::ContentViewMaker makeView) {
+  return new kva::gtk::WebViewPool(makeView);
+}
+
+namespace kva::gtk {
+Result<WebEngineMaker> loadWebEngine() { return kelvara_web; }
+}  // namespace kva::gtk
