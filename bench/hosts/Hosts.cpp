@@ -1,0 +1,72 @@
+#include "bench/hosts/Hosts.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+#include "bench/hosts/Colours.h"
+#include "sandbox/Catalogue.h"
+
+namespace kva::bench {
+namespace {
+
+[[noreturn]] void giveUp(const std::string& why) {
+  std::fprintf(stderr, "bench: %s\n", why.c_str());
+  std::exit(2);
+}
+
+Hosts::Figures figuresOf(const std::string& command) {
+  FILE* output = popen(command.c_str(), "r");
+  if (!output) giveUp("cannot run " + command);
+  Hosts::Figures figures;
+  char name[64];
+  double value = 0;
+  while (std::fscanf(output, "%63s %lf", name, &value) == 2) figures[name].add(value);
+  if (pclose(output) != 0 || figures.empty()) giveUp("failed: " + command);
+  return figures;
+}
+
+std::string host(const char* name) { return std::string(KELVARA_BENCH_HOSTS "/") + name + " "; }
+
+}  // namespace
+
+Hosts::Hosts() {
+  std::string pattern = std::filesystem::temp_directory_path() / "kelvara-bench-XXXXXX";
+  if (!mkdtemp(pattern.data())) giveUp("no temporary folder");
+  folder_ = pattern;
+  if (const auto started = server_.start(); !started) giveUp(started.error());
+  // The user may close an ad at once.
+  server_.setScenario(
+      "/bid/load",
+      {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea.adur", .value = "0"});
+}
+
+Hosts::~Hosts() { std::filesystem::remove_all(folder_); }
+
+void Hosts::setPage() { publish(""); }
+
+void Hosts::setPageThatCloses(int milliseconds) {
+  publish(
+      "if (window.mraid) mraid.addEventListener('viewableChange', function (viewable) {"
+      " if (viewable) setTimeout(function () { mraid.close(); }, " +
+      std::to_string(milliseconds) + "); });");
+}
+
+void Hosts::publish(const std::string& script) {
+  const std::string page = "<!doctype html><html><body style='background: " + css(kPageColour) +
+                           "'><script>" + script + "</script></body></html>";
+  std::ofstream(folder_ / "page.html") << page;
+  if (!server_.publishTemplate(sandbox::kImageTemplate, page)) giveUp("the template is unknown");
+}
+
+Hosts::Figures Hosts::kelvara(const std::string& scenario) const {
+  return figuresOf(host("host_kelvara") + server_.baseURL() + " " + folder_.native() + " " +
+                   scenario);
+}
+
+Hosts::Figures Hosts::webkit(const std::string& scenario) const {
+  return figuresOf(host("host_webkit") + (folder_ / "page.html").native() + " " + scenario);
+}
+
+}  // namespace kva::bench

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "bench/Row.h"
+#include "sandbox/Server.h"
+
+namespace kva::bench {
+
+/// Runs hosts, each in a process of its own, one at a time, against one sandbox ad server. The
+/// hosts with the SDK share its store, so all but the first find the template cached.
+class Hosts {
+ public:
+  /// What a host has measured, by name.
+  using Figures = std::map<std::string, Series>;
+
+  Hosts();
+  ~Hosts();
+  Hosts(const Hosts&) = delete;
+  Hosts& operator=(const Hosts&) = delete;
+
+  /// The page of every ad from now on: one colour. It closes itself `milliseconds` after it is on
+  /// screen.
+  void setPageThatCloses(int milliseconds);
+  /// The same, but it stays.
+  void setPage();
+
+  /// The scenario with an ad of the SDK, and with bare WebKitGTK. A failure ends the process.
+  Figures kelvara(const std::string& scenario) const;
+  Figures webkit(const std::string& scenario) const;
+
+ private:
+  void publish(const std::string& script);
+
+  sandbox::Server server_;
+  std::filesystem::path folder_;
+};
+
+}  // namespace kva::bench
