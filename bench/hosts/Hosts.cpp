@@ -36,29 +36,16 @@ Hosts::Hosts() {
   if (!mkdtemp(pattern.data())) giveUp("no temporary folder");
   folder_ = pattern;
   if (const auto started = server_.start(); !started) giveUp(started.error());
-  // The user may close an ad at once.
   server_.setScenario(
       "/bid/load",
       {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea.adur", .value = "0"});
-}
-
-Hosts::~Hosts() { std::filesystem::remove_all(folder_); }
-
-void Hosts::setPage() { publish(""); }
-
-void Hosts::setPageThatCloses(int milliseconds) {
-  publish(
-      "if (window.mraid) mraid.addEventListener('viewableChange', function (viewable) {"
-      " if (viewable) setTimeout(function () { mraid.close(); }, " +
-      std::to_string(milliseconds) + "); });");
-}
-
-void Hosts::publish(const std::string& script) {
-  const std::string page = "<!doctype html><html><body style='background: " + css(kPageColour) +
-                           "'><script>" + script + "</script></body></html>";
+  const std::string page =
+      "<!doctype html><html><body style='background: " + css(kPageColour) + "'></body></html>";
   std::ofstream(folder_ / "page.html") << page;
   if (!server_.publishTemplate(sandbox::kImageTemplate, page)) giveUp("the template is unknown");
 }
+
+Hosts::~Hosts() { std::filesystem::remove_all(folder_); }
 
 Hosts::Figures Hosts::kelvara(const std::string& scenario) const {
   return figuresOf(host("host_kelvara") + server_.baseURL() + " " + folder_.native() + " " +

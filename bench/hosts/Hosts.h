@@ -21,19 +21,11 @@ class Hosts {
   Hosts(const Hosts&) = delete;
   Hosts& operator=(const Hosts&) = delete;
 
-  /// The page of every ad from now on: one colour. It closes itself `milliseconds` after it is on
-  /// screen.
-  void setPageThatCloses(int milliseconds);
-  /// The same, but it stays.
-  void setPage();
-
   /// The scenario with an ad of the SDK, and with bare WebKitGTK. A failure ends the process.
   Figures kelvara(const std::string& scenario) const;
   Figures webkit(const std::string& scenario) const;
 
  private:
-  void publish(const std::string& script);
-
   sandbox::Server server_;
   std::filesystem::path folder_;
 };

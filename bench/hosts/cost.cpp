@@ -5,7 +5,6 @@
 int main() {
   using namespace kva::bench;
   Hosts hosts;
-  hosts.setPage();
   const auto ad = hosts.kelvara("shown 30"), view = hosts.webkit("shown 30");
   const auto ours = [&](const char* name) { return ad.at(name).median(); };
   const auto floor = [&](const char* name) { return view.at(name).median(); };
@@ -23,7 +22,6 @@ int main() {
            started.at("memory").median(), hosts.webkit("blank").at("memory").median(),
            {.ratio = 1, .plus = 4});
 
-  hosts.setPageThatCloses(100);
   const auto memory = hosts.kelvara("ads 20").at("memory").values();
   printRow("private memory after 20 ads, against after one", "MB", memory.at(1), memory.at(0),
            {.ratio = 1, .plus = 2});

@@ -16,7 +16,6 @@ int main() {
   using namespace kva::bench;
   constexpr int kFirstAds = 10, kBursts = 3;
   Hosts hosts;
-  hosts.setPage();
   hosts.kelvara("load 1");  // the template is stored
 
   Series first, cold, warm;

@@ -8,7 +8,6 @@ int main() {
   // The length of the fade, which the final colour includes, and the time until it starts.
   constexpr double kFade = 200, kFirstPixel = 20;
   Hosts hosts;
-  hosts.setPage();
   Series first, firstFloor, final, finalFloor, darkest;
   for (int i = 0; i < kShows; ++i) {
     const auto ad = hosts.kelvara("show"), view = hosts.webkit("show");
@@ -27,7 +26,6 @@ int main() {
   printRow("darkest moment of the fade, of 255 levels", "levels", darkest.at(1), std::nullopt,
            {.plus = 2});
 
-  hosts.setPageThatCloses(1000);
   Series show, showFloor, dismissal, dismissalFloor;
   for (int i = 0; i < kGaps; ++i) {
     const auto ad = hosts.kelvara("gaps"), view = hosts.webkit("gaps");

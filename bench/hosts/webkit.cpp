@@ -155,7 +155,6 @@ void measureGaps(Application& application) {
     report("gapAtShow", gap.longest());
   }
   LoopGap gap;
-  runFor(0.7);
   fade(view, 1, 0);
   application.remove(view);
   runFor(0.3);
