@@ -1,8 +1,9 @@
-// A host of bare WebKitGTK, which does what host_kelvara does: host_webkit PAGE SCENARIO
-// [NUMBER...]
+// A host of bare WebKitGTK, which does what host_kelvara does:
+// host_webkit PAGE SCENARIO [NUMBER...]
 #include <epoxy/gl.h>
 #include <webkit/webkit.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
