@@ -20,9 +20,11 @@ Hosts::Figures figuresOf(const std::string& command) {
   FILE* output = popen(command.c_str(), "r");
   if (!output) giveUp("cannot run " + command);
   Hosts::Figures figures;
-  char name[64];
+  // WebKit's processes may print lines of their own.
+  char line[256], name[64];
   double value = 0;
-  while (std::fscanf(output, "%63s %lf", name, &value) == 2) figures[name].add(value);
+  while (std::fgets(line, sizeof line, output))
+    if (std::sscanf(line, "%63s %lf", name, &value) == 2) figures[name].add(value);
   if (pclose(output) != 0 || figures.empty()) giveUp("failed: " + command);
   return figures;
 }
