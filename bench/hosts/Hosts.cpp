@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <memory>
 
 #include "bench/hosts/Colours.h"
@@ -31,9 +32,31 @@ Hosts::Figures figuresOf(const std::string& command) {
 
 std::string host(const char* name) { return std::string(KELVARA_BENCH_HOSTS "/") + name + " "; }
 
+/// The template of the ad, filled in as the SDK does it, so both kinds of hosts load the same page.
+std::string imageAd(const std::string& origin) {
+  std::ifstream file(KELVARA_BENCH_TEMPLATE);
+  std::string page(std::istreambuf_iterator<char>(file), {});
+  const std::map<std::string, std::string> values{
+      {"[@MAIN_ASSET]", origin + "/creatives/lamp-landscape.svg"},
+      {"[@END_CARD_IMAGE]", origin + "/creatives/lamp-end-landscape.svg"},
+      {"[@ICON_IMAGE]", origin + "/creatives/lamp-icon.svg"},
+      {"[@CLICK_URL]", "https://halvik.example/"},
+      {"[@TITLE_TEXT]", "Halvik Dusk Lamp"},
+      {"[@DESCRIPTION_TEXT]", "A lamp that follows the sunset."},
+      {"[@CTA_TEXT]", "See it glow"}};
+  for (const auto& [placeholder, value] : values)
+    for (std::size_t at; (at = page.find(placeholder)) != std::string::npos;)
+      page.replace(at, placeholder.size(), value);
+  return page;
+}
+
+std::string colouredPage() {
+  return "<!doctype html><html><body style='background: " + css(kPageColour) + "'></body></html>";
+}
+
 }  // namespace
 
-Hosts::Hosts() {
+Hosts::Hosts(Page shown) {
   std::string pattern = std::filesystem::temp_directory_path() / "kelvara-bench-XXXXXX";
   if (!mkdtemp(pattern.data())) giveUp("no temporary folder");
   folder_ = pattern;
@@ -41,8 +64,7 @@ Hosts::Hosts() {
   server_.setScenario(
       "/bid/load",
       {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea.adur", .value = "0"});
-  const std::string page =
-      "<!doctype html><html><body style='background: " + css(kPageColour) + "'></body></html>";
+  const auto page = shown == Page::imageAd ? imageAd(server_.origin()) : colouredPage();
   std::ofstream(folder_ / "page.html") << page;
   if (!server_.publishTemplate(sandbox::kImageTemplate, page)) giveUp("the template is unknown");
 }

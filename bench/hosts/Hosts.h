@@ -9,6 +9,12 @@
 
 namespace kva::bench {
 
+/// What the ads show.
+enum class Page {
+  colour,   ///< one colour, for measurements of pixels
+  imageAd,  ///< the sandbox's ad with three images and an end card
+};
+
 /// Runs hosts, each in a process of its own, one at a time, against one sandbox ad server. The
 /// hosts with the SDK share its store, so all but the first find the template cached.
 class Hosts {
@@ -16,7 +22,7 @@ class Hosts {
   /// What a host has measured, by name.
   using Figures = std::map<std::string, Series>;
 
-  Hosts();
+  explicit Hosts(Page page);
   ~Hosts();
   Hosts(const Hosts&) = delete;
   Hosts& operator=(const Hosts&) = delete;

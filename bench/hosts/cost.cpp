@@ -4,7 +4,7 @@
 
 int main() {
   using namespace kva::bench;
-  Hosts hosts;
+  Hosts hosts(Page::colour);
   const auto ad = hosts.kelvara("shown 30"), view = hosts.webkit("shown 30");
   const auto ours = [&](const char* name) { return ad.at(name).median(); };
   const auto floor = [&](const char* name) { return view.at(name).median(); };

@@ -15,7 +15,7 @@ void addLater(Series& all, const Series& samples) {
 int main() {
   using namespace kva::bench;
   constexpr int kFirstAds = 10, kBursts = 3;
-  Hosts hosts;
+  Hosts hosts(Page::imageAd);
   hosts.kelvara("load 1");  // the template is stored
 
   Series first, cold, warm;

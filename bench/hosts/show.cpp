@@ -7,7 +7,7 @@ int main() {
   constexpr int kShows = 8, kGaps = 6;
   // The length of the fade, which the final colour includes, and the time until it starts.
   constexpr double kFade = 200, kFirstPixel = 20;
-  Hosts hosts;
+  Hosts hosts(Page::colour);
   Series first, firstFloor, final, finalFloor, darkest;
   for (int i = 0; i < kShows; ++i) {
     const auto ad = hosts.kelvara("show"), view = hosts.webkit("show");
