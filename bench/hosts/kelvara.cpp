@@ -97,13 +97,22 @@ class Application {
   void waitUntilPresented() {
     runUntil([&] { return delegate_->isPresented; });
   }
-  void clickClose() {
+  void clickClose() const {
     constexpr double kControlCentre = 30;
     const int width = gtk_widget_get_width(GTK_WIDGET(window_.window()));
     stage::click(window_.window(), width - kControlCentre, kControlCentre);
   }
+  /// Clicks again each second: on a busy machine the control may come after the click.
   void waitUntilDismissed() {
+    const guint again = g_timeout_add_seconds(
+        1,
+        [](gpointer self) -> gboolean {
+          static_cast<const Application*>(self)->clickClose();
+          return G_SOURCE_CONTINUE;
+        },
+        this);
     runUntil([&] { return delegate_->isDismissed; });
+    g_source_remove(again);
   }
   GtkWindow* window() const { return window_.window(); }
 
