@@ -57,6 +57,7 @@ inline void printRow(const std::string& what, const std::string& unit, double ou
   else
     row["target"]["plus"] = target.plus;
   std::puts(row.dump().c_str());
+  std::fflush(stdout);  // the rows before a failure are kept
 }
 
 }  // namespace kva::bench
