@@ -32,6 +32,7 @@ class Series {
   }
   double median() const { return at(0.5); }
   std::size_t size() const { return values_.size(); }
+  const std::vector<double>& values() const { return values_; }
 
  private:
   std::vector<double> values_;
@@ -40,7 +41,7 @@ class Series {
 /// What a row must reach: `ours <= floor * ratio + plus` with a ratio, otherwise `ours <= plus`, or
 /// `ours >= atLeast`.
 struct Target {
-  std::optional<double> ratio, atLeast;
+  std::optional<double> ratio{}, atLeast{};
   double plus = 0;
 };
 
@@ -56,6 +57,7 @@ inline void printRow(const std::string& what, const std::string& unit, double ou
   else
     row["target"]["plus"] = target.plus;
   std::puts(row.dump().c_str());
+  std::fflush(stdout);  // the rows before a failure are kept
 }
 
 }  // namespace kva::bench

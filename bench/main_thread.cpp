@@ -1,5 +1,5 @@
 // How long the SDK holds the host's main thread while an interstitial and a rewarded video are
-// shown. Prints a row per kind of call; fails when a row is beyond its limit.
+// shown. Standard error has a line per kind of call.
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -13,13 +13,14 @@
 
 #include <Kelvara/Kelvara.h>
 
+#include "bench/Row.h"
 #include "show/ShowTest.h"
 
 namespace kva::show {
 namespace {
 
-constexpr double kLongestCall = 8;    // milliseconds of processor time
-constexpr double kLongestWait = 100;  // milliseconds on the clock of a busy machine
+constexpr double kLongestCall = 2;    // milliseconds of processor time
+constexpr double kLongestWait = 100;  // milliseconds on the clock
 
 struct Figures {
   int count = 0;
@@ -160,7 +161,7 @@ class MainThread : public ShowTest {
   std::map<std::string, Figures> measured;
 };
 
-TEST_F(MainThread, IsNeverHeldForLong) {
+TEST_F(MainThread, InTheLifeOfAnAd) {
   server.setScenario(
       "/bid/load",
       {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea.adur", .value = "1"});
@@ -201,14 +202,19 @@ TEST_F(MainThread, IsNeverHeldForLong) {
   }
   spinFor(2);  // the pool creates its next view, and an upload runs
 
+  Figures all;
   for (const auto& [what, mine] : measured) {
-    std::cout << std::setw(28) << what << std::setw(6) << mine.count << std::fixed
+    std::cerr << std::setw(28) << what << std::setw(6) << mine.count << std::fixed
               << std::setprecision(2) << std::setw(9) << mine.longest << std::setw(9)
               << mine.longestWaiting << "\n";
     if (what == kCreatingAWebView) continue;
-    EXPECT_LT(mine.longest, kLongestCall) << what;
-    EXPECT_LT(mine.longestWaiting, kLongestWait) << what;
+    all.longest = std::max(all.longest, mine.longest);
+    all.longestWaiting = std::max(all.longestWaiting, mine.longestWaiting);
   }
+  bench::printRow("longest work of the SDK on the main thread, without making a web view", "ms",
+                  all.longest, std::nullopt, {.plus = kLongestCall});
+  bench::printRow("longest call of the SDK on the main thread that waits", "ms", all.longestWaiting,
+                  std::nullopt, {.plus = kLongestWait});
 }
 
 }  // namespace
