@@ -40,7 +40,7 @@ class Series {
 /// What a row must reach: `ours <= floor * ratio + plus` with a ratio, otherwise `ours <= plus`, or
 /// `ours >= atLeast`.
 struct Target {
-  std::optional<double> ratio, atLeast;
+  std::optional<double> ratio{}, atLeast{};
   double plus = 0;
 };
 
