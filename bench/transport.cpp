@@ -1,112 +1,126 @@
-// The time of a request by the URL session and by bare libcurl, on one keep-alive connection over
-// loopback.
-#include <thread>
+// The time of a bid by the SDK and by bare libcurl, on one keep-alive connection over loopback.
+#include <ctime>
+#include <filesystem>
 
-#include <arpa/inet.h>
-#include <curl/curl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <Kelvara/KVABidLoader.h>
+#include <Kelvara/Kelvara.h>
+#include <Kelvara/base/Fatal.h>
+#include <Kelvara/core/Runtime.h>
 
-#include "bench/measure.h"
-#include "platform/linux/CurlSession.h"
+#include "bench/Loopback.h"
+#include "bench/Row.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/ProcessOutput.h"
 #include "platform/linux/Threads.h"
 
+namespace kva {
 namespace {
 
-/// Answers every request on every connection with a small JSON text.
-class Server {
- public:
-  Server() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    socklen_t size = sizeof address;
-    getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size);
-    listen(fd_, 16);
-    url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/api/v1/init";
-    std::thread([this] {
-      for (int peer; (peer = accept(fd_, nullptr, nullptr)) >= 0;)
-        std::thread([peer] { serve(peer); }).detach();
-    }).detach();
-  }
-  const std::string& url() const { return url_; }
+constexpr int kRounds = 50;
+constexpr int kBidsInARound = 200;
 
- private:
-  static void serve(int peer) {
-    constexpr std::string_view answer =
-        "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 19\r\n\r\n"
-        "{\"ok\":true,\"n\":123}";
-    const int on = 1;
-    setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    std::string request;
-    char chunk[4096];
-    for (ssize_t got; (got = recv(peer, chunk, sizeof chunk, 0)) > 0;) {
-      request.append(chunk, static_cast<std::size_t>(got));
-      if (!request.ends_with("\r\n\r\n")) continue;
-      request.clear();
-      if (send(peer, answer.data(), answer.size(), MSG_NOSIGNAL) < 0) break;
-    }
-    close(peer);
-  }
-  int fd_;
-  std::string url_;
+double threadMicroseconds() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+void bid(std::move_only_function<void()> done) {
+  auto shared = std::make_shared<std::move_only_function<void()>>(std::move(done));
+  KVABidLoader::loadBid(bench::kAdUnit, KVABidType::interstitial,
+                        [shared](std::shared_ptr<KVABidResponse>, std::optional<Error> error) {
+                          if (error) fatal("a bid failed: " + error->localizedDescription());
+                          (*shared)();
+                        });
+}
+
+struct Times {
+  bench::Series clock, processor;  ///< of one bid, in microseconds
 };
 
-std::size_t append(char* bytes, std::size_t, std::size_t size, void* text) {
-  static_cast<std::string*>(text)->append(bytes, size);
-  return size;
+/// Bids, each requested in the completion of the last.
+void chain(Times& times) {
+  Semaphore finished;
+  int left = kBidsInARound;
+  double processorBegan = 0;
+  std::chrono::steady_clock::time_point began;
+  std::function<void()> next = [&] {
+    began = std::chrono::steady_clock::now();
+    bid([&] {
+      const std::chrono::duration<double, std::micro> taken =
+          std::chrono::steady_clock::now() - began;
+      times.clock.add(taken.count());
+      if (--left > 0) return next();
+      times.processor.add((threadMicroseconds() - processorBegan) / kBidsInARound);
+      finished.release();
+    });
+  };
+  bid([&] {  // the first bid moves the chain to the session's thread
+    processorBegan = threadMicroseconds();
+    next();
+  });
+  finished.acquire();
+}
+
+/// The same with bare libcurl on the calling thread.
+void chainBare(Times& times, bench::BareRequest& bare) {
+  const double processorBegan = threadMicroseconds();
+  for (int i = 0; i < kBidsInARound; ++i) times.clock.time([&] { bare.perform(); });
+  times.processor.add((threadMicroseconds() - processorBegan) / kBidsInARound);
+}
+
+void bidAndWait() {
+  Semaphore answered;
+  bid([&] { answered.release(); });
+  answered.acquire();
+}
+
+void measure(const bench::FixedServer& server) {
+  bidAndWait();  // registers
+  bench::BareRequest bare(server.base(), server.lastRequest("/bid/init"));
+  bench::BareThread bareThread;
+  Times ours, floor;
+  bench::Series awaited, awaitedBare;
+  // In turns, so that other load on the machine affects all alike.
+  for (int round = 0; round < kRounds; ++round) {
+    chainBare(floor, bare);
+    chain(ours);
+    for (int i = 0; i < kBidsInARound; ++i) awaitedBare.time([&] { bareThread.perform(bare); });
+    for (int i = 0; i < kBidsInARound; ++i) awaited.time(bidAndWait);
+  }
+  using bench::printRow;
+  const std::string chained = "loadBid from a completion, ";
+  printRow(chained + "p50", "us", ours.clock.at(0.5), floor.clock.at(0.5), {.ratio = 1.3});
+  printRow(chained + "p99", "us", ours.clock.at(0.99), floor.clock.at(0.99), {.ratio = 1.5});
+  printRow(chained + "processor time", "us", ours.processor.median(), floor.processor.median(),
+           {.ratio = 1.5});
+  printRow("loadBid awaited by another thread, p50", "us", awaited.median(), awaitedBare.median(),
+           {.ratio = 1.1});
 }
 
 }  // namespace
+}  // namespace kva
 
 int main() {
-  using namespace kva;
-  Server server;
-  CurlSession session;
-  const auto url = *URL::parse(server.url());
-  CURL* easy = curl_easy_init();
-  std::string received;
-  curl_easy_setopt(easy, CURLOPT_URL, server.url().c_str());
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, append);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &received);
-
-  Semaphore answered;
-  const auto request = [&] { return URLRequest{.url = url, .headers = {}, .body = {}}; };
-  const auto sendAndWait = [&] {
-    session.send(request(), [&](URLSession::Outcome) { answered.release(); });
-    answered.acquire();
-  };
-  bench::Series bare("bare libcurl, one handle, calling thread");
-  bench::Series ours("URL session, sent and awaited by a thread");
-  // In turns, so that other load on the machine affects both alike.
-  for (int round = 0; round < 50; ++round) {
-    for (int i = 0; i < 100; ++i) {
-      received.clear();
-      bare.measure([&] { curl_easy_perform(easy); });
-    }
-    for (int i = 0; i < 100; ++i) ours.measure(sendAndWait);
+  const auto folder = std::filesystem::temp_directory_path() / "kelvara-bench-transport";
+  std::filesystem::remove_all(folder);
+  const kva::bench::FixedServer server(kva::bench::typicalAnswers());
+  kva::LinuxOptions options;
+  options.bundleId = "org.kelvara.bench";
+  options.userDefaults = folder / "defaults.sqlite";
+  options.apiBases = {.production = server.base(), .sandbox = server.base()};
+  options.reachability = kva::ReachabilityPolicy::assumeReachable;
+  options.logOutput =
+      std::make_shared<kva::CallbackOutput>([](kva::LogLevel, const std::string&) {});
+  {
+    kva::Runtime runtime(kva::makeLinuxPlatform(options).ports);
+    kva::Semaphore started;
+    kva::Kelvara::start(kva::bench::kAppId, [&](auto error) {
+      if (error) kva::fatal("the start failed: " + error->localizedDescription());
+      started.release();
+    });
+    started.acquire();
+    kva::measure(server);
   }
-  bare.print();
-  ours.print();
-
-  constexpr int kChained = 100;
-  int left = 0;
-  std::function<void()> next = [&] {
-    session.send(request(), [&](URLSession::Outcome) { --left > 0 ? next() : answered.release(); });
-  };
-  bench::Series chained("URL session, each sent by the last one's done");
-  for (int round = 0; round < 50; ++round)
-    chained.measure(
-        [&] {
-          left = kChained;
-          next();
-          answered.acquire();
-        },
-        kChained);
-  chained.print();
-  session.invalidate();
-  curl_easy_cleanup(easy);
+  std::filesystem::remove_all(folder);
 }

@@ -51,22 +51,23 @@ void handle(const BidLoadResponse& response, BidCompletion completion) {
 void load(const std::string& adUnit, KVABidType bidType, BidCompletion completion) {
   const AdType adType =
       bidType == KVABidType::interstitial ? AdType::interstitial : AdType::rewarded;
+  Json body;  // filled member by member: an initialiser list copies each value
   // Both ids are set by now, unless the host has removed one in the meantime.
-  RequestManager::loadBid(
-      {{"aid", orNull(SDKManager::shared().appId())},
-       {"uid", orNull(AnalyticsManager::shared().userId())},
-       {"adid", adUnit},
-       {"pl", SDKHelper::Device::platform()},
-       {"adt", std::string(rawValue(adType))},
-       {"osv", SDKHelper::Device::osVersion()},
-       {"dbra", SDKHelper::Device::deviceBrand()},
-       {"dmod", SDKHelper::Device::deviceModel()}},
-      [adUnit, completion = std::move(completion)](Result<BidLoadResponse> result) mutable {
-        if (result) return handle(*result, std::move(completion));
-        if (result.error().code() != SDKHelper::GenericErrorCodes::noInternet)
-          FrequencyCappingManager::shared().trackNofill(adUnit);
-        completion(failure(result.error()));
-      });
+  body["aid"] = orNull(SDKManager::shared().appId());
+  body["uid"] = orNull(AnalyticsManager::shared().userId());
+  body["adid"] = adUnit;
+  body["pl"] = SDKHelper::Device::platform();
+  body["adt"] = std::string(rawValue(adType));
+  body["osv"] = SDKHelper::Device::osVersion();
+  body["dbra"] = SDKHelper::Device::deviceBrand();
+  body["dmod"] = SDKHelper::Device::deviceModel();
+  RequestManager::loadBid(std::move(body), [adUnit, completion = std::move(completion)](
+                                               Result<BidLoadResponse> result) mutable {
+    if (result) return handle(*result, std::move(completion));
+    if (result.error().code() != SDKHelper::GenericErrorCodes::noInternet)
+      FrequencyCappingManager::shared().trackNofill(adUnit);
+    completion(failure(result.error()));
+  });
 }
 
 }  // namespace

@@ -33,9 +33,9 @@ struct Call {
 };
 
 template <class T>
-void complete(const Call& call, const Response<T>& response,
+void complete(const Call& call, Response<T>& response,
               Completion<Result<std::optional<T>>>& completion) {
-  if (response.isSuccess) return completion(response.data);
+  if (response.isSuccess) return completion(std::move(response.data));
   if (!response.error)
     return completion(
         failure(SDKHelper::Error::error(KVAErrorCodes::unknown, "Unknown parse error.")));
@@ -49,7 +49,7 @@ void complete(const Call& call, const Response<T>& response,
 template <class T>
 void handle(const Call& call, const URLSession::Outcome& outcome,
             Completion<Result<std::optional<T>>> completion) {
-  const auto response = decodeEnvelope<T>(outcome.data);
+  auto response = decodeEnvelope<T>(outcome.data);
   if (!response)
     return completion(failure(
         outcome.error ? *outcome.error

@@ -2,13 +2,14 @@
 
 #include <cmath>
 #include <limits>
+#include <new>
 
 #include <nlohmann/json.hpp>
 
 namespace kva {
 namespace {
 
-constexpr int kDeepestNesting = 512;
+constexpr std::size_t kDeepestNesting = 512;
 
 std::optional<std::int64_t> integer(const Json& value) {
   if (value.is_number_unsigned()) {
@@ -27,6 +28,64 @@ std::optional<std::int64_t> integer(const Json& value) {
   return {};
 }
 
+/// Builds the value that a text describes, and refuses one that is nested too deeply. The hook that
+/// the library's parser has for this makes each parse slower.
+class Builder {
+ public:
+  Json take() { return std::move(root_); }
+  const std::string& error() const { return error_; }
+
+  // The library calls these. False ends the parse.
+  bool null() { return add(nullptr); }
+  bool boolean(bool value) { return add(value); }
+  bool number_integer(std::int64_t value) { return add(value); }
+  bool number_unsigned(std::uint64_t value) { return add(value); }
+  bool number_float(double value, const std::string&) { return add(value); }
+  bool string(const std::string& value) { return add(value); }
+  bool binary(const Json::binary_t&) { return false; }  // no JSON text has one
+  bool start_object(std::size_t) { return open(Json::object()); }
+  bool start_array(std::size_t) { return open(Json::array()); }
+  bool end_object() { return close(); }
+  bool end_array() { return close(); }
+  bool key(const std::string& name) {
+    member_ = &(*open_.back())[name];
+    return true;
+  }
+  bool parse_error(std::size_t, const std::string&, const std::exception& error) {
+    error_ = error.what();
+    return false;
+  }
+
+ private:
+  Json& place(Json value) {
+    if (open_.empty()) return root_ = std::move(value);
+    if (!open_.back()->is_array()) return *member_ = std::move(value);
+    open_.back()->push_back(std::move(value));
+    return open_.back()->back();
+  }
+  bool add(Json value) {
+    place(std::move(value));
+    return true;
+  }
+  bool open(Json value) {
+    if (open_.size() == kDeepestNesting) {
+      error_ = "nested too deeply";
+      return false;
+    }
+    open_.push_back(&place(std::move(value)));
+    return true;
+  }
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  Json root_;
+  std::vector<Json*> open_;  ///< the lists and objects around the next value
+  Json* member_ = nullptr;   ///< in the innermost object, for the next value
+  std::string error_;
+};
+
 template <class T>
 std::optional<std::map<std::string, T>> mapOf(const Json& value) {
   if (!value.is_object()) return {};
@@ -42,15 +101,11 @@ std::optional<std::map<std::string, T>> mapOf(const Json& value) {
 }  // namespace
 
 Result<Json> parseJson(std::string_view text) {
-  struct TooDeep : std::exception {
-    const char* what() const noexcept override { return "nested too deeply"; }
-  };
   try {
-    return Json::parse(text, [](int depth, Json::parse_event_t, const Json&) {
-      if (depth > kDeepestNesting) throw TooDeep();
-      return true;
-    });
-  } catch (const std::exception& error) {
+    Builder builder;
+    if (!Json::sax_parse(text, &builder)) return failure(Error("Kelvara", -1, builder.error()));
+    return builder.take();
+  } catch (const std::bad_alloc& error) {
     return failure(Error("Kelvara", -1, error.what()));
   }
 }

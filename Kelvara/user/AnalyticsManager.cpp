@@ -27,6 +27,12 @@ std::int64_t deviceTime() {
   return millisecondsSince1970(Runtime::current().platform().clock->now());
 }
 
+/// Whether the differences of two clocks are less than a second apart.
+bool areClose(std::int64_t one, std::int64_t other) {
+  std::int64_t apart = 0;
+  return !__builtin_sub_overflow(one, other, &apart) && -1000 < apart && apart < 1000;
+}
+
 }  // namespace
 
 AnalyticsManager& AnalyticsManager::shared() { return Runtime::current().get<AnalyticsManager>(); }
@@ -36,9 +42,14 @@ AnalyticsManager::AnalyticsManager()
       state_(State{.userId = userDefaults().get<std::string>(Keys::userId),
                    .registrations = {},
                    .nextAttempt = {},
-                   .deltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime).value_or(0)}) {}
+                   .storedDeltaTime = userDefaults().get<std::int64_t>(Keys::deltaTime)}) {
+  state_.with([](State& state) { state.deltaTime = state.storedDeltaTime.value_or(0); });
+}
 
 AnalyticsManager::~AnalyticsManager() {
+  state_.with([](State& state) {
+    if (state.deltaTime != state.storedDeltaTime.value_or(0)) storeDeltaTime(state);
+  });
   if (state_.with([](State& state) { return state.registrations.empty(); })) return;
   // These still wait for another process. The session is invalidated, so it cancels this request on
   // its thread, and `invalidate` waits for that.
@@ -145,8 +156,14 @@ void AnalyticsManager::setDeltaTime(std::int64_t serverTime) {
     fatal("the difference between the clocks of the server and the device exceeds 64 bits");
   state_.with([&](State& state) {
     state.deltaTime = deltaTime;
-    userDefaults().set(Keys::deltaTime, deltaTime);
+    if (!state.storedDeltaTime || !areClose(*state.storedDeltaTime, deltaTime))
+      storeDeltaTime(state);
   });
+}
+
+void AnalyticsManager::storeDeltaTime(State& state) {
+  userDefaults().set(Keys::deltaTime, state.deltaTime);
+  state.storedDeltaTime = state.deltaTime;
 }
 
 std::int64_t AnalyticsManager::serverTime() const {

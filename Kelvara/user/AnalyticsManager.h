@@ -22,7 +22,8 @@ class AnalyticsManager {
   /// Reads the values that an earlier launch stored, and makes the user record. The record does not
   /// change until the next launch, which sends changed device values to the server.
   AnalyticsManager();
-  /// Cancels registrations that wait for another process, on the session's thread.
+  /// Stores the difference between the clocks. Cancels registrations that wait for another process,
+  /// on the session's thread.
   ~AnalyticsManager();
 
   /// Registers the user. If this or another process has done so, `completion` runs before this
@@ -36,8 +37,9 @@ class AnalyticsManager {
   /// process has done so.
   void logout();
 
-  /// Stores the difference between the server's clock and the device's. `serverTime` is in
-  /// milliseconds since 1970. Fatal if the difference exceeds 64 bits.
+  /// Keeps the difference between the server's clock and the device's. `serverTime` is in
+  /// milliseconds since 1970. The stored difference follows at once when it is off by a second or
+  /// more, otherwise when the runtime ends. Fatal if the difference exceeds 64 bits.
   void setDeltaTime(std::int64_t serverTime);
   /// The server's current time, milliseconds since 1970. Fatal if it exceeds 64 bits.
   std::int64_t serverTime() const;
@@ -53,10 +55,12 @@ class AnalyticsManager {
     std::vector<Completion<std::optional<Error>>> registrations;
     Timer nextAttempt;           ///< while another process registers
     std::int64_t deltaTime = 0;  ///< server clock minus device clock, milliseconds
+    std::optional<std::int64_t> storedDeltaTime;
   };
   void attemptRegistration(int attempt);
   void sendRegistration(UserDefaults::Claim claim);
   bool adoptStoredUser();
+  static void storeDeltaTime(State& state);
   void setUserId(std::string userId);
   User userToSend() const;
   void accept(const std::string& userId);

@@ -32,6 +32,11 @@ struct Exchange {
   URLSession::Done done;
 };
 
+bool isWeb(const URL& url) {
+  const auto scheme = url.scheme().value_or("");
+  return strcasecmp(scheme.c_str(), "http") == 0 || strcasecmp(scheme.c_str(), "https") == 0;
+}
+
 /// The hosts that bypass the proxy: the environment's list and the loopback addresses.
 std::string hostsWithoutProxy() {
   std::string hosts;
@@ -75,10 +80,7 @@ class CurlSession::Worker {
   }
   ~Worker() { curl_multi_cleanup(multi_); }
 
-  void send(Exchange exchange) {
-    inbox_.with([&](Inbox& inbox) { inbox.exchanges.push_back(std::move(exchange)); });
-    wake();
-  }
+  void send(Exchange exchange);
   void invalidate() {
     auto idle = std::make_shared<Semaphore>();
     inbox_.with([&](Inbox& inbox) {
@@ -113,6 +115,7 @@ class CurlSession::Worker {
 
   Inbox takeInbox();
   void wake() { curl_multi_wakeup(multi_); }
+  bool admit(Exchange& exchange);
   void start(Exchange exchange);
   void perform();
   static int beforeResolving(void*, void*, void* self);
@@ -125,13 +128,35 @@ class CurlSession::Worker {
   CURLM* multi_ = nullptr;
   TransferSettings settings_;
   Connections connections_ = makeConnections();
+  EasyHandle spareEasy_;  ///< of a transfer that has succeeded, or null
   std::unordered_map<CURL*, std::unique_ptr<CurlTransfer>> transfers_;
+  bool hasFinished_ = false;  ///< `finishCompleted` has something to do
   std::optional<SocketPairGuard> resolving_;
   Guarded<Inbox> inbox_;
   TimerQueue timers_{[this] {
     if (ofThisThread() != this) wake();
   }};
 };
+
+/// A request from a completion is on its way before the completion returns.
+void CurlSession::Worker::send(Exchange exchange) {
+  if (!admit(exchange)) return wake();
+  start(std::move(exchange));
+  perform();
+}
+
+/// Whether the request may start now, on this thread. Otherwise the inbox has taken it.
+bool CurlSession::Worker::admit(Exchange& exchange) {
+  const bool canStart = ofThisThread() == this && isWeb(exchange.request.url);
+  return inbox_.with([&](Inbox& inbox) {
+    if (!canStart || inbox.invalidated) {
+      inbox.exchanges.push_back(std::move(exchange));
+      return false;
+    }
+    if (std::exchange(inbox.connectionsAreStale, false)) connections_ = makeConnections();
+    return true;
+  });
+}
 
 void CurlSession::Worker::run() {
   ofThisThread() = this;
@@ -165,11 +190,10 @@ CurlSession::Worker::Inbox CurlSession::Worker::takeInbox() {
 }
 
 void CurlSession::Worker::start(Exchange exchange) {
-  const auto scheme = exchange.request.url.scheme().value_or("");
-  if (strcasecmp(scheme.c_str(), "http") != 0 && strcasecmp(scheme.c_str(), "https") != 0)
-    return exchange.done({{}, urlError(URLError::unsupportedURL)});
-  auto transfer = std::make_unique<CurlTransfer>(std::move(exchange.request),
-                                                 std::move(exchange.done), connections_, settings_);
+  if (!isWeb(exchange.request.url)) return exchange.done({{}, urlError(URLError::unsupportedURL)});
+  auto transfer = std::make_unique<CurlTransfer>(
+      std::move(exchange.request), std::move(exchange.done), connections_,
+      spareEasy_ ? std::move(spareEasy_) : makeEasyHandle(settings_));
   CURL* easy = transfer->easy();
   curl_easy_setopt(easy, CURLOPT_RESOLVER_START_DATA, this);
   curl_easy_setopt(easy, CURLOPT_RESOLVER_START_FUNCTION, &beforeResolving);
@@ -187,16 +211,20 @@ int CurlSession::Worker::beforeResolving(void*, void*, void* self) {
 void CurlSession::Worker::perform() {
   int running = 0;
   curl_multi_perform(multi_, &running);
+  if (static_cast<std::size_t>(running) < transfers_.size()) hasFinished_ = true;
   resolving_.reset();
 }
 
+/// Leaves the transfers that end meanwhile for the next turn of the loop. Otherwise completions
+/// that send requests could keep the thread here.
 void CurlSession::Worker::finishCompleted() {
+  hasFinished_ = false;
+  std::vector<std::pair<CURL*, CURLcode>> completed;
   int left = 0;
-  while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
-    if (message->msg != CURLMSG_DONE) continue;
-    CURL* easy = message->easy_handle;
-    finish(easy, transfers_.at(easy)->outcome(message->data.result));
-  }
+  while (const CURLMsg* message = curl_multi_info_read(multi_, &left))
+    if (message->msg == CURLMSG_DONE)
+      completed.emplace_back(message->easy_handle, message->data.result);
+  for (const auto& [easy, result] : completed) finish(easy, transfers_.at(easy)->outcome(result));
 }
 
 void CurlSession::Worker::finishTimedOut() {
@@ -219,11 +247,13 @@ bool CurlSession::Worker::cancelEverything(std::vector<Exchange> unsent) {
 void CurlSession::Worker::finish(CURL* easy, URLSession::Outcome outcome) {
   auto transfer = std::move(transfers_.extract(easy).mapped());
   curl_multi_remove_handle(multi_, easy);
+  if (outcome.data) spareEasy_ = transfer->takeEasy();
   transfer->finish(std::move(outcome));
 }
 
 /// Waits until a socket is ready, a timer or a time-out is due, or `wake` is called.
 void CurlSession::Worker::sleep() {
+  if (hasFinished_ && !transfers_.empty()) return;
   auto until = Clock::now() + std::chrono::hours(1);
   if (const auto due = timers_.nextDue()) until = std::min(until, *due);
   for (const auto& [easy, transfer] : transfers_) until = std::min(until, transfer->deadline());

@@ -51,39 +51,60 @@ Connections makeConnections() {
   return made;
 }
 
-CurlTransfer::CurlTransfer(URLRequest request, URLSession::Done done, Connections connections,
-                           const TransferSettings& settings)
-    : request_(std::move(request)),
-      done_(std::move(done)),
-      connections_(std::move(connections)),
-      easy_(curl_easy_init()) {
-  const auto set = [this](CURLoption option, auto value) {
-    curl_easy_setopt(easy_.get(), option, value);
+EasyHandle makeEasyHandle(const TransferSettings& settings) {
+  EasyHandle easy(curl_easy_init());
+  const auto set = [&](CURLoption option, auto value) {
+    curl_easy_setopt(easy.get(), option, value);
   };
-  set(CURLOPT_SHARE, connections_.get());
-  set(CURLOPT_URL, request_.url.absoluteString().c_str());
   set(CURLOPT_PROTOCOLS_STR, "http,https");
-  setMethodAndBody();
-  setHeaders();
   set(CURLOPT_USERAGENT, settings.userAgent.c_str());
-
   set(CURLOPT_FOLLOWLOCATION, 1L);
-  set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   set(CURLOPT_MAXREDIRS, 20L);
   set(CURLOPT_ACCEPT_ENCODING, "");  // every encoding that libcurl supports
   set(CURLOPT_NOPROXY, settings.hostsWithoutProxy.c_str());
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  set(CURLOPT_PREREQFUNCTION, &beforeSending);
-  set(CURLOPT_PREREQDATA, this);
-  setLimits();
+  set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_NOSIGNAL, 1L);
   // Without it, removing a timed-out transfer blocks until its name server answers.
   set(CURLOPT_QUICK_EXIT, 1L);
+  return easy;
+}
+
+CurlTransfer::CurlTransfer(URLRequest request, URLSession::Done done, Connections connections,
+                           EasyHandle easy)
+    : request_(std::move(request)),
+      done_(std::move(done)),
+      connections_(std::move(connections)),
+      easy_(std::move(easy)) {
+  const auto set = [this](CURLoption option, auto value) {
+    curl_easy_setopt(easy_.get(), option, value);
+  };
+  set(CURLOPT_SHARE, connections_.get());
+  set(CURLOPT_URL, request_.url.absoluteString().c_str());
+  setMethodAndBody();
+  setHeaders();
+  set(CURLOPT_WRITEFUNCTION, &receive);
+  set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_XFERINFOFUNCTION, &noteProgress);
+  set(CURLOPT_XFERINFODATA, this);
+  set(CURLOPT_PREREQFUNCTION, &beforeSending);
+  set(CURLOPT_PREREQDATA, this);
+  // `beforeSending` changes these.
+  set(CURLOPT_FRESH_CONNECT, 0L);
+  set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+}
+
+EasyHandle CurlTransfer::takeEasy() {
+  // The connections cannot close while a handle refers to them.
+  curl_easy_setopt(easy(), CURLOPT_SHARE, nullptr);
+  return std::move(easy_);
 }
 
 void CurlTransfer::setMethodAndBody() {
+  curl_easy_setopt(easy(), CURLOPT_HTTPGET, 1L);
+  curl_easy_setopt(easy(), CURLOPT_CUSTOMREQUEST, nullptr);
   const bool posts = request_.method == "POST";
   if (request_.body || posts) {
     const std::string_view body = request_.body ? asText(*request_.body) : "";
@@ -104,17 +125,6 @@ void CurlTransfer::setHeaders() {
     list = curl_slist_append(list, (value.empty() ? name + ";" : name + ": " + value).c_str());
   headers_.reset(list);
   curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, list);
-}
-
-void CurlTransfer::setLimits() {
-  const auto set = [this](CURLoption option, auto value) {
-    curl_easy_setopt(easy(), option, value);
-  };
-  set(CURLOPT_WRITEFUNCTION, &receive);
-  set(CURLOPT_WRITEDATA, this);
-  set(CURLOPT_XFERINFOFUNCTION, &noteProgress);
-  set(CURLOPT_XFERINFODATA, this);
-  set(CURLOPT_NOPROGRESS, 0L);
 }
 
 /// An exception must not cross libcurl's frames.

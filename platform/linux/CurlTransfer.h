@@ -20,13 +20,20 @@ struct TransferSettings {
   std::string hostsWithoutProxy;
 };
 
+struct EasyCleanup {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+using EasyHandle = std::unique_ptr<CURL, EasyCleanup>;
+/// A handle with the options that are the same for all transfers.
+EasyHandle makeEasyHandle(const TransferSettings& settings);
+
 /// One request in libcurl and its answer. libcurl holds its address. Session's thread only.
 class CurlTransfer {
  public:
   using Clock = std::chrono::steady_clock;
 
-  CurlTransfer(URLRequest request, URLSession::Done done, Connections connections,
-               const TransferSettings& settings);
+  /// `easy` comes from `makeEasyHandle`, or from `takeEasy` of a transfer that has succeeded.
+  CurlTransfer(URLRequest request, URLSession::Done done, Connections connections, EasyHandle easy);
   CurlTransfer(const CurlTransfer&) = delete;
   CurlTransfer& operator=(const CurlTransfer&) = delete;
 
@@ -37,18 +44,16 @@ class CurlTransfer {
   /// The outcome for libcurl's `result`. Moves the received data out.
   URLSession::Outcome outcome(CURLcode result);
   void finish(URLSession::Outcome outcome) { done_(std::move(outcome)); }
+  /// The handle, for another transfer. The caller has removed it from its multi handle.
+  EasyHandle takeEasy();
 
  private:
-  struct EasyCleanup {
-    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-  };
   struct HeadersCleanup {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
   };
 
   void setMethodAndBody();
   void setHeaders();
-  void setLimits();
   void restartTimeout();
 
   static std::size_t receive(char* bytes, std::size_t, std::size_t size, void* self);
@@ -58,7 +63,7 @@ class CurlTransfer {
   URLRequest request_;
   URLSession::Done done_;
   Connections connections_;
-  std::unique_ptr<CURL, EasyCleanup> easy_;
+  EasyHandle easy_;
   std::unique_ptr<curl_slist, HeadersCleanup> headers_;
 
   Bytes received_;

@@ -17,6 +17,11 @@ utsname systemName() {
   return name;
 }
 
+std::string installedVersion() {
+  const GStringPtr version(g_get_os_info(G_OS_INFO_KEY_VERSION_ID));
+  return version ? version.get() : systemName().release;
+}
+
 /// Whether a connector, such as "card0-eDP-1", belongs to a built-in panel.
 bool isBuiltIn(const std::string& connector) {
   constexpr std::array kKinds{"-eDP-", "-LVDS-", "-DSI-", "-DPI-"};
@@ -29,14 +34,10 @@ bool isBuiltIn(const std::string& connector) {
 LinuxDevice::LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus,
                          const std::filesystem::path& displays)
     : center_(std::move(center)),
+      systemVersion_(installedVersion()),
       panel_(builtInPanel(displays)),
       sensor_(bus, {"net.hadess.SensorProxy", "/net/hadess/SensorProxy", "net.hadess.SensorProxy"},
               [this] { sensorChanged(); }) {}
-
-std::string LinuxDevice::systemVersion() const {
-  const GStringPtr version(g_get_os_info(G_OS_INFO_KEY_VERSION_ID));
-  return version ? version.get() : systemName().release;
-}
 
 std::string LinuxDevice::machine() const { return systemName().machine; }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <Kelvara/base/Guarded.h>
@@ -21,7 +22,7 @@ class LinuxDevice final : public DeviceInfo {
   LinuxDevice(std::shared_ptr<NotificationCenter> center, SystemBus& bus,
               const std::filesystem::path& displays = "/sys/class/drm");
 
-  std::string systemVersion() const override;
+  std::string systemVersion() const override { return systemVersion_; }
   std::string machine() const override;
   DeviceOrientation orientation() const override;
 
@@ -41,6 +42,7 @@ class LinuxDevice final : public DeviceInfo {
   void update(DeviceOrientation Orientations::*source, DeviceOrientation orientation);
 
   std::shared_ptr<NotificationCenter> center_;
+  const std::string systemVersion_;
   const Panel panel_;
   Guarded<Orientations> orientations_;
   bool claimed_ = false;

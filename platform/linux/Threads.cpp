@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <deque>
+#include <mutex>
 #include <utility>
 
 #include <pthread.h>
@@ -52,8 +53,11 @@ struct ThreadQueue::State {
   };
   Guarded<Tasks> tasks;
   Semaphore available;
+  std::mutex running;  ///< held while a task runs
 
   void run();
+  /// Runs the task on the calling thread, if no task runs or waits.
+  bool runInline(Task& task);
 };
 
 namespace {
@@ -64,6 +68,7 @@ void ThreadQueue::State::run() {
   queueOfThisThread = this;
   for (;;) {
     available.acquire();
+    const std::scoped_lock lock(running);
     Task task = tasks.with([](Tasks& all) -> Task {
       if (all.closed) return nullptr;
       Task first = std::move(all.waiting.front());
@@ -73,6 +78,15 @@ void ThreadQueue::State::run() {
     if (!task) return;
     task();
   }
+}
+
+bool ThreadQueue::State::runInline(Task& task) {
+  const std::unique_lock lock(running, std::try_to_lock);
+  if (!lock || !tasks.with([](const Tasks& all) { return all.waiting.empty(); })) return false;
+  const void* outer = std::exchange(queueOfThisThread, this);
+  task();
+  queueOfThisThread = outer;
+  return true;
 }
 
 ThreadQueue::ThreadQueue(const std::string& label)
@@ -98,6 +112,7 @@ void ThreadQueue::async(Task task) {
 
 void ThreadQueue::sync(Task task) {
   if (queueOfThisThread == state_.get()) return task();
+  if (state_->runInline(task)) return;
   auto ran = std::make_shared<Semaphore>();
   async([&task, ran] {
     task();

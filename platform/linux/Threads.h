@@ -36,7 +36,8 @@ class Semaphore {
   sem_t semaphore_;
 };
 
-/// A serial queue with one thread, which ends with the queue.
+/// A serial queue with one thread, which ends with the queue. `sync` runs the task on the calling
+/// thread while the queue is idle, so that a caller does not wait for the scheduler.
 class ThreadQueue final : public SerialQueue {
  public:
   explicit ThreadQueue(const std::string& label);

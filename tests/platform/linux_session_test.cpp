@@ -238,6 +238,58 @@ TEST_F(LinuxSession, ReusesConnectionsAndRetriesOnce) {
   }
 }
 
+TEST_F(LinuxSession, ARequestInheritsNothingFromTheLastOne) {
+  const auto seen = [](const auto& request, auto& answer) {
+    answer.set_content(request.method + request.get_header_value("Mark") + request.body,
+                       "text/plain");
+  };
+  LoopbackServer server(
+      [&](httplib::Server& s) { s.Get("/", seen).Post("/", seen).Put("/", seen); });
+  const auto request = [&](const char* method, const char* body, bool isMarked) {
+    return URLRequest{.url = server.url("/"),
+                      .method = method,
+                      .headers = isMarked ? std::map<std::string, std::string>{{"Mark", "!"}}
+                                          : std::map<std::string, std::string>{},
+                      .body = body ? std::optional(toBytes(body)) : std::nullopt};
+  };
+  for (const char* between : {"POST", "HEAD", "PUT"}) {
+    EXPECT_EQ(textOf(request(between, *between == 'H' ? nullptr : "long body", true)),
+              *between == 'H' ? "" : between + std::string("!long body"));
+    EXPECT_EQ(textOf(request("GET", nullptr, false)), "GET") << between;
+    EXPECT_EQ(textOf(request("POST", "body", false)), "POSTbody") << between;
+  }
+}
+
+TEST_F(LinuxSession, ARequestOfACompletionStartsAtOnceAndAChainLeavesRoomForOthers) {
+  std::promise<void> arrived;
+  LoopbackServer server([&](httplib::Server& s) {
+    s.Get("/next", [&](const auto&, auto&) { arrived.set_value(); });
+  });
+  std::promise<bool> isEarly;
+  session.send(get(server.url("/ok")), [&](Outcome) {
+    session.send(get(server.url("/next")), [](Outcome) {});
+    isEarly.set_value(arrived.get_future().wait_for(std::chrono::seconds(10)) ==
+                      std::future_status::ready);
+  });
+  EXPECT_TRUE(isEarly.get_future().get());
+
+  // These fail as soon as they start: the first from a timer, then in an endless chain.
+  std::atomic<int> refused{0};
+  std::atomic<bool> ends{false};
+  std::function<void(Outcome)> again = [&](const Outcome&) {
+    ++refused;
+    if (!ends) session.send(get(refusingUrl()), again);
+  };
+  const Timer timer = session.timers().schedule(0.001, Repeats::no,
+                                                [&] { session.send(get(refusingUrl()), again); });
+  EXPECT_TRUE(spinMainLoopUntil([&] { return refused > 10; }));
+  std::atomic<bool> answered{false};
+  session.send(get(server.url("/ok")), [&](Outcome) { answered = true; });
+  EXPECT_TRUE(spinMainLoopUntil([&] { return answered.load(); }));
+  ends = true;
+  session.invalidate();
+}
+
 TEST_F(LinuxSession, UserAgentNamesTheSdkAndTheHost) {
   const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
   const std::string sdk = "Kelvara/" + Kelvara::sdkVersion();

@@ -324,10 +324,23 @@ TEST(DeviceModel, NamesTheHardwareAndTheDeviceThatIsSimulated) {
 
 TEST_F(Registration, StoresTheDifferenceToTheServersClock) {
   h.time.setNow(1'700'000'000);
-  analytics().setDeltaTime(1'700'000'000'500);
+  const auto stored = [&] { return h.defaults.get<std::int64_t>(Keys::deltaTime); };
+  struct Answer {
+    std::int64_t serverTime, stored;
+  };
+  // A small change, as each answer brings one, is stored when the runtime ends.
+  for (const auto& [serverTime, expected] : {Answer{1'700'000'000'500, 500},
+                                             {1'700'000'001'499, 500},
+                                             {1'700'000'001'500, 1500},
+                                             {1'700'000'000'501, 1500}}) {
+    analytics().setDeltaTime(serverTime);
+    EXPECT_EQ(stored(), expected) << serverTime;
+    EXPECT_EQ(analytics().serverTime(), serverTime);
+  }
   launch();
+  EXPECT_EQ(stored(), 501);
   h.time.setNow(1'700'000'060.25);
-  EXPECT_EQ(analytics().serverTime(), 1'700'000'060'750);
+  EXPECT_EQ(analytics().serverTime(), 1'700'000'060'751);
 
   using Limits = std::numeric_limits<std::int64_t>;
   EXPECT_DEATH(analytics().setDeltaTime(Limits::min()), "Kelvara: fatal: the difference");
