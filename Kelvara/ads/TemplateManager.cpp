@@ -60,7 +60,7 @@ void TemplateManager::keep(const std::string& id, Template fetched) {
     for (const auto& [key, kept] : storedTemplates(stored)) json[key] = kept->toJson();
     json[id] = shared->toJson();
     stored.set(SDKHelper::UserDefaultKeys::templates,
-               toBytes(json.dump(-1, ' ', false, Json::error_handler_t::replace)));
+               toBytes(jsonText(json)));
   });
 }
 

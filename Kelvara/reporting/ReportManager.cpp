@@ -167,8 +167,7 @@ std::vector<BidReport> ReportManager::preparedReportsForUpload() {
     state.reportsForUpload.refresh();
     state.reports.endFuture(now);
     state.reportsForUpload.merge(state.reports);
-    for (const auto& [bidId, entry] : state.reportsForUpload.entries())
-      batch.push_back(entry.report);
+    for (const auto& [bidId, report] : state.reportsForUpload.reports()) batch.push_back(report);
     for (const auto& report : batch) {
       // Expired: sent one last time.
       if (report.createdAt >= cutoff) continue;
@@ -186,11 +185,11 @@ void ReportManager::validateUploadedReports() {
   const double cutoff = clock.addingHours(clock.now(), -kUnfinishedHours);
   state_.with([&](State& state) {
     state.reports.refresh();
-    for (const auto& [bidId, entry] : state.reportsForUpload.entries()) {
-      if (!entry.report.isFinished() && entry.report.createdAt >= cutoff) continue;
+    for (const auto& [bidId, sent] : state.reportsForUpload.reports()) {
+      if (!sent.isFinished() && sent.createdAt >= cutoff) continue;
       // Keep a report that has changed since it was sent.
       const BidReport* live = state.reports.find(bidId);
-      if (live && *live == entry.report) state.reports.remove(bidId);
+      if (live && *live == sent) state.reports.remove(bidId);
     }
     state.reports.persist();
     state.reportsForUpload.clear();
