@@ -1,74 +1,122 @@
-// The time to track an action and to check a plan's frequency caps, by the number of stored items.
-#include <filesystem>
-#include <string>
+// The time to track an action, to check a plan's caps and to count an impression, and the bytes
+// that they write, by the number of stored reports and plans.
+#include <fstream>
+#include <map>
 
-#include <Kelvara/ads/FrequencyCappingManager.h>
-#include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/SDKHelper.h>
-#include <Kelvara/reporting/ReportStore.h>
+#include "bench/Row.h"
+#include "bench/Store.h"
 
-#include "bench/measure.h"
-#include "platform/linux/LinuxPlatform.h"
-
-namespace kva {
+namespace kva::bench {
 namespace {
 
-std::string identifier(int number) {
-  std::string digits = std::to_string(number);
-  return "b1d00000-0000-4000-8000-" + digits.insert(0, 12 - digits.size(), '0');
-}
+constexpr int kRounds = 5, kTimes = 200;
 
-void measureReports() {
-  ReportStore reports(Runtime::current().platform().userDefaults,
-                      SDKHelper::UserDefaultKeys::reports);
-  int stored = 0;
-  for (const int count : {1, 100, 1000}) {
-    for (; stored < count; ++stored) reports.set({.bidId = identifier(stored), .createdAt = 1.5});
-    reports.persist();
-    const std::string name = "track an action, reports: " + std::to_string(count);
-    bench::Series series(name.c_str());
-    for (int i = 1; i <= 2000; ++i) {
-      series.measure([&] {
-        BidReport report = *reports.find(identifier(i % count));
-        report.quarter = i;
-        reports.set(std::move(report));
-        reports.persist();
-      });
-    }
-    series.print();
+/// What this process has written to files so far.
+double bytesWritten() {
+  std::ifstream io("/proc/self/io");
+  for (std::string name; io >> name;) {
+    double value = 0;
+    io >> value;
+    if (name == "wchar:") return value;
   }
+  return 0;
 }
 
-void measureCaps() {
+/// One row of a table in SQLite, replaced with the promises of the user defaults.
+class BareSqlite {
+ public:
+  explicit BareSqlite(const std::filesystem::path& file) {
+    sqlite3_open(file.c_str(), &connection_);
+    sqlite3_exec(connection_,
+                 "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;"
+                 "PRAGMA wal_autocheckpoint = 0;"
+                 "CREATE TABLE bare (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID",
+                 nullptr, nullptr, nullptr);
+    sqlite3_prepare_v2(connection_, "INSERT OR REPLACE INTO bare VALUES ('key', ?1)", -1, &replace_,
+                       nullptr);
+  }
+  ~BareSqlite() {
+    sqlite3_finalize(replace_);
+    sqlite3_close(connection_);
+  }
+  BareSqlite(const BareSqlite&) = delete;
+  BareSqlite& operator=(const BareSqlite&) = delete;
+  void replace(const std::string& value) {
+    sqlite3_bind_text(replace_, 1, value.c_str(), -1, SQLITE_STATIC);
+    sqlite3_step(replace_);
+    sqlite3_reset(replace_);
+  }
+
+ private:
+  sqlite3* connection_ = nullptr;
+  sqlite3_stmt* replace_ = nullptr;
+};
+
+struct Costs {
+  Series track, shouldShow, impression, trackBytes, impressionBytes;
+};
+
+void measure(Costs& costs, int count) {
+  static int number = 0;
+  const auto with = [](Series& times, Series& bytes, const std::function<void()>& call) {
+    const double before = bytesWritten();
+    times.time(call);
+    bytes.add(bytesWritten() - before);
+  };
   auto& caps = FrequencyCappingManager::shared();
-  bench::Series first("pass a new plan, the first 1,000"), last("pass a new plan, after 9,000"),
-      shown("count an impression after 10,000 plans");
-  for (int i = 0; i < 10'000; ++i) {
-    const auto pass = [&] { caps.shouldShow({identifier(i), 3, 3}); };
-    if (i < 1000)
-      first.measure(pass);
-    else if (i >= 9000)
-      last.measure(pass);
-    else
-      pass();
+  auto& reports = ReportManager::shared();
+  const std::string warmUp = identifier(0);
+  reports.trackAction(warmUp, {BidReportAction::click});
+  caps.trackImpression(warmUp);
+  for (int i = 0; i < kTimes; ++i) {
+    const std::string id = identifier(++number % count);
+    with(costs.track, costs.trackBytes, [&] {
+      reports.trackAction(id, {BidReportAction::videoQuarter, number});
+    });
+    costs.shouldShow.time([&] { caps.shouldShow({id, 100'000, 100'000}); });
+    with(costs.impression, costs.impressionBytes, [&] { caps.trackImpression(id); });
   }
-  for (int i = 0; i < 200; ++i) shown.measure([&] { caps.trackImpression(identifier(i)); });
-  for (auto* series : {&first, &last, &shown}) series->print();
+}
+
+void run() {
+  const Folder folder;
+  std::map<int, Costs> costs;
+  Series bare;
+  for (const int count : {1, 10, 100, 1000, 100'000})
+    fillStore(folder.file(std::to_string(count)), count);
+  BareSqlite sqlite(folder.file("bare"));
+  for (int round = 0; round < kRounds; ++round) {
+    for (const int count : {1, 10, 100, 1000, 100'000}) {
+      const Launch launch(folder.file(std::to_string(count)));
+      measure(costs[count], count);
+    }
+    for (int i = 0; i < kTimes; ++i)
+      bare.time([&] { sqlite.replace(std::string(200, static_cast<char>('a' + i % 26))); });
+  }
+
+  constexpr Target kFlat{.ratio = 1.5, .atLeast = {}};
+  const auto name = [](const char* what, int count) {
+    return what + std::string(", stored: ") + std::to_string(count);
+  };
+  printRow("trackAction, 100 live reports; floor: one row in bare SQLite", "us",
+           costs[100].track.median(), bare.median(), {.ratio = {}, .atLeast = {}, .plus = 40});
+  for (const int count : {10, 100, 1000}) {
+    printRow(name("trackAction; floor: 1 stored", count), "us", costs[count].track.median(),
+             costs[1].track.median(), kFlat);
+    printRow(name("trackAction; floor: 1 stored", count), "bytes", costs[count].trackBytes.median(),
+             costs[1].trackBytes.median(), kFlat);
+  }
+  for (const int count : {1000, 100'000}) {
+    printRow(name("shouldShow; floor: 10 stored", count), "us", costs[count].shouldShow.median(),
+             costs[10].shouldShow.median(), kFlat);
+    printRow(name("impression of a plan; floor: 10 stored", count), "us",
+             costs[count].impression.median(), costs[10].impression.median(), kFlat);
+    printRow(name("impression of a plan; floor: 10 stored", count), "bytes",
+             costs[count].impressionBytes.median(), costs[10].impressionBytes.median(), kFlat);
+  }
 }
 
 }  // namespace
-}  // namespace kva
+}  // namespace kva::bench
 
-int main() {
-  const auto folder = std::filesystem::temp_directory_path() / "kelvara-bench-tracking";
-  std::filesystem::remove_all(folder);
-  {
-    kva::LinuxOptions options;
-    options.bundleId = "org.kelvara.bench";
-    options.userDefaults = folder / "defaults.sqlite";
-    kva::Runtime runtime(kva::makeLinuxPlatform(options).ports);
-    kva::measureReports();
-    kva::measureCaps();
-  }
-  std::filesystem::remove_all(folder);
-}
+int main() { kva::bench::run(); }

@@ -1,6 +1,8 @@
 #include <Kelvara/ads/AdHelper.h>
 
+#include <iterator>
 #include <string_view>
+#include <vector>
 
 #include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Runtime.h>
@@ -46,24 +48,26 @@ std::string absoluteString(const std::optional<URL>& url) {
 
 }  // namespace
 
-std::string AdHelper::finalize(std::string html, const Ad& ad) {
-  const auto replace = [&html](std::string_view placeholder, std::string_view value) {
-    html = replacingOccurrences(html, placeholder, value);
-  };
+std::string AdHelper::finalize(std::string_view html, const Ad& ad) {
   const auto& creative = ad.creative;
   const auto [main, endCard] = chooseFiles(ad);
   const std::string language = preferredLanguage();
+  const std::string clickUrl = absoluteString(creative.clickUrl);
+  const std::string mainAsset = main ? main->fileUrl.absoluteString() : "";
+  const std::string endCardImage = endCard ? endCard->fileUrl.absoluteString() : "";
+  const std::string iconImage = absoluteString(creative.iconUrl);
+  const std::string description = creative.detailTitle(language);
+  const std::string callToAction = creative.buttonTitle(language);
 
-  // Each replacement works on the result of the previous one, so a value may contain a later
-  // placeholder.
-  replace("[@CLICK_URL]", absoluteString(creative.clickUrl));
-  if (main) replace("[@MAIN_ASSET]", main->fileUrl.absoluteString());
-  if (endCard) replace("[@END_CARD_IMAGE]", endCard->fileUrl.absoluteString());
-  replace("[@ICON_IMAGE]", absoluteString(creative.iconUrl));
-  replace("[@DESCRIPTION_TEXT]", creative.detailTitle(language));
-  replace("[@TITLE_TEXT]", creative.title);
-  replace("[@CTA_TEXT]", creative.buttonTitle(language));
-  return unescaped(html);
+  std::vector<Replacement> replacements{{"[@CLICK_URL]", clickUrl}};
+  if (main) replacements.push_back({"[@MAIN_ASSET]", mainAsset});
+  if (endCard) replacements.push_back({"[@END_CARD_IMAGE]", endCardImage});
+  replacements.insert(replacements.end(), {{"[@ICON_IMAGE]", iconImage},
+                                           {"[@DESCRIPTION_TEXT]", description},
+                                           {"[@TITLE_TEXT]", creative.title},
+                                           {"[@CTA_TEXT]", callToAction}});
+  replacements.insert(replacements.end(), std::begin(kEscapes), std::end(kEscapes));
+  return replacingInOrder(html, replacements);
 }
 
 std::optional<std::string> AdHelper::localizedString(const LocalizedTexts& dictionary) {

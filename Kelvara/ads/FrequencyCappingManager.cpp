@@ -1,6 +1,7 @@
 #include <Kelvara/ads/FrequencyCappingManager.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -123,78 +124,107 @@ FrequencyCappingManager::FrequencyCappingMember::decode(const Json& json) {
   return in.finish(std::move(member));
 }
 
-std::string FrequencyCappingManager::FrequencyCappingMember::encoded() const {
-  const Json json = {{"planId", planId},
-                     {"hourlyImpressionCount", hourlyImpressionCount},
-                     {"dailyImpressionCount", dailyImpressionCount},
-                     {"lastHourlyImpressionAt", lastHourlyImpressionAt},
-                     {"lastDailyImpressionAt", lastDailyImpressionAt}};
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+double FrequencyCappingManager::FrequencyCappingMember::end() const {
+  return std::max(lastHourlyImpressionAt + kHour, lastDailyImpressionAt + kDay);
 }
 
-FrequencyCappingManager::Members FrequencyCappingManager::Members::decode(const Bytes& bytes) {
-  const auto json = parseJson(asText(bytes));
-  if (!json || !json->is_array()) return {};
+std::string FrequencyCappingManager::FrequencyCappingMember::encoded() const {
+  return jsonText({{"planId", planId},
+                   {"hourlyImpressionCount", hourlyImpressionCount},
+                   {"dailyImpressionCount", dailyImpressionCount},
+                   {"lastHourlyImpressionAt", lastHourlyImpressionAt},
+                   {"lastDailyImpressionAt", lastDailyImpressionAt}});
+}
+
+std::optional<FrequencyCappingManager::Members> FrequencyCappingManager::Members::decode(
+    const JsonParts& stored) {
   Members members;
-  for (const auto& element : *json) {
-    auto member = FrequencyCappingMember::decode(element);
+  for (const auto& [name, text] : stored.texts) {
+    const auto json = parseJson(text);
+    auto member = json ? FrequencyCappingMember::decode(*json) : std::unexpected(json.error());
     if (!member) return {};
-    members.append(*std::move(member));
+    members.insert(JsonParts::positionOf(name), *std::move(member));
   }
   return members;
 }
 
-Bytes FrequencyCappingManager::Members::encoded() const {
-  std::string text = "[";
-  for (const auto& entry : entries_) {
-    if (text.size() > 1) text += ',';
-    text += entry.encoded;
-  }
-  text += ']';
-  return toBytes(text);
+JsonParts FrequencyCappingManager::Members::parts() const {
+  JsonParts parts{.kind = kKind, .texts = {}};
+  for (const auto& [position, member] : byPosition_)
+    parts.texts.emplace(JsonParts::nameOf(position), member.encoded());
+  return parts;
 }
 
-void FrequencyCappingManager::Members::apply(const Change& change) {
-  endFuture(change.time);
-  dropExpired(change.time);
+std::optional<std::string> FrequencyCappingManager::Members::part(const std::string& name) const {
+  const auto found = byPosition_.find(JsonParts::positionOf(name));
+  if (found == byPosition_.end()) return {};
+  return found->second.encoded();
+}
+
+void FrequencyCappingManager::Members::apply(const Change& change, std::set<std::string>& changed) {
+  endFuture(change.time, changed);
+  dropExpired(change.time, changed);
   if (!change.planId) return;
-  if (!find(*change.planId)) append({.planId = *change.planId});
-  auto& [member, encoded] = entries_[indexOfPlan_.at(*change.planId)];
+  const auto at = append(*change.planId);
+  FrequencyCappingMember member = at->second;
   countImpression(member.hourlyImpressionCount, member.lastHourlyImpressionAt, kHour, change.time);
   countImpression(member.dailyImpressionCount, member.lastDailyImpressionAt, kDay, change.time);
-  encoded = member.encoded();
+  update(at, member);
+  changed.insert(JsonParts::nameOf(at->first));
 }
 
 const FrequencyCappingManager::FrequencyCappingMember* FrequencyCappingManager::Members::find(
     const std::string& planId) const {
-  const auto found = indexOfPlan_.find(planId);
-  return found == indexOfPlan_.end() ? nullptr : &entries_[found->second].member;
+  const auto found = positionOfPlan_.find(planId);
+  return found == positionOfPlan_.end() ? nullptr : &byPosition_.at(found->second);
 }
 
-void FrequencyCappingManager::Members::append(FrequencyCappingMember member) {
-  indexOfPlan_.emplace(member.planId, entries_.size());  // if stored twice, the first counts
-  std::string encoded = member.encoded();
-  entries_.push_back({std::move(member), std::move(encoded)});
+FrequencyCappingManager::Members::ByPosition::iterator FrequencyCappingManager::Members::append(
+    const std::string& planId) {
+  if (const auto found = positionOfPlan_.find(planId); found != positionOfPlan_.end())
+    return byPosition_.find(found->second);
+  insert(byPosition_.empty() ? 0 : byPosition_.rbegin()->first + 1, {.planId = planId});
+  return std::prev(byPosition_.end());
 }
 
-void FrequencyCappingManager::Members::endFuture(double time) {
-  for (auto& [member, encoded] : entries_) {
+void FrequencyCappingManager::Members::insert(Position position, FrequencyCappingMember member) {
+  // If a plan was stored twice, the first member counts.
+  if (byPosition_.contains(position) || !positionOfPlan_.emplace(member.planId, position).second)
+    return;
+  byEnd_.emplace(member.end(), position);
+  latest_ = std::max({latest_, member.lastHourlyImpressionAt, member.lastDailyImpressionAt});
+  byPosition_.emplace(position, std::move(member));
+}
+
+void FrequencyCappingManager::Members::update(ByPosition::iterator at,
+                                              const FrequencyCappingMember& member) {
+  byEnd_.erase({at->second.end(), at->first});
+  byEnd_.emplace(member.end(), at->first);
+  latest_ = std::max({latest_, member.lastHourlyImpressionAt, member.lastDailyImpressionAt});
+  at->second = member;
+}
+
+void FrequencyCappingManager::Members::endFuture(double time, std::set<std::string>& changed) {
+  if (latest_ <= time) return;
+  latest_ = time;
+  for (auto at = byPosition_.begin(); at != byPosition_.end(); ++at) {
+    FrequencyCappingMember member = at->second;
     if (!member.isAheadOf(time)) continue;
     member.lastHourlyImpressionAt = std::min(member.lastHourlyImpressionAt, time);
     member.lastDailyImpressionAt = std::min(member.lastDailyImpressionAt, time);
-    encoded = member.encoded();
+    update(at, member);
+    changed.insert(JsonParts::nameOf(at->first));
   }
 }
 
-void FrequencyCappingManager::Members::dropExpired(double time) {
-  const auto dropped = std::erase_if(entries_, [time](const Entry& entry) {
-    return entry.member.lastHourlyImpressionAt + kHour < time &&
-           entry.member.lastDailyImpressionAt + kDay < time;
-  });
-  if (dropped == 0) return;
-  indexOfPlan_.clear();
-  for (std::size_t i = 0; i < entries_.size(); ++i)
-    indexOfPlan_.emplace(entries_[i].member.planId, i);
+void FrequencyCappingManager::Members::dropExpired(double time, std::set<std::string>& changed) {
+  for (int i = 0; i < kMostDropped && !byEnd_.empty() && byEnd_.begin()->first < time; ++i) {
+    const auto at = byPosition_.find(byEnd_.begin()->second);
+    changed.insert(JsonParts::nameOf(at->first));
+    positionOfPlan_.erase(at->second.planId);
+    byPosition_.erase(at);
+    byEnd_.erase(byEnd_.begin());
+  }
 }
 
 }  // namespace kva

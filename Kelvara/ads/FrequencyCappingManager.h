@@ -3,10 +3,11 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-#include <vector>
+#include <utility>
 
 #include <Kelvara/base/Guarded.h>
 #include <Kelvara/base/Json.h>
@@ -50,11 +51,13 @@ class FrequencyCappingManager {
     /// Whether a window begins after `time`. The clock was ahead when it was stored.
     bool isAheadOf(double time) const;
     static Result<FrequencyCappingMember> decode(const Json& json);
+    /// When both windows are over.
+    double end() const;
     std::string encoded() const;
   };
 
-  /// The members in the order of their first impression. Caches the encoded form of each, so that
-  /// storing encodes only changed members.
+  /// The members in the order of their first impression. The cost of an impression does not depend
+  /// on the number of members, except after the clock was set back.
   class Members {
    public:
     /// One impression at `time`. Without a plan, only corrects and drops members.
@@ -62,25 +65,33 @@ class FrequencyCappingManager {
       std::optional<std::string> planId;
       double time;
     };
-    static Members decode(const Bytes& bytes);
-    Bytes encoded() const;
+    static constexpr auto kKind = JsonParts::Kind::array;
+    static std::optional<Members> decode(const JsonParts& stored);
+    JsonParts parts() const;
+    std::optional<std::string> part(const std::string& name) const;
     /// Sets windows that begin after the impression to begin at its time, because they were stored
-    /// while the clock was ahead. Drops members whose windows are over. Then counts the impression.
-    void apply(const Change& change);
+    /// while the clock was ahead. Drops members whose windows are over, at most `kMostDropped` at a
+    /// time. Then counts the impression.
+    void apply(const Change& change, std::set<std::string>& changed);
     /// Null if there is none.
     const FrequencyCappingMember* find(const std::string& planId) const;
 
    private:
-    void append(FrequencyCappingMember member);
-    void endFuture(double time);
-    void dropExpired(double time);
+    static constexpr int kMostDropped = 64;
+    using Position = std::uint64_t;
+    using ByPosition = std::map<Position, FrequencyCappingMember>;
+    /// Adds a member behind the last one, or returns the one of the same plan.
+    ByPosition::iterator append(const std::string& planId);
+    void insert(Position position, FrequencyCappingMember member);
+    /// Replaces the window starts and counts of a member.
+    void update(ByPosition::iterator at, const FrequencyCappingMember& member);
+    void endFuture(double time, std::set<std::string>& changed);
+    void dropExpired(double time, std::set<std::string>& changed);
 
-    struct Entry {
-      FrequencyCappingMember member;
-      std::string encoded;
-    };
-    std::vector<Entry> entries_;
-    std::unordered_map<std::string, std::size_t> indexOfPlan_;
+    ByPosition byPosition_;
+    std::unordered_map<std::string, Position> positionOfPlan_;
+    std::set<std::pair<double, Position>> byEnd_;  ///< by the time when both windows are over
+    double latest_ = 0;                            ///< no window begins later
   };
 
   struct State {

@@ -59,8 +59,7 @@ void TemplateManager::keep(const std::string& id, Template fetched) {
     Json json = Json::object();
     for (const auto& [key, kept] : storedTemplates(stored)) json[key] = kept->toJson();
     json[id] = shared->toJson();
-    stored.set(SDKHelper::UserDefaultKeys::templates,
-               toBytes(json.dump(-1, ' ', false, Json::error_handler_t::replace)));
+    stored.set(SDKHelper::UserDefaultKeys::templates, toBytes(jsonText(json)));
   });
 }
 

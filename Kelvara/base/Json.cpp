@@ -110,6 +110,10 @@ Result<Json> parseJson(std::string_view text) {
   }
 }
 
+std::string jsonText(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 template <>
 std::optional<std::string> readJson(const Json& value) {
   if (!value.is_string()) return {};

@@ -22,6 +22,9 @@ using Json = nlohmann::json;
 /// levels, which no ad server sends. The error has the parser's description.
 Result<Json> parseJson(std::string_view text);
 
+/// The compact JSON text. Malformed UTF-8 is replaced.
+std::string jsonText(const Json& json);
+
 /// Reads one value by its strict type: a boolean is not a number, 5.0 is an integer, 5.5 is not.
 /// T is std::string, bool, std::int64_t, double, URL, std::vector<std::string>,
 /// std::map<std::string, std::int64_t> or std::map<std::string, std::string>.

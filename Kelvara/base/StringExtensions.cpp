@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <utility>
 #include <vector>
 
 #include <Kelvara/base/Digest.h>
@@ -50,16 +49,7 @@ std::string lowercased(std::string_view text) {
   return lower;
 }
 
-std::string unescaped(std::string_view text) {
-  constexpr std::pair<std::string_view, char> escapes[] = {
-      {"\\0", '\0'}, {"\\t", '\t'}, {"\\n", '\n'},  {"\\r", '\r'},
-      {"\\\"", '"'}, {"\\'", '\''}, {"\\\\", '\\'},
-  };
-  std::string current(text);
-  for (const auto& [escaped, character] : escapes)
-    current = replacingOccurrences(current, escaped, {&character, 1});
-  return current;
-}
+std::string unescaped(std::string_view text) { return replacingInOrder(text, kEscapes); }
 
 bool isValidUUID(std::string_view text) {
   if (text.size() != 36) return false;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include <Kelvara/base/Replacements.h>
 #include <Kelvara/base/URL.h>
 
 namespace kva {
@@ -20,8 +21,14 @@ std::string replacingOccurrences(std::string_view text, std::string_view target,
 /// The text with the letters A to Z in lower case, independent of the locale.
 std::string lowercased(std::string_view text);
 
-/// Replaces the backslash escapes \0 \t \n \r \" \' and \\ with their characters, in this order:
-/// each escape in the whole text before the next one, the double backslash last.
+/// The backslash escapes \0 \t \n \r \" \' and \\ and their characters, in the order in which they
+/// are replaced.
+inline constexpr Replacement kEscapes[] = {
+    {"\\0", {"\0", 1}}, {"\\t", "\t"}, {"\\n", "\n"},  {"\\r", "\r"},
+    {"\\\"", "\""},     {"\\'", "'"},  {"\\\\", "\\"},
+};
+
+/// Replaces the escapes in the whole text, each before the next one.
 std::string unescaped(std::string_view text);
 
 /// True for the 8-4-4-4-12 hexadecimal form with hyphens, in either case.

@@ -32,6 +32,11 @@ class RunLoop {
   /// once for each missed period. `seconds` is at least a millisecond and at most ten years; a
   /// value that is not finite counts as ten years.
   virtual Timer schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire) = 0;
+
+  using Schedule = std::function<Timer(double, Repeats, std::move_only_function<void()>)>;
+  /// A function that any thread may call. Its timers fire where those of the thread that called
+  /// `scheduleHere` do.
+  virtual Schedule scheduleHere() = 0;
 };
 
 }  // namespace kva

@@ -55,7 +55,10 @@ ReportManager& ReportManager::shared() { return Runtime::current().get<ReportMan
 
 ReportManager::ReportManager() : state_(storedState()) {}
 
-void ReportManager::start() { setupTimer(); }
+void ReportManager::start() {
+  state_.with([](State& state) { state.schedule = platform().runLoop->scheduleHere(); });
+  setupTimer();
+}
 
 ReportManager::State ReportManager::storedState() {
   const Clock& clock = *platform().clock;
@@ -65,7 +68,8 @@ ReportManager::State ReportManager::storedState() {
       0.0,
       clock.now() -
           storedNumber(Keys::lastReportUploadedAt).value_or(clock.now() - kSecondsSinceUpload));
-  return {.uploadTimer = {},
+  return {.schedule = {},
+          .uploadTimer = {},
           .upload = {},
           .reports = ReportStore(platform().userDefaults, Keys::reports),
           .reportsForUpload = ReportStore(platform().userDefaults, Keys::reportsForUpload),
@@ -88,22 +92,51 @@ void ReportManager::trackAction(const std::string& bidId, const BidReportAction&
     state.reports.set(std::move(report));
     state.reports.persist();
   });
+  updateTimer();
 }
 
 void ReportManager::setupTimer() {
   const auto application = SDKManager::shared().application();
   if (!application) fatal("the report timer needs an application record");
-  const auto exponent = state_.with([](State& state) { return state.serverErrorCount; });
   const double period = static_cast<double>(application->setting.statsSendPeriod);
-  const double interval =
-      std::max(kShortestInterval, std::pow(period, static_cast<double>(exponent)));
-  Timer timer = platform().runLoop->schedule(interval, Repeats::yes,
-                                             [] { ReportManager::shared().uploadTimerTick(); });
-  // Swap, so the old timer is destroyed outside the lock.
-  state_.with([&](State& state) { std::swap(state.uploadTimer, timer); });
+  Timer old;
+  state_.with([&](State& state) {
+    const double interval = std::pow(period, static_cast<double>(state.serverErrorCount));
+    state.interval = std::max(kShortestInterval, interval);
+    state.ticksFrom = platform().clock->monotonicNow();
+    std::swap(state.uploadTimer, old);
+  });
+  updateTimer();
 }
 
-void ReportManager::uploadTimerTick() { startUpload(); }
+/// Schedules the next tick if there is something to upload, else cancels it.
+void ReportManager::updateTimer() {
+  Timer old;  // destroyed outside the lock
+  state_.with([&](State& state) {
+    if (!state.schedule) return;
+    if (!state.hasReportsToUpload()) return std::swap(state.uploadTimer, old);
+    if (state.uploadTimer) return;
+    state.uploadTimer = state.schedule(state.secondsToNextTick(), Repeats::no,
+                                       [] { ReportManager::shared().uploadTimerTick(); });
+  });
+}
+
+bool ReportManager::State::hasReportsToUpload() const {
+  if (lastReportUploadedAt > lastTrackActionAt) return false;
+  return !reports.reports().empty() || !reportsForUpload.reports().empty();
+}
+
+double ReportManager::State::secondsToNextTick() const {
+  constexpr double kRounding = 1e-3;  // so that a tick schedules the next one
+  const double elapsed = platform().clock->monotonicNow() - ticksFrom;
+  return (std::floor((elapsed + kRounding) / interval) + 1) * interval - elapsed;
+}
+
+void ReportManager::uploadTimerTick() {
+  state_.with([](State& state) { return std::exchange(state.uploadTimer, {}); });
+  startUpload();
+  updateTimer();
+}
 
 void ReportManager::startUpload() {
   if (!claimUpload()) return Log::d("ReportManager: is already uploading.");
@@ -143,6 +176,7 @@ void ReportManager::finishUpload(const Result<bool>& result) {
     backOff(result.error());
   }
   releaseUpload();
+  updateTimer();
 }
 
 void ReportManager::backOff(const Error& error) {
@@ -167,8 +201,7 @@ std::vector<BidReport> ReportManager::preparedReportsForUpload() {
     state.reportsForUpload.refresh();
     state.reports.endFuture(now);
     state.reportsForUpload.merge(state.reports);
-    for (const auto& [bidId, entry] : state.reportsForUpload.entries())
-      batch.push_back(entry.report);
+    for (const auto& [bidId, report] : state.reportsForUpload.reports()) batch.push_back(report);
     for (const auto& report : batch) {
       // Expired: sent one last time.
       if (report.createdAt >= cutoff) continue;
@@ -186,11 +219,11 @@ void ReportManager::validateUploadedReports() {
   const double cutoff = clock.addingHours(clock.now(), -kUnfinishedHours);
   state_.with([&](State& state) {
     state.reports.refresh();
-    for (const auto& [bidId, entry] : state.reportsForUpload.entries()) {
-      if (!entry.report.isFinished() && entry.report.createdAt >= cutoff) continue;
+    for (const auto& [bidId, sent] : state.reportsForUpload.reports()) {
+      if (!sent.isFinished() && sent.createdAt >= cutoff) continue;
       // Keep a report that has changed since it was sent.
       const BidReport* live = state.reports.find(bidId);
-      if (live && *live == entry.report) state.reports.remove(bidId);
+      if (live && *live == sent) state.reports.remove(bidId);
     }
     state.reports.persist();
     state.reportsForUpload.clear();

@@ -22,8 +22,9 @@ class ReportManager {
 
   ReportManager();
 
-  /// Schedules the uploads on the calling thread's run loop, every `statsSendPeriod` seconds. Fatal
-  /// if the SDK has no application record yet.
+  /// Schedules the uploads on the calling thread's run loop: at every multiple of `statsSendPeriod`
+  /// seconds from now, as long as there is something to upload. Fatal if the SDK has no application
+  /// record yet.
   void start();
 
   /// Stores the action before it returns. If another process holds the store, a later call or
@@ -32,7 +33,10 @@ class ReportManager {
 
  private:
   struct State {
-    Timer uploadTimer;
+    RunLoop::Schedule schedule;  ///< empty before `start`
+    double interval = 0;         ///< of the ticks; the first is one interval after `ticksFrom`
+    double ticksFrom = 0;        ///< on the monotonic clock
+    Timer uploadTimer;           ///< for the next tick; none while there is nothing to upload
     UserDefaults::Claim upload;  ///< held during an upload
     ReportStore reports;
     ReportStore reportsForUpload;       ///< accessed only by the holder of `upload`
@@ -40,10 +44,14 @@ class ReportManager {
     // On the monotonic clock.
     double lastTrackActionAt;
     double lastReportUploadedAt;
+
+    bool hasReportsToUpload() const;
+    double secondsToNextTick() const;
   };
 
   static State storedState();
   void setupTimer();
+  void updateTimer();
   void uploadTimerTick();
   void startUpload();
   bool claimUpload();

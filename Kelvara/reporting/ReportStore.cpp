@@ -1,25 +1,11 @@
 #include <Kelvara/reporting/ReportStore.h>
 
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 namespace kva {
-namespace {
-
-std::string text(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-ReportStore::Entry entry(BidReport report) {
-  std::string member = text(report.bidId) + ":" + text(report.toJson());
-  return {.report = std::move(report), .member = std::move(member)};
-}
-
-}  // namespace
-
 ReportStore::ReportStore(std::shared_ptr<UserDefaults> userDefaults, std::string key)
     : reports_(std::move(userDefaults), std::move(key)) {}
 
@@ -31,7 +17,7 @@ void ReportStore::set(BidReport report) {
 }
 
 void ReportStore::merge(const ReportStore& other) {
-  for (const auto& [bidId, entry] : other.entries()) set(entry.report);
+  for (const auto& [bidId, report] : other.reports()) set(report);
 }
 
 void ReportStore::remove(const std::string& bidId) {
@@ -39,66 +25,60 @@ void ReportStore::remove(const std::string& bidId) {
 }
 
 void ReportStore::clear() {
-  while (!entries().empty()) remove(entries().begin()->first);
+  while (!reports().empty()) remove(reports().begin()->first);
 }
 
 void ReportStore::endFuture(double now) {
   std::vector<BidReport> ahead;
-  for (const auto& [bidId, entry] : entries())
-    if (entry.report.createdAt > now) ahead.push_back(entry.report);
+  for (const auto& [bidId, report] : reports())
+    if (report.createdAt > now) ahead.push_back(report);
   for (auto& report : ahead) {
     report.createdAt = now;
     set(std::move(report));
   }
 }
 
-ReportStore::Reports ReportStore::Reports::decode(const Bytes& bytes) {
-  const auto json = parseJson(asText(bytes));
-  if (!json || !json->is_object()) return {};
+std::optional<ReportStore::Reports> ReportStore::Reports::decode(const JsonParts& parts) {
   Reports reports;
-  for (const auto& value : *json) {
-    auto report = BidReport::decode(value);
+  for (const auto& [name, text] : parts.texts) {
+    const auto json = parseJson(text);
+    auto report = json ? BidReport::decode(*json) : std::unexpected(json.error());
     if (!report) return {};
     const std::string bidId = report->bidId;
-    reports.entries.emplace(bidId, entry(*std::move(report)));
+    reports.byBid.emplace(bidId, *std::move(report));
   }
   return reports;
 }
 
-void ReportStore::Reports::apply(const Change& change) {
+JsonParts ReportStore::Reports::parts() const {
+  JsonParts parts{.kind = kKind, .texts = {}};
+  for (const auto& [bidId, report] : byBid) parts.texts.emplace(bidId, jsonText(report.toJson()));
+  return parts;
+}
+
+std::optional<std::string> ReportStore::Reports::part(const std::string& bidId) const {
+  const BidReport* report = find(bidId);
+  if (!report) return {};
+  return jsonText(report->toJson());
+}
+
+void ReportStore::Reports::apply(const Change& change, std::set<std::string>& changed) {
   const std::string& bidId = (change.to ? *change.to : *change.from).bidId;
+  changed.insert(bidId);
   const BidReport* found = find(bidId);
   const bool isUnchanged = found && change.from == *found;
   if (!change.to) {
-    if (isUnchanged) entries.erase(bidId);
+    if (isUnchanged) byBid.erase(bidId);
     return;
   }
   BidReport report = *change.to;
   if (found && !isUnchanged) report.join(*found);
-  entries.insert_or_assign(bidId, entry(std::move(report)));
+  byBid.insert_or_assign(bidId, std::move(report));
 }
 
 const BidReport* ReportStore::Reports::find(const std::string& bidId) const {
-  const auto found = entries.find(bidId);
-  return found == entries.end() ? nullptr : &found->second.report;
-}
-
-Bytes ReportStore::Reports::encoded() const {
-  std::size_t size = 2;
-  for (const auto& [bidId, entry] : entries) size += entry.member.size() + 1;
-  Bytes bytes;
-  bytes.reserve(size);
-  const auto append = [&](std::string_view part) {
-    const auto* begin = reinterpret_cast<const std::byte*>(part.data());
-    bytes.insert(bytes.end(), begin, begin + part.size());
-  };
-  append("{");
-  for (const auto& [bidId, entry] : entries) {
-    if (bytes.size() > 1) append(",");
-    append(entry.member);
-  }
-  append("}");
-  return bytes;
+  const auto found = byBid.find(bidId);
+  return found == byBid.end() ? nullptr : &found->second;
 }
 
 }  // namespace kva

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include <Kelvara/core/SharedSetting.h>
@@ -11,20 +12,15 @@
 namespace kva {
 
 /// Bid reports by bid identifier, stored under one key of the user defaults as one JSON object. A
-/// report is encoded only when it changes. Other processes use the same key: `persist` merges their
-/// changes with this store's. Not thread-safe.
+/// change encodes and writes only its own report. Other processes use the same key: `persist`
+/// merges their changes with this store's. Not thread-safe.
 class ReportStore {
  public:
   /// Reads the stored reports. Malformed data counts as none.
   ReportStore(std::shared_ptr<UserDefaults> userDefaults, std::string key);
 
-  struct Entry {
-    BidReport report;
-    std::string member;  ///< the report's member of the JSON object, encoded
-  };
-  using Entries = std::map<std::string, Entry>;
-
-  const Entries& entries() const { return reports_.value().entries; }
+  using ByBid = std::map<std::string, BidReport>;
+  const ByBid& reports() const { return reports_.value().byBid; }
   /// Null if there is none.
   const BidReport* find(const std::string& bidId) const { return reports_.value().find(bidId); }
   /// Reads the changes that other processes have stored.
@@ -49,11 +45,13 @@ class ReportStore {
     struct Change {
       std::optional<BidReport> from, to;  ///< no `from`: added; no `to`: removed
     };
-    Entries entries;
+    static constexpr auto kKind = JsonParts::Kind::object;
+    ByBid byBid;
 
-    static Reports decode(const Bytes& bytes);
-    Bytes encoded() const;
-    void apply(const Change& change);
+    static std::optional<Reports> decode(const JsonParts& parts);
+    JsonParts parts() const;
+    std::optional<std::string> part(const std::string& bidId) const;
+    void apply(const Change& change, std::set<std::string>& changed);
     const BidReport* find(const std::string& bidId) const;
   };
   SharedSetting<Reports> reports_;

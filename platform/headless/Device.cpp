@@ -10,7 +10,7 @@
 namespace kva::headless {
 
 /// Changes the store, under its lock.
-class MemoryUserDefaults::Edit final : public KeyedValues {
+class MemoryUserDefaults::Edit final : public EditedValues {
  public:
   Edit(Store& store, int& ownWrites) : store_(store), ownWrites_(ownWrites) {}
 
@@ -27,6 +27,11 @@ class MemoryUserDefaults::Edit final : public KeyedValues {
     ++store_.writes, ++ownWrites_;
     if (auto found = store_.values.find(key); found != store_.values.end())
       store_.values.erase(found);
+  }
+  void setPart(std::string_view key, const std::string& name,
+               const std::optional<std::string>& text) override {
+    ++store_.writes, ++ownWrites_;
+    std::get<JsonParts>(store_.values.find(key)->second).set(name, text);
   }
   std::uint64_t foreignChanges() const override {
     return static_cast<std::uint64_t>(store_.writes - ownWrites_);
@@ -58,7 +63,7 @@ std::uint64_t MemoryUserDefaults::foreignChanges() const {
       [&](const Store& store) { return static_cast<std::uint64_t>(store.writes - ownWrites_); });
 }
 
-bool MemoryUserDefaults::edit(const std::function<void(KeyedValues&)>& change) {
+bool MemoryUserDefaults::edit(const std::function<void(EditedValues&)>& change) {
   return store_->with([&](Store& store) {
     if (store.isBusy) return false;
     Edit edit(store, ownWrites_);

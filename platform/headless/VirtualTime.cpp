@@ -77,6 +77,16 @@ Timer VirtualTime::schedule(double seconds, Repeats repeats, Task fire) {
   }));
 }
 
+VirtualTime::Schedule VirtualTime::scheduleHere() {
+  return [this](double seconds, Repeats repeats, Task fire) {
+    return schedule(seconds, repeats, std::move(fire));
+  };
+}
+
+std::size_t VirtualTime::waiting() const {
+  return state_->all.with([](const auto& all) { return all.events.size(); });
+}
+
 bool VirtualTime::runNext(std::int64_t until) {
   auto event = state_->all.with([&](auto& all) -> std::shared_ptr<Event> {
     if (all.events.empty() || all.events.begin()->first.first > until) return nullptr;

@@ -38,6 +38,9 @@ class VirtualTime final : public RunLoop, public Clock {
   void clear();
 
   Timer schedule(double seconds, Repeats repeats, Task fire) override;
+  Schedule scheduleHere() override;
+  /// The number of tasks and timers that wait for their time.
+  std::size_t waiting() const;
 
   double now() const override;
   /// Virtual time in seconds; `setNow` does not change it.

@@ -20,6 +20,16 @@ class LinuxRunLoop final : public RunLoop {
                : main_->schedule(seconds, repeats, std::move(fire));
   }
 
+  Schedule scheduleHere() override {
+    if (session_->isSessionThread())
+      return [session = session_](double seconds, Repeats repeats, auto fire) {
+        return session->timers().schedule(seconds, repeats, std::move(fire));
+      };
+    return [main = main_](double seconds, Repeats repeats, auto fire) {
+      return main->schedule(seconds, repeats, std::move(fire));
+    };
+  }
+
  private:
   std::shared_ptr<MainLoop> main_;
   std::shared_ptr<NetworkSession> session_;

@@ -92,8 +92,9 @@ bool isDamage(int result) {
 
 }  // namespace
 
-/// The values during one `edit`: its own changes, then unsaved ones, then the stored ones.
-class SqliteDefaults::Edit final : public KeyedValues {
+/// The values during one `edit`: its own changes, then unsaved ones, then the stored ones. Changed
+/// parts are written at once, in the edit's transaction.
+class SqliteDefaults::Edit final : public EditedValues {
  public:
   explicit Edit(State& state) : store_(*state.store), changes(state.unsaved) {}
 
@@ -106,6 +107,15 @@ class SqliteDefaults::Edit final : public KeyedValues {
   }
   void remove(std::string_view key) override {
     changes.insert_or_assign(std::string(key), std::nullopt);
+  }
+  void setPart(std::string_view key, const std::string& name,
+               const std::optional<std::string>& text) override {
+    auto changed = changes.find(key);
+    if (changed == changes.end()) {
+      if (store_.isWritable()) return store_.writePart(key, name, text);
+      changed = changes.emplace(key, store_.read(key)).first;
+    }
+    std::get<JsonParts>(*changed->second).set(name, text);
   }
   std::uint64_t foreignChanges() const override { return store_.foreignChanges(); }
 
@@ -191,7 +201,7 @@ std::uint64_t SqliteDefaults::foreignChanges() const {
   return state_.with([](State& state) { return state.store->foreignChanges(); });
 }
 
-bool SqliteDefaults::edit(const std::function<void(KeyedValues&)>& change) {
+bool SqliteDefaults::edit(const std::function<void(EditedValues&)>& change) {
   bool isDone = false;
   complain(state_.with([&](State& state) {
     Edit edit(state);

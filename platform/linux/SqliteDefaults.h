@@ -33,7 +33,7 @@ class SqliteDefaults final : public UserDefaults {
   void set(std::string_view key, Value value) override;
   void remove(std::string_view key) override;
   std::uint64_t foreignChanges() const override;
-  bool edit(const std::function<void(KeyedValues&)>& change) override;
+  bool edit(const std::function<void(EditedValues&)>& change) override;
   Claim claim(Task task) override;
 
  private:

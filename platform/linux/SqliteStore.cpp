@@ -11,7 +11,15 @@ namespace kva {
 namespace {
 
 /// The numbers that the file stores for types. They must not change.
-enum class StoredType { string = 0, bytes = 1, boolean = 2, integer = 3, real = 4 };
+enum class StoredType {
+  string = 0,
+  bytes = 1,
+  boolean = 2,
+  integer = 3,
+  real = 4,
+  object = 5,
+  array = 6
+};
 
 /// Creates the file if it is missing, and lets only its owner read it and its companions (log,
 /// index, claims). SQLite gives new companions the mode of the file.
@@ -65,23 +73,35 @@ struct Binder {
     sqlite3_bind_double(statement, index, value);
     return StoredType::real;
   }
+  StoredType operator()(const JsonParts& parts) const {
+    sqlite3_bind_null(statement, index);
+    return parts.kind == JsonParts::Kind::object ? StoredType::object : StoredType::array;
+  }
 };
 
-/// The value in the current row of `statement`: columns `type` and `value`.
+std::string_view bytesOf(sqlite3_stmt* statement, int column) {
+  const auto* begin = static_cast<const char*>(sqlite3_column_blob(statement, column));
+  const int size = sqlite3_column_bytes(statement, column);
+  return {begin, static_cast<std::size_t>(size)};
+}
+
+/// Adds the part in the current row of `statement`, if it has one.
+void addPart(JsonParts& parts, sqlite3_stmt* statement) {
+  constexpr int kName = 2, kText = 3;
+  if (sqlite3_column_type(statement, kName) == SQLITE_NULL) return;
+  parts.texts.emplace_hint(parts.texts.end(), bytesOf(statement, kName), bytesOf(statement, kText));
+}
+
+/// The value in the current row of `statement`: columns `type` and `value`. Parts are not added.
 std::optional<UserDefaults::Value> valueOf(sqlite3_stmt* statement) {
   constexpr int column = 1;
   const int kind = sqlite3_column_type(statement, column);
-  const auto bytes = [&] {
-    const auto* begin = static_cast<const char*>(sqlite3_column_blob(statement, column));
-    const int size = sqlite3_column_bytes(statement, column);
-    return std::string_view(begin, static_cast<std::size_t>(size));
-  };
   switch (static_cast<StoredType>(sqlite3_column_int(statement, 0))) {
     case StoredType::string:
-      if (kind == SQLITE_TEXT) return std::string(bytes());
+      if (kind == SQLITE_TEXT) return std::string(bytesOf(statement, column));
       break;
     case StoredType::bytes:
-      if (kind == SQLITE_BLOB) return toBytes(bytes());
+      if (kind == SQLITE_BLOB) return toBytes(bytesOf(statement, column));
       break;
     case StoredType::boolean:
       if (kind == SQLITE_INTEGER) return sqlite3_column_int64(statement, column) != 0;
@@ -93,6 +113,10 @@ std::optional<UserDefaults::Value> valueOf(sqlite3_stmt* statement) {
       if (kind == SQLITE_FLOAT) return sqlite3_column_double(statement, column);
       if (kind == SQLITE_NULL) return std::nan("");  // SQLite stores NaN as NULL
       break;
+    case StoredType::object:
+      return JsonParts{.kind = JsonParts::Kind::object, .texts = {}};
+    case StoredType::array:
+      return JsonParts{.kind = JsonParts::Kind::array, .texts = {}};
   }
   return std::nullopt;
 }
@@ -138,7 +162,13 @@ int SqliteStore::open(const std::filesystem::path& file, Access access,
         "PRAGMA synchronous = NORMAL;"
         "PRAGMA wal_autocheckpoint = 0;"
         "CREATE TABLE IF NOT EXISTS defaults"
-        " (key TEXT PRIMARY KEY NOT NULL, type INTEGER NOT NULL, value)";
+        " (key TEXT PRIMARY KEY NOT NULL, type INTEGER NOT NULL, value);"
+        "CREATE TABLE IF NOT EXISTS parts"
+        " (key TEXT, name TEXT, text TEXT, PRIMARY KEY (key, name)) WITHOUT ROWID;"
+        "CREATE TRIGGER IF NOT EXISTS parts_replaced AFTER UPDATE ON defaults WHEN old.type >= 5"
+        " BEGIN DELETE FROM parts WHERE key = old.key; END;"
+        "CREATE TRIGGER IF NOT EXISTS parts_removed AFTER DELETE ON defaults WHEN old.type >= 5"
+        " BEGIN DELETE FROM parts WHERE key = old.key; END";
     result = sqlite3_exec(opened, setUp, nullptr, nullptr, nullptr);
     if (result == SQLITE_OK) result = checkIntegrity();
   }
@@ -165,7 +195,11 @@ int SqliteStore::prepareStatements(Access access) {
     statement.reset(made);
     return result;
   };
-  int result = prepare(select_, "SELECT type, value FROM defaults WHERE key = ?1");
+  int result = prepare(select_,
+                       "SELECT type, value, name, text FROM defaults LEFT JOIN parts USING (key)"
+                       " WHERE defaults.key = ?1 ORDER BY name");
+  const bool hasNoParts = result == SQLITE_ERROR && access == Access::immutable;
+  if (hasNoParts) result = prepare(select_, "SELECT type, value FROM defaults WHERE key = ?1");
   if (result == SQLITE_OK) result = prepare(version_, "PRAGMA data_version");
   if (access == Access::immutable) return result;
   const std::pair<Statement*, const char*> writing[] = {
@@ -173,6 +207,10 @@ int SqliteStore::prepareStatements(Access access) {
        "INSERT INTO defaults (key, type, value) VALUES (?1, ?2, ?3)"
        " ON CONFLICT (key) DO UPDATE SET type = excluded.type, value = excluded.value"},
       {&erase_, "DELETE FROM defaults WHERE key = ?1"},
+      {&upsertPart_,
+       "INSERT INTO parts (key, name, text) VALUES (?1, ?2, ?3)"
+       " ON CONFLICT DO UPDATE SET text = excluded.text"},
+      {&erasePart_, "DELETE FROM parts WHERE key = ?1 AND name = ?2"},
       {&begin_, "BEGIN IMMEDIATE"},
       {&commit_, "COMMIT"},
       {&rollback_, "ROLLBACK"},
@@ -186,8 +224,11 @@ std::optional<UserDefaults::Value> SqliteStore::read(std::string_view key) {
   if (!select_) return std::nullopt;
   bindText(select_.get(), 1, key);
   std::optional<Value> found;
-  const int result = sqlite3_step(select_.get());
+  int result = sqlite3_step(select_.get());
   if (result == SQLITE_ROW) found = valueOf(select_.get());
+  auto* parts = found ? std::get_if<JsonParts>(&*found) : nullptr;
+  for (; parts && result == SQLITE_ROW; result = sqlite3_step(select_.get()))
+    addPart(*parts, select_.get());
   if (result != SQLITE_ROW && result != SQLITE_DONE) ++failedReads_;
   sqlite3_reset(select_.get());
   return found;
@@ -205,7 +246,10 @@ std::uint64_t SqliteStore::foreignChanges() {
 }
 
 int SqliteStore::write(const Changes& changes) {
-  if (changes.size() == 1) return writeOne(changes.begin()->first, changes.begin()->second);
+  const auto& [key, value] = *changes.begin();
+  const bool isOneRow =
+      changes.size() == 1 && !(value && std::holds_alternative<JsonParts>(*value));
+  if (isOneRow) return writeOne(key, value);
   return edit([&]() -> const Changes& { return changes; });
 }
 
@@ -213,8 +257,9 @@ int SqliteStore::edit(const std::function<const Changes&()>& decide) {
   int result = run(begin_.get());
   if (result != SQLITE_OK) return result;
   const auto failedBefore = failedReads_;
+  partResult_ = SQLITE_OK;
   const Changes& changes = decide();
-  if (failedReads_ != failedBefore) result = SQLITE_IOERR;
+  result = failedReads_ == failedBefore ? partResult_ : SQLITE_IOERR;
   for (const auto& [key, value] : changes)
     if (result == SQLITE_OK) result = writeOne(key, value);
   if (result == SQLITE_OK) result = run(commit_.get());
@@ -232,7 +277,21 @@ int SqliteStore::writeOne(const std::string& key, const std::optional<Value>& va
   }
   const int result = run(statement);
   sqlite3_clear_bindings(statement);
-  return result;
+  const auto* parts = value ? std::get_if<JsonParts>(&*value) : nullptr;
+  if (result != SQLITE_OK || !parts) return result;
+  for (const auto& [name, text] : parts->texts) writePart(key, name, text);
+  return partResult_;
+}
+
+void SqliteStore::writePart(std::string_view key, const std::string& name,
+                            const std::optional<std::string>& text) {
+  if (partResult_ != SQLITE_OK) return;
+  sqlite3_stmt* statement = text ? upsertPart_.get() : erasePart_.get();
+  bindText(statement, 1, key);
+  bindText(statement, 2, name);
+  if (text) bindText(statement, 3, *text);
+  partResult_ = run(statement);
+  sqlite3_clear_bindings(statement);
 }
 
 void SqliteStore::setCommitHook(std::function<void(int)> committed) {

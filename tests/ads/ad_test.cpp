@@ -65,6 +65,9 @@ TEST_F(Ads, FillEveryPlaceholderInOrderAndUnescapeLast) {
   ad.files.reset();
   ad.creative = {};
   EXPECT_EQ(AdHelper::finalize(html, ad), " [@MAIN_ASSET] [@END_CARD_IMAGE]     [@cta_text]");
+  ad.creative.title = "Title";
+  EXPECT_EQ(AdHelper::finalize("[@TITLE_[@CLICK_URL]TEXT]\\[@CLICK_URL]n", ad), "Title\n")
+      << "a replacement may complete a later placeholder or escape";
 }
 
 TEST_F(Ads, ChooseForEachTypeTheLastFileForTheOrientationElseTheFirst) {

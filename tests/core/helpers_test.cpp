@@ -1,3 +1,5 @@
+#include <random>
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -35,6 +37,27 @@ TEST(Unescaped, ReplacesOneEscapeAfterTheOtherAndTheBackslashLast) {
       {R"(\x \)", R"(\x \)"},
   };
   for (const auto& [escaped, plain] : cases) EXPECT_EQ(unescaped(escaped), plain) << escaped;
+}
+
+TEST(Replacements, InOnePassEqualThoseOneAfterTheOther) {
+  constexpr const char* pieces[] = {"[@A]", "[@B]", "[@C]", "[", "[@", "[@A", "@", "A]",
+                                    "]",    "\\",   "\\\\", "n", "0",  "\"",  "x"};
+  std::mt19937 random(1);
+  const auto someText = [&](unsigned most) {
+    std::string text;
+    for (auto left = random() % (most + 1); left > 0; --left)
+      text += pieces[random() % std::size(pieces)];
+    return text;
+  };
+  for (int i = 0; i < 5000; ++i) {
+    const std::string text = someText(20), values[] = {someText(3), someText(3), someText(3)};
+    std::vector<Replacement> all{{"[@A]", values[0]}, {"[@B]", values[1]}, {"[@C]", values[2]}};
+    all.insert(all.end(), std::begin(kEscapes), std::end(kEscapes));
+    std::string expected = text;
+    for (const auto& [target, value] : all)
+      expected = replacingOccurrences(expected, target, value);
+    ASSERT_EQ(replacingInOrder(text, all), expected) << text;
+  }
 }
 
 TEST(MillisecondsSince1970, RoundsHalvesAwayFromZero) {

@@ -11,7 +11,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <Kelvara/reporting/ReportStore.h>
 #include <platform/linux_support.h>
+#include <nlohmann/json.hpp>
 
 namespace kva::test {
 namespace {
@@ -52,6 +54,18 @@ struct LinuxDefaults : testing::Test {
     EXPECT_EQ(status, 0);
   }
 
+  /// Makes the file one of an earlier version, which stored JSON as a whole only.
+  void makeOld() {
+    sqlite3* user = nullptr;
+    sqlite3_open(file.c_str(), &user);
+    EXPECT_EQ(sqlite3_exec(user,
+                           "DROP TRIGGER parts_replaced; DROP TRIGGER parts_removed;"
+                           "DROP TABLE parts; PRAGMA wal_checkpoint(TRUNCATE)",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(user);
+  }
+
   TemporaryFolder folder;
   fs::path file = folder.path / "app" / "defaults.sqlite";
   std::atomic<int> lines{0};
@@ -63,8 +77,10 @@ TEST_F(LinuxDefaults, EditsTimeOutWhileAnotherProcessEditsAndSucceedOnceItIsKill
   const pid_t holder = inProcess([&] {
     SqliteDefaults theirs(file, [](const std::string&) {});
     const auto claim = theirs.claim(UserDefaults::Task::upload);
-    const bool isDone = theirs.edit([&](KeyedValues& values) {
+    theirs.set("json", JsonParts{JsonParts::Kind::object, {}});
+    const bool isDone = theirs.edit([&](EditedValues& values) {
       values.set("half", true);
+      values.setPart("json", "half", "1");
       std::ignore = write(pipes[1], "x", 1);
       pause();
     });
@@ -85,6 +101,7 @@ TEST_F(LinuxDefaults, EditsTimeOutWhileAnotherProcessEditsAndSucceedOnceItIsKill
   EXPECT_TRUE(store->edit([](KeyedValues& values) { values.set("edited", true); }));
   EXPECT_TRUE(store->value("edited"));
   EXPECT_FALSE(store->value("half"));
+  EXPECT_EQ(asText(*store->get<Bytes>("json")), "{}");
   for (const int end : pipes) close(end);
 }
 
@@ -148,6 +165,9 @@ TEST_F(LinuxDefaults, StayInMemoryIfTheFileCannotBeOpened) {
     store->remove("text");
     EXPECT_FALSE(store->value("text")) << hopeless;
     EXPECT_EQ(store->get<std::int64_t>("number"), 7) << hopeless;
+    store->set("json", JsonParts{JsonParts::Kind::array, {}});
+    EXPECT_TRUE(store->edit([](EditedValues& values) { values.setPart("json", "1", "1"); }));
+    EXPECT_EQ(asText(*store->get<Bytes>("json")), "[1]") << hopeless;
     EXPECT_EQ(lines, 1) << hopeless;
   }
   sqlite3_close(user);
@@ -156,6 +176,7 @@ TEST_F(LinuxDefaults, StayInMemoryIfTheFileCannotBeOpened) {
 
 TEST_F(LinuxDefaults, ReadsFromReadOnlyMedia) {
   open(file)->set("stored", std::string("before"));
+  makeOld();
   const char* path = folder.path.c_str();
   expectWhereMounted(
       [&] {
@@ -171,6 +192,31 @@ TEST_F(LinuxDefaults, ReadsFromReadOnlyMedia) {
         return failures + (lines != 1);
       });
   EXPECT_EQ(open(file)->get<std::string>("stored"), "before");
+}
+
+TEST_F(LinuxDefaults, WriteOneReportWhateverTheirNumberAndConvertFilesOfEarlierVersions) {
+  const auto report = [](int number) {
+    return BidReport{.bidId = "bid " + std::to_string(number), .createdAt = 1.5};
+  };
+  Json whole;
+  for (int i = 0; i < 500; ++i) whole[report(i).bidId] = report(i).toJson();
+  open(file)->set("reports", toBytes(whole.dump()));
+  makeOld();
+  const std::shared_ptr<UserDefaults> store = open(file);
+  ReportStore reports(store, "reports");
+  const auto track = [&](int number) {
+    BidReport changed = report(number);
+    changed.isClicked = true;
+    whole[changed.bidId] = changed.toJson();
+    reports.set(changed);
+    reports.persist();
+  };
+  track(0);
+  const auto before = fs::file_size(file.native() + "-wal");
+  for (int i = 1; i <= 100; ++i) track(i * 7 % 600);
+  constexpr std::uintmax_t kPage = 4096 + 24;
+  EXPECT_LT(fs::file_size(file.native() + "-wal") - before, 100 * 2 * kPage);
+  EXPECT_EQ(Json::parse(asText(*open(file)->get<Bytes>("reports"))), whole);
 }
 
 TEST_F(LinuxDefaults, WriteUnsavedValuesWhenAFullDiskHasRoomAgain) {

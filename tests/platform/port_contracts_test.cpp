@@ -108,6 +108,8 @@ TYPED_TEST(UserDefaultsContract, KeepsOverwritesAndRemovesValuesOfEveryType) {
       {"whole", 5.0},
       {"fraction", 0.1},
       {"huge", -1e300},
+      {"object", JsonParts{JsonParts::Kind::object, {{"", "1"}, {"\xc3\xbc \"", "[]"}}}},
+      {"array", JsonParts{JsonParts::Kind::array, {}}},
   };
   auto& ports = this->subject.ports;
   ports.userDefaults->remove("never set");
@@ -158,6 +160,42 @@ TYPED_TEST(UserDefaultsContract, SharesValuesAmongProcessesAndLosesNoEdit) {
   const auto after = here.foreignChanges();
   EXPECT_NE(after, before);
   EXPECT_TRUE(here.edit([&](KeyedValues& values) { EXPECT_EQ(values.foreignChanges(), after); }));
+}
+
+TYPED_TEST(UserDefaultsContract, ChangesOnePartOfJsonAndReadsTheWhole) {
+  UserDefaults& here = *this->subject.ports.userDefaults;
+  const std::shared_ptr<UserDefaults> elsewhere = this->subject.defaultsElsewhere();
+  const auto expect = [&](const char* whole) {
+    const auto bytes = elsewhere->template get<Bytes>("json");
+    EXPECT_EQ(bytes ? asText(*bytes) : "none", whole);
+  };
+  const auto edit = [&](const std::function<void(EditedValues&)>& change) {
+    EXPECT_TRUE(here.edit(change));
+  };
+  using Kind = JsonParts::Kind;
+  here.set("json", JsonParts{Kind::object, {{"b", "1"}, {"\"a", "[2]"}}});
+  here.set("other", JsonParts{Kind::array, {{"b", "1"}}});
+  expect(R"({"\"a":[2],"b":1})");
+  edit([](EditedValues& values) {
+    values.setPart("json", "c", "3");
+    values.setPart("json", "\"a", std::nullopt);
+    values.setPart("json", "never set", std::nullopt);
+    values.setPart("json", "b", "4");
+    EXPECT_EQ(asText(*values.get<Bytes>("json")), R"({"b":4,"c":3})");
+  });
+  expect(R"({"b":4,"c":3})");
+  edit([](EditedValues& values) {
+    values.set("json", JsonParts{Kind::array, {{"2", "2"}}});
+    values.setPart("json", "1", "1");
+  });
+  expect("[1,2]");
+  for (const bool isRemoved : {true, false}) {
+    isRemoved ? here.remove("json") : here.set("json", true);
+    expect("none");
+    here.set("json", JsonParts{Kind::array, {{"3", "3"}}});
+    expect("[3]");
+  }
+  EXPECT_EQ(asText(*here.get<Bytes>("other")), "[1]");
 }
 
 TYPED_TEST(UserDefaultsContract, GivesAClaimToOneHolderAtATime) {

@@ -72,6 +72,8 @@ TEST_F(Reports, UploadTheEventsOfEachAd) {
 }
 
 TEST_F(Reports, AreDroppedAfterAnUploadIfFinishedElseAfterAnHour) {
+  h.time.advance(1);
+  EXPECT_EQ(h.time.waiting(), 0u) << "a timer without a report to upload";
   track("dismissed", {Action::impression});
   track("dismissed", {Action::dismiss});
   track("failed", {Action::failToShow});
@@ -81,6 +83,8 @@ TEST_F(Reports, AreDroppedAfterAnUploadIfFinishedElseAfterAnHour) {
   EXPECT_THAT(stored(Keys::reports), ElementsAre("running"));
   EXPECT_THAT(stored(Keys::reportsForUpload), IsEmpty());
   const int writes = h.defaults.writes();
+  EXPECT_EQ(h.time.waiting(), 0u) << "a timer without a report to upload";
+  h.time.advance(kPeriod / 2);
   tick(10);
   EXPECT_THAT(batches(), IsEmpty()) << "nothing is new";
   EXPECT_EQ(h.defaults.writes(), writes);
@@ -88,9 +92,11 @@ TEST_F(Reports, AreDroppedAfterAnUploadIfFinishedElseAfterAnHour) {
   launch();
   tick(3);
   EXPECT_THAT(batches(), ElementsAre(ElementsAre("running"))) << "once after a restart";
-  h.time.advance(kHour);
+  h.time.advance(kHour + kPeriod / 4);
   track("other", {Action::dismiss});
-  tick();
+  h.time.advance(kPeriod / 2);
+  EXPECT_THAT(batches(), IsEmpty()) << "ticks stay multiples of the period";
+  h.time.advance(kPeriod / 4);
   EXPECT_THAT(batches(), ElementsAre(ElementsAre("other", "running")));
   EXPECT_THAT(stored(Keys::reports), IsEmpty());
 }

@@ -275,8 +275,7 @@ void KillStory::expectReports(const std::shared_ptr<UserDefaults>& defaults) {
   };
   for (const char* key : {Keys::reports, Keys::reportsForUpload}) {
     const ReportStore stored(defaults, key);
-    for (const auto& [bid, entry] : stored.entries()) {
-      const BidReport& report = entry.report;
+    for (const auto& [bid, report] : stored.reports()) {
       note(bid,
            factsOf(report.isShown, report.isClicked, report.isCompleted, report.isDismissed,
                    report.isFailToShow, report.quarter),
