@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -43,8 +44,8 @@ class Builder {
   bool number_float(double value, const std::string&) { return add(value); }
   bool string(const std::string& value) { return add(value); }
   bool binary(const Json::binary_t&) { return false; }  // no JSON text has one
-  bool start_object(std::size_t) { return open(Json::object()); }
-  bool start_array(std::size_t) { return open(Json::array()); }
+  bool start_object(std::size_t) { return open(Json::value_t::object); }
+  bool start_array(std::size_t) { return open(Json::value_t::array); }
   bool end_object() { return close(); }
   bool end_array() { return close(); }
   bool key(const std::string& name) {
@@ -57,22 +58,23 @@ class Builder {
   }
 
  private:
-  Json& place(Json value) {
-    if (open_.empty()) return root_ = std::move(value);
-    if (!open_.back()->is_array()) return *member_ = std::move(value);
-    open_.back()->push_back(std::move(value));
-    return open_.back()->back();
+  template <class Value>
+  Json& place(Value&& value) {
+    if (open_.empty()) return root_ = Json(std::forward<Value>(value));
+    if (!open_.back()->is_array()) return *member_ = Json(std::forward<Value>(value));
+    return open_.back()->get_ref<Json::array_t&>().emplace_back(std::forward<Value>(value));
   }
-  bool add(Json value) {
-    place(std::move(value));
+  template <class Value>
+  bool add(Value&& value) {
+    place(std::forward<Value>(value));
     return true;
   }
-  bool open(Json value) {
+  bool open(Json::value_t kind) {
     if (open_.size() == kDeepestNesting) {
       error_ = "nested too deeply";
       return false;
     }
-    open_.push_back(&place(std::move(value)));
+    open_.push_back(&place(kind));
     return true;
   }
   bool close() {
