@@ -141,7 +141,7 @@ std::optional<FrequencyCappingManager::Members> FrequencyCappingManager::Members
   Members members;
   for (const auto& [name, text] : stored.texts) {
     const auto json = parseJson(text);
-    auto member = json ? FrequencyCappingMember::decode(*json) : std::unexpected(json.error());
+    auto member = json ? FrequencyCappingMember::decode(*json) : failure(json.error());
     if (!member) return {};
     members.insert(JsonParts::positionOf(name), *std::move(member));
   }

@@ -42,7 +42,7 @@ std::optional<ReportStore::Reports> ReportStore::Reports::decode(const JsonParts
   Reports reports;
   for (const auto& [name, text] : parts.texts) {
     const auto json = parseJson(text);
-    auto report = json ? BidReport::decode(*json) : std::unexpected(json.error());
+    auto report = json ? BidReport::decode(*json) : failure(json.error());
     if (!report) return {};
     const std::string bidId = report->bidId;
     reports.byBid.emplace(bidId, *std::move(report));
