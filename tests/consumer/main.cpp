@@ -11,6 +11,10 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
+// The layouts that programs are compiled with.
+static_assert(sizeof(kva::gtk::Host) == sizeof(void*));
+static_assert(sizeof(kva::KVABidResponse) == sizeof(void*));
+static_assert(sizeof(kva::Error) == 2 * sizeof(std::string) + sizeof(std::int64_t));
 static_assert(__cplusplus == 202002L, "the library changes the language of its hosts");
 
 namespace {

@@ -192,10 +192,11 @@ std::shared_ptr<WebView> Application::makeWebView(Rect frame, WebViewConfigurati
 void Application::prepareWebView() {
   if (webEngine_) return webEngine_->prepare();
   // Linking WebKit takes longer than a frame, so a thread of GLib's pool does it first.
-  auto loading = GObjectPtr<GTask>(g_task_new(
-      nullptr, nullptr, runAsync, asyncData([weak = weak_from_this()](GObject*, GAsyncResult*) {
-        if (const auto self = weak.lock()) self->webEngine().prepare();
-      })));
+  auto loading = GObjectPtr<GTask>(
+      g_task_new(nullptr, nullptr, runAsync,
+                 asyncData([this, alive = std::weak_ptr(logError_)](GObject*, GAsyncResult*) {
+                   if (alive.lock()) webEngine().prepare();
+                 })));
   g_task_run_in_thread(loading.get(), [](GTask* task, gpointer, gpointer, GCancellable*) {
     g_task_return_boolean(task, loadWebEngine().has_value());
   });

@@ -22,8 +22,7 @@ namespace kva::gtk {
 /// The state follows the key window: background while that window is minimised or hidden, otherwise
 /// active if any window of the process is active. Without a window manager no window is ever
 /// active, so there a window on screen counts as active.
-class Application final : public kva::HostApplication,
-                          public std::enable_shared_from_this<Application> {
+class Application final : public kva::HostApplication {
  public:
   struct Options {
     EdgeInsets safeAreaInsets;
@@ -75,7 +74,7 @@ class Application final : public kva::HostApplication,
   void windowsDidChange() const;
 
   Options options_;
-  /// Shared with openings in progress, which may outlive this object.
+  /// Asynchronous operations may outlive this object and refer to it weakly.
   std::shared_ptr<std::function<void(const std::string&)>> logError_;
   std::unique_ptr<WebEngine> webEngine_;  ///< made by the first call that needs it
   Windows windows_;                       ///< ordered by the time they were last shown
