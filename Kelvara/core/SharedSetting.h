@@ -11,12 +11,12 @@
 
 namespace kva {
 
-/// A decoded copy of one value of the user defaults, which several processes of the application
-/// change. `store` applies the changes of this process to the value stored at that moment. Changes
-/// that cannot be stored are applied again at the next `store`. Not thread-safe.
+/// Caches one value of the user defaults that several processes change. `store` reads the stored
+/// value, applies the changes of this process to it and writes it. If the write fails, the next
+/// `store` repeats the changes. Not thread-safe.
 ///
-/// T() is the empty value. `T::decode(Bytes)` reads a stored value (the empty one if it is
-/// unreadable), `encoded()` returns the bytes to store, and `apply(T::Change)` applies one change.
+/// T() is the empty value. `T::decode(Bytes)` returns the stored value, or the empty one if it is
+/// unreadable. `encoded()` returns the bytes to store. `apply(T::Change)` applies one change.
 template <class T>
 class SharedSetting {
  public:
@@ -25,7 +25,7 @@ class SharedSetting {
     refresh();
   }
 
-  /// The value as of the last call, with all changes of this process.
+  /// The value of the last `refresh` or `store`, with all later changes of this process.
   const T& value() const { return value_; }
   /// Reads the changes of other processes.
   void refresh() { readForeignChanges(*userDefaults_); }
@@ -34,8 +34,7 @@ class SharedSetting {
     value_.apply(change);
     unstored_.push_back(std::move(change));
   }
-  /// Stores the changes; does nothing if there are none. If the store cannot be written, the
-  /// changes stay pending.
+  /// Writes the pending changes, if any. If that fails, they stay pending.
   void store() {
     if (unstored_.empty()) return;
     const bool isStored = userDefaults_->edit([this](KeyedValues& stored) {
