@@ -7,9 +7,9 @@
 #include <string>
 
 #include <Kelvara/KVABidLoader.h>
-#include <Kelvara/KVARewarded.h>
 #include <fuzz/Device.h>
 #include <fuzz/Target.h>
+#include <tests/support/AdRecorder.h>
 
 namespace kva::fuzz {
 namespace {
@@ -21,17 +21,6 @@ std::string adOf(std::string_view contentType) {
       "ctyp": ")" +
          std::string(contentType) + R"(", "adur": 5, "titl": "", "bton": "{}", "deta": "{}"}})";
 }
-
-struct Delegate final : KVARewardedDelegate {
-  int outcomes = 0, presented = 0, clicks = 0, rewards = 0, dismissals = 0;
-
-  void rewardedDidReceive(KVARewarded&) override { ++outcomes; }
-  void rewardedDidFailToReceive(KVARewarded&, const Error&) override { ++outcomes; }
-  void rewardedDidPresent(KVARewarded&) override { ++presented; }
-  void rewardedDidClick(KVARewarded&) override { ++clicks; }
-  void rewardedDidComplete(KVARewarded&) override { ++rewards; }
-  void rewardedDidDismiss(KVARewarded&) override { ++dismissals; }
-};
 
 /// One ad, from its load to its dismissal.
 class Show {
@@ -92,7 +81,7 @@ class Show {
       device_.time.advance(1);
     }
     expect(window_->presentedCount() == 0, "the user can close the ad");
-    expect(delegate_->dismissals == delegate_->presented, "what was presented is dismissed");
+    expect(count("didDismiss") == count("didPresent"), "what was presented is dismissed");
     check();
   }
 
@@ -108,19 +97,21 @@ class Show {
     if (const auto button = device_.application.button(image)) window_->tap(button->view());
   }
 
+  int count(std::string_view event) const { return delegate_->count(event); }
+
   void check() const {
-    expect(delegate_->outcomes <= 1, "a load has one outcome");
-    expect(delegate_->clicks <= 1, "a click counts once");
-    expect(delegate_->rewards <= 1, "a reward is earned once");
-    expect(delegate_->dismissals <= 1, "an ad is dismissed once");
-    expect(wasTapped_ || (device_.application.openedURLs().empty() && delegate_->clicks == 0),
+    expect(count("didReceive") + count("didFailToReceive") <= 1, "a load has one outcome");
+    expect(count("didClick") <= 1, "a click counts once");
+    expect(count("didComplete") <= 1, "a reward is earned once");
+    expect(count("didDismiss") <= 1, "an ad is dismissed once");
+    expect(wasTapped_ || (device_.application.openedURLs().empty() && count("didClick") == 0),
            "nothing opens without a tap");
   }
 
   Device device_;
   std::shared_ptr<headless::HeadlessWindow> window_ = device_.application.makeWindow();
   std::optional<Process> process_;
-  std::shared_ptr<Delegate> delegate_ = std::make_shared<Delegate>();
+  std::shared_ptr<test::AdRecorder> delegate_ = std::make_shared<test::AdRecorder>();
   std::shared_ptr<KVARewarded> ad_;
   bool wasTapped_ = false;
   bool isClosing_ = false;

@@ -13,15 +13,14 @@
 
 namespace kva {
 
-/// A decoded copy of one JSON value of the user defaults, which several processes of the
-/// application change. `store` applies the changes of this process to the value stored at that
-/// moment, and writes only the changed parts. Changes that cannot be stored are applied again at
-/// the next `store`. Not thread-safe.
+/// Caches one JSON value of the user defaults that several processes change. `store` reads the
+/// stored value, applies the changes of this process to it and writes the changed parts. If the
+/// write fails, the next `store` repeats the changes. Not thread-safe.
 ///
-/// T() is the empty value, and T::kKind the kind of its JSON. `T::decode(JsonParts)` reads a stored
-/// value (absent if it is unreadable), and `parts()` returns the value to store. `apply(T::Change,
-/// changed)` applies one change and adds the names of the parts that it changes to `changed`.
-/// `part(name)` returns the text of a part, if there is one of that name.
+/// T() is the empty value, and T::kKind the kind of its JSON. `T::decode(JsonParts)` returns the
+/// stored value, or nothing if it is unreadable. `parts()` returns the value to store, and
+/// `part(name)` the text of one part, if there is one of that name. `apply(T::Change, changed)`
+/// applies one change and adds the names of the parts that it changes to `changed`.
 template <class T>
 class SharedSetting {
  public:
@@ -30,7 +29,7 @@ class SharedSetting {
     refresh();
   }
 
-  /// The value as of the last call, with all changes of this process.
+  /// The value of the last `refresh` or `store`, with all later changes of this process.
   const T& value() const { return value_; }
   /// Reads the changes of other processes.
   void refresh() { readForeignChanges(*userDefaults_); }
@@ -39,8 +38,7 @@ class SharedSetting {
     value_.apply(change, changedParts_);
     unstored_.push_back(std::move(change));
   }
-  /// Stores the changes; does nothing if there are none. If the store cannot be written, the
-  /// changes stay pending.
+  /// Writes the pending changes, if any. If that fails, they stay pending.
   void store() {
     if (unstored_.empty()) return;
     const bool isStored = userDefaults_->edit([this](EditedValues& stored) {

@@ -312,7 +312,7 @@ TEST_F(HostilePages, MayDieAtAnyTime) {
   killPageProcesses();
   EXPECT_TRUE(spinUntil([&] { return evaluate("1") != "1"; }));
   ad->showAdFrom(viewController);
-  EXPECT_THAT(newEvents(), ElementsAre("didReceive", "didFailToPresent 0"));
+  EXPECT_THAT(newEvents(), ElementsAre("didReceive", "didFailToPresent 0 Ad isn't ready."));
   ad.reset();
 
   present("", 1);

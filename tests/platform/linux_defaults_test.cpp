@@ -246,7 +246,7 @@ TEST_F(LinuxDefaults, CheckpointsLimitTheLogOfChanges) {
   for (int i = 0; i < 3000; ++i)
     store->set("key", std::string(20'000, static_cast<char>('a' + i % 26)));
   EXPECT_LT(fs::file_size(file.native() + "-wal"), 70U << 20);
-  EXPECT_TRUE(spinMainLoopUntil([&] {
+  EXPECT_TRUE(spinUntil([&] {
     store->set("key", std::string(20'000, 'z'));
     return fs::file_size(file) > 20'000;
   })) << "no checkpoint while the store is open";

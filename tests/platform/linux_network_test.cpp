@@ -31,7 +31,7 @@ struct Requests {
     };
   }
   bool waitFor(std::size_t count) {
-    return spinMainLoopUntil([&] { return ended.get().size() == count; });
+    return spinUntil([&] { return ended.get().size() == count; });
   }
   Guarded<std::vector<std::string>> ended;
   CurlSession session;
@@ -163,7 +163,7 @@ TEST(LinuxNetwork, ReportsLossAndReturnOfTheNetworkWithinHalfASecond) {
   const auto becomes = [&](bool reachable) {
     const auto limit = Clock::now() + std::chrono::milliseconds(500);
     const auto isSo = [&] { return (*internet->flags() != 0) == reachable; };
-    return spinMainLoopUntil([&] { return isSo() || Clock::now() > limit; }) && isSo();
+    return spinUntil([&] { return isSo() || Clock::now() > limit; }) && isSo();
   };
   ASSERT_TRUE(becomes(true));
   const struct {
@@ -182,7 +182,7 @@ TEST(LinuxNetwork, ReportsLossAndReturnOfTheNetworkWithinHalfASecond) {
     const auto end = Clock::now() + std::chrono::duration<double>(outage.seconds);
     for (const char* step : outage.lose) ASSERT_TRUE(ip(step)) << step;
     EXPECT_TRUE(becomes(false)) << outage.lose.front() << " for " << outage.seconds;
-    spinMainLoopUntil([&] { return Clock::now() > end; });
+    spinUntil([&] { return Clock::now() > end; });
     for (const char* step : outage.restore) ASSERT_TRUE(ip(step)) << step;
     EXPECT_TRUE(becomes(true)) << outage.restore.front() << " after " << outage.seconds;
   }
@@ -215,7 +215,7 @@ TEST(LinuxNetwork, ANewAddressOpensNewConnectionsAndADeadPeerEndsARequest) {
   ASSERT_TRUE(ip("address del 192.0.2.2/24 dev outside"));
   ASSERT_TRUE(ip("address add 192.0.2.3/24 dev outside"));
   ASSERT_TRUE(ip("route add default via 192.0.2.1"));
-  EXPECT_TRUE(spinMainLoopUntil([&] {
+  EXPECT_TRUE(spinUntil([&] {
     EXPECT_TRUE(isAnswered());
     return ports.get().size() == 2;
   })) << "the keep-alive connection is still used";
@@ -337,7 +337,7 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
   connect("card0-DSI-1", "720x1440\n");
   LinuxDevice device(center, system, displays.path);
   const auto becomes = [&](DeviceOrientation wanted) {
-    return spinMainLoopUntil([&] { return device.orientation() == wanted; });
+    return spinUntil([&] { return device.orientation() == wanted; });
   };
   EXPECT_EQ(device.orientation(), unknown);
   device.setWindowOrientation(landscapeLeft);
@@ -350,7 +350,7 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
     sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
     sensor->begin();
     EXPECT_TRUE(becomes(portrait));
-    EXPECT_TRUE(spinMainLoopUntil([&] { return sensor->calls() == 2; }));
+    EXPECT_TRUE(spinUntil([&] { return sensor->calls() == 2; }));
     for (const auto& [edge, orientation] : {std::pair{"left-up", landscapeRight},
                                             {"bottom-up", portraitUpsideDown},
                                             {"right-up", landscapeLeft},
@@ -373,7 +373,7 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
   SystemBus laptopsBus;
   const LinuxDevice laptop(center, laptopsBus, displays.path);
   const auto laptopBecomes = [&](DeviceOrientation wanted) {
-    return spinMainLoopUntil([&] { return laptop.orientation() == wanted; });
+    return spinUntil([&] { return laptop.orientation() == wanted; });
   };
   EXPECT_TRUE(laptopBecomes(landscapeLeft)) << "the panel is wider than high";
   sensor.change("{'AccelerometerOrientation': <'left-up'>}");
@@ -405,10 +405,10 @@ TEST_F(LinuxServices, TelephonyReportsTheFirstRegisteredModem) {
   };
   set(7, 0);
   service->begin();
-  EXPECT_TRUE(spinMainLoopUntil([&] { return service->calls() > 0; }));
+  EXPECT_TRUE(spinUntil([&] { return service->calls() > 0; }));
   EXPECT_FALSE(telephony.carrierName());
   set(8, 0);
-  EXPECT_TRUE(spinMainLoopUntil([&] { return telephony.carrierName() == "Example Mobile"; }));
+  EXPECT_TRUE(spinUntil([&] { return telephony.carrierName() == "Example Mobile"; }));
   EXPECT_FALSE(telephony.currentRadioAccessTechnology());
   for (const auto& [bits, technology] : {std::pair{1U << 14 | 1U << 5, Technology::lte},
                                          {1U << 15, Technology::other},
@@ -418,12 +418,12 @@ TEST_F(LinuxServices, TelephonyReportsTheFirstRegisteredModem) {
                                          {1U << 4 | 1U << 3, Technology::edge},
                                          {1U << 1, Technology::gprs}}) {
     set(11, bits);
-    EXPECT_TRUE(spinMainLoopUntil([&, expected = technology] {
+    EXPECT_TRUE(spinUntil([&, expected = technology] {
       return telephony.currentRadioAccessTechnology() == expected;
     })) << bits;
   }
   service.reset();
-  EXPECT_TRUE(spinMainLoopUntil([&] { return !telephony.carrierName(); }));
+  EXPECT_TRUE(spinUntil([&] { return !telephony.carrierName(); }));
   EXPECT_FALSE(telephony.currentRadioAccessTechnology());
 }
 
@@ -437,12 +437,12 @@ TEST_F(LinuxServices, NetworkManagerReportsModemsAndPortals) {
   SystemBus system;
   NetworkReachability service(ReachabilityPolicy::followSystem, system, [] {});
   auto internet = service.createWithAddress(0);
-  EXPECT_TRUE(spinMainLoopUntil([&] { return *internet->flags() & kWWAN; }));
+  EXPECT_TRUE(spinUntil([&] { return *internet->flags() & kWWAN; }));
   manager.change("{'PrimaryConnectionType': <'802-11-wireless'>}");
-  EXPECT_TRUE(spinMainLoopUntil([&] { return !(*internet->flags() & kWWAN); }));
+  EXPECT_TRUE(spinUntil([&] { return !(*internet->flags() & kWWAN); }));
   constexpr auto kPortal = static_cast<std::uint32_t>(ReachabilityFlag::interventionRequired);
   manager.change("{'Connectivity': <uint32 2>}");
-  EXPECT_TRUE(spinMainLoopUntil([&] { return *internet->flags() & kPortal; }));
+  EXPECT_TRUE(spinUntil([&] { return *internet->flags() & kPortal; }));
 }
 
 }  // namespace

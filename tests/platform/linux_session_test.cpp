@@ -231,7 +231,7 @@ TEST_F(LinuxSession, ReusesConnectionsAndRetriesOnce) {
     CurlSession one;
     for (int i = 0; i < kSize; ++i)
       one.send(post(breaking.url(), "body"), [&](Outcome) { ++answers; });
-    ASSERT_TRUE(spinMainLoopUntil([&] { return answers == kSize; }));
+    ASSERT_TRUE(spinUntil([&] { return answers == kSize; }));
     EXPECT_EQ(textOf(one, post(breaking.url(), "body")),
               laterAreAnswered ? "ok" : "The network connection was lost. Retry.");
     EXPECT_EQ(requests, kSize + 2) << laterAreAnswered;
@@ -369,7 +369,7 @@ TEST_F(LinuxSession, InvalidationStopsTheTimersOfItsThread) {
     });
   });
   EXPECT_FALSE(session.isSessionThread());
-  ASSERT_TRUE(spinMainLoopUntil([&] { return fired >= 3; }));
+  ASSERT_TRUE(spinUntil([&] { return fired >= 3; }));
   session.invalidate();
   const int before = fired;
   for (int i = 0; i < 3; ++i) {

@@ -11,7 +11,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
@@ -20,19 +19,9 @@
 #include <unistd.h>
 
 #include <platform/linux/LinuxPlatform.h>
+#include <support/MainLoop.h>
 
 namespace kva::test {
-
-/// Iterates the main context until `done`; false after 30 seconds.
-inline bool spinMainLoopUntil(const std::function<bool()>& done) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > limit) return false;
-    if (!g_main_context_iteration(nullptr, FALSE))
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 struct TemporaryFolder {
   TemporaryFolder() {

@@ -15,6 +15,7 @@
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/presentation/FullscreenAd.h>
 #include <platform/headless/Headless.h>
+#include <support/AdRecorder.h>
 
 namespace kva {
 
@@ -115,30 +116,18 @@ class Stage : public testing::Test {
   int bidCount = 0;
 };
 
-/// Records the events that a host receives, such as "receive" and "no present 0 Ad isn't ready.".
-struct Recorder {
-  static void record(Recorder& host, FullscreenAd&, AdEvent event,
-                     const std::optional<Error>& error) {
-    static const char* const names[] = {"receive", "no receive", "present", "no present",
-                                        "click",   "complete",   "dismiss"};
-    std::string text = names[static_cast<int>(event)];
-    if (error) text += " " + std::to_string(error->code()) + " " + error->localizedDescription();
-    host.events.push_back(text);
-    if (host.onEvent) host.onEvent();
-  }
-  std::vector<std::string> events;
-  std::function<void()> onEvent;
-};
-
 /// A host with an ad object.
 class AdStage : public Stage {
  protected:
   AdStage() { makeAd(); }
 
   void makeAd(AdType adType = AdType::interstitial) {
-    ad = std::make_shared<FullscreenAd>(adType);
-    host = std::make_shared<Recorder>();
-    ad->setDelegate(std::weak_ptr(host), std::weak_ptr(ad), Recorder::record);
+    host = std::make_shared<test::AdRecorder>();
+    const auto use = [this](const auto& made) {
+      made->setDelegate(host);
+      ad = made;
+    };
+    adType == AdType::rewarded ? use(KVARewarded::create()) : use(KVAInterstital::create());
   }
   void load() {
     ad->loadAd(bid(), 1.5);
@@ -184,8 +173,8 @@ class AdStage : public Stage {
     EXPECT_EQ(window->presentedCount(), 0);
   }
 
-  std::shared_ptr<FullscreenAd> ad;
-  std::shared_ptr<Recorder> host;
+  std::shared_ptr<KVAAd> ad;
+  std::shared_ptr<test::AdRecorder> host;
   int viewsBefore = h.application.liveViews();
 };
 

@@ -20,7 +20,7 @@ class AdViews : public AdStage {
 
 TEST_F(AdViews, PlaceTheControlsOverThePageInTheSafeArea) {
   loadPage({.contentType = "video"});
-  EXPECT_THAT(host->events, testing::IsEmpty()) << "a video is not ready yet";
+  EXPECT_THAT(host->events(), testing::IsEmpty()) << "a video is not ready yet";
   page()->navigate("kva://preloadComplete");
   ad->showAdFrom(window->viewController());
   EXPECT_THAT(seen(), ElementsAre("icon.skip")) << "during the presentation";
@@ -63,7 +63,8 @@ TEST_F(AdViews, OfAnImageShowCloseAfterTheCountdown) {
   EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices"));
   window->pressEscape();
   h.time.advance(0.5);
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "dismiss")) << "and no reward";
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didDismiss"))
+      << "and no reward";
   show({.arcDuration = -5});
   EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "without a countdown";
 }
@@ -88,7 +89,7 @@ TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {
     window->pressEscape();
     h.time.advance(10);
     expectNothingLeft();
-    EXPECT_EQ(host->events.back(), "dismiss") << "no reward after the close";
+    EXPECT_EQ(host->events().back(), "didDismiss") << "no reward after the close";
   }
 
   loadPage({.contentType = "video", .arcDuration = 2});

@@ -38,10 +38,10 @@ TEST_F(FullscreenAds, NotifyTheHostFirstAndLeaveNothingBehind) {
   EXPECT_THAT(h.application.openedURLs(),
               ElementsAre("https://example.org/a", "https://example.org/b"));
   close();
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "click", "dismiss"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didClick", "didDismiss"));
   expectNothingLeft();
   present();
-  EXPECT_EQ(host->events.back(), "no present 0 Ad isn't ready.");
+  EXPECT_EQ(host->events().back(), "didFailToPresent 0 Ad isn't ready.");
   const auto reports = uploadedReports();
   EXPECT_TRUE(reports[0]["imp"] && reports[0]["clck"] && reports[0]["dism"]) << reports;
 }
@@ -50,7 +50,7 @@ TEST_F(FullscreenAds, EarnTheRewardAfterTheCountdownAndReportTheVideosProgress) 
   makeAd(AdType::rewarded);
   show({.contentType = "video", .arcDuration = 40, .adType = "rewarded"});
   EXPECT_TRUE(uploadedReports()[0]["comp"]);
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "complete"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didComplete"));
   // The quarter that is reported; 0 for no report.
   const std::pair<const char*, int> progress[] = {
       {"Event", 0},
@@ -75,30 +75,30 @@ TEST_F(FullscreenAds, EarnTheRewardAfterTheCountdownAndReportTheVideosProgress) 
 
 TEST_F(FullscreenAds, NotifyTheHostOnceWhyTheyDoNotLoad) {
   const std::pair<const char*, std::function<void()>> cases[] = {
-      {"no receive 11 No templete found.", [&] { refuse("/template", 1, "None."); }},
-      {"no receive 12 HTML data isn't valid.", [&] { serveTemplate(""); }},
-      {"no receive 1004 Could not connect.",
+      {"didFailToReceive 11 No templete found.", [&] { refuse("/template", 1, "None."); }},
+      {"didFailToReceive 12 HTML data isn't valid.", [&] { serveTemplate(""); }},
+      {"didFailToReceive 1004 Could not connect.",
        [&] {
          h.time.after(0.05, [&] {
            for (int time = 0; time < 2; ++time) page()->failNavigation(noPage);
            page()->finishNavigation();
          });
        }},
-      {"no receive 10 No MRAID.js file.",
+      {"didFailToReceive 10 No MRAID.js file.",
        [&] {
          h.mainBundle.setPath("/nonexistent");
          launch();
        }},
-      {"no receive 4 No internet connection.", [&] { setNetwork(Network::down); }},
+      {"didFailToReceive 4 No internet connection.", [&] { setNetwork(Network::down); }},
   };
   for (const auto& [event, prepare] : cases) {
     serveAd({});
     serveTemplate("<html></html>");
     prepare();
     h.time.run();
-    makeAd();
+    makeAd(AdType::rewarded);
     load();
-    EXPECT_THAT(host->events, ElementsAre(event));
+    EXPECT_THAT(host->events(), ElementsAre(event));
     EXPECT_EQ(ad->isLoading(), event == cases[4].first) << event;
     EXPECT_FALSE(ad->isLoaded());
   }
@@ -111,16 +111,17 @@ TEST_F(FullscreenAds, FailAfterAMinuteWithoutAPageAndRelease) {
     load();
     if (contentType == "video") page()->finishNavigation();  // but no preloadComplete
     h.time.advance(59);
-    EXPECT_THAT(host->events, IsEmpty());
+    EXPECT_THAT(host->events(), IsEmpty());
     h.time.advance(1);
-    EXPECT_THAT(host->events,
-                ElementsAre(StartsWith("no receive 1001 The page has not loaded in time. Load")));
+    EXPECT_THAT(
+        host->events(),
+        ElementsAre(StartsWith("didFailToReceive 1001 The page has not loaded in time. Load")));
     EXPECT_EQ(h.application.liveWebViews(), 0);
   }
   loadPage();
   h.time.advance(120);
   present();
-  EXPECT_EQ(host->events.back(), "present");
+  EXPECT_EQ(host->events().back(), "didPresent");
 }
 
 TEST_F(FullscreenAds, AreNotShownTwiceNorWithoutANetworkOrAPage) {
@@ -136,14 +137,15 @@ TEST_F(FullscreenAds, AreNotShownTwiceNorWithoutANetworkOrAPage) {
   uploadedReports();
 
   for (const auto network : {Network::down, Network::up}) {
-    makeAd();
+    makeAd(network == Network::up ? AdType::rewarded : AdType::interstitial);
     loadPage();
     setNetwork(network);
     if (network == Network::up) page()->terminateProcess();
     present();
-    EXPECT_THAT(host->events, ElementsAre("receive", network == Network::down
-                                                         ? "no present 13 No internet connection."
-                                                         : "no present 0 Ad isn't ready."));
+    EXPECT_THAT(host->events(),
+                ElementsAre("didReceive", network == Network::down
+                                              ? "didFailToPresent 13 No internet connection."
+                                              : "didFailToPresent 0 Ad isn't ready."));
     EXPECT_TRUE(uploadedReports().is_null());
     setNetwork(Network::up);
   }
@@ -151,7 +153,7 @@ TEST_F(FullscreenAds, AreNotShownTwiceNorWithoutANetworkOrAPage) {
   show();
   page()->terminateProcess();
   close();
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "dismiss"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didDismiss"));
 }
 
 TEST_F(FullscreenAds, BecomeReadyOnceWhateverThePageSends) {
@@ -161,13 +163,13 @@ TEST_F(FullscreenAds, BecomeReadyOnceWhateverThePageSends) {
                               "kva://preloadComplete", "mraid://open?url=https://example.org"})
     EXPECT_FALSE(page()->navigate(command)) << "there is no ad view yet";
   EXPECT_TRUE(ad->isLoading());
-  EXPECT_THAT(host->events, IsEmpty());
+  EXPECT_THAT(host->events(), IsEmpty());
   page()->finishNavigation();
-  EXPECT_THAT(host->events, ElementsAre("receive"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive"));
   page()->navigate("kva://preloadComplete");
   page()->finishNavigation();
   page()->failNavigation(noPage);
-  EXPECT_THAT(host->events, ElementsAre("receive"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive"));
 }
 
 TEST_F(FullscreenAds, HaveOneOutcomePerLoadAndSurviveAnEarlierDismissal) {
@@ -175,7 +177,8 @@ TEST_F(FullscreenAds, HaveOneOutcomePerLoadAndSurviveAnEarlierDismissal) {
   for (int time = 0; time < 2; ++time) load();
   h.time.advance(0.5);
   page()->finishNavigation();
-  EXPECT_THAT(host->events, ElementsAre("no receive 1 Ad data isn't available.", "receive"));
+  EXPECT_THAT(host->events(),
+              ElementsAre("didFailToReceive 1 Ad data isn't available.", "didReceive"));
 
   // The ad on screen is closed before or after the page of the next ad has loaded.
   for (const bool isNextReady : {false, true}) {
@@ -193,9 +196,10 @@ TEST_F(FullscreenAds, HaveOneOutcomePerLoadAndSurviveAnEarlierDismissal) {
     ASSERT_TRUE(ad->isLoaded());
     present();
     close();
-    Events order{"receive", "present", "dismiss", "receive", "present", "dismiss"};
+    Events order{"didReceive", "didPresent", "didDismiss",
+                 "didReceive", "didPresent", "didDismiss"};
     if (isNextReady) std::swap(order[2], order[3]);
-    EXPECT_EQ(host->events, order);
+    EXPECT_EQ(host->events(), order);
     expectNothingLeft();
   }
 
@@ -205,15 +209,16 @@ TEST_F(FullscreenAds, HaveOneOutcomePerLoadAndSurviveAnEarlierDismissal) {
   ad->loadAd(nullptr, 1.5);
   h.time.advance(0.5);
   EXPECT_EQ(stored(kCounters)[0]["dailyImpressionCount"], 5) << "counted despite the next load";
-  EXPECT_THAT(host->events,
-              ElementsAre("receive", "no receive 7 Bid response isn't valid.", "present"));
+  EXPECT_THAT(
+      host->events(),
+      ElementsAre("didReceive", "didFailToReceive 7 Bid response isn't valid.", "didPresent"));
   EXPECT_TRUE(ad->isLoading());
 }
 
 TEST_F(FullscreenAds, EndWithTheirWindowAtAnyTime) {
-  const Events noWindow{"receive",
-                        "no present 13 No window. Show the ad from a window that exists."};
-  const Events shown{"receive", "present", "dismiss"};
+  const Events noWindow{"didReceive",
+                        "didFailToPresent 13 No window. Show the ad from a window that exists."};
+  const Events shown{"didReceive", "didPresent", "didDismiss"};
   const std::tuple<std::string, double, Events> cases[] = {{"before", 0, noWindow},
                                                            {"hidden", 3, noWindow},
                                                            {"presenting", 0.1, noWindow},
@@ -231,7 +236,7 @@ TEST_F(FullscreenAds, EndWithTheirWindowAtAnyTime) {
     h.time.advance(0.1);
     window->destroy();
     h.time.advance(3);
-    EXPECT_EQ(host->events, events);
+    EXPECT_EQ(host->events(), events);
     EXPECT_EQ(h.application.liveWebViews() + h.application.liveButtons(), 0);
     const auto reports = uploadedReports();
     EXPECT_TRUE(events == noWindow ? reports.is_null() : reports[0]["dism"] && reports[0]["imp"])
@@ -249,12 +254,12 @@ TEST_F(FullscreenAds, WaitForTheirWindowToBeOnScreenAndCountDownOnlyWhileItIs) {
   h.time.advance(0.1);
   window->setOnScreen(false);  // during the presentation
   h.time.advance(100);
-  EXPECT_THAT(host->events, ElementsAre("receive"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive"));
   EXPECT_TRUE(uploadedReports().is_null());
 
   window->setOnScreen(true);
   h.time.advance(0.5);
-  EXPECT_THAT(host->events, ElementsAre("receive", "present"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent"));
   h.time.advance(3);
   takeScripts();
   window->setOnScreen(false);
@@ -264,7 +269,7 @@ TEST_F(FullscreenAds, WaitForTheirWindowToBeOnScreenAndCountDownOnlyWhileItIs) {
   h.time.advance(1);
   EXPECT_FALSE(sees("icon.close"));
   h.time.advance(2);
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "complete"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didComplete"));
   close();
 }
 

@@ -172,7 +172,7 @@ TEST_F(MRControllers, CarryOutCommandsAndBlockTheirNavigations) {
     EXPECT_FALSE(page()->navigate(url)) << url;
   EXPECT_THAT(takeScripts(), IsEmpty());
   EXPECT_TRUE(page()->navigate("https://example.org/page"));
-  EXPECT_THAT(host->events, ElementsAre("receive", "present", "click"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didClick"));
 
   // Links that the bridge script does not handle, such as those in frames.
   using enum NavigationAction::TargetFrame;

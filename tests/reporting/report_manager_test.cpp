@@ -54,6 +54,7 @@ TEST_F(Reports, UploadTheEventsOfEachAd) {
   h.server.reply("/bid/stats", headless::envelope("null", 5'000'000'000'000));
   for (int quarter : {4, 3}) track("\"quoted\"", {Action::videoQuarter, quarter});
   tick();
+  launch();  // reads the stored reports
   PrivacyManager::shared().setUserConsent(true);
   h.identifiers.authorize(kAppId);
   for (auto kind : {Action::impression, Action::failToShow}) track("shown", {kind});

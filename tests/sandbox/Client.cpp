@@ -1,7 +1,5 @@
 #include "sandbox/Client.h"
 
-#include <poll.h>
-
 #include <cerrno>
 #include <charconv>
 
@@ -24,7 +22,7 @@ std::string Reply::verdict() const {
   return error.is_null() ? "not ok" : error["code"].dump() + " " + error.value("msg", "");
 }
 
-Reply exchangeBytes(int port, std::string_view bytes, std::chrono::milliseconds limit) {
+Reply exchangeBytes(int port, std::string_view bytes) {
   Reply reply;
   const test::LoopbackSocket client;
   auto address = client.address;
@@ -32,18 +30,11 @@ Reply exchangeBytes(int port, std::string_view bytes, std::chrono::milliseconds 
   if (connect(client.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return reply;
   send(client.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   std::string received;
-  for (;;) {
-    pollfd entry{.fd = client.fd, .events = POLLIN, .revents = 0};
-    char piece[4096];
-    if (poll(&entry, 1, static_cast<int>(limit.count())) == 0) {
-      reply.end = Reply::End::silent;
-      break;
-    }
-    const ssize_t got = recv(client.fd, piece, sizeof piece, 0);
-    if (got < 0 && errno == ECONNRESET) reply.end = Reply::End::reset;
-    if (got <= 0) break;
+  char piece[4096];
+  ssize_t got = 0;
+  while ((got = recv(client.fd, piece, sizeof piece, 0)) > 0)
     received.append(piece, static_cast<std::size_t>(got));
-  }
+  reply.isReset = got < 0 && errno == ECONNRESET;
   const auto blank = received.find("\r\n\r\n");
   reply.head = received.substr(0, blank);
   if (blank != std::string::npos) reply.body = received.substr(blank + 4);
@@ -56,13 +47,10 @@ Reply get(int port, const std::string& path, const std::string& headers) {
   return exchangeBytes(port, "GET " + path + " HTTP/1.1\r\n" + kApiHeaders + headers + "\r\n");
 }
 
-std::string postBytes(const std::string& path, const std::string& body) {
-  return "POST " + path + " HTTP/1.1\r\n" + kApiHeaders +
-         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
 Reply post(int port, const std::string& path, const Json& body) {
-  return exchangeBytes(port, postBytes(path, body.dump(2)));
+  const std::string text = body.dump(2);
+  return exchangeBytes(port, "POST " + path + " HTTP/1.1\r\n" + kApiHeaders + "Content-Length: " +
+                                 std::to_string(text.size()) + "\r\n\r\n" + text);
 }
 
 std::string initPath() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -15,7 +14,7 @@ using Json = nlohmann::json;
 
 /// The client's view of one connection.
 struct Reply {
-  enum class End { closed, reset, silent } end = End::closed;
+  bool isReset = false;
   int status = 0;
   std::string head, body;
 
@@ -24,14 +23,12 @@ struct Reply {
   std::string verdict() const;
 };
 
-/// Sends `bytes` on a new connection and reads until it ends or stays silent for `limit`.
-Reply exchangeBytes(int port, std::string_view bytes,
-                    std::chrono::milliseconds limit = std::chrono::seconds(10));
+/// Sends `bytes` on a new connection and reads until it ends.
+Reply exchangeBytes(int port, std::string_view bytes);
 
 /// One request with the headers of the API. `path` starts at the root and includes the query.
 Reply get(int port, const std::string& path, const std::string& headers = "");
 Reply post(int port, const std::string& path, const Json& body);
-std::string postBytes(const std::string& path, const std::string& body);
 
 inline const std::string kSomeUUID = "11111111-2222-4333-8444-555555555555";
 

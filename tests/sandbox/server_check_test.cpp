@@ -44,7 +44,7 @@ TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
       {"/init", "replace:data.sett.dip:4", "data.sett.dip: below 100"},
       {"/init", "replace:data.aid:\"x\"", "data.aid: expected"},
       {"/register", "error:503:Busy", "refused with 503, Busy"},
-      {"/register", "replace:data.uid:\"KNOWN\"", "data.uid: the same again"},
+      {"/register", "replace:data.uid:\"KNOWN\"", "data.uid: used twice"},
       {"/update", "error:400:Bad", "refused with 400, Bad"},
       {"/bid/init", "missing:data.bid", "data.bid: missing, expected a UUID"},
       {"/bid/init", "replace:data.plans.0.ecpm:4.25",

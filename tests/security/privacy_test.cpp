@@ -23,7 +23,7 @@
 namespace kva::story {
 namespace {
 
-using test::spinMainLoopUntil;
+using test::spinUntil;
 
 /// Records texts, and finds the advertising identifier or its digest in them.
 struct Records {
@@ -84,12 +84,12 @@ class Privacy : public testing::Test {
     const auto count = [&](const auto& result) { answers += result.has_value(); };
     Kelvara::start(std::string(sandbox::kApplicationId),
                    [&](const auto& error) { answers += !error; });
-    ASSERT_TRUE(spinMainLoopUntil([&] { return answers == 1; }));
+    ASSERT_TRUE(spinUntil([&] { return answers == 1; }));
     KVABidLoader::sendBidLost(bid(), 9.5);
     const auto won = bid();
     RequestManager::loadAd(std::string(sandbox::kApplicationId), *won, 1.5, count);
     TemplateManager::shared().templateFor(std::string(sandbox::kImageTemplate), count);
-    ASSERT_TRUE(spinMainLoopUntil([&] { return answers == 3; }));
+    ASSERT_TRUE(spinUntil([&] { return answers == 3; }));
     server.setScenario("/bid/stats",
                        {.behaviour = sandbox::Behaviour::serverError, .times = 1, .code = 404});
     const auto registrations = server.exchanges("/register").size();
@@ -100,12 +100,12 @@ class Privacy : public testing::Test {
     Guarded<std::shared_ptr<KVABidResponse>> answer;
     KVABidLoader::loadBid(std::string(sandbox::kInterstitialAdUnit), KVABidType::interstitial,
                           [&](auto won, auto) { answer.set(won); });
-    EXPECT_TRUE(spinMainLoopUntil([&] { return answer.get() != nullptr; }));
+    EXPECT_TRUE(spinUntil([&] { return answer.get() != nullptr; }));
     return answer.get();
   }
   /// Repeats the action: one that is tracked during an upload waits for the next upload.
   void report(const std::shared_ptr<KVABidResponse>& bid) {
-    EXPECT_TRUE(spinMainLoopUntil([&] {
+    EXPECT_TRUE(spinUntil([&] {
       ReportManager::shared().trackAction(bid->bidId(), {BidReportAction::impression});
       const auto state = server.state();
       return state.report(bid->bidId()) != nullptr;

@@ -11,7 +11,6 @@
 namespace kva::show {
 namespace {
 
-using sandbox::Behaviour;
 using testing::ElementsAre;
 using enum KVABidType;
 
@@ -45,34 +44,8 @@ TEST_F(ShowTest, InterstitialIsShownTappedAndClosed) {
   EXPECT_EQ(report.quarter, 0);
 
   ad->showAdFrom(viewController);
-  EXPECT_EQ(recorder->events().back(), "didFailToPresent 0") << "shown again without a load";
-}
-
-TEST_F(ShowTest, NotifiesTheHostOnceOfEachFailure) {
-  start();
-  for (const auto kind : {interstitial, rewarded}) {
-    SCOPED_TRACE(kind == rewarded ? "rewarded" : "interstitial");
-    recorder = std::make_shared<test::AdRecorder>();
-    auto ad = makeAd(kind);
-    ad->showAdFrom(viewController);
-    EXPECT_THAT(recorder->events(), ElementsAre("didFailToPresent 0"));
-
-    server.setScenario("/bid/load",
-                       {.behaviour = Behaviour::serverError, .code = 503, .message = "busy"});
-    auto refused = bid(kind);
-    ad->loadAd(refused, 1);
-    ASSERT_TRUE(waitFor("didFailToReceive 503"));
-    EXPECT_TRUE(ad->isLoading());
-    ad->loadAd(refused, 1);
-    ASSERT_TRUE(waitFor("didFailToReceive 9")) << "a bid loads one ad";
-
-    server.clearScenarios();
-    server.setScenario("/template", {.behaviour = Behaviour::serverError, .code = 500});
-    ad->loadAd(bid(kind), 1);
-    ASSERT_TRUE(waitFor("didFailToReceive 11"));
-    EXPECT_FALSE(ad->isLoading());
-    EXPECT_EQ(recorder->events().size(), 4u);
-  }
+  EXPECT_EQ(recorder->events().back(), "didFailToPresent 0 Ad isn't ready.")
+      << "shown again without a load";
 }
 
 /// Counts the SDK's widgets below `widget`, and those of them that are destroyed on the main

@@ -147,7 +147,7 @@ void Life::show(Loading& loading) {
 }
 
 bool Life::playUntil(const std::function<bool()>& done) {
-  return test::spinMainLoopUntil([&] {
+  return test::spinUntil([&] {
     play();
     return done();
   });

@@ -33,12 +33,11 @@ void track(const std::string& bidId, std::istream& arguments) {
   static const std::map<std::string, BidReportAction::Kind> kinds = {
       {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
       {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
-      {"quarter", BidReportAction::videoQuarter},  {"fail", BidReportAction::failToShow},
+      {"fail", BidReportAction::failToShow},
   };
   std::string action;
-  std::int64_t quarter = 0;
-  arguments >> action >> quarter;
-  ReportManager::shared().trackAction(bidId, {kinds.at(action), quarter});
+  arguments >> action;
+  ReportManager::shared().trackAction(bidId, {kinds.at(action)});
   answer("tracked " + bidId + " " + action);
 }
 

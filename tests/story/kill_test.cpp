@@ -16,7 +16,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <span>
 
 #include "platform/linux_support.h"
 #include "story/Chance.h"
@@ -36,30 +35,27 @@ using Keys = SDKHelper::UserDefaultKeys;
 
 constexpr const char* kActions[] = {"impression", "click", "complete", "dismiss", "fail"};
 
-/// What happened to a bid: its actions, and "quarter 1" up to the last quarter.
+/// The actions that happened to a bid.
 using Facts = std::set<std::string>;
 
 bool covers(const Facts& all, const Facts& some) { return std::ranges::includes(all, some); }
 
-Facts factsOf(bool impression, bool click, bool complete, bool dismiss, bool fail,
-              std::int64_t quarter) {
+Facts factsOf(bool impression, bool click, bool complete, bool dismiss, bool fail) {
   Facts facts;
   const bool happened[] = {impression, click, complete, dismiss, fail};
   for (std::size_t i = 0; i < std::size(kActions); ++i)
     if (happened[i]) facts.insert(kActions[i]);
-  for (; quarter > 0; --quarter) facts.insert("quarter " + std::to_string(quarter));
   return facts;
 }
 
 Facts factsOf(const sandbox::ReportRecord& report) {
   return factsOf(report.impression, report.clicked, report.completed, report.dismissed,
-                 report.failToShow, report.quarter);
+                 report.failToShow);
 }
 
 /// The commands for a bid or a plan, and those that the host answered.
 struct Sent {
   Facts sent, answered;
-  std::int64_t quarter = 0;
 };
 struct Counted {
   std::int64_t sent = 0, answered = 0, stored = 0;
@@ -81,12 +77,10 @@ const Fault kFaults[] = {
     {"/template", {.behaviour = Behaviour::truncated, .times = 1}},
     {"/init", {.behaviour = Behaviour::serverError, .times = 1, .code = 503}},
     {"/bid/init", {.delay = 10ms}},
-    // These cause a second registration.
     {"/bid/stats", {.behaviour = Behaviour::serverError, .times = 1, .code = 404}},
     {"/register", {.delay = 40ms}},
     {"/register", {.behaviour = Behaviour::reset, .times = 1}},
 };
-constexpr std::size_t kReregistering = 3;
 
 class KillStory : public testing::Test {
  protected:
@@ -112,7 +106,7 @@ class KillStory : public testing::Test {
     std::vector<Action> unanswered;  ///< of this launch, in order
   };
 
-  void plantFaults(std::span<const Fault> possible);
+  void plantFaults();
   void launchAndKill();
   bool work(Place& place);
   void sendAction(Place& place);
@@ -156,16 +150,16 @@ class KillStory : public testing::Test {
   }
 };
 
-void KillStory::plantFaults(std::span<const Fault> possible) {
+void KillStory::plantFaults() {
   server.clearScenarios();
   for (int i = 0; i < 2; ++i) {
-    const Fault& fault = chance.oneOf(possible);
+    const Fault& fault = chance.oneOf(kFaults);
     server.setScenario(fault.endpoint, fault.scenario);
   }
 }
 
 void KillStory::launchAndKill() {
-  plantFaults(kFaults);
+  plantFaults();
   if (chance.oneIn(3)) server.publishTemplate(kImageTemplate, templateText(++newestTemplate));
   Place& place = places[0];
   const auto begun = std::chrono::steady_clock::now();
@@ -215,8 +209,7 @@ void KillStory::sendAction(Place& place) {
   const std::size_t at = chance.below(liveBids.size());
   const std::string bid = liveBids[at];
   Sent& of = commands[bid];
-  std::string fact = chance.oneOf(kActions);
-  if (of.quarter < 4 && chance.oneIn(2)) fact = "quarter " + std::to_string(++of.quarter);
+  const std::string fact = chance.oneOf(kActions);
   if (fact == "dismiss" || fact == "fail")
     liveBids.erase(liveBids.begin() + static_cast<std::ptrdiff_t>(at));
   of.sent.insert(fact);
@@ -278,7 +271,7 @@ void KillStory::expectReports(const std::shared_ptr<UserDefaults>& defaults) {
     for (const auto& [bid, report] : stored.reports()) {
       note(bid,
            factsOf(report.isShown, report.isClicked, report.isCompleted, report.isDismissed,
-                   report.isFailToShow, report.quarter),
+                   report.isFailToShow),
            report.impressionAt);
     }
   }
@@ -387,30 +380,14 @@ void KillStory::launchBeside(Place& place) {
   ASSERT_TRUE(starts(*place.host));
 }
 
-TEST_F(KillStory, TwoProcessesLoseNothingOfEachOtherAndRegisterOneUser) {
+TEST_F(KillStory, TwoProcessesLoseNothingOfEachOther) {
   const std::size_t kills = fromEnvironment("KELVARA_KILLS", 20) / 2;
   auto& [first, second] = places;
   launchBeside(first);
   launchBeside(second);
-  // The first is killed while it registers; the second must not wait for it. The server keeps a
-  // user for both, because the first never received its answer.
-  server.setScenario("/register", {.behaviour = Behaviour::hang, .times = 1});
-  const std::string bid = "bid " + std::string(kInterstitialAdUnit);
-  first.host->send(bid);
-  ASSERT_TRUE(server.waitForExchanges(
-      "/register", [](const auto& all) { return all.size() == 1; }, 20s));
-  second.host->send(bid);
-  killNow(first);
-  launchBeside(first);
-  server.setScenario("/register", {.delay = 100ms});
-  first.host->send(bid);
-  for (Place* place : {&first, &second})
-    EXPECT_TRUE(place->host->await("").starts_with("bid ")) << place->host->answers().back();
-  ASSERT_EQ(server.state().users.size(), 2u);
-
   for (std::size_t round = 1; round <= kills && !HasFailure(); ++round) {
     SCOPED_TRACE("after kill " + std::to_string(round));
-    plantFaults(std::span(kFaults).first(std::size(kFaults) - kReregistering));
+    plantFaults();
     Place& victim = places[chance.below(2)];
     Place& survivor = &victim == &first ? second : first;
     victim.host->killAfter(microseconds(chance.below(250'000)));
@@ -426,7 +403,6 @@ TEST_F(KillStory, TwoProcessesLoseNothingOfEachOtherAndRegisterOneUser) {
   killNow(second);
   examineCopy();
   deliverTheRest();
-  EXPECT_EQ(server.state().users.size(), 2u);
   EXPECT_GT(answeredActions, kills);
 }
 

@@ -11,13 +11,16 @@
 
 namespace kva::test {
 
-/// A delegate of both kinds of ad. Records its calls as "didReceive" or "didFailToPresent 0".
+/// A delegate of both kinds of ad. Records its calls, such as "didReceive" and
+/// "didFailToPresent 0 Ad isn't ready.".
 /// Thread-safe.
 class AdRecorder : public KVAInterstitialDelegate, public KVARewardedDelegate {
  public:
   std::vector<std::string> events() const { return events_.get(); }
-  int count(const std::string& event) const {
-    return static_cast<int>(std::ranges::count(events(), event));
+  /// Counts the events that begin with `name`.
+  int count(std::string_view name) const {
+    return static_cast<int>(std::ranges::count_if(
+        events(), [&](const std::string& event) { return event.starts_with(name); }));
   }
   /// Called after each event, on its thread. Set before the first event.
   std::function<void()> onEvent;
@@ -44,7 +47,7 @@ class AdRecorder : public KVAInterstitialDelegate, public KVARewardedDelegate {
     if (onEvent) onEvent();
   }
   void add(const std::string& event, const Error& error) {
-    add(event + " " + std::to_string(error.code()));
+    add(event + " " + std::to_string(error.code()) + " " + error.localizedDescription());
   }
 
   Guarded<std::vector<std::string>> events_;

@@ -8,11 +8,11 @@
 namespace kva::test {
 
 /// Runs the main loop until `done`. False after `seconds`.
-inline bool spinUntil(const std::function<bool()>& done, double seconds = 10) {
+inline bool spinUntil(const std::function<bool()>& done, double seconds = 30) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  // Wakes the loop every 5 ms, because other threads may change what `done` reads.
+  // Wakes the loop every millisecond, because other threads may change what `done` reads.
   const guint wake = g_timeout_add(
-      5, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+      1, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
   bool isDone = done();
   while (!isDone && std::chrono::steady_clock::now() < limit) {
     g_main_context_iteration(nullptr, TRUE);

@@ -262,14 +262,12 @@ void Check::registration() {
     const auto error = promise.get_future().get();
     return error ? "refused with " + text(*error) : std::string();
   });
-  step("/register", "new-user", "the same device after the application was installed anew",
-       [&]() -> std::string {
-         const auto again = await<RegisterResponse>([&](auto completion) {
-           RequestManager::register_(currentUser(), std::move(completion));
-         });
-         if (!again || again->userId != userId()) return problemOf(again);
-         return "data.uid: the same again, " + again->userId;
-       });
+  step("/register", "new-user", "the same device after a reinstallation", [&]() -> std::string {
+    const auto again = await<RegisterResponse>(
+        [&](auto completion) { RequestManager::register_(currentUser(), std::move(completion)); });
+    if (!again || again->userId != userId()) return problemOf(again);
+    return "data.uid: used twice, " + again->userId;
+  });
 }
 
 Result<RegisterResponse> Check::update(const std::string& userId) {
@@ -287,7 +285,7 @@ void Check::updates() {
   step("/update", "consent", "consent withdrawn", [&] { return problemOf(update(userId())); });
   step("/update", "unknown-user", "an unknown user",
        [&] { return expectUnknownUser(update(kUnknown)); });
-  step("/update", "unknown-user", "a user whose id was just forgotten",
+  step("/update", "unknown-user", "an empty user id",
        [&] { return expectUnknownUser(update("")); });
 }
 
@@ -314,7 +312,7 @@ void Check::bids() {
       if (!offered) return problemOf(offered);
       if (offered->plans.empty()) return "data.plans: empty for an ad unit that should have demand";
       for (const auto& earlier : offers_) {
-        if (earlier.bidId == offered->bidId) return "data.bid: the same again, " + *offered->bidId;
+        if (earlier.bidId == offered->bidId) return "data.bid: used twice, " + *offered->bidId;
       }
       offers_.push_back(*offered);
       return {};
@@ -355,8 +353,8 @@ void Check::ads() {
     load("same-bid", "the ad of a bid that has won", offers_[0], offers_[0].plans.front());
   }
   if (offers_.size() > 1) {
-    load("any-plan", "the last plan, on a device that has capped the others", offers_[1],
-         offers_[1].plans.back());
+    load("any-plan", "the last plan, on a device that has reached the caps of the others",
+         offers_[1], offers_[1].plans.back());
   }
   if (offers_.size() > 2) {
     step("/bid/lost", "accepted", "a bid that has lost", [&] {
@@ -393,9 +391,9 @@ void Check::templates() {
     });
   };
   if (ad_ && announced_.contains(ad_->templateId)) {
-    fetchAnnounced("announced-version", "a template of which the device keeps an old version",
+    fetchAnnounced("announced-version", "a template of which the device has an old version",
                    announced_.at(ad_->templateId));
-    fetchAnnounced("newest", "a template whose version is not known yet", std::nullopt);
+    fetchAnnounced("newest", "a template whose version is unknown", std::nullopt);
   }
   step("/template", "unknown-template", "an unknown template",
        [&] { return expectRefusal(fetch("no-such-template", std::nullopt)); });
@@ -418,7 +416,7 @@ void Check::reports() {
     step("/bid/stats", rule, name, [&] { return problemOf(upload(userId(), report)); });
   };
   send("repeated", "a shown ad");
-  send("repeated", "the same report once more");
+  send("repeated", "the same report again");
   report.apply({BidReportAction::dismiss}, now);
   send("repeated", "the same ad, closed");
   step("/bid/stats", "unknown-user", "an unknown user",

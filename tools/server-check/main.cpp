@@ -9,12 +9,12 @@ namespace {
 
 constexpr const char* kAbout =
     "Runs a new installation of the SDK against an ad server and prints each breach of the "
-    "contract. "
-    "Without identifiers it uses those of the sandbox. The exit status is 0 when the server keeps "
-    "the contract, 1 when it does not.";
+    "contract. By default it uses the identifiers of the sandbox. The exit status is 0 if the "
+    "server "
+    "passes every step, otherwise 1.";
 
 void print(const kva::check::Step& step) {
-  std::cout << (step.findings.empty() ? "ok    " : "MEND  ") << step.call << ": " << step.name
+  std::cout << (step.findings.empty() ? "ok    " : "FAIL  ") << step.call << ": " << step.name
             << "\n";
   for (const auto& finding : step.findings) {
     std::cout << "      " << (finding.call == step.call ? "" : finding.call + " ")
@@ -50,7 +50,7 @@ int main(int count, char** arguments) {
   app.add_option("--rewarded", options.rewarded, "Ad unit of rewarded ads, with demand")
       ->capture_default_str();
   app.add_option("--no-fill", options.unitWithoutDemand,
-                 "Ad unit of interstitials that nobody bids for");
+                 "Ad unit of interstitials, without demand");
   app.add_option("--timeout", options.timeoutSeconds, "Seconds to wait for an answer")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
@@ -60,11 +60,10 @@ int main(int count, char** arguments) {
   const auto steps = kva::check::checkServer(options, print);
   const auto bad = std::count_if(steps.begin(), steps.end(),
                                  [](const auto& step) { return !step.findings.empty(); });
-  std::cout << (bad == 0 ? "The server keeps the contract in all "
-                         : std::to_string(bad) + " to mend of ")
+  std::cout << (bad == 0 ? "The server passed all " : std::to_string(bad) + " failed of ")
             << steps.size() << " steps.\n";
   if (options.unitWithoutDemand.empty()) {
-    std::cout << "Not checked: no fill (name an ad unit without demand with --no-fill).\n";
+    std::cout << "Not checked: no fill. Give an ad unit without demand with --no-fill.\n";
   }
   return bad == 0 ? 0 : 1;
 }

@@ -59,7 +59,7 @@ struct Linux {
   static constexpr bool kSessionHasAThread = true;
 
   URL url(const std::string& path) { return path == "/refused" ? refusingUrl() : server.url(path); }
-  bool spinUntil(const std::function<bool()>& done) { return spinMainLoopUntil(done); }
+  bool spinUntil(const std::function<bool()>& done) { return test::spinUntil(done); }
   void holdUp(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
   }
