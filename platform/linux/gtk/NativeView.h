@@ -56,6 +56,7 @@ class NativeView final : public kva::View,
   bool takesPresses() const override;
   bool keepsFocus() const override;
 
+  /// The window whose root view contains this one, even on standby.
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;
   void leaveSuperview();
