@@ -20,8 +20,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
+/// The last page in `widget` or its children, apart from the pool's, whose view is a child of the
+/// SDK's layer in the window.
 WebKitWebView* lastPageIn(GtkWidget* widget) {
-  if (WEBKIT_IS_WEB_VIEW(widget)) return WEBKIT_WEB_VIEW(widget);
+  if (WEBKIT_IS_WEB_VIEW(widget)) {
+    auto* layer = gtk_widget_get_parent(gtk_widget_get_parent(widget));
+    return GTK_IS_WINDOW(gtk_widget_get_parent(layer)) ? nullptr : WEBKIT_WEB_VIEW(widget);
+  }
   for (auto* child = gtk_widget_get_last_child(widget); child;
        child = gtk_widget_get_prev_sibling(child))
     if (auto* found = lastPageIn(child)) return found;

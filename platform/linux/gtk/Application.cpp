@@ -90,6 +90,8 @@ void Application::forget(const NativeWindow& window) {
 }
 
 void Application::windowsDidChange() const {
+  screenSize_.reset();
+  if (webEngine_) webEngine_->windowsDidChange();
   if (options_.stateChanged) options_.stateChanged();
   auto* key = keyHostWindow();
   const Size size = key ? key->window->frame().size() : Size{};
@@ -139,12 +141,31 @@ void Application::openURL(const URL& url) {
 }
 
 Size Application::screenSize() const {
+  if (screenSize_) return *screenSize_;
   auto* key = keyHostWindow();
-  auto monitor = monitorOf(key ? key->window->gtkWindow() : nullptr);
-  if (!monitor) return {};
+  auto* window = key ? key->window->gtkWindow() : nullptr;
+  auto monitor = monitorOf(window);
   GdkRectangle area{};
-  gdk_monitor_get_geometry(monitor.get(), &area);
-  return {static_cast<double>(area.width), static_cast<double>(area.height)};
+  if (monitor) gdk_monitor_get_geometry(monitor.get(), &area);
+  followScreen(window, monitor.get());
+  screenSize_ = {static_cast<double>(area.width), static_cast<double>(area.height)};
+  return *screenSize_;
+}
+
+void Application::followScreen(GtkWindow* window, GdkMonitor* monitor) const {
+  screenChanges_.clear();
+  const auto forget = [this] { screenSize_.reset(); };
+  screenChanges_.push_back(connect<void(guint, guint, guint)>(
+      gdk_display_get_monitors(gdk_display_get_default()), "items-changed",
+      [forget](guint, guint, guint) { forget(); }));
+  if (monitor)
+    screenChanges_.push_back(connect<void(GParamSpec*)>(monitor, "notify::geometry",
+                                                        [forget](GParamSpec*) { forget(); }));
+  auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
+  if (!surface) return;
+  for (auto* signal : {"enter-monitor", "leave-monitor"})
+    screenChanges_.push_back(
+        connect<void(GdkMonitor*)>(surface, signal, [forget](GdkMonitor*) { forget(); }));
 }
 
 std::shared_ptr<View> Application::makeView(Rect frame) {
@@ -158,8 +179,14 @@ std::shared_ptr<WebView> Application::makeWebView(Rect frame, WebViewConfigurati
 }
 
 WebEngine& Application::webEngine() {
-  if (!webEngine_) webEngine_ = makeWebEngine();
+  if (!webEngine_)
+    webEngine_ = makeWebEngine({.keyWindow = [this] { return keyWindow(); },
+                                .isAnimating = [this] { return isAnimating(); }});
   return *webEngine_;
+}
+
+bool Application::isAnimating() const {
+  return std::ranges::any_of(windows_, [](auto& host) { return host.window->isAnimating(); });
 }
 
 std::shared_ptr<ViewController> Application::makeViewController() {

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <Kelvara/platform/DeviceInfo.h>
@@ -62,12 +63,15 @@ class Application final : public kva::HostApplication {
   };
   using Windows = std::vector<HostWindow>;
   WebEngine& webEngine();
+  bool isAnimating() const;
   Windows::iterator find(const NativeWindow& window);
   const HostWindow* keyHostWindow() const;
   void adopt(GtkWindow* window);
   void didShow(const NativeWindow& window);
   void forget(const NativeWindow& window);
   void windowsDidChange() const;
+  /// Forgets the screen's size when `window` or `monitor` may have got another.
+  void followScreen(GtkWindow* window, GdkMonitor* monitor) const;
 
   Options options_;
   /// Shared with openings in progress, which may outlive this object.
@@ -75,6 +79,10 @@ class Application final : public kva::HostApplication {
   std::unique_ptr<WebEngine> webEngine_;  ///< made by the first call that needs it
   Windows windows_;                       ///< ordered by the time they were last shown
   SignalConnection toplevelsChanged_;
+  /// The size of the key window's screen. Absent after a signal that may mean another one: asking
+  /// the display takes two round trips.
+  mutable std::optional<Size> screenSize_;
+  mutable std::vector<SignalConnection> screenChanges_;
 };
 
 }  // namespace kva::gtk

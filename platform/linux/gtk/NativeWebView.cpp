@@ -102,21 +102,22 @@ void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> 
 
 }  // namespace
 
-std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page, Rect frame,
+std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page,
+                                                     std::shared_ptr<NativeView> view, Size size,
                                                      const WebViewConfiguration& configuration) {
-  std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), frame));
+  std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), std::move(view)));
   made->configure(configuration);
   made->followLoads();
   made->answerQuestions();
   made->refuseRequests();
   made->watchKeys();
-  made->layOut({frame.width, frame.height});
+  made->layOut(size);
   return made;
 }
 
-NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame)
+NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, std::shared_ptr<NativeView> view)
     : page_(std::move(page)),
-      view_(std::make_shared<NativeView>(frame, GTK_WIDGET(page_.get()))),
+      view_(std::move(view)),
       isWarmingUp_(webkit_web_view_is_loading(page_.get())) {}
 
 NativeWebView::~NativeWebView() {

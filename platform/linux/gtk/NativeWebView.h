@@ -16,8 +16,10 @@ namespace kva::gtk {
 class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
-  /// `page` is new or blank, and has no other user.
-  static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page, Rect frame,
+  /// `page` is new or blank, has no other user, and is the content of `view`. It gets `size` at
+  /// once.
+  static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page,
+                                               std::shared_ptr<NativeView> view, Size size,
                                                const WebViewConfiguration& configuration);
   ~NativeWebView() override;
 
@@ -36,7 +38,7 @@ class NativeWebView final : public kva::WebView,
   /// The state of the last load, requested or begun by the page itself.
   enum class Load { none, requested, running };
 
-  NativeWebView(GObjectPtr<WebKitWebView> page, Rect frame);
+  NativeWebView(GObjectPtr<WebKitWebView> page, std::shared_ptr<NativeView> view);
   void configure(const WebViewConfiguration& configuration);
   void layOut(Size size);
   void redraw();

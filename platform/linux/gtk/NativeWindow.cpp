@@ -174,7 +174,9 @@ void NativeWindow::leave() {
     controllers_.pop_back();
     controller->windowIsGone();
   }
-  if (layer_) layer_->becomeRoot({});
+  if (!layer_) return;
+  layer_->becomeRoot({});
+  events_.changed();
 }
 
 void NativeWindow::relayout() {
@@ -218,6 +220,10 @@ void NativeWindow::cover(std::shared_ptr<NativeViewController> controller) {
   view()->addSubview(controller->view(), Layout::edges(Layout::Area::plain));
   controllers_.push_back(std::move(controller));
   focusCover();
+}
+
+bool NativeWindow::isAnimating() const {
+  return std::ranges::any_of(controllers_, [](auto& one) { return one->isAnimating(); });
 }
 
 void NativeWindow::didCover() { showBelow(false); }
