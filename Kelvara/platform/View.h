@@ -60,8 +60,8 @@ class View {
 
   virtual void setDelegate(std::weak_ptr<ViewDelegate> delegate) = 0;
 
-  /// Adds `subview` above the other subviews, after removing it from its old superview. A subview of
-  /// this view is raised and gets the new layout, and a page in it continues undisturbed.
+  /// Adds `subview` above the other subviews, after removing it from its old superview. A subview
+  /// of this view is raised and gets the new layout, and a page in it continues undisturbed.
   virtual void addSubview(std::shared_ptr<View> subview, Layout layout) = 0;
   virtual void removeFromSuperview() = 0;
   virtual void sendToBack() = 0;
@@ -72,8 +72,8 @@ class View {
 
   /// In the superview's coordinates.
   virtual Rect frame() const = 0;
-  /// In the window's coordinates; absent outside a window. On standby, the place that the view would
-  /// have with edges.
+  /// In the window's coordinates; absent outside a window. On standby, the place that the view
+  /// would have with edges.
   virtual std::optional<Rect> frameInWindow() const = 0;
 
   virtual void setHidden(bool hidden) = 0;
