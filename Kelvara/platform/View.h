@@ -16,7 +16,8 @@ class Window;
 
 /// The position of a view in its superview. It is updated when the superview's size changes.
 struct Layout {
-  /// Standby: like edges, but the view and its subviews are invisible and take no input or focus.
+  /// Standby: laid out like edges, but the view and its subviews are invisible, take no input or
+  /// focus and have no window. They run and draw as they will when the layout becomes edges.
   enum class Kind { frame, edges, corner, standby };
   /// Safe: the superview's bounds minus the window's safe-area insets.
   enum class Area { plain, safe };
@@ -59,7 +60,8 @@ class View {
 
   virtual void setDelegate(std::weak_ptr<ViewDelegate> delegate) = 0;
 
-  /// Adds `subview` above the other subviews, after removing it from its old superview.
+  /// Adds `subview` above the other subviews, after removing it from its old superview. A subview
+  /// of this view is raised and gets the new layout, and a page in it continues undisturbed.
   virtual void addSubview(std::shared_ptr<View> subview, Layout layout) = 0;
   virtual void removeFromSuperview() = 0;
   virtual void sendToBack() = 0;
@@ -70,7 +72,8 @@ class View {
 
   /// In the superview's coordinates.
   virtual Rect frame() const = 0;
-  /// In the window's coordinates; absent without a window.
+  /// In the window's coordinates; absent outside a window. On standby, the place that the view
+  /// would have with edges.
   virtual std::optional<Rect> frameInWindow() const = 0;
 
   virtual void setHidden(bool hidden) = 0;

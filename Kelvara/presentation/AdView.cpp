@@ -24,20 +24,27 @@ const AdView::Look AdView::kPrivacy{"icon.adchoices", "Privacy", "i"};
 const AdView::Look AdView::kSoundOn{"icon.soundonn", "Mute", "♪"};
 const AdView::Look AdView::kSoundOff{"icon.soundoff", "Unmute", "-"};
 
-std::shared_ptr<AdView> AdView::create(Rect frame, Creative::ContentType contentType) {
-  std::shared_ptr<AdView> adView(new AdView(contentType));
-  adView->setup(frame);
+std::shared_ptr<AdView> AdView::create(std::shared_ptr<View> view,
+                                       std::shared_ptr<KVAWebView> webView,
+                                       Creative::ContentType contentType) {
+  std::shared_ptr<AdView> adView(new AdView(std::move(view), std::move(webView), contentType));
+  adView->setup();
   return adView;
 }
 
-AdView::AdView(Creative::ContentType contentType)
-    : contentType_(contentType), isSoundMuted_(SDKHelper::Settings::isSoundMuted()) {}
+AdView::AdView(std::shared_ptr<View> view, std::shared_ptr<KVAWebView> webView,
+               Creative::ContentType contentType)
+    : view_(std::move(view)),
+      webView_(std::move(webView)),
+      contentType_(contentType),
+      isSoundMuted_(SDKHelper::Settings::isSoundMuted()) {}
 
-void AdView::setup(Rect frame) {
+void AdView::setup() {
   using Corner = Layout::Corner;
-  view_ = hostApplication().makeView(frame);
   view_->setDelegate(weak_from_this());
-  view_->setBackgroundColor(Color::clear);
+  webView_->setTouched([weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->pageWasTouched();
+  });
   // The last one is on top: in a small window the controls overlap, and close and skip must stay
   // reachable.
   privacyButton_ = makeButton(Corner::bottomTrailing, kPrivacy, &AdView::privacyButtonTapped);
@@ -85,15 +92,6 @@ void AdView::setLook(Button& button, const Look& look) {
 
 void AdView::setDelegate(std::weak_ptr<AdViewDelegate> delegate) {
   delegate_ = std::move(delegate);
-}
-
-void AdView::setWebView(std::shared_ptr<KVAWebView> webView) {
-  webView_ = std::move(webView);
-  webView_->setTouched([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->pageWasTouched();
-  });
-  view_->addSubview(webView_->view(), Layout::edges(Layout::Area::plain));
-  webView_->view()->sendToBack();
 }
 
 void AdView::setCloseButtonHidden(bool isHidden) {

@@ -23,18 +23,19 @@ class AdViewDelegate {
   virtual void adViewDidTapSoundMute(AdView& adView, bool isMuted) = 0;
 };
 
-/// The creative's page under the SDK's controls: close and privacy, for a video also skip and
+/// The SDK's controls over the creative's page: close and privacy, for a video also skip and
 /// sound. Skip takes the place of close until a video has ended or was skipped. The setters change
 /// the controls on a later turn of the main queue. Main thread.
 class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> {
  public:
-  static std::shared_ptr<AdView> create(Rect frame, Creative::ContentType contentType);
+  /// Adds the controls to `view`, which contains the page, `webView`.
+  static std::shared_ptr<AdView> create(std::shared_ptr<View> view,
+                                        std::shared_ptr<KVAWebView> webView,
+                                        Creative::ContentType contentType);
 
   void setDelegate(std::weak_ptr<AdViewDelegate> delegate);
   const std::shared_ptr<View>& view() const { return view_; }
 
-  /// Places the page behind the controls, from edge to edge.
-  void setWebView(std::shared_ptr<KVAWebView> webView);
   /// True from the first press on the page. A press on a control does not count.
   bool wasTapped() const { return wasTapped_; }
   /// Hides or shows close, or skip for a video.
@@ -54,8 +55,9 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
   };
   static const Look kClose, kSkip, kPrivacy, kSoundOn, kSoundOff;
 
-  explicit AdView(Creative::ContentType contentType);
-  void setup(Rect frame);
+  AdView(std::shared_ptr<View> view, std::shared_ptr<KVAWebView> webView,
+         Creative::ContentType contentType);
+  void setup();
   std::shared_ptr<Button> makeButton(Layout::Corner corner, const Look& look, Action action);
   void setLook(Button& button, const Look& look);
   void setupSoundButton();
@@ -70,8 +72,8 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
   void soundButtonTapped();
 
   std::weak_ptr<AdViewDelegate> delegate_;
-  std::shared_ptr<View> view_;
-  std::shared_ptr<KVAWebView> webView_;
+  const std::shared_ptr<View> view_;
+  const std::shared_ptr<KVAWebView> webView_;
   bool wasTapped_ = false;
   const Creative::ContentType contentType_;
   bool isSoundMuted_;

@@ -44,6 +44,10 @@ std::shared_ptr<FullscreenAdVC> FullscreenAdVC::create(Ad adData) {
 
 FullscreenAdVC::FullscreenAdVC(Ad adData) : adData_(std::move(adData)) {}
 
+FullscreenAdVC::~FullscreenAdVC() {
+  if (!viewController_->isPresented()) viewController_->view()->removeFromSuperview();
+}
+
 void FullscreenAdVC::setup() {
   viewController_ = hostApplication().makeViewController();
   viewController_->setDelegate(weak_from_this());
@@ -57,7 +61,17 @@ void FullscreenAdVC::setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate)
 void FullscreenAdVC::loadAd() {
   mrController_ = MRController::create(adData_);
   mrController_->setDelegate(weak_from_this());
+  setupOffsceen();
   mrController_->loadAd();
+}
+
+// The name, one letter short, is intended. The page loads where it will be shown: a page that moves
+// into a window must be drawn again.
+void FullscreenAdVC::setupOffsceen() {
+  const auto area = adData_.creative.shouldCareSafeArea ? Layout::Area::safe : Layout::Area::plain;
+  viewController_->view()->addSubview(mrController_->view(), Layout::edges(area));
+  if (auto window = hostApplication().keyWindow())
+    window->view()->addSubview(viewController_->view(), Layout::standby(Layout::Area::plain));
 }
 
 void FullscreenAdVC::track(const BidReportAction& action) {
@@ -92,8 +106,6 @@ void FullscreenAdVC::didPresent() {
 
 void FullscreenAdVC::controllerAdReady(MRController&, std::shared_ptr<AdView> adView) {
   adView_ = std::move(adView);
-  const auto area = adData_.creative.shouldCareSafeArea ? Layout::Area::safe : Layout::Area::plain;
-  viewController_->view()->addSubview(adView_->view(), Layout::edges(area));
   if (auto delegate = delegate_.lock()) delegate->fullscreenAdReady(*this);
 }
 

@@ -35,6 +35,7 @@ class FullscreenAdVC : public MRControllerDelegate,
                        public std::enable_shared_from_this<FullscreenAdVC> {
  public:
   static std::shared_ptr<FullscreenAdVC> create(Ad adData);
+  ~FullscreenAdVC() override;
 
   void setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate);
   void loadAd();
@@ -62,6 +63,7 @@ class FullscreenAdVC : public MRControllerDelegate,
  private:
   explicit FullscreenAdVC(Ad adData);
   void setup();
+  void setupOffsceen();
   void track(const BidReportAction& action);
   void didPresent();
   void close();

@@ -28,10 +28,7 @@ std::shared_ptr<KVAWebView> KVAWebView::create(Rect frame, SafeArea safeArea) {
   return host;
 }
 
-KVAWebView::~KVAWebView() {
-  webView_->view()->removeFromSuperview();
-  offscreenView_->removeFromSuperview();
-}
+KVAWebView::~KVAWebView() { webView_->view()->removeFromSuperview(); }
 
 void KVAWebView::setup(Rect frame, SafeArea safeArea) {
   HostApplication& application = hostApplication();
@@ -50,19 +47,7 @@ void KVAWebView::setup(Rect frame, SafeArea safeArea) {
   webView_->setDelegate(weak_from_this());
   webView_->setMuted(true);
   webView_->view()->setBackgroundColor(Color::clear);
-  setupOffsceen(safeArea);
-}
-
-// The name, one letter short, is intended.
-void KVAWebView::setupOffsceen(SafeArea safeArea) {
-  HostApplication& application = hostApplication();
-  const auto page = webView_->view();
-  offscreenView_ = application.makeView(page->frame());
-  offscreenView_->setClipsToBounds(true);
-  const auto area = safeArea == SafeArea::respect ? Layout::Area::safe : Layout::Area::plain;
-  if (auto window = application.keyWindow())
-    window->view()->addSubview(offscreenView_, Layout::standby(area));
-  offscreenView_->addSubview(page, Layout::edges(Layout::Area::plain));
+  view_->addSubview(webView_->view(), Layout::edges(Layout::Area::plain));
 }
 
 void KVAWebView::setDelegate(std::weak_ptr<KVAWebViewDelegate> delegate) {
@@ -83,10 +68,8 @@ void KVAWebView::evaluateJavaScript(const std::string& script, WebView::Evaluate
 }
 
 void KVAWebView::viewDidMoveToWindow() {
-  auto page = webView_->view();
-  if (isMovedToWindow_ || !view_->window() || page->superview() != offscreenView_) return;
+  if (isMovedToWindow_ || !view_->window()) return;
   isMovedToWindow_ = true;
-  view_->addSubview(page, Layout::edges(Layout::Area::plain));
   webView_->setMuted(false);
 }
 

@@ -28,15 +28,15 @@ class KVAWebViewDelegate {
                                             const std::optional<URLRequest>& request) = 0;
 };
 
-/// Hosts the creative's page. The page loads and runs muted in an offscreen holder in the key
-/// window, at its final size. When this view enters a window, the page moves into it, once, from
-/// edge to edge of this view. The MRAID script runs before the page's scripts. Script dialogs are
+/// Hosts the creative's page, which fills this view from edge to edge. The page is muted until this
+/// view first enters a window. The MRAID script runs before the page's scripts. Script dialogs are
 /// dismissed without being shown. Main thread.
 class KVAWebView : public ViewDelegate,
                    public WebViewDelegate,
                    public std::enable_shared_from_this<KVAWebView> {
  public:
-  /// `safeArea`: whether the ad fills the key window or only its safe area.
+  /// `safeArea`: whether the ad fills the key window or only its safe area. The page gets that size
+  /// at once.
   static std::shared_ptr<KVAWebView> create(Rect frame, SafeArea safeArea);
   ~KVAWebView() override;
 
@@ -63,13 +63,11 @@ class KVAWebView : public ViewDelegate,
  private:
   KVAWebView() = default;
   void setup(Rect frame, SafeArea safeArea);
-  void setupOffsceen(SafeArea safeArea);
 
   std::weak_ptr<KVAWebViewDelegate> delegate_;
   std::function<void()> touched_;
   std::shared_ptr<View> view_;
   std::shared_ptr<WebView> webView_;
-  std::shared_ptr<View> offscreenView_;
   bool isMovedToWindow_ = false;
 };
 

@@ -80,8 +80,11 @@ void MRController::setup() {
 }
 
 void MRController::setupWebView() {
+  view_ = hostApplication().makeView(kInitialFrame);
+  view_->setBackgroundColor(Color::clear);
   webView_ = KVAWebView::create(kInitialFrame, safeArea(adData_));
   webView_->setDelegate(weak_from_this());
+  view_->addSubview(webView_->view(), Layout::edges(Layout::Area::plain));
 }
 
 void MRController::setDelegate(std::weak_ptr<MRControllerDelegate> delegate) {
@@ -116,9 +119,8 @@ void MRController::webViewDidFinishLoad(KVAWebView&) {
   fireEvent({MREvent::Ready()});
   // The page, or one in its place, may load again. The ad view exists already then.
   if (adView_) return;
-  adView_ = AdView::create(kInitialFrame, adData_.creative.contentType);
+  adView_ = AdView::create(view_, webView_, adData_.creative.contentType);
   adView_->setDelegate(weak_from_this());
-  adView_->setWebView(webView_);
   adView_->setCloseButtonHidden(adData_.creative.isCloseButtonHidden());
   if (!adData_.creative.preload() || isPreloadComplete_) adDidBecomeReady();
 }
@@ -245,7 +247,7 @@ Rect MRController::adFrameInScreen() const {
 }
 
 Rect MRController::adViewFrame() const {
-  if (!adView_) return {};
+  if (!adView_ || !adView_->view()->window()) return {};
   return adData_.creative.adType == AdType::banner ? bannerFrame() : adView_->view()->frame();
 }
 

@@ -46,6 +46,8 @@ class MRController : public KVAWebViewDelegate,
   static std::shared_ptr<MRController> create(Ad adData);
 
   void setDelegate(std::weak_ptr<MRControllerDelegate> delegate);
+  /// The view of the ad: the page, and once it has loaded the controls.
+  const std::shared_ptr<View>& view() const { return view_; }
 
   void loadAd();
   /// False once the page's process has ended.
@@ -108,6 +110,7 @@ class MRController : public KVAWebViewDelegate,
 
   std::weak_ptr<MRControllerDelegate> delegate_;
   const Ad adData_;
+  std::shared_ptr<View> view_;
   std::shared_ptr<AdView> adView_;
   std::shared_ptr<KVAWebView> webView_;
   MRCommandHandler commandHandler_;

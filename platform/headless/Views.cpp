@@ -51,7 +51,11 @@ std::shared_ptr<HeadlessWindow> HeadlessView::headlessWindow() const {
   return above ? above->headlessWindow() : nullptr;
 }
 
-std::shared_ptr<Window> HeadlessView::window() const { return headlessWindow(); }
+std::shared_ptr<Window> HeadlessView::window() const {
+  if (layout_.kind == Layout::Kind::standby) return nullptr;
+  auto above = superview_.lock();
+  return above ? above->window() : headlessWindow();
+}
 
 HeadlessView::Chain HeadlessView::subtree() {
   Chain all{shared_from_this()};
@@ -84,17 +88,17 @@ void HeadlessView::detach() {
 
 void HeadlessView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   auto added = std::dynamic_pointer_cast<HeadlessView>(subview);
-  const auto before = added->headlessWindow();
+  const auto before = added->window();
   added->detach();
   added->superview_ = weak_from_this();
   added->layout_ = layout;
   subviews_.push_back(added);
-  if (added->headlessWindow() != before) notifyMoved(added->subtree());
+  if (added->window() != before) notifyMoved(added->subtree());
 }
 
 void HeadlessView::removeFromSuperview() {
   const auto self = shared_from_this();  // the superview may have been the only owner
-  const bool wasInWindow = headlessWindow() != nullptr;
+  const bool wasInWindow = window() != nullptr;
   detach();
   if (wasInWindow) notifyMoved(subtree());
 }

@@ -48,6 +48,7 @@ class HeadlessView : public View, public std::enable_shared_from_this<HeadlessVi
 
   /// Runs the action of a button.
   virtual void activate() {}
+  /// The window whose root view contains this one, even on standby.
   std::shared_ptr<HeadlessWindow> headlessWindow() const;
   /// This view and its descendants, superviews first.
   Chain subtree();

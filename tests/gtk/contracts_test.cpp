@@ -25,7 +25,15 @@ struct Page : Stage {
     return evaluate(webView, call);
   }
 };
-INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, WebViewContract, Page);
+struct PageFromPool : Page {
+  PageFromPool() {
+    application().prepareWebView();
+    EXPECT_TRUE(spinUntil(
+        [this] { return static_cast<gtk::Application&>(application()).hasReadyWebView(); }));
+  }
+};
+using Pages = testing::Types<Page, PageFromPool>;
+INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, WebViewContract, Pages);
 
 }  // namespace
 }  // namespace kva::test

@@ -3,6 +3,9 @@
 #include <stage/RealInput.h>
 #include "gtk/Stage.h"
 
+// Last, because of its macros.
+#include <gdk/x11/gdkx.h>
+
 namespace kva::gtk::test {
 namespace {
 
@@ -203,6 +206,30 @@ TEST_F(Presentation, FollowsItsWindowAndTheApplicationReportsTheKeyWindow) {
   controller->setDelegate(listener);
   stage.destroyWindow();
   EXPECT_FALSE(hadKeyWindow);
+}
+
+TEST_F(Presentation, TheApplicationAsksForTheScreenOnlyAfterItMayHaveChanged) {
+  auto* display = gdk_x11_display_get_xdisplay(gdk_display_get_default());
+  const auto asks = [&] {
+    const auto before = NextRequest(display);
+    EXPECT_GT(app.screenSize().width, 0);
+    return NextRequest(display) - before;
+  };
+  auto* surface = gtk_native_get_surface(GTK_NATIVE(stage.gtkWindow));
+  auto* monitor = gdk_display_get_monitor_at_surface(gdk_display_get_default(), surface);
+  auto* monitors = G_OBJECT(gdk_display_get_monitors(gdk_display_get_default()));
+  const std::pair<const char*, std::function<void()>> changes[] = {
+      {"another key window", [&] { stage.hideWindow(), stage.showWindow(); }},
+      {"enters", [&] { g_signal_emit_by_name(surface, "enter-monitor", monitor); }},
+      {"leaves", [&] { g_signal_emit_by_name(surface, "leave-monitor", monitor); }},
+      {"resized", [&] { g_object_notify(G_OBJECT(monitor), "geometry"); }},
+      {"plugged in", [&] { g_signal_emit_by_name(monitors, "items-changed", 0u, 0u, 0u); }},
+  };
+  for (const auto& [what, change] : changes) {
+    change();
+    EXPECT_GT(asks(), 0u) << what;
+    EXPECT_EQ(asks(), 0u);
+  }
 }
 
 TEST_F(Presentation, CompletesOnceWithoutAnimations) {

@@ -2,6 +2,7 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gtest/gtest.h>
 #include <platform/linux/gtk/NativeWebView.h>
+#include <platform/linux/gtk/WebViewPool.h>
 #include <stage/RealInput.h>
 
 #include <filesystem>
@@ -13,17 +14,19 @@
 namespace kva::gtk::test {
 namespace {
 
-/// Counts the popovers that are shown in `widget`.
-int popovers(GtkWidget* widget) {
-  int count = GTK_IS_POPOVER(widget) && gtk_widget_get_mapped(widget);
+/// Counts the widgets of a type that are mapped in `widget`.
+int count(GType type, GtkWidget* widget) {
+  int found = g_type_is_a(G_OBJECT_TYPE(widget), type) && gtk_widget_get_mapped(widget);
   for (auto* child = gtk_widget_get_first_child(widget); child;
        child = gtk_widget_get_next_sibling(child))
-    count += popovers(child);
-  return count;
+    found += count(type, child);
+  return found;
 }
 
-/// A page in a window, with a delegate that records its calls.
-class WebPages : public testing::Test {
+enum class Pool { empty, ready };
+
+/// A page in a window, with a delegate that records its calls. Its view comes from a pool.
+class WebPages : public testing::TestWithParam<Pool> {
  protected:
   struct Listener : WebViewDelegate {
     void webViewDidFinishNavigation() override { ++finished; }
@@ -53,9 +56,17 @@ class WebPages : public testing::Test {
     std::function<void()> onQuestion;
   };
 
-  void open(const std::string& html, WebViewConfiguration configuration = {}) {
-    webView = app.makeWebView({0, 0, 300, 200}, std::move(configuration));
+  bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
+  void make(Rect frame, WebViewConfiguration configuration = {}) {
+    if (GetParam() == Pool::ready) {
+      app.prepareWebView();
+      ASSERT_TRUE(spinUntil([this] { return hasReady(); }));
+    }
+    webView = app.makeWebView(frame, std::move(configuration));
     webView->setDelegate(listener);
+  }
+  void open(const std::string& html, WebViewConfiguration configuration = {}) {
+    make({0, 0, 300, 200}, std::move(configuration));
     stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
     webView->loadHTML("<!doctype html>" + html, std::nullopt);
   }
@@ -71,9 +82,10 @@ class WebPages : public testing::Test {
   }
 
   /// The red of the pixel in the window's first row.
-  int redAt(int x) {
+  int redAt(int x) { return redAt(x, stage.gtkWindow); }
+  static int redAt(int x, GtkWindow* window) {
     const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
-    EXPECT_TRUE(stage::saveScreenshot(stage.gtkWindow, file));
+    EXPECT_TRUE(stage::saveScreenshot(window, file));
     GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
     std::filesystem::remove(file);
     return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
@@ -85,7 +97,7 @@ class WebPages : public testing::Test {
   std::shared_ptr<WebView> webView;
 };
 
-TEST_F(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
+TEST_P(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
   openAndFinish(
       "<script>seen = typeof mraid + typeof document.body;</script>"
       "<iframe srcdoc='<script>parent.inner = typeof mraid</script>'></iframe>",
@@ -98,12 +110,15 @@ TEST_F(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
       {"void 0; throw new TypeError('no')", "about:blank:1:34: TypeError: no"},
       {"[typeof navigator.mediaSession, typeof navigator.clipboard]",
        R"(["undefined","undefined"])"},
+      {"[history.length, document.referrer, document.hasFocus(), document.hidden,"
+       " performance.getEntriesByType('navigation').length, performance.navigation.type]",
+       R"([1,"",false,false,0,0])"},
   };
   for (auto& [script, expected] : cases) EXPECT_EQ(evaluate(script), expected);
   EXPECT_EQ(listener->asksFor("about:blank"), 0) << "not a navigation of the page";
 }
 
-TEST_F(WebPages, ShowWhatIsBehindATransparentPage) {
+TEST_P(WebPages, ShowWhatIsBehindATransparentPage) {
   stage.window()->view()->setBackgroundColor(Color::black);
   openAndFinish("<div style='position:fixed;inset:0 50% 0 0;background:#f00'></div>",
                 {.userScript = "", .isOpaque = false});
@@ -111,25 +126,26 @@ TEST_F(WebPages, ShowWhatIsBehindATransparentPage) {
   EXPECT_EQ(redAt(600), 0);
 }
 
-TEST_F(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
+TEST_P(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
   gtk_widget_grab_focus(stage.entry);
   auto* const focus = gtk_window_get_focus(stage.gtkWindow);
   auto holder = app.makeView({});
-  webView = app.makeWebView({0, 0, 640, 480}, {});
-  webView->setDelegate(listener);
+  make({0, 0, 640, 480});
   webView->loadHTML(
       "<!doctype html><body style='background:#f00' onclick='document.title = 1'><input autofocus>"
       "<script>size = innerWidth + 'x' + innerHeight; noticed = []; frames_ = ticks = 0;"
       "for (const event of ['resize', 'focus', 'blur', 'mousemove', 'click'])"
       "  addEventListener(event, () => noticed.push(event));"
       "(function frame() { ++frames_; requestAnimationFrame(frame) })();"
-      "setInterval(() => { ++ticks; document.querySelector('input').focus() }, 20)</script>",
+      "timer = setInterval(() => { ++ticks; document.querySelector('input').focus() }, "
+      "20)</script>",
       std::nullopt);
   ASSERT_TRUE(spinUntil([&] { return listener->finished == 1; }));
   EXPECT_EQ(evaluate("size"), "\"640x480\"") << "the size before it is in a window";
   stage.window()->view()->addSubview(holder, Layout::standby(Layout::Area::plain));
   holder->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
   EXPECT_TRUE(comesTrue("frames_ > 10 && ticks > 10 && !document.hidden")) << evaluate("frames_");
+  EXPECT_FALSE(holder->window() || webView->view()->window());
   stage.tap({320, 100});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the page took the press";
   gtk_widget_grab_focus(stage.entry);
@@ -140,26 +156,42 @@ TEST_F(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
   stage.resize({500, 400});
   EXPECT_TRUE(comesTrue("innerWidth == 500 && innerHeight == 400")) << evaluate("innerWidth");
   evaluate("noticed = []");
+  evaluate("requestAnimationFrame = () => {}; clearInterval(timer)");
+  int unmapped = 0;
+  const auto unmaps = connect<void()>(std::static_pointer_cast<NativeWebView>(webView)->page(),
+                                      "unmap", [&] { ++unmapped; });
   const gint64 shown = g_get_monotonic_time();
-  stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
+  stage.window()->view()->addSubview(holder, Layout::edges(Layout::Area::plain));
+  EXPECT_EQ(webView->view()->window(), stage.window());
   EXPECT_TRUE(spinUntil([&] { return redAt(320) == 0xff; }));
   RecordProperty("firstPixelMilliseconds", std::to_string((g_get_monotonic_time() - shown) / 1000));
-  evaluate("frames_ = 0");
-  EXPECT_TRUE(comesTrue("frames_ > 10"));
-  EXPECT_EQ(evaluate("noticed.filter(event => event == 'resize')"), "[]");
+  EXPECT_EQ(unmapped, 0) << "the page must not be drawn again";
+  EXPECT_EQ(evaluate("noticed"), "[]");
+
+  // A page that draws nothing by itself is drawn again in another window.
+  auto* other = GTK_WINDOW(gtk_window_new());
+  gtk_window_present(other);
+  static_cast<Application&>(app).viewController(other)->view()->addSubview(
+      holder, Layout::edges(Layout::Area::plain));
+  EXPECT_TRUE(spinUntil([&] { return redAt(20, other) == 0xff; }));
+  gtk_window_destroy(other);
   EXPECT_EQ(listener->finished, 1);
 }
 
-TEST_F(WebPages, CannotUseTheHostsURISchemes) {
-  int asked = 0;
-  webkit_web_context_register_uri_scheme(
-      webkit_web_context_get_default(), "private",
-      [](WebKitURISchemeRequest* request, gpointer count) {
-        ++*static_cast<int*>(count);
-        g_autoptr(GInputStream) secret = g_memory_input_stream_new_from_data("secret", 6, nullptr);
-        webkit_uri_scheme_request_finish(request, secret, 6, "text/plain");
-      },
-      &asked, nullptr);
+TEST_P(WebPages, CannotUseTheHostsURISchemes) {
+  static int asked = 0;
+  [[maybe_unused]] static const bool isRegistered = [] {  // the process has one default context
+    webkit_web_context_register_uri_scheme(
+        webkit_web_context_get_default(), "private",
+        [](WebKitURISchemeRequest* request, gpointer) {
+          ++asked;
+          g_autoptr(GInputStream) secret =
+              g_memory_input_stream_new_from_data("secret", 6, nullptr);
+          webkit_uri_scheme_request_finish(request, secret, 6, "text/plain");
+        },
+        nullptr, nullptr);
+    return true;
+  }();
   openAndFinish(
       "<script>fetch('private://x').then(() => { got = true }, () => { got = false })"
       "</script><iframe src='private://y'></iframe>");
@@ -167,7 +199,7 @@ TEST_F(WebPages, CannotUseTheHostsURISchemes) {
   EXPECT_EQ(asked, 0);
 }
 
-TEST_F(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
+TEST_P(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
   Guarded<std::set<std::string>> received;
   kva::test::LoopbackServer server([&](httplib::Server& answers) {
     const auto receive = [&](const auto& request, auto&) {
@@ -191,7 +223,7 @@ TEST_F(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
   EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u);
 }
 
-TEST_F(WebPages, AskBeforeEveryNewWindowAndEveryCommandOfAnyFrame) {
+TEST_P(WebPages, AskBeforeEveryNewWindowAndEveryCommandOfAnyFrame) {
   openAndFinish(
       "<a href='https://example.test/blank' target=_blank style='position:fixed;inset:0'>a</a>");
   EXPECT_EQ(evaluate("window.open('https://example.test/opened')"), "null");
@@ -215,7 +247,7 @@ TEST_F(WebPages, AskBeforeEveryNewWindowAndEveryCommandOfAnyFrame) {
   EXPECT_EQ(listener->failed, 0);
 }
 
-TEST_F(WebPages, SaveNoAttachmentAndAskForNoPassword) {
+TEST_P(WebPages, SaveNoAttachmentAndAskForNoPassword) {
   std::atomic<int> files = 0;
   kva::test::LoopbackServer server([&](httplib::Server& answers) {
     answers.Get("/locked", [](const auto&, auto& answer) {
@@ -245,7 +277,7 @@ TEST_F(WebPages, SaveNoAttachmentAndAskForNoPassword) {
   EXPECT_EQ(listener->failed, 0);
 }
 
-TEST_F(WebPages, MayBeReleasedByTheirDelegateInAnyCall) {
+TEST_P(WebPages, MayBeReleasedByTheirDelegateInAnyCall) {
   for (auto* script :
        {"location = 'kva://x'", "alert(1)", "window.open('https://example.test/')"}) {
     listener->onQuestion = nullptr;
@@ -256,7 +288,7 @@ TEST_F(WebPages, MayBeReleasedByTheirDelegateInAnyCall) {
   }
 }
 
-TEST_F(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
+TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   struct Ad : ViewDelegate, ViewControllerDelegate {
     void viewWasTouched() override { ++touches; }
     void viewControllerDidRequestCancel() override { ++cancels; }
@@ -308,7 +340,7 @@ TEST_F(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   type(GDK_KEY_x);
   EXPECT_TRUE(comesTrue("document.activeElement.value === 'x'"));
   stage.pass(0.3);
-  EXPECT_EQ(popovers(GTK_WIDGET(stage.gtkWindow)), 0);
+  EXPECT_EQ(count(GTK_TYPE_POPOVER, GTK_WIDGET(stage.gtkWindow)), 0);
   type(GDK_KEY_Tab);
   ASSERT_TRUE(focusComesTo(button->view()));
   type(GDK_KEY_space);
@@ -322,17 +354,64 @@ TEST_F(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   ASSERT_TRUE(focusComesTo(another->view()));
 }
 
-TEST_F(WebPages, ComeFromAPoolOnceEachAndFinishWithTheirOwnPage) {
-  const auto hasReady = [&] { return static_cast<Application&>(app).hasReadyWebView(); };
+INSTANTIATE_TEST_SUITE_P(Pool, WebPages, testing::Values(Pool::empty, Pool::ready),
+                         [](const auto& pool) {
+                           return std::string(pool.param == Pool::empty ? "Cold" : "Warm");
+                         });
+
+class WebViewPools : public WebPages {
+ protected:
+  int pagesIn(GtkWindow* window) { return count(WEBKIT_TYPE_WEB_VIEW, GTK_WIDGET(window)); }
+};
+INSTANTIATE_TEST_SUITE_P(Pool, WebViewPools, testing::Values(Pool::empty));
+
+TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   kva::test::spinFor(0.1);
-  EXPECT_FALSE(hasReady()) << "made before the SDK asked for it";
+  EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "made before the SDK asked for it";
   app.prepareWebView();
-  ASSERT_TRUE(spinUntil(hasReady));
-  open("<script>alert('here'); while (true);</script>");  // the pooled view, which may still load
-  EXPECT_FALSE(hasReady());
+  ASSERT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 1; }));
+  open("<script>alert('here'); while (true);</script>");
+  EXPECT_EQ(pagesIn(stage.gtkWindow), 1) << "the pooled view, which still loads";
   ASSERT_TRUE(spinUntil([&] { return listener->dialogs == 1; }));
   EXPECT_EQ(listener->finished, 0);
-  ASSERT_TRUE(spinUntil(hasReady));
+  ASSERT_TRUE(spinUntil([&] { return hasReady(); })) << "the next one, although the page loads";
+
+  webView.reset();
+  stage.tap({320, 200});
+  EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the warm view took the press";
+  auto* other = GTK_WINDOW(gtk_window_new());
+  gtk_window_present(other);
+  stage.destroyWindow();
+  EXPECT_TRUE(spinUntil([&] { return pagesIn(other) == 1; })) << "it moves to the next key window";
+  gtk_window_destroy(other);
+}
+
+TEST_P(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
+  bool isAnimating = true;
+  const WebSurroundings surroundings{.keyWindow = [this] { return stage.window(); },
+                                     .isAnimating = [&] { return isAnimating; }};
+  WebViewPool pool(surroundings);
+  const auto comesReady = [&] { return spinUntil([&] { return pool.hasReady(); }); };
+  pool.prepare();
+  stage.pass(0.2);
+  EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "an ad appears";
+  isAnimating = false;
+  ASSERT_TRUE(comesReady());
+  for (int time = 0; time < 2; ++time) {
+    auto memory = GObjectPtr<GMemoryMonitor>(g_memory_monitor_dup_default());
+    g_signal_emit_by_name(memory.get(), "low-memory-warning", G_MEMORY_MONITOR_WARNING_LEVEL_LOW);
+    stage.pass(0.2);
+    EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "dropped, and not made again";
+    pool.prepare();
+    ASSERT_TRUE(comesReady());
+  }
+
+  WebViewPool brief(surroundings, 300);
+  brief.prepare();
+  ASSERT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 2; }));
+  EXPECT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 1; })) << "no ad came";
+  stage.pass(0.1);
+  EXPECT_TRUE(pool.hasReady());
 }
 
 }  // namespace

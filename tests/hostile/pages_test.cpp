@@ -20,11 +20,20 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-WebKitWebView* lastPageIn(GtkWidget* widget) {
-  if (WEBKIT_IS_WEB_VIEW(widget)) return WEBKIT_WEB_VIEW(widget);
+enum class Owner { ad, pool };
+
+/// The owner of a page in a window. The pool's view is a child of the SDK's layer in the window.
+Owner ownerOf(GtkWidget* page) {
+  auto* layer = gtk_widget_get_parent(gtk_widget_get_parent(page));
+  return GTK_IS_WINDOW(gtk_widget_get_parent(layer)) ? Owner::pool : Owner::ad;
+}
+
+WebKitWebView* lastPageIn(GtkWidget* widget, Owner owner) {
+  if (WEBKIT_IS_WEB_VIEW(widget))
+    return ownerOf(widget) == owner ? WEBKIT_WEB_VIEW(widget) : nullptr;
   for (auto* child = gtk_widget_get_last_child(widget); child;
        child = gtk_widget_get_prev_sibling(child))
-    if (auto* found = lastPageIn(child)) return found;
+    if (auto* found = lastPageIn(child, owner)) return found;
   return nullptr;
 }
 
@@ -154,7 +163,7 @@ class HostilePages : public ShowTest {
   }
 
   /// The newest page in the window; null without one.
-  WebKitWebView* page() { return lastPageIn(GTK_WIDGET(window)); }
+  WebKitWebView* page() { return lastPageIn(GTK_WIDGET(window), Owner::ad); }
   std::string address() { return page() ? webkit_web_view_get_uri(page()) : "no page"; }
   /// The script's value in the page's own world, as JSON. "no answer" if the page is busy.
   std::string evaluate(const std::string& script) {
@@ -180,8 +189,13 @@ class HostilePages : public ShowTest {
   }
   bool hasActed(int seconds = 20) { return comesTrue("window.acted", seconds); }
   void killPageProcesses() {
-    // WebKit aborts the host if a web process dies during its launch, so wait until none starts.
-    for (std::vector<pid_t> before; before != pageProcesses(); spinFor(1)) before = pageProcesses();
+    // WebKit aborts the host if a web process dies during its launch, so wait for the pool's.
+    EXPECT_TRUE(spinUntil(
+        [&] {
+          auto* next = lastPageIn(GTK_WIDGET(window), Owner::pool);
+          return next && !webkit_web_view_is_loading(next);
+        },
+        20));
     for (const pid_t process : pageProcesses()) kill(process, SIGKILL);
   }
 

@@ -7,6 +7,12 @@ using testing::ElementsAre;
 
 class AdViews : public AdStage {
  protected:
+  /// The views that contain the page, up to the window's.
+  std::vector<std::shared_ptr<View>> superviews() {
+    std::vector<std::shared_ptr<View>> all;
+    for (auto view = page()->superview(); view; view = view->superview()) all.push_back(view);
+    return all;
+  }
   /// The visible controls, in the order of this list.
   std::vector<std::string> seen() {
     h.time.run();
@@ -121,15 +127,18 @@ TEST_F(AdViews, ReportSoundAndPrivacyAndCountOnlyAPressOnThePageAsATap) {
   EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "no sound after the video";
 }
 
-TEST_F(AdViews, RunThePageUnseenAtItsFinalSizeAndMoveItOnce) {
+TEST_F(AdViews, RunThePageUnseenInItsFinalPlaceAndNeverMoveIt) {
   for (const bool isSafe : {false, true}) {
     loadPage({.shouldCareSafeArea = isSafe});
     window->setFrame({0, 0, 500, 700});
     const auto place = page()->frameInWindow();
-    EXPECT_FALSE(page()->isShown() || window->tap(page()));
+    EXPECT_FALSE(page()->isShown() || page()->window() || window->tap(page()));
+    const auto places = superviews();
+    EXPECT_EQ(places.back(), window->view());
     EXPECT_TRUE(page()->isMuted());
     present();
     EXPECT_EQ(page()->frameInWindow(), place) << "the same as before";
+    EXPECT_EQ(superviews(), places);
     EXPECT_TRUE(page()->isShown());
     EXPECT_FALSE(page()->isMuted());
     close();
@@ -137,8 +146,6 @@ TEST_F(AdViews, RunThePageUnseenAtItsFinalSizeAndMoveItOnce) {
   }
 
   loadPage();
-  const auto holder = std::dynamic_pointer_cast<headless::HeadlessView>(page()->superview());
-  EXPECT_EQ(holder->superview(), window->view());
   const auto& configuration = page()->configuration();
   EXPECT_THAT(configuration.userScript, testing::HasSubstr("mraidbridge"));
   EXPECT_TRUE(configuration.allowsInlineMediaPlayback);
@@ -146,16 +153,26 @@ TEST_F(AdViews, RunThePageUnseenAtItsFinalSizeAndMoveItOnce) {
                configuration.bounces || configuration.allowsZooming);
   const auto answer = page()->dialog({ScriptDialog::Kind::prompt, "Question", "default"});
   EXPECT_FALSE(answer.confirmed || answer.text);
+  const auto first = window;
+  window = h.application.makeWindow();
   present();
-  const auto shown = adView();
-  holder->addSubview(page(), Layout::frame({}));
-  h.application.makeWindow()->view()->addSubview(shown, Layout::frame({}));
-  EXPECT_EQ(page()->superview(), holder) << "moved once";
+  EXPECT_TRUE(page()->isShown()) << "in another window than that of standby";
+  EXPECT_EQ(superviews().back(), window->view());
+  close();
+
+  window = first;
+  for (const bool isReleased : {false, true}) {
+    loadPage();
+    if (isReleased) makeAd();
+  }
+  ad.reset();
+  h.time.run();
+  expectNothingLeft();
 
   h.application.setKeyWindow(nullptr);
   makeAd();
   loadPage();
-  EXPECT_FALSE(page()->superview()->superview()) << "the holder is in no window";
+  EXPECT_FALSE(page()->frameInWindow());
   window = h.application.makeWindow();
   present();
   EXPECT_TRUE(page()->isShown());

@@ -30,7 +30,11 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
       "/bid/load",
       {.behaviour = sandbox::Behaviour::replaced, .key = "data.crea.adur", .value = "0"});
   start();
-  const std::string widgetsBefore = widgets(GTK_WIDGET(window));
+  std::string widgetsBefore;  // with the page on standby
+  ASSERT_TRUE(spinUntil([&] {
+    widgetsBefore = widgets(GTK_WIDGET(window));
+    return widgetsBefore.find("WebKitWebView") != std::string::npos;
+  }));
   double memoryAfterThird = 0;
   std::vector<std::weak_ptr<KVAAd>> ads;
   for (int shown = 1; shown <= 20; ++shown) {
@@ -44,7 +48,8 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
     if (shown == 3) memoryAfterThird = residentMemory();
   }
   for (const auto& ad : ads) EXPECT_TRUE(ad.expired());
-  EXPECT_EQ(widgets(GTK_WIDGET(window)), widgetsBefore);
+  EXPECT_TRUE(spinUntil([&] { return widgets(GTK_WIDGET(window)) == widgetsBefore; }))
+      << widgets(GTK_WIDGET(window)) << " was " << widgetsBefore;
   EXPECT_TRUE(isOnlyWarmPageLeft()) << pageProcesses().size() << " web processes";
   const double growth = residentMemory() - memoryAfterThird;
   RecordProperty("growthInMiB", std::to_string(growth));

@@ -122,6 +122,8 @@ void Application::forget(const NativeWindow& window) {
 }
 
 void Application::windowsDidChange() const {
+  screenSize_.reset();
+  if (webEngine_) webEngine_->windowsDidChange();
   if (options_.stateChanged) options_.stateChanged();
   auto* key = keyHostWindow();
   const Size size = key ? key->window->frame().size() : Size{};
@@ -171,12 +173,31 @@ void Application::openURL(const URL& url) {
 }
 
 Size Application::screenSize() const {
+  if (screenSize_) return *screenSize_;
   auto* key = keyHostWindow();
-  auto monitor = monitorOf(key ? key->window->gtkWindow() : nullptr);
-  if (!monitor) return {};
+  auto* window = key ? key->window->gtkWindow() : nullptr;
+  auto monitor = monitorOf(window);
   GdkRectangle area{};
-  gdk_monitor_get_geometry(monitor.get(), &area);
-  return {static_cast<double>(area.width), static_cast<double>(area.height)};
+  if (monitor) gdk_monitor_get_geometry(monitor.get(), &area);
+  followScreen(window, monitor.get());
+  screenSize_ = {static_cast<double>(area.width), static_cast<double>(area.height)};
+  return *screenSize_;
+}
+
+void Application::followScreen(GtkWindow* window, GdkMonitor* monitor) const {
+  screenChanges_.clear();
+  const auto forget = [this] { screenSize_.reset(); };
+  screenChanges_.push_back(connect<void(guint, guint, guint)>(
+      gdk_display_get_monitors(gdk_display_get_default()), "items-changed",
+      [forget](guint, guint, guint) { forget(); }));
+  if (monitor)
+    screenChanges_.push_back(connect<void(GParamSpec*)>(monitor, "notify::geometry",
+                                                        [forget](GParamSpec*) { forget(); }));
+  auto* surface = window ? gtk_native_get_surface(GTK_NATIVE(window)) : nullptr;
+  if (!surface) return;
+  for (auto* signal : {"enter-monitor", "leave-monitor"})
+    screenChanges_.push_back(
+        connect<void(GdkMonitor*)>(surface, signal, [forget](GdkMonitor*) { forget(); }));
 }
 
 std::shared_ptr<View> Application::makeView(Rect frame) {
@@ -205,14 +226,21 @@ void Application::prepareWebView() {
 WebEngine& Application::webEngine() {
   if (webEngine_) return *webEngine_;
   if (const auto make = loadWebEngine()) {
-    webEngine_.reset((*make)([](Rect frame, GtkWidget* content) -> std::shared_ptr<ContentView> {
-      return std::make_shared<NativeView>(frame, content);
-    }));
+    webEngine_.reset(
+        (*make)({.makeView = [](Rect frame, GtkWidget* content) -> std::shared_ptr<ContentView> {
+                   return std::make_shared<NativeView>(frame, content);
+                 },
+                 .keyWindow = [this] { return keyWindow(); },
+                 .isAnimating = [this] { return isAnimating(); }}));
   } else {
     if (*logError_) (*logError_)(make.error().localizedDescription());
     webEngine_ = std::make_unique<UnavailableWebEngine>(make.error());
   }
   return *webEngine_;
+}
+
+bool Application::isAnimating() const {
+  return std::ranges::any_of(windows_, [](auto& host) { return host.window->isAnimating(); });
 }
 
 std::shared_ptr<ViewController> Application::makeViewController() {

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <Kelvara/platform/DeviceInfo.h>
@@ -65,6 +66,7 @@ class Application final : public kva::HostApplication {
   };
   using Windows = std::vector<HostWindow>;
   WebEngine& webEngine();
+  bool isAnimating() const;
   Windows::iterator find(const NativeWindow& window);
   const HostWindow* keyHostWindow() const;
   void adopt(GtkWindow* window);
@@ -72,6 +74,8 @@ class Application final : public kva::HostApplication {
   void didCover(const NativeWindow& window) const;
   void forget(const NativeWindow& window);
   void windowsDidChange() const;
+  /// Forgets the screen's size when `window` or `monitor` may have got another.
+  void followScreen(GtkWindow* window, GdkMonitor* monitor) const;
 
   Options options_;
   /// Asynchronous operations may outlive this object and refer to it weakly.
@@ -81,6 +85,10 @@ class Application final : public kva::HostApplication {
   SignalConnection toplevelsChanged_;
   GObjectPtr<GtkWindow> ownWindow_;  ///< made by `window`
   SignalConnection ownWindowCloses_;
+  /// The size of the key window's screen. Absent after a signal that may mean another one: asking
+  /// the display takes two round trips.
+  mutable std::optional<Size> screenSize_;
+  mutable std::vector<SignalConnection> screenChanges_;
 };
 
 }  // namespace kva::gtk

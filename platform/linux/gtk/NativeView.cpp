@@ -95,11 +95,17 @@ void NativeView::reportTouch() {
 void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   auto child = std::static_pointer_cast<NativeView>(subview);
   const auto before = child->window();
-  child->leaveSuperview();
+  // A widget that leaves its parent loses what WebKit drew in it.
+  if (child->superview_.lock().get() == this)
+    std::erase(subviews_, child);
+  else
+    child->leaveSuperview();
   child->layout_ = layout;
   const bool standsBy = layout.kind == Layout::Kind::standby;
   gtk_widget_set_can_target(child->widget(), !standsBy);
   gtk_widget_set_can_focus(child->widget(), !standsBy);
+  gtk_accessible_update_state(GTK_ACCESSIBLE(child->widget()), GTK_ACCESSIBLE_STATE_HIDDEN,
+                              gboolean{standsBy}, -1);
   child->superview_ = weak_from_this();
   subviews_.push_back(child);
   gtk_widget_insert_before(child->widget(), widget(), nullptr);
@@ -146,7 +152,11 @@ std::shared_ptr<NativeWindow> NativeView::nativeWindow() const {
   return superview ? superview->nativeWindow() : rootOf_.lock();
 }
 
-std::shared_ptr<Window> NativeView::window() const { return nativeWindow(); }
+std::shared_ptr<Window> NativeView::window() const {
+  auto superview = superview_.lock();
+  if (!superview) return rootOf_.lock();
+  return layout_.kind == Layout::Kind::standby ? nullptr : superview->window();
+}
 
 void NativeView::notifyOfWindow() {
   auto self = shared_from_this();

@@ -55,6 +55,7 @@ class NativeView final : public ContentView,
   bool takesPresses() const override;
   bool keepsFocus() const override;
 
+  /// The window whose root view contains this one, even on standby.
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;
   void leaveSuperview();

@@ -24,6 +24,7 @@ class NativeViewController final : public kva::ViewController,
   ~NativeViewController() override { stopFading(); }
 
   NativeView& nativeView() { return *view_; }
+  bool isAnimating() const { return phase_ == Phase::appearing || phase_ == Phase::disappearing; }
   void cancelRequested();
   void onScreenDidChange();
   void windowIsGone();

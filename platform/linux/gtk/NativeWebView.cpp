@@ -105,16 +105,15 @@ void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> 
 }  // namespace
 
 std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page,
-                                                     ContentViewMaker makeView, Rect frame,
+                                                     std::shared_ptr<ContentView> view, Size size,
                                                      const WebViewConfiguration& configuration) {
-  auto view = makeView(frame, GTK_WIDGET(page.get()));
   std::shared_ptr<NativeWebView> made(new NativeWebView(std::move(page), std::move(view)));
   made->configure(configuration);
   made->followLoads();
   made->answerQuestions();
   made->refuseRequests();
   made->watchKeys();
-  made->layOut({frame.width, frame.height});
+  made->layOut(size);
   return made;
 }
 

@@ -17,9 +17,10 @@ namespace kva::gtk {
 class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
-  /// `page` is new or blank, and has no other user.
+  /// `page` is new or blank, has no other user, and is the content of `view`. It gets `size` at
+  /// once.
   static std::shared_ptr<NativeWebView> create(GObjectPtr<WebKitWebView> page,
-                                               ContentViewMaker makeView, Rect frame,
+                                               std::shared_ptr<ContentView> view, Size size,
                                                const WebViewConfiguration& configuration);
   ~NativeWebView() override;
 

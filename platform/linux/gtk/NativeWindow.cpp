@@ -182,7 +182,9 @@ void NativeWindow::leave() {
     controllers_.pop_back();
     controller->windowIsGone();
   }
-  if (layer_) layer_->becomeRoot({});
+  if (!layer_) return;
+  layer_->becomeRoot({});
+  events_.changed();
 }
 
 void NativeWindow::relayout() {
@@ -227,6 +229,10 @@ void NativeWindow::cover(std::shared_ptr<NativeViewController> controller) {
   controllers_.push_back(std::move(controller));
   focusCover();
   if (controllers_.size() == 1) events_.covered(*this);
+}
+
+bool NativeWindow::isAnimating() const {
+  return std::ranges::any_of(controllers_, [](auto& one) { return one->isAnimating(); });
 }
 
 void NativeWindow::didCover() { showBelow(false); }

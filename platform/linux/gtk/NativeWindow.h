@@ -54,6 +54,8 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   void relayout();
 
   bool isCovered() const { return !controllers_.empty(); }
+  /// Whether a controller appears or disappears.
+  bool isAnimating() const;
 
  private:
   NativeWindow(GtkWindow* window, EdgeInsets safeAreaInsets, Events events);

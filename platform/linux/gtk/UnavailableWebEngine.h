@@ -13,6 +13,7 @@ class UnavailableWebEngine final : public WebEngine {
 
   void prepare() override {}
   bool hasReady() const override { return false; }
+  void windowsDidChange() override {}
   std::shared_ptr<WebView> makeWebView(Rect frame,
                                        const WebViewConfiguration& configuration) override;
 

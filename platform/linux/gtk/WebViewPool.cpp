@@ -5,41 +5,75 @@
 namespace kva::gtk {
 
 namespace {
-/// The next web process starts late enough not to compete with the page that loads now.
+
+/// The next web process starts at the latest this long after the last view was taken, even if its
+/// page still loads.
 constexpr guint kPauseMilliseconds = 1000;
+/// How long to wait for the end of an animation.
+constexpr guint kAnimationMilliseconds = 50;
+
 }  // namespace
 
-WebViewPool::WebViewPool(ContentViewMaker makeView)
-    : makeView_(makeView),
+WebViewPool::WebViewPool(WebSurroundings surroundings, guint keepMilliseconds)
+    : surroundings_(std::move(surroundings)),
+      keepMilliseconds_(keepMilliseconds),
       context_(GObjectPtr<WebKitWebContext>(webkit_web_context_new())),
-      session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())) {
+      session_(GObjectPtr<WebKitNetworkSession>(webkit_network_session_new_ephemeral())),
+      memory_(GObjectPtr<GMemoryMonitor>(g_memory_monitor_dup_default())) {
   downloads_ =
       connect<void(WebKitDownload*)>(session_.get(), "download-started", webkit_download_cancel);
+  memoryLow_ = connect<void(GMemoryMonitorWarningLevel)>(
+      memory_.get(), "low-memory-warning", [this](GMemoryMonitorWarningLevel) { drop(); });
 }
 
 void WebViewPool::prepare() {
-  if (!ready_) makeReadyAfter(0);
+  expiry_ = PendingCall::after(keepMilliseconds_, [this] { drop(); });
+  if (!ready_.view) makeReadyAfter(0);
 }
 
 std::shared_ptr<WebView> WebViewPool::makeWebView(Rect frame,
                                                   const WebViewConfiguration& configuration) {
-  return NativeWebView::create(take(), makeView_, frame, configuration);
+  auto made = take(frame);
+  refillAfterLoadOf(made.page.get());
+  return NativeWebView::create(std::move(made.page), std::move(made.view), frame.size(),
+                               configuration);
 }
 
-GObjectPtr<WebKitWebView> WebViewPool::take() {
-  auto view = ready_ ? std::move(ready_) : make();
+WebViewPool::Made WebViewPool::take(Rect frame) {
+  if (!ready_.view) return make(frame);
   died_ = {};
-  makeReadyAfter(kPauseMilliseconds);
-  return view;
+  return std::exchange(ready_, {});
 }
 
-GObjectPtr<WebKitWebView> WebViewPool::make() const {
+void WebViewPool::refillAfterLoadOf(WebKitWebView* page) {
+  expiry_ = PendingCall::after(keepMilliseconds_, [this] { drop(); });
+  makeReadyAfter(kPauseMilliseconds);
+  loads_ = connect<void(WebKitLoadEvent)>(
+      page, "load-changed",
+      [this, isBlank = static_cast<bool>(webkit_web_view_is_loading(page))](
+          WebKitLoadEvent event) mutable {
+        if (event != WEBKIT_LOAD_FINISHED || std::exchange(isBlank, false)) return;
+        if (!ready_.view) makeReadyAfter(0);
+      });
+}
+
+void WebViewPool::drop() {
+  next_.cancel();
+  expiry_.cancel();
+  loads_ = {};
+  died_ = {};
+  if (auto dropped = std::exchange(ready_, {}); dropped.view) dropped.view->removeFromSuperview();
+}
+
+WebViewPool::Made WebViewPool::make(Rect frame) const {
   auto policies = GObjectPtr<WebKitWebsitePolicies>(
       webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr));
   auto scripts = GObjectPtr<WebKitUserContentManager>(webkit_user_content_manager_new());
-  return sink(static_cast<WebKitWebView*>(g_object_new(
+  auto page = sink(static_cast<WebKitWebView*>(g_object_new(
       WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session_.get(),
       "website-policies", policies.get(), "user-content-manager", scripts.get(), nullptr)));
+  auto view = surroundings_.makeView(frame, GTK_WIDGET(page.get()));
+  return {std::move(page), std::move(view)};
 }
 
 void WebViewPool::makeReadyAfter(guint milliseconds) {
@@ -48,14 +82,23 @@ void WebViewPool::makeReadyAfter(guint milliseconds) {
 }
 
 void WebViewPool::makeReady() {
-  ready_ = make();
+  if (surroundings_.isAnimating()) return makeReadyAfter(kAnimationMilliseconds);
+  loads_ = {};
+  ready_ = make({});
+  standBy();
   // Only a load starts the web process.
-  webkit_web_view_load_uri(ready_.get(), "about:blank");
+  webkit_web_view_load_uri(ready_.page.get(), "about:blank");
   died_ = connect<void(WebKitWebProcessTerminationReason)>(
-      ready_.get(), "web-process-terminated", [this](WebKitWebProcessTerminationReason) {
-        ready_ = {};
+      ready_.page.get(), "web-process-terminated", [this](WebKitWebProcessTerminationReason) {
+        drop();
         makeReadyAfter(kPauseMilliseconds);
       });
+}
+
+void WebViewPool::standBy() {
+  if (!ready_.view || ready_.view->frameInWindow()) return;
+  if (auto window = surroundings_.keyWindow())
+    window->view()->addSubview(ready_.view, Layout::standby(Layout::Area::plain));
 }
 
 }  // namespace kva::gtk
