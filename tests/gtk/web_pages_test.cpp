@@ -388,8 +388,11 @@ TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
 
 TEST_P(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
   bool isAnimating = true;
-  const WebSurroundings surroundings{.keyWindow = [this] { return stage.window(); },
-                                     .isAnimating = [&] { return isAnimating; }};
+  const WebSurroundings surroundings{
+      .makeView = [](Rect frame,
+                     GtkWidget* content) { return std::make_shared<NativeView>(frame, content); },
+      .keyWindow = [this] { return stage.window(); },
+      .isAnimating = [&] { return isAnimating; }};
   WebViewPool pool(surroundings);
   const auto comesReady = [&] { return spinUntil([&] { return pool.hasReady(); }); };
   pool.prepare();

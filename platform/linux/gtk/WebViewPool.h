@@ -3,7 +3,6 @@
 #include <webkit/webkit.h>
 
 #include <platform/linux/gtk/GObject.h>
-#include <platform/linux/gtk/GObject.h>
 #include <platform/linux/gtk/WebEngine.h>
 
 namespace kva::gtk {
