@@ -109,7 +109,7 @@ endfunction()
 
 if(KELVARA_DISPLAY)
   kelvara_module(network kelvara_linux PkgConfig::CURL)
-  kelvara_module(web kelvara_foundation PkgConfig::WEBKIT)
+  kelvara_module(web kelvara_sdk PkgConfig::WEBKIT)
   add_library(kelvara SHARED $<TARGET_OBJECTS:kelvara_sdk> $<TARGET_OBJECTS:kelvara_foundation>
     $<TARGET_OBJECTS:kelvara_linux> $<TARGET_OBJECTS:kelvara_gtk> platform/linux/modules/Loading.cpp)
   add_library(Kelvara::Kelvara ALIAS kelvara)

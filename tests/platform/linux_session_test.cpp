@@ -283,10 +283,10 @@ TEST_F(LinuxSession, ARequestOfACompletionStartsAtOnceAndAChainLeavesRoomForOthe
   };
   const Timer timer =
       session.timers().schedule(0.001, Repeats::no, [&] { session.send(get(bad), again); });
-  EXPECT_TRUE(spinMainLoopUntil([&] { return refused > 10; }));
+  EXPECT_TRUE(spinUntil([&] { return refused > 10; }));
   std::atomic<bool> answered{false};
   session.send(get(server.url("/ok")), [&](Outcome) { answered = true; });
-  EXPECT_TRUE(spinMainLoopUntil([&] { return answered.load(); }));
+  EXPECT_TRUE(spinUntil([&] { return answered.load(); }));
   ends = true;
   session.invalidate();
 }
