@@ -1,5 +1,5 @@
-// One micro cost, for scripts/bench-instructions: runs `measured` kCalls times.
-//   bench_micro trackAction COUNT | shouldShow COUNT | impression COUNT | assembly BYTES
+// One micro cost, for scripts/bench --instructions: runs `measured` kCalls times.
+//   micro trackAction COUNT | shouldShow COUNT | impression COUNT | assembly BYTES
 #include <Kelvara/ads/AdHelper.h>
 
 #include "bench/Store.h"
