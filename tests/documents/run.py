@@ -37,7 +37,8 @@ def shell(command, folder, **options):
     path = f"{folder}/kelvara-install/bin:{os.environ['PATH']}"
     data = f"{folder}/data"
     return subprocess.Popen(["bash", "-euc", command], cwd=folder, text=True,
-                            env={**os.environ, "PATH": path, "XDG_DATA_HOME": data}, **options)
+                            env={**os.environ, "PATH": path, "XDG_DATA_HOME": data,
+                                 "CCACHE_BASEDIR": f"{folder}/kelvara"}, **options)
 
 
 def run(command, folder, where):
