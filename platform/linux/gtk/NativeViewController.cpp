@@ -24,9 +24,14 @@ struct Fade {
   gint64 start = g_get_monotonic_time();
 };
 
-gboolean fadeFrame(GtkWidget*, GdkFrameClock*, gpointer data) {
+// A frame is seen at the end of its refresh interval. Therefore the fade's first frame shows
+// something already.
+gboolean fadeFrame(GtkWidget*, GdkFrameClock* clock, gpointer data) {
   auto& fade = *static_cast<Fade*>(data);
-  auto elapsed = static_cast<double>(g_get_monotonic_time() - fade.start) / 1000;
+  const gint64 now = g_get_monotonic_time();
+  gint64 interval = 0;
+  gdk_frame_clock_get_refresh_info(clock, now, &interval, nullptr);
+  auto elapsed = static_cast<double>(now + interval - fade.start) / 1000;
   auto left = 1 - std::min(1.0, elapsed / kFadeMilliseconds);
   fade.view->setTransition(fade.to + (fade.from - fade.to) * left * left);
   return G_SOURCE_CONTINUE;
