@@ -52,6 +52,11 @@ file(GLOB fast_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/Kelvara/base/*.cp
   ${PROJECT_SOURCE_DIR}/Kelvara/api/*.cpp ${PROJECT_SOURCE_DIR}/Kelvara/ads/*.cpp
   ${PROJECT_SOURCE_DIR}/Kelvara/reporting/*.cpp)
 set_source_files_properties(${fast_sources} PROPERTIES COMPILE_OPTIONS ${fast})
+# GCC leaves the types of the delegates out of the debug information: hosts implement them. The
+# comparison of the ABI needs them.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/Kelvara/presentation/KVAInterstital.cpp
+  ${PROJECT_SOURCE_DIR}/Kelvara/presentation/KVARewarded.cpp
+  PROPERTIES COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
 add_library(kelvara_sdk STATIC ${sdk_sources})
 target_compile_options(kelvara_sdk PRIVATE ${small})
 target_include_directories(kelvara_sdk PUBLIC ${PROJECT_SOURCE_DIR})
