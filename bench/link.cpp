@@ -15,7 +15,7 @@ namespace {
 
 using kva::bench::Series;
 
-constexpr int kRuns = 40, kIdleRuns = 5;
+constexpr int kRuns = 40, kIdleRuns = 9;
 
 struct Figures {
   Series toMain, rss, privateMemory;

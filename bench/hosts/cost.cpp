@@ -15,12 +15,12 @@ int main() {
   printRow("ad on screen, wake-ups of the host", "/s", ours("wakeUps"), floor("wakeUps"),
            {.ratio = 1, .plus = 1.5});
 
-  const auto started = hosts.kelvara("idle 10"), window = hosts.webkit("idle 10");
-  printRow("started without an ad, wake-ups of the host", "/s", started.at("wakeUps").median(),
-           window.at("wakeUps").median(), {.ratio = 1, .plus = 0.5});
+  const auto started = hosts.kelvara("idle 20"), blank = hosts.webkit("blank 20");
+  // WebKit's own threads wake up too, so the floor has a view as well.
+  printRow("started without an ad, wake-ups of the host, against one blank view", "/s",
+           started.at("wakeUps").median(), blank.at("wakeUps").median(), {.ratio = 1, .plus = 0.5});
   printRow("started without an ad, private memory, against one blank view", "MB",
-           started.at("memory").median(), hosts.webkit("blank").at("memory").median(),
-           {.ratio = 1, .plus = 4});
+           started.at("memory").median(), blank.at("memory").median(), {.ratio = 1, .plus = 4});
 
   const auto memory = hosts.kelvara("ads 20").at("memory").values();
   printRow("private memory after 20 ads, against after one", "MB", memory.at(1), memory.at(0),

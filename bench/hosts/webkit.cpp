@@ -174,16 +174,12 @@ void keepViewOnScreen(Application& application, double seconds) {
   reportCost(seconds);
 }
 
-void stayIdle(double seconds) {
-  runFor(kSettlingSeconds);
-  reportCost(seconds);
-}
-
-void keepBlankView(Application& application) {
+void keepBlankView(Application& application, double seconds) {
   auto* view = application.makeView();
   application.hide(view);
   application.loadBlank(view);
   runFor(kSettlingSeconds);
+  reportCost(seconds);
   report("memory", privateMemory());
 }
 
@@ -213,7 +209,6 @@ int main(int count, char** arguments) {
   if (scenario == "show") showView(application);
   if (scenario == "gaps") measureGaps(application);
   if (scenario == "shown") keepViewOnScreen(application, number(3));
-  if (scenario == "idle") stayIdle(number(3));
-  if (scenario == "blank") keepBlankView(application);
+  if (scenario == "blank") keepBlankView(application, number(3));
   if (scenario == "describe") describe(application);
 }
