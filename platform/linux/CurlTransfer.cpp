@@ -121,8 +121,11 @@ void CurlTransfer::setMethodAndBody() {
 void CurlTransfer::setHeaders() {
   // Without "Expect: 100-continue", libcurl sends a large body at once.
   curl_slist* list = curl_slist_append(nullptr, "Expect:");
-  for (const auto& [name, value] : request_.headers)
-    list = curl_slist_append(list, (value.empty() ? name + ";" : name + ": " + value).c_str());
+  for (const auto& [name, value] : request_.headers) {
+    std::string header = name;
+    header.append(value.empty() ? ";" : ": ").append(value);
+    list = curl_slist_append(list, header.c_str());
+  }
   headers_.reset(list);
   curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, list);
 }
