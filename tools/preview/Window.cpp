@@ -4,6 +4,7 @@
 #include <platform/linux/gtk/NativeView.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
@@ -55,6 +56,7 @@ constexpr const char* kStyle =
     "  font-size: 11px; }"
     ".inspector .state { font-family: monospace; font-size: 12px; }"
     ".inspector .breaches { color: #b3261e; font-size: 13px; }"
+    ".inspector .breaches.none { color: #146c2e; }"
     ".closed { color: #fff; font-size: 18px; }";
 
 template <class Table>
@@ -318,6 +320,7 @@ void Window::place(int width, int height) {
       {1.0, (areaWidth - 2 * kMargin) / size.width, (areaHeight - 2 * kMargin) / size.height});
   const auto layer = std::static_pointer_cast<gtk::NativeView>(session_->viewController()->view());
   layer->setRootSize(size);
+  layer->setClipsToBounds(true);  // a page on standby is beside the device
   allocate(layer->widget(), (areaWidth - scale * size.width) / 2,
            top + (areaHeight - scale * size.height) / 2, size, scale);
   allocate(inspector_, areaWidth, top, {kInspectorWidth, areaHeight}, 1);
@@ -345,29 +348,30 @@ void Window::everySecond() {
 void Window::showState() {
   const json& page = observations_->page;
   const json timers = page.value("timers", json::object());
-  std::string lines = "state     " + page.value("state", std::string("none")) +
-                      (page.value("viewable", false) ? ", viewable" : ", not viewable") + "\n" +
-                      "position  " + text(page.value("currentPosition", json())) + "\n" +
-                      "default   " + text(page.value("defaultPosition", json())) + "\n" +
-                      "largest   " + text(page.value("maxSize", json())) + ", screen " +
-                      text(page.value("screenSize", json())) + "\n" + "turned    " +
-                      page.value("orientation", std::string("?")) + "\n" + "timers    " +
-                      std::to_string(timers.value("waiting", 0)) + " waiting, " +
-                      std::to_string(timers.value("repeating", 0)) + " repeating\n" + "frames    " +
-                      rounded(page.value("framesPerSecond", 0.0)) + " a second\n" + "loaded    " +
-                      std::to_string(observations_->weight) + " bytes, ready in " +
-                      rounded(observations_->readySeconds) + " s\n";
+  std::string lines =
+      "state        " + page.value("state", std::string("none")) +
+      (page.value("viewable", false) ? ", viewable" : ", not viewable") + "\n" + "position     " +
+      text(page.value("currentPosition", json())) + "\n" + "default      " +
+      text(page.value("defaultPosition", json())) + "\n" + "largest      " +
+      text(page.value("maxSize", json())) + ", screen " + text(page.value("screenSize", json())) +
+      "\n" + "orientation  " + page.value("orientation", std::string("?")) + "\n" +
+      "timers       " + std::to_string(timers.value("waiting", 0)) + " waiting, " +
+      std::to_string(timers.value("repeating", 0)) + " repeating\n" + "frames       " +
+      rounded(page.value("framesPerSecond", 0.0)) + " a second\n" + "loaded       " +
+      std::to_string(observations_->weight) + " bytes, ready in " +
+      std::to_string(std::lround(1000 * observations_->readySeconds)) + " ms\n";
   if (const json video = page.value("video", json()); video.is_object())
-    lines += "video     " + rounded(video.value("current", 0.0)) + " of " +
+    lines += "video        " + rounded(video.value("current", 0.0)) + " of " +
              rounded(video.value("duration", 0.0)) + " s" +
              (video.value("muted", false) ? ", muted" : "") + "\n";
-  lines += "server    " + (session_ ? reportText(session_->report()) : "");
+  lines += "server       " + (session_ ? reportText(session_->report()) : "");
   gtk_label_set_text(GTK_LABEL(state_), lines.c_str());
 
   std::string broken;
   for (const auto& [rule, id, promise] : rules())
     for (const auto& breach : observations_->breachesOf(rule))
       broken += (broken.empty() ? "" : "\n") + std::string(id) + ": " + breach;
+  (broken.empty() ? gtk_widget_add_css_class : gtk_widget_remove_css_class)(breaches_, "none");
   gtk_label_set_text(GTK_LABEL(breaches_), broken.empty() ? "No rule is broken." : broken.c_str());
 }
 
