@@ -28,7 +28,7 @@ video.write_text(json.dumps({
 rows = [
     (["good/playable.html"], [], {"opened": ["https://landing.example/?taps=1"]}),
     (["good/offer", "--language", "de", "--safe-area", "30,0,20,0"], [],
-     {"opened": ["https://landing.example/offer"]}),
+     {"opened": ["https://landing.example/offer?text=Zum%20Angebot"]}),
     ([templates / "rewarded-video.html", "--ad", video], [],
      {"reported": {"impression": True, "clicked": False, "completed": True, "dismissed": True,
                    "quarter": 4, "failedToShow": False}}),

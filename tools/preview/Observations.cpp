@@ -75,12 +75,23 @@ const std::vector<std::string>& Observations::breachesOf(Rule rule) const {
   return found == breaches_.end() ? kNone : found->second;
 }
 
+std::int64_t Observations::weight() const {
+  std::int64_t sum = 0;
+  for (const auto& [address, size] : sizes) sum += size;
+  return sum;
+}
+
+void Observations::addSize(const std::string& address, std::int64_t size) {
+  auto& largest = sizes[address];
+  largest = std::max(largest, size);
+}
+
 void Observations::judge(const Limits& limits) {
   if (readySeconds > limits.readySeconds)
     breach(Rule::readyTime, "ready after " + number(readySeconds) + " s; the limit is " +
                                 number(limits.readySeconds) + " s");
-  if (weight > limits.weight)
-    breach(Rule::weight, std::to_string(weight) + " bytes; the limit is " +
+  if (weight() > limits.weight)
+    breach(Rule::weight, std::to_string(weight()) + " bytes; the limit is " +
                              std::to_string(limits.weight) + " bytes");
   if (!page.contains("framesPerSecond")) return;
   const double rate = page["framesPerSecond"];

@@ -59,6 +59,9 @@ class Observations {
   const std::vector<std::string>& breachesOf(Rule rule) const;
   bool isGood() const { return breaches_.empty(); }
   const std::vector<Record>& records() const { return records_; }
+  /// Bytes of the document and all that it has loaded.
+  std::int64_t weight() const;
+  void addSize(const std::string& address, std::int64_t size);
 
   /// Compares the measured values below with the limits.
   void judge(const Limits& limits);
@@ -69,7 +72,8 @@ class Observations {
   nlohmann::json page = nlohmann::json::object();  ///< the page's latest state, from the probe
   std::vector<std::string> opened;                 ///< addresses that the SDK opened
   double readySeconds = 0;                         ///< from the page's load to the loaded ad
-  std::int64_t weight = 0;
+  /// Bytes by address. A medium is loaded in parts, some of them twice, so its largest part counts.
+  std::map<std::string, std::int64_t> sizes;
   bool hasEndedVideo = false;  ///< the page has reported the end of its video
 
  private:

@@ -44,7 +44,7 @@ class ObservedWebView final : public WebView,
     note(Source::sdk, "loads the document, " + std::to_string(html.size()) + " bytes");
     if (auto* observer = Observer::current()) {
       observer->loadBegan = g_get_monotonic_time();
-      observer->observations().weight += static_cast<std::int64_t>(html.size());
+      observer->observations().addSize("", static_cast<std::int64_t>(html.size()));
     }
     inner_->loadHTML(html, baseURL);
   }

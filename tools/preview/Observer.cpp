@@ -109,19 +109,18 @@ void Observer::resourceFinished(WebKitWebResource* resource) {
   if (status >= kFirstFailure)
     return observations_.breach(Rule::files, address + ": status " + std::to_string(status));
   const auto length = static_cast<std::int64_t>(webkit_uri_response_get_content_length(response));
-  if (length > 0) {
-    observations_.weight += length;
-    return;
-  }
+  if (length > 0) return observations_.addSize(address, length);
   // The server has not announced a length.
   webkit_web_resource_get_data(
       resource, nullptr, runAsync,
-      asyncData([this, alive = std::weak_ptr(alive_)](GObject* source, GAsyncResult* result) {
-        gsize size = 0;
-        const GStringPtr data(reinterpret_cast<char*>(webkit_web_resource_get_data_finish(
-            WEBKIT_WEB_RESOURCE(source), result, &size, nullptr)));
-        if (data && alive.lock()) observations_.weight += static_cast<std::int64_t>(size);
-      }));
+      asyncData(
+          [this, address, alive = std::weak_ptr(alive_)](GObject* source, GAsyncResult* result) {
+            gsize size = 0;
+            const GStringPtr data(reinterpret_cast<char*>(webkit_web_resource_get_data_finish(
+                WEBKIT_WEB_RESOURCE(source), result, &size, nullptr)));
+            if (data && alive.lock())
+              observations_.addSize(address, static_cast<std::int64_t>(size));
+          }));
 }
 
 }  // namespace kva::preview

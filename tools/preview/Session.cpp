@@ -34,14 +34,15 @@ void writeTemplates(const fs::path& folder, const std::string& html) {
 
 /// The SDK reads the language from the environment, as any program does.
 void setLanguage(const std::string& language) {
-  if (language.empty()) return;
-  g_setenv("LANGUAGE", language.c_str(), TRUE);
-  g_setenv("LC_ALL", (language + ".UTF-8").c_str(), TRUE);
+  static const std::string kSystem = g_getenv("LANGUAGE") ? g_getenv("LANGUAGE") : "";
+  static const GtkTextDirection kSystemDirection = gtk_widget_get_default_direction();
+  g_setenv("LANGUAGE", (language.empty() ? kSystem : language).c_str(), TRUE);
   constexpr std::string_view kFromTheRight[] = {"ar", "fa", "he", "ur"};
   const bool isFromTheRight =
-      std::ranges::find(kFromTheRight, std::string_view(language).substr(0, 2)) !=
-      std::end(kFromTheRight);
-  gtk_widget_set_default_direction(isFromTheRight ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);
+      std::ranges::find(kFromTheRight, language.substr(0, 2)) != std::end(kFromTheRight);
+  gtk_widget_set_default_direction(language.empty() ? kSystemDirection
+                                   : isFromTheRight ? GTK_TEXT_DIR_RTL
+                                                    : GTK_TEXT_DIR_LTR);
 }
 
 fs::path resourceFolder() {

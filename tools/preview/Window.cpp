@@ -39,15 +39,15 @@ struct SafeArea {
 constexpr SafeArea kSafeAreas[] = {
     {"No unsafe edges", {}}, {"Notch", {44, 0, 34, 0}}, {"Bezel", {24, 24, 24, 24}}};
 
-constexpr const char* kLanguages[] = {"", "en", "de", "tr", "fr", "es", "ar", "he"};
+constexpr const char* kLanguages[] = {"en", "de", "tr", "fr", "es", "ar", "he"};
 
 struct Network {
   const char* name;
   Link link;
 };
 const Network kNetworks[] = {{"Fast network", {}},
-                             {"Slow network", {std::chrono::milliseconds(400), 50'000}},
-                             {"Very slow network", {std::chrono::milliseconds(1500), 10'000}}};
+                             {"Slow network", {std::chrono::milliseconds(400), 100'000}},
+                             {"Very slow network", {std::chrono::milliseconds(1500), 20'000}}};
 
 constexpr const char* kStyle =
     ".preview { background: #303236; }"
@@ -115,8 +115,7 @@ Window::Window(Request request, Settings settings, Limits limits, Size device)
   gtk_window_set_default_size(window_, 2 * kMargin + 640 + kInspectorWidth, 820);
   gtk_widget_add_css_class(GTK_WIDGET(window_), "preview");
   gtk_widget_add_css_class(content_, "closed");
-  gtk_widget_set_margin_end(content_, kInspectorWidth);
-  gtk_widget_set_size_request(content_, 320, 360);
+  gtk_widget_set_size_request(content_, 320 + kInspectorWidth, 360);
   gtk_window_set_child(window_, content_);
   // Not the window's child: the SDK hides that while an ad is on screen.
   inspector_ = makeInspector();
@@ -140,19 +139,19 @@ Window::~Window() {
 
 void Window::run() { g_main_loop_run(loop_); }
 
-GtkWidget* Window::addChoice(GtkWidget* box, const char* name, std::vector<std::string> choices,
-                             std::function<void(guint)> chosen) {
+void Window::addChoice(GtkWidget* box, const std::string& name,
+                       const std::vector<std::string>& choices, Chosen chosen) {
   auto* list = gtk_string_list_new(nullptr);
+  gtk_string_list_append(list, (name + " as given").c_str());
   for (const auto& choice : choices) gtk_string_list_append(list, choice.c_str());
   auto* choose = gtk_drop_down_new(G_LIST_MODEL(list), nullptr);
-  gtk_widget_set_tooltip_text(choose, name);
   gtk_widget_set_hexpand(choose, TRUE);
   connections_.push_back(connect<void(GParamSpec*)>(
       choose, "notify::selected", [choose, chosen = std::move(chosen)](GParamSpec*) {
-        chosen(gtk_drop_down_get_selected(GTK_DROP_DOWN(choose)));
+        const guint selected = gtk_drop_down_get_selected(GTK_DROP_DOWN(choose));
+        chosen(selected == 0 ? std::nullopt : std::optional<std::size_t>(selected - 1));
       }));
   gtk_box_append(GTK_BOX(box), choose);
-  return choose;
 }
 
 void Window::addButton(GtkWidget* box, const char* name, std::function<void()> pressed) {
@@ -168,33 +167,28 @@ GtkWidget* Window::makeControls() {
     gtk_box_append(GTK_BOX(rows), row);
     return row;
   };
-  auto devices = namesOf(kDevices);
-  devices.push_back("As given");
   auto* row = addRow();
-  auto* choose = addChoice(row, "Size", devices, [this, given = device_](guint index) {
-    device_ = index < std::size(kDevices) ? kDevices[index].size : given;
+  addChoice(row, "Size", namesOf(kDevices), [this, given = device_](auto index) {
+    device_ = index ? kDevices[*index].size : given;
     gtk_widget_queue_resize(GTK_WIDGET(window_));
   });
-  const auto* known = std::ranges::find(kDevices, device_, &Device::size);
-  gtk_drop_down_set_selected(GTK_DROP_DOWN(choose), static_cast<guint>(known - kDevices));
   addButton(row, "Rotate", [this] { rotate(); });
   addButton(row, "Reload", [this] { reload(); });
 
   row = addRow();
-  addChoice(row, "Unsafe edges", namesOf(kSafeAreas), [this](guint index) {
-    safeArea_ = kSafeAreas[index].insets;
+  addChoice(row, "Edges", namesOf(kSafeAreas), [this, given = safeArea_](auto index) {
+    safeArea_ = index ? kSafeAreas[*index].insets : given;
     reload();
   });
-  std::vector<std::string> languages(std::begin(kLanguages), std::end(kLanguages));
-  languages.front() = "System's language";
-  addChoice(row, "Language", languages, [this](guint index) {
-    settings_.language = kLanguages[index];
-    reload();
-  });
+  addChoice(row, "Language", {std::begin(kLanguages), std::end(kLanguages)},
+            [this, given = settings_.language](auto index) {
+              settings_.language = index ? kLanguages[*index] : given;
+              reload();
+            });
 
   row = addRow();
-  addChoice(row, "Network", namesOf(kNetworks), [this](guint index) {
-    settings_.link = kNetworks[index].link;
+  addChoice(row, "Network", namesOf(kNetworks), [this, given = settings_.link](auto index) {
+    settings_.link = index ? kNetworks[*index].link : given;
     reload();
   });
   auto* mute = gtk_check_button_new_with_label("Muted");
@@ -323,6 +317,7 @@ void Window::place(int width, int height) {
   layer->setClipsToBounds(true);  // a page on standby is beside the device
   allocate(layer->widget(), (areaWidth - scale * size.width) / 2,
            top + (areaHeight - scale * size.height) / 2, size, scale);
+  allocate(content_, 0, top, {areaWidth, areaHeight}, 1);
   allocate(inspector_, areaWidth, top, {kInspectorWidth, areaHeight}, 1);
 }
 
@@ -358,7 +353,7 @@ void Window::showState() {
       "timers       " + std::to_string(timers.value("waiting", 0)) + " waiting, " +
       std::to_string(timers.value("repeating", 0)) + " repeating\n" + "frames       " +
       rounded(page.value("framesPerSecond", 0.0)) + " a second\n" + "loaded       " +
-      std::to_string(observations_->weight) + " bytes, ready in " +
+      std::to_string(observations_->weight()) + " bytes, ready in " +
       std::to_string(std::lround(1000 * observations_->readySeconds)) + " ms\n";
   if (const json video = page.value("video", json()); video.is_object())
     lines += "video        " + rounded(video.value("current", 0.0)) + " of " +

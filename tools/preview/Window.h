@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,10 @@ class Window {
  private:
   GtkWidget* makeControls();
   GtkWidget* makeInspector();
-  GtkWidget* addChoice(GtkWidget* box, const char* name, std::vector<std::string> choices,
-                       std::function<void(guint)> chosen);
+  /// Called with the index of a choice; without one for what the command line gives.
+  using Chosen = std::function<void(std::optional<std::size_t>)>;
+  void addChoice(GtkWidget* box, const std::string& name, const std::vector<std::string>& choices,
+                 Chosen chosen);
   void addButton(GtkWidget* box, const char* name, std::function<void()> pressed);
 
   void reload();

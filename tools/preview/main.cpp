@@ -42,7 +42,7 @@ struct CommandLine {
   bool judges() const { return !report.empty() || !junit.empty() || !plan.screenshots.empty(); }
 };
 
-constexpr Link kSlowLink{.latency = std::chrono::milliseconds(400), .bytesPerSecond = 50'000};
+constexpr Link kSlowLink{.latency = std::chrono::milliseconds(400), .bytesPerSecond = 100'000};
 
 /// Replaces this process by one on an X display and a session bus of its own. Returns only if it
 /// cannot.
@@ -145,7 +145,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_option("--language", line.settings.language, "The user's language, such as de");
   app.add_flag("--muted", line.settings.isMuted, "Ads begin without sound");
   app.add_flag("--slow", line.isSlow,
-               "A slow network: 400 ms and 50 kB/s for the creative's files");
+               "A slow network: 400 ms and 100 kB/s for the creative's files");
   app.add_option("--report", line.report, "Write what was seen and judged, as JSON");
   app.add_option("--junit", line.junit, "Write a test case for each rule, as JUnit XML");
   app.add_option("--screenshots", line.plan.screenshots, "Folder for pictures");
