@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 """verdicts.py BUILD_DIR [FOLDER]: kelvara-preview plays three good and nine bad creatives, each bad
 one for another reason, and names exactly that reason. Keeps its output in FOLDER."""
+import functools
+import http.server
 import json
 import pathlib
 import subprocess
 import sys
 import tempfile
+import threading
 import xml.etree.ElementTree
 from concurrent.futures import ThreadPoolExecutor
 
@@ -24,9 +27,15 @@ video.write_text(json.dumps({
 (output / "comets-portrait.webm").unlink(missing_ok=True)
 (output / "comets-portrait.webm").symlink_to((clips / "comets-portrait.webm").resolve())
 
+handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=creatives)
+web = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
+threading.Thread(target=web.serve_forever, daemon=True).start()
+
 # Arguments, the broken rules, and what the report says was opened and reported.
 rows = [
-    (["good/playable.html"], [], {"opened": ["https://landing.example/?taps=1"]}),
+    (["good/playable"], [], {"opened": ["https://landing.example/?taps=1"]}),
+    ([f"http://127.0.0.1:{web.server_port}/good/playable/index.html"], [],
+     {"opened": ["https://landing.example/?taps=1"]}),
     (["good/offer", "--language", "de", "--safe-area", "30,0,20,0"], [],
      {"opened": ["https://landing.example/offer?text=Zum%20Angebot"]}),
     ([templates / "rewarded-video.html", "--ad", video], [],
