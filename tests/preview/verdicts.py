@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""verdicts.py BUILD_DIR [FOLDER]: kelvara-preview plays three good and nine bad creatives, each bad
-one for another reason, and names exactly that reason. Keeps its output in FOLDER."""
+"""verdicts.py BUILD_DIR [FOLDER]: kelvara-preview plays good creatives, the sandbox's among them,
+and bad ones, each bad for another reason, and names exactly that reason. Keeps its output in FOLDER."""
 import functools
 import http.server
 import json
@@ -38,6 +38,7 @@ rows = [
      {"opened": ["https://landing.example/?taps=1"]}),
     (["good/offer", "--language", "de", "--safe-area", "30,0,20,0"], [],
      {"opened": ["https://landing.example/offer?text=Zum%20Angebot"]}),
+    ([templates / "playable.html", "--ad", "good/offer/ad.json"], [], {}),
     ([templates / "rewarded-video.html", "--ad", video], [],
      {"reported": {"impression": True, "clicked": False, "completed": True, "dismissed": True,
                    "quarter": 4, "failedToShow": False}}),

@@ -66,11 +66,16 @@ class ObservedWebView final : public WebView,
   }
 
   void webViewDidFinishNavigation() override {
+    isLoaded_ = true;
     note(Source::page, "has loaded");
     if (auto delegate = delegate_.lock()) delegate->webViewDidFinishNavigation();
   }
   void webViewDidFailNavigation(const Error& error) override {
-    breach(Rule::plays, "the page does not load: " + error.localizedDescription());
+    const std::string why = "does not load: " + error.localizedDescription();
+    if (isLoaded_)
+      note(Source::page, why);
+    else
+      breach(Rule::plays, "the page " + why);
     if (auto delegate = delegate_.lock()) delegate->webViewDidFailNavigation(error);
   }
   void webViewProcessDidTerminate(const Error& error) override {
@@ -136,7 +141,7 @@ class ObservedWebView final : public WebView,
 
   const std::shared_ptr<WebView> inner_;
   std::weak_ptr<WebViewDelegate> delegate_;
-  bool wasRefused_ = false;
+  bool wasRefused_ = false, isLoaded_ = false;
 };
 
 class ObservedEngine final : public WebEngine {

@@ -113,7 +113,12 @@ class Player {
   }
 
   void close() {
-    stage::typeKey(window_, GDK_KEY_Escape);
+    // The first press may close a menu that the tap has opened.
+    for (int times = 0; times < 2 && session_.stage() == Stage::shown; ++times) {
+      for (const auto& control : session_.controls())
+        if (control.isAtTop) stage::click(window_, control.centre.x, control.centre.y);
+      settle(kTapSeconds);
+    }
     if (!reach(Stage::closed, kCloseSeconds, "the ad is not closed")) return;
     // A closing page still runs for a moment.
     settle(kSettleSeconds);

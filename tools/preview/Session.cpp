@@ -234,11 +234,16 @@ std::vector<Session::Control> Session::controls() const {
   const int height = gtk_widget_get_height(GTK_WIDGET(page.get()));
   eachControl(GTK_WIDGET(window_), [&](GtkWidget* control) {
     graphene_rect_t box;
+    graphene_point_t middle{0, 0}, centre;
     if (!gtk_widget_compute_bounds(control, GTK_WIDGET(page.get()), &box)) return;
+    graphene_rect_get_center(&box, &middle);
+    if (!gtk_widget_compute_point(GTK_WIDGET(page.get()), GTK_WIDGET(window_), &middle, &centre))
+      return;
     const bool isAtTop = box.origin.y + box.size.height / 2 < static_cast<float>(height) / 2;
     const bool isAtLeft = box.origin.x + box.size.width / 2 < static_cast<float>(width) / 2;
     found.push_back(
         {.box = {box.origin.x, box.origin.y, box.size.width, box.size.height},
+         .centre = {centre.x, centre.y},
          .isAtTop = isAtTop,
          .corner = std::string(isAtTop ? "top" : "bottom") + (isAtLeft ? " left" : " right")});
   });
@@ -247,7 +252,7 @@ std::vector<Session::Control> Session::controls() const {
 
 void Session::checkCorners() {
   Json boxes = Json::array();
-  for (const auto& [box, isAtTop, corner] : controls())
+  for (const auto& [box, centre, isAtTop, corner] : controls())
     boxes.push_back({{"x", box.x},
                      {"y", box.y},
                      {"width", box.width},

@@ -46,6 +46,7 @@ class Session {
   /// A control that the SDK shows above the page, in the page's coordinates.
   struct Control {
     Rect box;
+    Point centre;  ///< in the window
     bool isAtTop;
     std::string corner;
   };

@@ -170,6 +170,10 @@ int main(int count, char** arguments) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kGood : kNotPlayed;
   }
+  if (line.width < 1 || line.height < 1) {
+    std::cerr << "kelvara-preview: the size must not be empty\n";
+    return kNotPlayed;
+  }
   if (line.isSlow) line.settings.link = kSlowLink;
   if (line.judges() && !g_getenv(kInside)) return moveToOwnDisplay(count, arguments, line);
   const auto creative = readCreative(line.request);
