@@ -56,6 +56,7 @@ std::string_view name(Source source) {
 void Observations::note(Source source, std::string text) {
   const std::int64_t now = g_get_monotonic_time();
   if (records_.empty()) begun_ = now;
+  if (records_.size() + 1 == kMostRecords) text = "no more is recorded";
   if (records_.size() < kMostRecords)
     records_.push_back({static_cast<double>(now - begun_) / 1e6, source, std::move(text)});
   if (changed) changed();

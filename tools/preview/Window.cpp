@@ -385,7 +385,8 @@ void Window::appendRecords() {
   }
   gtk_text_buffer_get_end_iter(buffer, &end);
   gtk_text_buffer_place_cursor(buffer, &end);
-  gtk_text_view_scroll_mark_onscreen(GTK_TEXT_VIEW(records_), gtk_text_buffer_get_insert(buffer));
+  gtk_text_view_scroll_to_mark(GTK_TEXT_VIEW(records_), gtk_text_buffer_get_insert(buffer), 0, TRUE,
+                               0, 1);
 }
 
 }  // namespace kva::preview
