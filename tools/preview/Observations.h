@@ -37,7 +37,7 @@ std::span<const RuleText> rules();
 struct Limits {
   double readySeconds = 5;
   std::int64_t weight = 5'000'000;  ///< bytes of the document and all that it loads
-  double framesPerSecond = 20;
+  double framesPerSecond = 15;      ///< as a pause weighs by its length
 };
 
 /// Where a record comes from.

@@ -129,16 +129,16 @@
     return requestAnimationFrame.call(window, call);
   };
 
-  // Drawn frames, counted only while the ad is viewable.
-  let frames = 0, drawnMilliseconds = 0, lastFrame = 0;
+  // The time between two frames, seen at any moment while the ad is viewable: a pause weighs as much
+  // as it is long, so that frames in quick succession do not make up for it.
+  let milliseconds = 0, squares = 0, lastFrame = 0;
   requestAnimationFrame.call(window, function count(now) {
     if (!isViewable()) {
       lastFrame = 0;
     } else {
-      if (lastFrame) {
-        frames += 1;
-        drawnMilliseconds += now - lastFrame;
-      }
+      const pause = lastFrame ? now - lastFrame : 0;
+      milliseconds += pause;
+      squares += pause * pause;
       lastFrame = now;
     }
     requestAnimationFrame.call(window, count);
@@ -164,7 +164,7 @@
       timers: {waiting: waiting.size, repeating: repeating.size, framesAsked},
       video: medium()
     };
-    if (drawnMilliseconds > 0) state.framesPerSecond = 1000 * frames / drawnMilliseconds;
+    if (squares > 0) state.framesPerSecond = 1000 * milliseconds / squares;
     const now = toText(state);
     if (now === lastState) return;
     lastState = now;
