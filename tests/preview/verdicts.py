@@ -13,7 +13,8 @@ import xml.etree.ElementTree
 from concurrent.futures import ThreadPoolExecutor
 
 build = pathlib.Path(sys.argv[1]).resolve()
-output = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else tempfile.mkdtemp()).resolve()
+temporary = tempfile.TemporaryDirectory()
+output = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else temporary.name).resolve()
 creatives = pathlib.Path(__file__).parent / "creatives"
 templates = build / "share/kelvara/sandbox/templates"
 clips = build / "share/kelvara/sandbox/creatives"
