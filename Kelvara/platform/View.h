@@ -134,6 +134,8 @@ class ViewController {
   virtual ~ViewController() = default;
   virtual void setDelegate(std::weak_ptr<ViewControllerDelegate> delegate) = 0;
   virtual std::shared_ptr<View> view() = 0;
+  /// Sets the name by which assistive technology announces this controller when it is presented.
+  virtual void setAccessibleName(const std::string& name) = 0;
   /// True from `present` until the dismissal has completed.
   virtual bool isPresented() const = 0;
   /// Presents `controller` full screen over this one, whose view must be in a window. A short

@@ -17,12 +17,12 @@ constexpr double kPrivacyAlpha = 0.8;
 
 }  // namespace
 
-const AdView::Look AdView::kClose{"icon.close", "Close", "×"};
-const AdView::Look AdView::kSkip{"icon.skip", "Skip", "»"};
-const AdView::Look AdView::kPrivacy{"icon.adchoices", "Privacy", "i"};
+const AdView::Look AdView::kClose{"icon.close", Spoken::close, "×"};
+const AdView::Look AdView::kSkip{"icon.skip", Spoken::skip, "»"};
+const AdView::Look AdView::kPrivacy{"icon.adchoices", Spoken::privacy, "i"};
 // "soundonn" is the image's name.
-const AdView::Look AdView::kSoundOn{"icon.soundonn", "Mute", "♪"};
-const AdView::Look AdView::kSoundOff{"icon.soundoff", "Unmute", "-"};
+const AdView::Look AdView::kSoundOn{"icon.soundonn", Spoken::mute, "♪"};
+const AdView::Look AdView::kSoundOff{"icon.soundoff", Spoken::unmute, "-"};
 
 std::shared_ptr<AdView> AdView::create(std::shared_ptr<View> view,
                                        std::shared_ptr<KVAWebView> webView,
@@ -87,7 +87,7 @@ void AdView::setLook(Button& button, const Look& look) {
                     .symbol = look.symbol};
   if (!button.setImage(image, kImageInsets))
     Log::e("Image " + image.name + " couldn't be read from \"" + image.bundle.string() + "\".");
-  button.setAccessibleName(look.name);
+  button.setAccessibleName(accessibleName(look.action));
 }
 
 void AdView::setDelegate(std::weak_ptr<AdViewDelegate> delegate) {

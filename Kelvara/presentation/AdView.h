@@ -5,6 +5,7 @@
 
 #include <Kelvara/ads/Ad.h>
 #include <Kelvara/platform/View.h>
+#include <Kelvara/presentation/AccessibleNames.h>
 #include <Kelvara/presentation/KVAWebView.h>
 
 namespace kva {
@@ -49,9 +50,11 @@ class AdView : public ViewDelegate, public std::enable_shared_from_this<AdView> 
 
  private:
   using Action = void (AdView::*)();
-  /// A control's image, its accessible name, and the text to show if the image is missing.
+  /// A control's image, what it does, and the text to show if the image is missing.
   struct Look {
-    const char *image, *name, *symbol;
+    const char* image;
+    Spoken action;
+    const char* symbol;
   };
   static const Look kClose, kSkip, kPrivacy, kSoundOn, kSoundOff;
 

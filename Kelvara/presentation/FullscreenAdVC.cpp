@@ -7,6 +7,7 @@
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
 #include <Kelvara/platform/ErrorTable.h>
+#include <Kelvara/presentation/AccessibleNames.h>
 #include <Kelvara/presentation/ApplicationFrame.h>
 #include <Kelvara/reporting/ReportManager.h>
 
@@ -52,6 +53,7 @@ void FullscreenAdVC::setup() {
   viewController_ = hostApplication().makeViewController();
   viewController_->setDelegate(weak_from_this());
   viewController_->view()->setBackgroundColor(Color::black);
+  viewController_->setAccessibleName(accessibleName(Spoken::ad));
 }
 
 void FullscreenAdVC::setDelegate(std::weak_ptr<FullscreenAdVCDelegate> delegate) {

@@ -148,6 +148,7 @@ class HeadlessViewController final : public ViewController,
 
   void setDelegate(std::weak_ptr<ViewControllerDelegate> delegate) override;
   std::shared_ptr<View> view() override { return view_; }
+  void setAccessibleName(const std::string&) override {}
   bool isPresented() const override { return isPresented_; }
   void present(std::shared_ptr<ViewController> controller,
                std::move_only_function<void()> completed) override;

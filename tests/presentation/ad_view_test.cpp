@@ -59,6 +59,20 @@ TEST_F(AdViews, PlaceTheControlsOverThePageInTheSafeArea) {
   }
 }
 
+TEST_F(AdViews, NameTheControlsInTheUsersLanguage) {
+  const std::pair<std::vector<std::string>, const char*> closeIn[] = {
+      {{"de-AT", "en"}, "Schließen"}, {{"tr"}, "Kapat"}, {{"ar-EG"}, "إغلاق"},
+      {{"den-CA", "tr"}, "Kapat"},    {{"ja"}, "Close"}, {{}, "Close"},
+  };
+  for (const auto& [languages, name] : closeIn) {
+    h.locale.set({.preferredLanguages = languages});
+    makeAd();
+    show();
+    EXPECT_EQ(h.application.button("icon.close")->accessibleName(), name);
+    close();
+  }
+}
+
 TEST_F(AdViews, OfAnImageShowCloseAfterTheCountdown) {
   show({.arcDuration = 3});
   h.time.advance(2);

@@ -39,7 +39,13 @@ gboolean fadeFrame(GtkWidget*, GdkFrameClock* clock, gpointer data) {
 
 }  // namespace
 
-NativeViewController::NativeViewController() : view_(std::make_shared<NativeView>(Rect{})) {}
+// A modal dialog, not a region: it takes every key until the user closes it, and a screen reader
+// announces a dialog when the focus moves into it.
+NativeViewController::NativeViewController() : view_(std::make_shared<NativeView>(Rect{})) {
+  g_object_set(view_->widget(), "accessible-role", GTK_ACCESSIBLE_ROLE_DIALOG, nullptr);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(view_->widget()), GTK_ACCESSIBLE_PROPERTY_MODAL,
+                                 gboolean{TRUE}, -1);
+}
 
 NativeViewController::NativeViewController(const std::shared_ptr<NativeWindow>& window)
     : window_(window), view_(std::static_pointer_cast<NativeView>(window->view())) {}
@@ -51,6 +57,11 @@ std::shared_ptr<NativeViewController> NativeViewController::ofHost(
             g_idle_add_once([](gpointer data) { delete static_cast<NativeViewController*>(data); },
                             controller);
           }};
+}
+
+void NativeViewController::setAccessibleName(const std::string& name) {
+  gtk_accessible_update_property(GTK_ACCESSIBLE(view_->widget()), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                 name.c_str(), -1);
 }
 
 void NativeViewController::cancelRequested() {

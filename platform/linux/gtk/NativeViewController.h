@@ -34,6 +34,7 @@ class NativeViewController final : public kva::ViewController,
     delegate_ = std::move(delegate);
   }
   std::shared_ptr<View> view() override { return view_; }
+  void setAccessibleName(const std::string& name) override;
   bool isPresented() const override { return phase_ != Phase::away; }
   void present(std::shared_ptr<ViewController> controller,
                std::move_only_function<void()> completed) override;

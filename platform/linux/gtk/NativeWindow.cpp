@@ -215,8 +215,17 @@ void NativeWindow::showBelow(bool visible) {
   setContentVisible(visible);
 }
 
+// Assistive technology reads content that is not drawn too, and could activate it.
 void NativeWindow::setContentVisible(bool visible) {
-  if (auto* content = gtk_window_get_child(window_)) gtk_widget_set_child_visible(content, visible);
+  if (auto hidden = hiddenContent_.get())
+    gtk_accessible_reset_state(GTK_ACCESSIBLE(hidden.get()), GTK_ACCESSIBLE_STATE_HIDDEN);
+  auto* content = gtk_window_get_child(window_);
+  hiddenContent_.set(visible ? nullptr : content);
+  if (!content) return;
+  gtk_widget_set_child_visible(content, visible);
+  if (!visible)
+    gtk_accessible_update_state(GTK_ACCESSIBLE(content), GTK_ACCESSIBLE_STATE_HIDDEN,
+                                gboolean{TRUE}, -1);
 }
 
 void NativeWindow::cover(std::shared_ptr<NativeViewController> controller) {

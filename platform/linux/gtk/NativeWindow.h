@@ -90,6 +90,7 @@ class NativeWindow final : public kva::Window, public std::enable_shared_from_th
   bool wasOnScreen_ = false;
   bool contentShows_ = true;
   WeakRef<GtkWidget> hostFocus_, coverFocus_;
+  WeakRef<GtkWidget> hiddenContent_;  ///< the host's child that is hidden from assistive technology
   bool hostFocusVisible_ = false;
   GtkEventController* keys_ = nullptr;
   std::vector<SignalConnection> connections_, surfaceConnections_;

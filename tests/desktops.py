@@ -1,0 +1,310 @@
+#!/usr/bin/env python3
+"""desktops.py BIN_DIR DESKTOP [FOLDER]: plays an interstitial in example-gtk on one kind of desktop.
+
+Checks with AT-SPI what assistive technology sees, with the page itself its size and scale, and in a
+picture of the screen that the page is drawn there. Closes the ad by a key, the pointer or AT-SPI.
+Saves the picture in FOLDER. Runs in a network namespace and session bus of its own. Exits 77 where
+the system refuses namespaces or a tool is missing.
+"""
+import dataclasses
+import glob
+import http.server
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import urllib.parse
+import urllib.request
+
+NAMES = {"en": ("Advertisement", "Close", "Privacy"), "de": ("Werbung", "Schließen", "Datenschutz"),
+         "tr": ("Reklam", "Kapat", "Gizlilik"), "ar": ("إعلان", "إغلاق", "الخصوصية")}
+
+
+@dataclasses.dataclass
+class Desktop:
+    display: str = "x11"  # or weston's backend: "headless", or "nested" in an X server
+    manager: bool = True  # X11 has a window manager
+    scale: int = 1
+    language: str = "en"
+    settings: str = ""    # GTK's
+    close: str = "escape"
+    looks: dict = dataclasses.field(default_factory=lambda: {"scheme": "light", "zoom": 1})
+
+
+DESKTOPS = {
+    "openbox": Desktop(),
+    "no-window-manager": Desktop(manager=False, language="de", close="pointer"),
+    "scale-2": Desktop(scale=2, close="pointer"),
+    "large-text": Desktop(settings="gtk-xft-dpi=147456"),
+    "right-to-left": Desktop(language="ar", close="tab"),
+    "dark": Desktop(settings="gtk-application-prefer-dark-theme=1", looks={"scheme": "dark", "zoom": 1}),
+    "wayland": Desktop(display="nested", language="tr"),
+    "wayland-scale-2": Desktop(display="nested", scale=2, close="pointer"),
+    "wayland-headless": Desktop(display="headless", close="action"),
+}
+
+# Marks the middle of each edge of the page in a colour that nothing else has.
+MARK = "#ff00c8"
+PROBE = """<style>
+.mark { position: fixed; width: 12px; height: 12px; background: %s; z-index: 9 }
+</style>
+<div class="mark" style="top: 0; left: 50%%"></div><div class="mark" style="bottom: 0; left: 50%%"></div>
+<div class="mark" style="left: 0; top: 40%%"></div><div class="mark" style="right: 0; top: 40%%"></div>
+<script>
+setInterval(function () {
+  var position = mraid.getCurrentPosition();
+  new Image().src = 'http://127.0.0.1:8001/?' + new URLSearchParams({
+    width: innerWidth, height: innerHeight, scale: devicePixelRatio,
+    mraidWidth: position.width, mraidHeight: position.height, viewable: mraid.isViewable(),
+    scheme: matchMedia('(prefers-color-scheme: dark)').matches ? 'dark' : 'light',
+    language: navigator.language, focus: document.hasFocus()});
+}, 100);
+</script>""" % MARK
+
+
+def main():
+    binaries, name = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2]
+    desktop = DESKTOPS[name]
+    if "INSIDE" not in os.environ:
+        enter(binaries, desktop)
+    with tempfile.TemporaryDirectory() as work:
+        run = Run(binaries, desktop, pathlib.Path(work))
+        try:
+            run.play()
+            folder = sys.argv[3] if len(sys.argv) > 3 else None
+            if folder:
+                shutil.copy(run.picture, f"{folder}/desktop-{name}.png")
+        finally:
+            run.end()
+    print(f"{name}: the ad is as it should be")
+
+
+def enter(binaries, desktop):
+    """Starts this script again in a namespace with a session bus. Does not return."""
+    tools = ["convert", "import", "xdotool", "Xvfb", binaries / "example-gtk"]
+    tools += ["openbox"] if desktop.display == "x11" else ["weston", "weston-screenshooter"]
+    missing = [str(tool) for tool in tools if not shutil.which(tool)]
+    try:
+        import gi
+        gi.require_version("Atspi", "2.0")
+    except (ImportError, ValueError):
+        missing.append("python3-gi with gir1.2-atspi-2.0")
+    if missing:
+        skip(f"{', '.join(missing)} missing")
+    if subprocess.run(["unshare", "--net", "true"], stderr=subprocess.DEVNULL).returncode:
+        skip("network namespaces are refused here")
+    kept = {key: value for key, value in os.environ.items()
+            if key not in ("DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "GTK_A11Y", "NO_AT_BRIDGE",
+                           "GDK_DEBUG", "AT_SPI_BUS_ADDRESS")}
+    os.execvpe("unshare", ["unshare", "--net", "dbus-run-session", "--", sys.executable, *sys.argv],
+               {**kept, "INSIDE": "1"})
+
+
+def skip(why):
+    print(f"{why}: skipped")
+    sys.exit(77)
+
+
+def eventually(what, condition, seconds=30):
+    end = time.monotonic() + seconds
+    while not (value := condition()):
+        if time.monotonic() > end:
+            raise SystemExit(f"waited in vain: {what}")
+        time.sleep(0.1)
+    return value
+
+
+def expect(what, value, wanted):
+    if value != wanted:
+        raise SystemExit(f"{what} is {value}, not {wanted}")
+
+
+def sandbox(path, body=None):
+    request = urllib.request.Request(f"http://127.0.0.1:8000/control/{path}",
+                                     body and json.dumps(body).encode(), {"Content-Type": "application/json"})
+    with urllib.request.urlopen(request) as answer:
+        return json.load(answer) if body is None else None
+
+
+class Run:
+    def __init__(self, binaries, desktop, work):
+        self.binaries, self.desktop, self.work = binaries, desktop, work
+        self.processes, self.measured, self.picture = [], {}, work / "picture.png"
+        subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+        os.chmod(work, 0o700)
+        (work / "gtk-4.0").mkdir()
+        (work / "gtk-4.0/settings.ini").write_text(f"[Settings]\n{desktop.settings}\n")
+        os.environ.update(XDG_RUNTIME_DIR=str(work), XDG_DATA_HOME=str(work), XDG_CONFIG_HOME=str(work),
+                          GSETTINGS_BACKEND="memory", LC_ALL="C.UTF-8", LANGUAGE=desktop.language, TZ="UTC")
+
+    def play(self):
+        self.start_display()
+        self.start_server()
+        self.host = self.start(self.binaries / "example-gtk", file="host", **self.environment())
+        import gi
+        gi.require_version("Atspi", "2.0")
+        from gi.repository import Atspi
+        self.atspi = Atspi
+        ad, close, privacy = NAMES[self.desktop.language]
+
+        eventually("the host is ready", lambda: self.find("Ready"))
+        opener = self.find("Interstitial", Atspi.Role.PUSH_BUTTON)
+        opener.get_component_iface().grab_focus()
+        opener.get_action_iface().do_action(0)
+        dialog = eventually("an ad", lambda: self.find(ad, Atspi.Role.DIALOG))
+        if self.desktop.close != "action":
+            self.key("Escape")  # the countdown runs
+        eventually("the page is viewable", lambda: self.measured.get("viewable") == "true")
+        expect("the dialog's modality", dialog.get_state_set().contains(Atspi.StateType.MODAL), True)
+        expect("the host's button behind the ad", self.find("Interstitial"), None)
+        control = eventually("the close control", lambda: self.find(close, Atspi.Role.PUSH_BUTTON))
+        self.check_places(dialog, {close: "top", privacy: "bottom"})
+        x, y = self.check_picture()
+        expect("reports of a dismissal", self.dismissals(), 0)
+
+        if self.desktop.close == "action":
+            control.get_action_iface().do_action(0)
+        elif self.desktop.close == "pointer":
+            place = control.get_component_iface().get_extents(Atspi.CoordType.WINDOW)
+            self.click(x + (place.x + 30) * self.desktop.scale, y + (place.y + 30) * self.desktop.scale)
+        elif self.desktop.close == "tab":
+            eventually("the focus on the close control", lambda: self.key("Tab") or self.focused(control))
+            self.key("Return")
+        else:
+            self.key("Escape")
+        eventually("the end of the ad", lambda: not self.find(ad))
+        eventually("the report of the dismissal", self.dismissals)
+        eventually("the focus in the host", lambda: self.focused(self.find("Interstitial")))
+
+    # --- the desktop ---
+
+    def environment(self):
+        x11 = self.desktop.display == "x11"
+        return {"GDK_BACKEND": "x11" if x11 else "wayland",
+                **({"GDK_SCALE": str(self.desktop.scale)} if x11 and self.desktop.scale > 1 else {})}
+
+    def start_display(self):
+        desktop = self.desktop
+        if desktop.display != "headless":
+            read, write = os.pipe()
+            self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "2000x1500x24", pass_fds=[write])
+            os.environ["DISPLAY"] = ":" + os.read(read, 9).decode().strip()
+        if desktop.display == "x11" and desktop.manager:
+            self.start("openbox")
+        if desktop.display == "x11":
+            return
+        backend = {"headless": "headless", "nested": "x11"}[desktop.display]
+        self.start("weston", f"--backend={backend}-backend.so", "--use-pixman", "--width=1000", "--height=720",
+                   f"--scale={desktop.scale}", "--socket=weston", "--idle-time=0", "--no-config", "--debug",
+                   file="weston")
+        eventually("weston", lambda: (self.work / "weston").exists())
+        os.environ["WAYLAND_DISPLAY"] = "weston"
+
+    def start_server(self):
+        run = self
+
+        class Probe(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                run.measured = dict(urllib.parse.parse_qsl(urllib.parse.urlparse(self.path).query))
+                self.send_response(204)
+                self.end_headers()
+
+            def log_message(self, *arguments):
+                pass
+
+        threading.Thread(target=http.server.HTTPServer(("127.0.0.1", 8001), Probe).serve_forever, daemon=True).start()
+        self.start(self.binaries / "kelvara-sandbox", "--memory", "--quiet", file="sandbox")
+        eventually("the sandbox", lambda: "http" in (self.work / "sandbox").read_text())
+        template = pathlib.Path(__file__).parents[1] / "sandbox/templates/image-with-end-card.html"
+        html = template.read_text().replace("</body>", PROBE + "</body>")
+        sandbox("template", {"tmpl": "image-with-end-card", "html": html})
+        sandbox("scenario", {"endpoint": "/bid/load", "scenario": "replace", "key": "data.crea.adur", "value": 2})
+
+    def start(self, *command, file=None, pass_fds=(), **environment):
+        output = open(self.work / file, "w") if file else subprocess.DEVNULL
+        self.processes.append(subprocess.Popen([str(part) for part in command], stdout=output,
+                                               stderr=subprocess.STDOUT, pass_fds=pass_fds,
+                                               env={**os.environ, **environment}, cwd=self.work))
+
+    def end(self):
+        if sys.exc_info()[0] and (self.work / "host").exists():
+            print((self.work / "host").read_text(), self.measured, file=sys.stderr)
+        for process in reversed(self.processes):
+            process.terminate()
+            process.wait()
+
+    # --- input ---
+
+    def key(self, key):
+        subprocess.run(["xdotool", "key", key], check=True)
+
+    def click(self, x, y):
+        subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
+
+    # --- what the desktop sees ---
+
+    def accessibles(self, root):
+        try:
+            for i in range(root.get_child_count()):
+                child = root.get_child_at_index(i)
+                if child:
+                    yield child
+                    yield from self.accessibles(child)
+        except Exception as error:  # it has gone meanwhile
+            if type(error).__name__ != "Error":
+                raise
+
+    def find(self, name, role=None):
+        root = self.atspi.get_desktop(0)
+        root.clear_cache()
+        for one in self.accessibles(root):
+            if one.get_name() == name and role in (None, one.get_role()):
+                return one
+        return None
+
+    def focused(self, accessible):
+        return accessible and accessible.get_state_set().contains(self.atspi.StateType.FOCUSED)
+
+    def dismissals(self):
+        return json.dumps(sandbox("state")).count('"dism": true')
+
+    def check_places(self, dialog, controls):
+        def place(accessible):
+            return accessible.get_component_iface().get_extents(self.atspi.CoordType.WINDOW)
+
+        whole = place(dialog)
+        expect("the page's size", (self.measured["width"], self.measured["height"]),
+               (str(whole.width), str(whole.height)))
+        expect("the page's size to MRAID", (self.measured["mraidWidth"], self.measured["mraidHeight"]),
+               (str(whole.width), str(whole.height)))
+        expect("the page's scale", float(self.measured["scale"]), float(self.desktop.scale))
+        expect("the page's colours", self.measured["scheme"], self.desktop.looks["scheme"])
+        for name, edge in controls.items():
+            box = place(self.find(name))
+            expect(f"{name}'s place", (box.x, box.y, box.width, box.height),
+                   (whole.x if self.desktop.language == "ar" else whole.x + whole.width - 60,
+                    whole.y if edge == "top" else whole.y + whole.height - 60, 60, 60))
+
+    def check_picture(self):
+        """Returns the place of the page's origin on the screen."""
+        def marked():
+            if self.desktop.display == "headless":
+                subprocess.run(["weston-screenshooter"], cwd=self.work, check=True)
+                os.replace(glob.glob(f"{self.work}/wayland-screenshot-*")[0], self.picture)
+            else:
+                subprocess.run(["import", "-window", "root", self.picture], check=True)
+            box = subprocess.run(["convert", self.picture, "-fill", "black", "+opaque", MARK, "-format", "%@", "info:"],
+                                 capture_output=True, text=True).stdout
+            size, x, y = box.split("+")
+            wanted = [int(float(self.measured[side]) * self.desktop.scale) for side in ("width", "height")]
+            return size == f"{wanted[0]}x{wanted[1]}" and (int(x), int(y))
+
+        return eventually("the whole page on the screen", marked, 10)
+
+
+main()
