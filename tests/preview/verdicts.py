@@ -32,8 +32,50 @@ handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=crea
 web = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
 threading.Thread(target=web.serve_forever, daemon=True).start()
 
+# The rule that a fault breaks, and the fault, at the end of a good page.
+FAULTS = {
+    "listeners": """<script>
+  mraid.addEventListener('viewableChange', function () { undefinedFunction(); });
+</script>""",
+    "errors": """<script>
+  mraid.addEventListener('ready', function () {
+    setTimeout(function () { document.querySelector('.missing').textContent = 'late'; }, 0);
+  });
+</script>""",
+    "taps": """<script>
+  mraid.addEventListener('viewableChange', function (isViewable) {
+    if (isViewable) mraid.open('https://landing.example/untapped');
+  });
+</script>""",
+    "commands": "<script> mraid.addEventListener('ready', function () { mraid.expand(); }); </script>",
+    "escapes": r"<script> document.querySelector('h1').textContent = `two\nlines`; </script>",
+    "corners": """<a style="position: absolute; right: 8px; top: 8px" href="https://landing.example/">More</a>""",
+    "sound": """<script>
+  var context = new AudioContext();
+  var tone = context.createOscillator();
+  tone.connect(context.destination);
+  tone.start();
+</script>""",
+    "files": """<img alt="" src="picture.png" width="40">""",
+    "frame-rate": """<script>
+  setInterval(function () {
+    var end = performance.now() + 900;
+    while (performance.now() < end);
+  }, 910);
+</script>""",
+}
+plain = (creatives / "good/plain.html").read_text()
+
+
+def bad(rule):
+    page = output / f"bad-{rule}.html"
+    page.write_text(plain + FAULTS[rule] + "\n")
+    return [page], [rule], {}
+
+
 # Arguments, the broken rules, and what the report says was opened and reported.
 rows = [
+    (["good/plain.html"], [], {"opened": ["https://landing.example/"]}),
     (["good/playable"], [], {"opened": ["https://landing.example/?taps=1"]}),
     ([f"http://127.0.0.1:{web.server_port}/good/playable/index.html"], [],
      {"opened": ["https://landing.example/?taps=1"]}),
@@ -43,15 +85,7 @@ rows = [
     ([templates / "rewarded-video.html", "--ad", video], [],
      {"reported": {"impression": True, "clicked": False, "completed": True, "dismissed": True,
                    "quarter": 4, "failedToShow": False}}),
-    (["bad/throwing-listener.html"], ["listeners"], {}),
-    (["bad/script-error.html"], ["errors"], {}),
-    (["bad/opens-untapped.html"], ["taps"], {"opened": ["https://landing.example/"]}),
-    (["bad/unsupported-call.html"], ["commands"], {}),
-    (["bad/rewritten-escape.html"], ["escapes"], {}),
-    (["bad/covered-corner.html"], ["corners"], {}),
-    (["bad/early-sound.html"], ["sound"], {}),
-    (["bad/missing-file.html"], ["files"], {}),
-    (["bad/stutters.html"], ["frame-rate"], {}),
+    *map(bad, FAULTS),
     (["good/offer", "--max-ready", "0.001", "--max-weight", "500"], ["ready-time", "weight"], {}),
 ]
 
