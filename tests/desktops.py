@@ -42,7 +42,7 @@ DESKTOPS = {
     "large-text": Desktop(settings="gtk-xft-dpi=147456"),
     "right-to-left": Desktop(language="ar", close="tab"),
     "dark": Desktop(settings="gtk-application-prefer-dark-theme=1", scheme="dark"),
-    "wayland": Desktop(display="wayland", language="tr"),
+    "wayland": Desktop(display="wayland", language="tr", close="pointer"),
     "wayland-scale-2": Desktop(display="wayland", scale=2, close="pointer"),
 }
 
