@@ -143,7 +143,9 @@ class Run:
     def play(self):
         self.start_display()
         self.start_server()
-        self.host = self.start(self.binaries / "example-gtk", file="host", **self.environment())
+        if self.desktop.display == "wayland":
+            self.check_warning()
+        self.start(self.binaries / "example-gtk", file="host", **self.environment())
         import gi
         gi.require_version("Atspi", "2.0")
         from gi.repository import Atspi
@@ -151,6 +153,7 @@ class Run:
         ad, close, privacy = NAMES[self.desktop.language]
 
         eventually("the host is ready", lambda: self.find("Ready"))
+        expect("warnings of pages that are not drawn", "No ad will be drawn" in (self.work / "host").read_text(), False)
         opener = self.find("Interstitial", Atspi.Role.PUSH_BUTTON)
         eventually("the focus on the host's button", lambda: self.focused(opener) or self.key("Tab"))
         opener.get_action_iface().do_action(0)
@@ -180,8 +183,16 @@ class Run:
 
     # --- the desktop ---
 
+    def check_warning(self):
+        """Without the variable of environment(), the host logs that no ad will be drawn."""
+        self.start(self.binaries / "example-gtk", file="unset", GDK_BACKEND="wayland")
+        eventually("the warning", lambda: "WEBKIT_DISABLE_DMABUF_RENDERER=1" in (self.work / "unset").read_text())
+        unset = self.processes.pop()
+        unset.kill()
+        unset.wait()
+
     def environment(self):
-        # Without OpenGL in the compositor, the window stops drawing when WebKit passes it a page in a
+        # Without a GPU in the compositor, the window stops drawing when WebKit passes it a page in a
         # buffer of the GPU.
         if self.desktop.display == "wayland":
             return {"GDK_BACKEND": "wayland", "WEBKIT_DISABLE_DMABUF_RENDERER": "1"}

@@ -1,5 +1,10 @@
 #include <Kelvara/KelvaraGtk.h>
 
+#include <gtk/gtk.h>
+#ifdef GDK_WINDOWING_WAYLAND
+#include <gdk/wayland/gdkwayland.h>
+#endif
+
 #include <optional>
 #include <utility>
 
@@ -87,6 +92,19 @@ void warnWithoutResources() {
          ". Put it beside the executable with kelvara_embed_resources.");
 }
 
+/// Logs an error if pages cannot be drawn: WebKit passes them to the compositor in buffers of the
+/// GPU. If the compositor takes none, WebKit does not notice, and the window stops drawing.
+void warnIfPagesAreNotDrawn() {
+#ifdef GDK_WINDOWING_WAYLAND
+  auto* display = gdk_display_get_default();
+  if (!GDK_IS_WAYLAND_DISPLAY(display) || g_getenv("WEBKIT_DISABLE_DMABUF_RENDERER")) return;
+  if (gdk_wayland_display_query_registry(display, "zwp_linux_dmabuf_v1")) return;
+  Log::e(
+      "No ad will be drawn: this Wayland compositor takes no buffers of the GPU. "
+      "Start the program with WEBKIT_DISABLE_DMABUF_RENDERER=1 in its environment.");
+#endif
+}
+
 void requireMainThread(const char* what) {
   if (!isMainThread()) fatal(std::string(what) + " belongs on the main thread");
 }
@@ -109,6 +127,7 @@ struct Host::Impl {
         runtime(withApplication(linux.ports, application)) {
     Log::shared().setLogLevel(static_cast<kva::LogLevel>(options.logLevel));
     warnWithoutResources();
+    warnIfPagesAreNotDrawn();
   }
   // Tears down the ads on screen while the runtime still exists.
   ~Impl() { application->leaveWindows(); }
