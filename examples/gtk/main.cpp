@@ -51,9 +51,9 @@ int main() {
   gtk_box_append(GTK_BOX(box), label = gtk_label_new("Starting"));
   addButton<KVAInterstital>(box, "_Interstitial", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c201");
   addButton<KVARewarded>(box, "_Rewarded", "0b7c2f9e-5d43-4f0e-8a61-1d9be0a4c202");
-  window =
-      GTK_WIDGET(g_object_new(GTK_TYPE_WINDOW, "child", box, "hide-on-close", TRUE, "default-width",
-                              960, "default-height", 640, "visible", TRUE, nullptr));
+  window = GTK_WIDGET(g_object_new(GTK_TYPE_WINDOW, "title", "Kelvara in GTK", "child", box,
+                                   "hide-on-close", TRUE, "default-width", 960, "default-height",
+                                   640, "visible", TRUE, nullptr));
   Kelvara::start("5e0f6c1a-8d0b-4a52-9b3e-6f2f3c9d7a10",
                  [](auto error) { error ? fail(*error) : say("Ready"); });
   while (gtk_widget_get_visible(window)) g_main_context_iteration(nullptr, TRUE);
