@@ -2,7 +2,9 @@
 
 #include <Kelvara/Error.h>
 #include <Kelvara/base/Guarded.h>
+#include <Kelvara/platform/URLSession.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,6 +13,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kva::story {
@@ -30,24 +33,65 @@ struct Promise {
 /// thread.
 class Ledger {
  public:
-  /// Each function returns whether the calling thread is the one in its name.
-  explicit Ledger(std::function<bool()> isSessionThread, std::function<bool()> isMainThread = {});
+  using IsThisThread = std::function<bool()>;
+  Ledger(IsThisThread isSessionThread, IsThisThread isMainThread)
+      : isSessionThread_(std::move(isSessionThread)), isMainThread_(std::move(isMainThread)) {}
 
   /// One call. Open it just before the call; the completion or the delegate keeps it.
   class Call {
    public:
-    void returned();  ///< the call has returned to its caller
-    void answered(const std::optional<Error>& error);
+    Call(Ledger& ledger, const Promise& promise) : ledger_(ledger), promise_(promise) {}
+    /// The call has returned to its caller.
+    void returned() {
+      ledger_.books_.with([this](Books&) { hasReturned_ = true; });
+    }
+    void answered(const std::optional<Error>& error) {
+      ledger_.books_.with([&](Books& books) {
+        const std::string answer =
+            promise_.name + ": " +
+            (error ? error->domain() + " " + std::to_string(error->code()) : "success");
+        std::string wrong = brokenPromise(books.isEnding, error);
+        if (++answers_ == 1) --books.pending;
+        if (answers_ > 1) wrong = "answered again";
+        ++books.outcomes[answer];
+        if (!wrong.empty()) books.complaints.push_back(answer + ": " + wrong);
+      });
+    }
 
    private:
-    friend class Ledger;
-    Ledger* ledger = nullptr;
-    const Promise* promise = nullptr;
-    std::thread::id caller;
-    bool hasReturned = false;
-    int answers = 0;
+    /// Empty when the answer keeps all promises.
+    std::string brokenPromise(bool isEnding, const std::optional<Error>& error) const {
+      const bool isOwn = error && error->domain() == "Kelvara";
+      const bool isTransport = error && error->domain() == kURLErrorDomain;
+      if (!hasReturned_ && std::this_thread::get_id() == caller_) {
+        if (!error) return promise_.mayAnswerAtOnce ? "" : "success before the call returned";
+        const bool isRefusal = isOwn && promise_.refusals.contains(error->code());
+        return isRefusal ? "" : "no refusal that is documented";
+      }
+      const bool isSessionThread = ledger_.isSessionThread_();
+      const bool isRightThread = promise_.succeedsOnMainThread
+                                     ? ledger_.isMainThread_() || (error && isSessionThread)
+                                     : isSessionThread;
+      if (!isRightThread) return "on a thread that was not promised";
+      const auto is = [&](URLError code) {
+        return isTransport && error->code() == static_cast<std::int64_t>(code);
+      };
+      if (!error || (isEnding && is(URLError::cancelled))) return "";
+      const bool isDocumented = (isOwn && promise_.failures.contains(error->code())) ||
+                                std::ranges::any_of(kTransport, is);
+      return isDocumented ? "" : "no error that is documented";
+    }
+
+    Ledger& ledger_;
+    const Promise& promise_;
+    const std::thread::id caller_ = std::this_thread::get_id();
+    bool hasReturned_ = false;
+    int answers_ = 0;
   };
-  std::shared_ptr<Call> open(const Promise& promise);
+  std::shared_ptr<Call> open(const Promise& promise) {
+    books_.with([](Books& books) { ++books.calls, ++books.pending; });
+    return std::make_shared<Call>(*this, promise);
+  }
 
   struct Books {
     std::size_t calls = 0, pending = 0;           ///< all, and those without an answer
@@ -64,9 +108,12 @@ class Ledger {
   }
 
  private:
-  std::string verdict(const Call& call, bool isEnding, const std::optional<Error>& error) const;
+  /// Transport errors of a request to a server that exists.
+  static constexpr URLError kTransport[] = {
+      URLError::timedOut, URLError::cannotConnectToHost, URLError::networkConnectionLost,
+      URLError::badServerResponse, URLError::cannotDecodeContentData};
 
-  const std::function<bool()> isSessionThread_, isMainThread_;
+  const IsThisThread isSessionThread_, isMainThread_;
   Guarded<Books> books_;
 };
 

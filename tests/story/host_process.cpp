@@ -31,9 +31,9 @@ void answer(const std::string& text) {
 
 void track(const std::string& bidId, std::istream& arguments) {
   static const std::map<std::string, BidReportAction::Kind> kinds = {
-      {"impression", BidReportAction::impression}, {"click", BidReportAction::click},
-      {"complete", BidReportAction::complete},     {"dismiss", BidReportAction::dismiss},
-      {"fail", BidReportAction::failToShow},
+      {"imp", BidReportAction::impression}, {"clck", BidReportAction::click},
+      {"comp", BidReportAction::complete},  {"dism", BidReportAction::dismiss},
+      {"fts", BidReportAction::failToShow},
   };
   std::string action;
   arguments >> action;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,10 +12,42 @@
 
 namespace kva::test {
 
-/// A delegate of both kinds of ad. Records its calls, such as "didReceive" and
-/// "didFailToPresent 0 Ad isn't ready.".
+/// "0 Ad isn't ready."
+inline std::string describe(const Error& error) {
+  return std::to_string(error.code()) + " " + error.localizedDescription();
+}
+
+/// A delegate of both kinds of ad with one method for all calls.
+class AdListener : public KVAInterstitialDelegate, public KVARewardedDelegate {
+ protected:
+  /// `event` is the call's name without the kind of ad, such as "didReceive".
+  virtual void happened(const std::string& event, const std::optional<Error>& error) = 0;
+
+ private:
+  using I = KVAInterstital;
+  using R = KVARewarded;
+  void interstitialDidReceive(I&) override { happened("didReceive", {}); }
+  void interstitialDidFailToReceive(I&, const Error& e) override {
+    happened("didFailToReceive", e);
+  }
+  void interstitialDidPresent(I&) override { happened("didPresent", {}); }
+  void interstitialDidFailToPresent(I&, const Error& e) override {
+    happened("didFailToPresent", e);
+  }
+  void interstitialDidClick(I&) override { happened("didClick", {}); }
+  void interstitialDidDismiss(I&) override { happened("didDismiss", {}); }
+  void rewardedDidReceive(R&) override { happened("didReceive", {}); }
+  void rewardedDidFailToReceive(R&, const Error& e) override { happened("didFailToReceive", e); }
+  void rewardedDidPresent(R&) override { happened("didPresent", {}); }
+  void rewardedDidFailToPresent(R&, const Error& e) override { happened("didFailToPresent", e); }
+  void rewardedDidClick(R&) override { happened("didClick", {}); }
+  void rewardedDidDismiss(R&) override { happened("didDismiss", {}); }
+  void rewardedDidComplete(R&) override { happened("didComplete", {}); }
+};
+
+/// Records the calls, such as "didReceive" and "didFailToPresent 0 Ad isn't ready.".
 /// Thread-safe.
-class AdRecorder : public KVAInterstitialDelegate, public KVARewardedDelegate {
+class AdRecorder : public AdListener {
  public:
   std::vector<std::string> events() const { return events_.get(); }
   /// Counts the events that begin with `name`.
@@ -25,29 +58,11 @@ class AdRecorder : public KVAInterstitialDelegate, public KVARewardedDelegate {
   /// Called after each event, on its thread. Set before the first event.
   std::function<void()> onEvent;
 
-  using I = KVAInterstital;
-  using R = KVARewarded;
-  void interstitialDidReceive(I&) override { add("didReceive"); }
-  void interstitialDidFailToReceive(I&, const Error& e) override { add("didFailToReceive", e); }
-  void interstitialDidPresent(I&) override { add("didPresent"); }
-  void interstitialDidFailToPresent(I&, const Error& e) override { add("didFailToPresent", e); }
-  void interstitialDidClick(I&) override { add("didClick"); }
-  void interstitialDidDismiss(I&) override { add("didDismiss"); }
-  void rewardedDidReceive(R&) override { add("didReceive"); }
-  void rewardedDidFailToReceive(R&, const Error& e) override { add("didFailToReceive", e); }
-  void rewardedDidPresent(R&) override { add("didPresent"); }
-  void rewardedDidFailToPresent(R&, const Error& e) override { add("didFailToPresent", e); }
-  void rewardedDidClick(R&) override { add("didClick"); }
-  void rewardedDidDismiss(R&) override { add("didDismiss"); }
-  void rewardedDidComplete(R&) override { add("didComplete"); }
-
  private:
-  void add(const std::string& event) {
-    events_.with([&](auto& events) { events.push_back(event); });
+  void happened(const std::string& event, const std::optional<Error>& error) override {
+    events_.with(
+        [&](auto& events) { events.push_back(error ? event + " " + describe(*error) : event); });
     if (onEvent) onEvent();
-  }
-  void add(const std::string& event, const Error& error) {
-    add(event + " " + std::to_string(error.code()) + " " + error.localizedDescription());
   }
 
   Guarded<std::vector<std::string>> events_;
