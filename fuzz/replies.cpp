@@ -1,11 +1,9 @@
 // The ad server's answers: the envelope, every record in it, and the calls that read them.
 // Input: the body of an answer. Every decoder also reads the body, and its "data", as a record.
 
-#include <type_traits>
-
 #include <nlohmann/json.hpp>
 
-#include <Kelvara/ads/Ad.h>
+#include <Kelvara/ads/AdHelper.h>
 #include <Kelvara/ads/Template.h>
 #include <Kelvara/api/RequestManager.h>
 #include <Kelvara/api/Response.h>
@@ -49,7 +47,11 @@ void decodeAd(const Json& json) {
   const auto ad = Ad::decode(json);
   if (!ad) return;
   expect(ad->files.has_value(), "a decoded ad has files");
-  expect(parseJson(ad->toJson().dump()).has_value(), "an encoded ad is JSON");
+  const std::string encoded = ad->toJson().dump();
+  expect(parseJson(encoded).has_value(), "an encoded ad is JSON");
+  AdHelper::finalize(encoded, *ad);  // placeholders and escapes of the input's texts
+  const std::string plain = "<h1>Title</h1>";
+  expect(AdHelper::finalize(plain, *ad) == plain, "only placeholders and escapes change");
 }
 
 void decodeServerError(const Json& json) {
