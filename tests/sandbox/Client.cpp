@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <charconv>
 
+#include "api/Contract.h"
 #include "platform/linux_support.h"
 
 namespace kva::sandbox {
@@ -11,6 +12,16 @@ namespace {
 constexpr const char* kApiHeaders =
     "Host: sandbox.test\r\nAccept: application/json\r\nContent-Type: application/json\r\n"
     "Connection: close\r\n";
+
+/// The example of a schema: of an object, its required members.
+Json exampleOf(const Json& schema) {
+  if (schema.contains("examples")) return schema["examples"][0];
+  if (schema.contains("items")) return Json::array({exampleOf(schema["items"])});
+  Json members;
+  for (const std::string key : schema["required"])
+    members[key] = exampleOf(schema["properties"][key]);
+  return members;
+}
 
 }  // namespace
 
@@ -58,21 +69,18 @@ std::string initPath() {
          "&sdkv=1.2.0&appv=3.1&pl=ios&osv=12&pkg=example.host";
 }
 
-Json userRecord() {
-  Json record = Json::parse(R"({"sdkv": "1.2.0", "appv": "3.1", "pl": "ios", "osv": "12",
-      "pkg": "example", "idfa": "", "dbra": "apple", "dmob": "model", "conn": "3g", "gsm": "",
-      "cnst": -1, "gdpr": -1, "ccpa": -1, "lcl": "TR", "lng": "tr", "tzn": "GMT+3"})");
-  record["aid"] = kApplicationId;
-  return record;
+Json request(std::string_view endpoint, const Json& changes) {
+  Json fields = exampleOf(contract::Contract::current().requestSchema(endpoint));
+  fields.update(changes);
+  return fields;
 }
 
 Json bidRequest(const std::string& uid, const CatalogueAdUnit& unit) {
-  return {{"aid", kApplicationId}, {"uid", uid},  {"adid", unit.id}, {"pl", "ios"},
-          {"adt", unit.adType},    {"osv", "12"}, {"dbra", "apple"}, {"dmod", "model"}};
+  return request("/bid/init", {{"uid", uid}, {"adid", unit.id}, {"adt", unit.adType}});
 }
 
 Json loadRequest(const std::string& bid, const std::string& plan) {
-  return {{"aid", kApplicationId}, {"bid", bid}, {"plan", plan}, {"recpm", 4100}};
+  return request("/bid/load", {{"bid", bid}, {"plan", plan}});
 }
 
 Json report(const std::string& bid) {
@@ -81,18 +89,11 @@ Json report(const std::string& bid) {
 }
 
 Json statsRequest(const std::string& uid, Json reports) {
-  return {{"aid", kApplicationId}, {"uid", uid}, {"stats", std::move(reports)}};
-}
-
-Json trackRequest(const std::string& idfa) {
-  Json request = userRecord();
-  for (const char* key : {"pkg", "dmob", "cnst", "gdpr", "ccpa"}) request.erase(key);
-  request.update({{"dmod", "m"}, {"eid", nullptr}, {"idfa", idfa}});
-  return request;
+  return request("/bid/stats", {{"uid", uid}, {"stats", std::move(reports)}});
 }
 
 std::string registeredUser(int port) {
-  return post(port, "/api/v1/register", userRecord()).json()["data"]["uid"];
+  return post(port, "/api/v1/register", request("/register")).json()["data"]["uid"];
 }
 
 }  // namespace kva::sandbox

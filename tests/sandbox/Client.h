@@ -33,12 +33,12 @@ Reply post(int port, const std::string& path, const Json& body);
 inline const std::string kSomeUUID = "11111111-2222-4333-8444-555555555555";
 
 std::string initPath();
-Json userRecord();
+/// The contract's example of a request, with changes.
+Json request(std::string_view endpoint, const Json& changes = Json::object());
 Json bidRequest(const std::string& uid, const CatalogueAdUnit& unit = adUnits()[0]);
 Json loadRequest(const std::string& bid, const std::string& plan);
 Json report(const std::string& bid);
 Json statsRequest(const std::string& uid, Json reports);
-Json trackRequest(const std::string& idfa);
 std::string registeredUser(int port);
 
 }  // namespace kva::sandbox

@@ -6,14 +6,14 @@
 
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
 #include "sandbox/Client.h"
+#include "support/MainLoop.h"
 
 namespace kva::sandbox {
 namespace {
 
-using namespace std::chrono_literals;
+using test::spinUntil;
 using testing::HasSubstr;
 
 /// A headless Chromium with one page. Needs the Debian packages chromium and chromium-driver.
@@ -24,7 +24,7 @@ class Browser {
     for (char line[256]; port == 0 && fgets(line, sizeof line, driver_);)
       if (const char* found = std::strstr(line, "on port ")) port = std::atoi(found + 8);
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port);
-    client_->set_read_timeout(60s);
+    client_->set_read_timeout(60);
     if (port == 0) return;
     Json arguments = {"--headless=new", "--disable-gpu", "--disable-dev-shm-usage"};
     if (geteuid() == 0) arguments.push_back("--no-sandbox");
@@ -50,14 +50,9 @@ class Browser {
   std::string text(const std::string& selector) {
     return run("return document.querySelector(`" + selector + "`).innerText");
   }
-  /// Polls until the condition holds: the page polls the server too.
+  /// Waits until the condition holds: the page polls the server.
   bool waitFor(const std::string& condition) {
-    const auto end = std::chrono::steady_clock::now() + 20s;
-    while (run("return Boolean(" + condition + ")") != true) {
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::sleep_for(50ms);
-    }
-    return true;
+    return spinUntil([&] { return run("return Boolean(" + condition + ")") == true; });
   }
   void click(const std::string& selector) { command(element(selector) + "/click", Json::object()); }
   void type(const std::string& selector, const std::string& keys) {
@@ -128,13 +123,12 @@ TEST(SandboxConsole, ShowsExchangesAndSwitchesPlansAndScenarios) {
   browser.click(plan + "input[name=on]");
   browser.click("#scenarios [data-endpoint='/bid/init'] option:nth-child(3)");
   browser.type("#scenarios tr:first-child input", "503:Busy\n");
-  const auto end = std::chrono::steady_clock::now() + 20s;
   const auto scenario = [&] {
     return get(server.port(), "/control/scenarios").json()["/bid/init"];
   };
-  while ((catalogued(server)["on"] == true || scenario().value("message", "") != "Busy") &&
-         std::chrono::steady_clock::now() < end)
-    std::this_thread::sleep_for(20ms);
+  spinUntil([&] {
+    return catalogued(server)["on"] == false && scenario().value("message", "") == "Busy";
+  });
   EXPECT_EQ(catalogued(server), Json({{"plan", adUnits()[0].plans[0].id},
                                       {"ecpm", 777},
                                       {"caph", 9},

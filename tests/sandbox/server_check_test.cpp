@@ -9,21 +9,18 @@
 namespace kva::sandbox {
 namespace {
 
-check::Options optionsFor(const Server& server) {
-  return {.baseURL = server.baseURL(),
-          .application = std::string(kApplicationId),
-          .interstitial = std::string(kInterstitialAdUnit),
-          .rewarded = std::string(kRewardedAdUnit),
-          .unitWithoutDemand = std::string(kPlayableAdUnit),
-          .timeoutSeconds = 1};
-}
-
 /// Returns the findings of the check: "/bid/init data.bid: missing, ...".
 std::vector<std::string> findingsOf(const Server& server) {
   for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
     post(server.port(), "/control/plan", {{"plan", plan.id}, {"on", false}});
+  const check::Options options = {.baseURL = server.baseURL(),
+                                  .application = std::string(kApplicationId),
+                                  .interstitial = std::string(kInterstitialAdUnit),
+                                  .rewarded = std::string(kRewardedAdUnit),
+                                  .unitWithoutDemand = std::string(kPlayableAdUnit),
+                                  .timeoutSeconds = 1};
   std::vector<std::string> all;
-  for (const check::Step& step : check::checkServer(optionsFor(server))) {
+  for (const check::Step& step : check::checkServer(options)) {
     for (const check::Finding& finding : step.findings) {
       EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
       all.push_back(finding.call + " " + finding.problem);
