@@ -1,10 +1,14 @@
 #include <Kelvara/ads/AdHelper.h>
+#include <Kelvara/ads/TemplateManager.h>
 #include <presentation/Stage.h>
 
 namespace kva {
 namespace {
 
+using namespace std::string_literals;
 using enum DeviceOrientation;
+
+constexpr const char* kTemplates = SDKHelper::UserDefaultKeys::templates;
 
 /// An ad with every member.
 const Json kAd = Json::parse(R"({
@@ -41,8 +45,11 @@ TEST_F(Ads, RequireEveryMemberExceptLinksAndTexts) {
     EXPECT_EQ(adWith("/crea/icon", noLink)->creative.iconUrl, std::nullopt) << noLink;
   }
   EXPECT_FALSE(adWith("/crea/shouldCareSafeArea", Json())->creative.shouldCareSafeArea);
-  for (const char* noTexts : {"", "{", "[]", R"({"en": 1})"})
+  for (const char* noTexts : {"[]", R"({"en": 1})"})
     EXPECT_EQ(adWith("/crea/bton", noTexts)->creative.buttonTitle("en"), "") << noTexts;
+  EXPECT_EQ(h.output.count("<KVA> [E]: convert json to dict: "), 0) << "JSON of another shape";
+  EXPECT_EQ(adWith("/crea/bton", "{")->creative.buttonTitle("en"), "");
+  EXPECT_EQ(h.output.count("<KVA> [E]: convert json to dict: "), 1);
 
   Json expected = kAd;
   for (const char* texts : {"bton", "deta"})
@@ -58,10 +65,10 @@ TEST_F(Ads, FillEveryPlaceholderInOrderAndUnescapeLast) {
   EXPECT_EQ(AdHelper::finalize(html, ad),
             "https://click.test/?a=1 a://main a://end a://icon Ayrinti Title KurKur [@cta_text]");
   ad.creative.title = R"(<b>"it's"</b> $1 \1 [@CTA_TEXT] [@DESCRIPTION_TEXT])";
-  ad.creative.buttonTexts = {{"en", R"(a\nb\\t\"c\")"}};
+  ad.creative.buttonTexts = {{"en", R"(a\nb\\t\"c\" \'\r\0\x \)"}};
   // "\\t" contains "\t", which is unescaped before the doubled backslash.
   EXPECT_EQ(AdHelper::finalize("[@TITLE_TEXT]", ad),
-            "<b>\"it's\"</b> $1 \\1 a\nb\\\t\"c\" [@DESCRIPTION_TEXT]");
+            "<b>\"it's\"</b> $1 \\1 a\nb\\\t\"c\" '\r\0\\x \\ [@DESCRIPTION_TEXT]"s);
   ad.files.reset();
   ad.creative = {};
   EXPECT_EQ(AdHelper::finalize(html, ad), " [@MAIN_ASSET] [@END_CARD_IMAGE]     [@cta_text]");
@@ -100,6 +107,73 @@ TEST_F(Ads, PickTheTextForTheFirstPreferredLanguage) {
     h.locale.set({.preferredLanguages = languages});
     EXPECT_EQ(AdHelper::localizedString(texts), picked) << Json(texts);
   }
+}
+
+class TemplateFetching : public Stage {
+ protected:
+  static Json templateJson(const Json& version) {
+    Json json = Json::parse(R"({"tmpl": "inner", "adt": "native", "name": "n", "html": "<p>"})");
+    json["tver"] = version;
+    return json;
+  }
+  void serve(int version) {
+    h.server.reply("/template", headless::envelope(templateJson(version).dump()));
+  }
+  static void announce(std::int64_t version) {
+    TemplateManager::shared().setTemplateVersions({{"t", version}});
+  }
+  /// Requests the template. Returns the version that each completion got; 0 for none.
+  std::vector<std::int64_t> versions() {
+    std::vector<std::int64_t> answers;
+    TemplateManager::shared().templateFor(
+        "t", [&](std::optional<Template> found) { answers.push_back(found ? found->version : 0); });
+    h.time.run();
+    return answers;
+  }
+  using Versions = std::vector<std::int64_t>;
+};
+
+TEST_F(TemplateFetching, UsesTheStoredCopyOnlyForAnAnnouncedVersion) {
+  serve(3);
+  EXPECT_EQ(versions(), Versions{3});
+  EXPECT_EQ(versions(), Versions{3});
+  EXPECT_EQ(h.server.lastRequest("/template").query,
+            (std::map<std::string, std::string>{{"aid", kAppId}, {"tmpl", "t"}}));
+  EXPECT_EQ(h.output.count("<KVA> [D]: Get template: inner - version: 3"), 2);
+  serve(4);
+  for (int announced : {3, 2}) {
+    announce(announced);
+    EXPECT_EQ(versions(), Versions{3});
+  }
+  announce(4);
+  EXPECT_EQ(versions(), Versions{4});
+  EXPECT_EQ(h.server.lastRequest("/template").query.at("tver"), "4");
+
+  announce(5);
+  refuse("/template", 8, "no such template");
+  EXPECT_EQ(versions(), Versions{0});
+  EXPECT_EQ(h.output.count("<KVA> [E]: Get template error: no such template"), 1);
+  announce(4);
+  EXPECT_EQ(versions(), Versions{4}) << "a failure keeps the stored copy";
+}
+
+TEST_F(TemplateFetching, StoresTemplatesUnderTheRequestedIdentifierAcrossARestart) {
+  serve(3);
+  versions();
+  const Json valid = {{"t", templateJson(3)}};
+  EXPECT_EQ(stored(kTemplates), valid);
+
+  serve(9);
+  Json malformed = valid;
+  malformed["u"] = templateJson("3");
+  for (const auto& [templates, answer] : {std::pair(valid, 3), std::pair(malformed, 9)}) {
+    h.defaults.set(kTemplates, toBytes(templates.dump()));
+    launch();
+    announce(3);
+    EXPECT_EQ(versions(), Versions{answer});
+  }
+  restart();
+  EXPECT_DEATH(versions(), "no application id");
 }
 
 }  // namespace

@@ -5,11 +5,9 @@
 namespace kva {
 namespace {
 
-const std::string kAdUnit = "0b6f3f0e-1d6c-4f6e-8a0e-5a0c6b1d2e3f";
+using test::describe;
 
-std::string describe(const Error& error) {
-  return std::to_string(error.code()) + " " + error.localizedDescription();
-}
+const std::string kAdUnit = "0b6f3f0e-1d6c-4f6e-8a0e-5a0c6b1d2e3f";
 
 class BidLoader : public Stage {
  protected:

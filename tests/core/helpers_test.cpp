@@ -9,7 +9,6 @@
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/RequestLogger.h>
 #include <Kelvara/core/Runtime.h>
-#include <Kelvara/core/SDKHelper.h>
 #include <platform/headless/Headless.h>
 
 namespace kva {
@@ -27,16 +26,6 @@ TEST(Completion, AbortsWhenCalledTwiceOrDropped) {
 #ifndef NDEBUG
   EXPECT_DEATH(Completion<int>([](int) {}), "helpers_test.*dropped");
 #endif
-}
-
-TEST(Unescaped, ReplacesOneEscapeAfterTheOtherAndTheBackslashLast) {
-  const std::pair<std::string, std::string> cases[] = {
-      {R"(\n\\\t \"\' \0\r)", "\n\\\t \"' \0\r"s},
-      // The tab is replaced before the double backslash that would have protected it.
-      {R"(C:\\temp)", "C:\\\temp"},
-      {R"(\x \)", R"(\x \)"},
-  };
-  for (const auto& [escaped, plain] : cases) EXPECT_EQ(unescaped(escaped), plain) << escaped;
 }
 
 TEST(Replacements, InOnePassEqualThoseOneAfterTheOther) {
@@ -109,24 +98,15 @@ TEST(URL, IsParsedAsInBrowsers) {
     EXPECT_FALSE(URL::parse(unreadable)) << unreadable;
 }
 
-TEST(QueryDictionary, DecodesValuesAndAbortsOnAMalformedQuery) {
-  const auto dictionary = [](const char* url) { return queryDictionary(*URL::parse(url)); };
-  EXPECT_THAT(*dictionary("a://b?n=1=2&%61=x%20y+%2B&e=%ff&v=&v=2"),
+TEST(QueryDictionary, DecodesTheLastValueOfEachKeyUpToASecondSign) {
+  EXPECT_THAT(*queryDictionary(*URL::parse("a://b?n=1=2&%61=x%20y+%2B&e=%ff&v=&v=2")),
               ElementsAre(Pair("%61", "x y +"), Pair("e", ""), Pair("n", "1"), Pair("v", "2")));
-  EXPECT_FALSE(dictionary("a://b"));
-  EXPECT_TRUE(hasWellFormedQuery(*URL::parse("a://b")));
-  for (const char* malformed : {"a://b?", "a://b?x", "a://b?x=1&", "a://b?&x=1", "a://b?x=1&y"}) {
-    EXPECT_FALSE(hasWellFormedQuery(*URL::parse(malformed))) << malformed;
-    EXPECT_DEATH(dictionary(malformed), "without \"=\"") << malformed;
-  }
+  EXPECT_FALSE(queryDictionary(*URL::parse("a://b")));
 }
 
-struct LogTest : testing::Test {
+TEST(Log, PrintsTheLinesOfItsLevelAndDumpsRequestsAtTheLastLevel) {
   headless::Headless h;
   Runtime runtime{h.platform()};
-};
-
-TEST_F(LogTest, PrintsTheLinesOfItsLevelAndDumpsRequestsAtTheLastLevel) {
   Request get("/init", RequestMethod::get);
   get.parameters = {{"aid", "1"}, {"tver", std::nullopt}};
   const auto logAll = [&] {
@@ -156,15 +136,6 @@ TEST_F(LogTest, PrintsTheLinesOfItsLevelAndDumpsRequestsAtTheLastLevel) {
                   "https://api.test/api/v1/init?aid=1\n[GET]\n------------- \n",
                   "Request: \n[-------------\nhttps://api.test/api/v1/track]\n[POST]\n"
                   "[aid: String(abc), eid: nil, n: Int(3), t: Bool(true)]\n------------- \n"));
-}
-
-TEST_F(LogTest, HasAnErrorForADictionaryThatIsNotJson) {
-  EXPECT_THAT(*convertToDictionary(R"({"en": "Play"})"), ElementsAre(Pair("en", "Play")));
-  for (const char* otherShape : {R"({"en": 1})", "[]", "5"})
-    EXPECT_FALSE(convertToDictionary(otherShape)) << otherShape;
-  EXPECT_EQ(h.output.lines().size(), 0u);
-  EXPECT_FALSE(convertToDictionary("{"));
-  EXPECT_EQ(h.output.count("<KVA> [E]: convert json to dict: "), 1);
 }
 
 }  // namespace

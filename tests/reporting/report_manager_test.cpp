@@ -1,5 +1,3 @@
-#include <thread>
-
 #include <Kelvara/reporting/ReportManager.h>
 #include <Kelvara/reporting/ReportStore.h>
 #include <Kelvara/user/PrivacyManager.h>
@@ -156,21 +154,6 @@ TEST_F(Reports, AreUploadedAtAnIntervalThatGrowsByPowersAndStays) {
   EXPECT_DEATH(ReportManager::shared().start(), "application record");
 }
 
-TEST_F(Reports, AreKeptAfterAnErrorAndDroppedAfterABadRequest) {
-  track("bid", {Action::dismiss});
-  refuse(42);
-  tick();
-  track("bid", {Action::click});
-  tick();
-  EXPECT_TRUE(h.server.lastRequest("/bid/stats").json()["stats"][0]["clck"]);
-  EXPECT_THAT(stored(Keys::reportsForUpload), ElementsAre("bid"));
-  refuse(400);
-  tick(2);
-  EXPECT_THAT(batches(), testing::SizeIs(3));
-  EXPECT_THAT(stored(Keys::reports), IsEmpty());
-  EXPECT_THAT(stored(Keys::reportsForUpload), IsEmpty());
-}
-
 TEST_F(Reports, WaitForTheUserToBeRegistered) {
   h.defaults.remove(Keys::userId);
   launch();
@@ -222,21 +205,7 @@ TEST_F(Reports, OfSeveralProcessesShareTheStore) {
   trackElsewhere("later", {Action::impression});
   h.time.advance(10);
   EXPECT_THAT(stored(Keys::reports), ElementsAre("later")) << "tracked during the upload";
-
-  h.defaults.setBusy(true);  // the other process holds the store
-  track("delayed", {Action::impression});
-  h.defaults.setBusy(false);
-  trackElsewhere("after", {Action::impression});
-  track("next", {Action::impression});
-  EXPECT_THAT(stored(Keys::reports), ElementsAre("after", "delayed", "later", "next"));
-
-  std::vector<std::jthread> threads;
-  for (const char* thread : {"a", "b", "c", "d"})
-    threads.emplace_back([thread] {
-      for (int i = 0; i < 50; ++i) track(thread + std::to_string(i), {Action::impression});
-    });
-  threads.clear();
-  EXPECT_THAT(stored(Keys::reports), testing::SizeIs(4 + 4 * 50)) << "of several threads";
+  EXPECT_THAT(stored(Keys::reportsForUpload), IsEmpty());
 }
 
 TEST_F(Reports, AreUploadedAndExpireDespiteClockJumps) {

@@ -1,7 +1,6 @@
 // Which data leaves the device, and who can read the stored data.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -28,17 +27,15 @@ using test::spinUntil;
 /// Records texts, and finds the advertising identifier or its digest in them.
 struct Records {
   void add(std::string_view text) {
-    texts.with([&](auto& all) { all.emplace_back(text); });
+    texts.with([&](std::string& all) { all.append(text) += '\n'; });
   }
   bool haveTheIdentifier() const {
-    std::string lower(sandbox::kTesterIDFA);
-    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    return std::ranges::any_of(texts.get(), [&](const std::string& text) {
-      return text.contains(sandbox::kTesterIDFA) || text.contains(sandbox::kTesterDigest) ||
-             text.contains(lower) || text.contains(md5Value(lower));
-    });
+    const std::string identifier = lowercased(sandbox::kTesterIDFA);
+    const std::string all = lowercased(texts.get());
+    return all.contains(identifier) || all.contains(md5Value(identifier)) ||
+           all.contains(sandbox::kTesterDigest);
   }
-  Guarded<std::vector<std::string>> texts;
+  Guarded<std::string> texts;
 };
 
 struct RecordedLog : LogOutput, Records {
