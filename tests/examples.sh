@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# examples.sh BIN_DIR NAME [FOLDER]: plays an interstitial and a rewarded ad in example-NAME with real
-# keys under a window manager, and checks what the sandbox server received. Saves screenshots to
-# FOLDER. Runs in a new network namespace, because the examples use the sandbox's default port.
-# Exits 77 where the system refuses namespaces or a tool is missing.
+# examples.sh BIN_DIR NAME: plays an interstitial and a rewarded ad in example-NAME with real
+# keys under a window manager, and checks what the sandbox server received. Runs in a new network
+# namespace, because the examples use the sandbox's default port. Exits 77 where the system refuses
+# namespaces or a tool is missing.
 set -euo pipefail
-bin=$1 name=$2 folder=${3:-}
+bin=$1 name=$2
 
 if [ -z "${INSIDE:-}" ]; then
   for tool in openbox xdotool "$bin/example-$name"; do
@@ -38,7 +38,6 @@ reports() { [ "$(curl -sf 127.0.0.1:8000/control/state | grep -c "\"$1\": true")
 # Escape closes an ad as soon as its close control is there.
 closed() { xdotool key Escape && sleep 1 && reports dism "$1"; }
 ready() { grep -q "Application initalized" "$work/host"; }
-picture() { [ -z "$folder" ] || import -window root "$folder/example-$name-$1.png"; }
 
 # The SDL example has no buttons.
 modifier=alt+
@@ -47,12 +46,9 @@ eventually 20 ready
 eventually 10 xdotool getactivewindow
 xdotool key "${modifier}i"
 eventually 30 reports imp 1
-picture interstitial
 eventually 20 closed 1
 xdotool key "${modifier}r"
 eventually 30 reports imp 2
-picture rewarded
 eventually 40 reports comp 1
 eventually 20 closed 2
-picture host
 echo "example-$name played both formats"

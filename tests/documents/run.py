@@ -48,28 +48,23 @@ def run(command, folder, where):
         faults.append(f"{where}: exit status {process.returncode}: {command}\n{output[-3000:]}")
 
 
+def eventually(condition, seconds):
+    until = time.monotonic() + seconds
+    while not condition() and time.monotonic() < until:
+        time.sleep(0.1)
+
+
 def prints(command, folder, lines, where):
     """Starts a program that does not end, waits for its lines on standard output and ends it."""
     printed, errors = folder / "printed", folder / "errors"
     process = shell(command, folder, stdout=printed.open("w"), stderr=errors.open("w"),
                     start_new_session=True)
     count = lambda: len(re.findall(r"^(?!<KVA>).*[.]$", printed.read_text(), re.M))
-    until = time.monotonic() + 300
-    while process.poll() is None and count() < lines and time.monotonic() < until:
-        time.sleep(0.2)
+    eventually(lambda: process.poll() is not None or count() >= lines, 300)
     if count() < lines:
         faults.append(f"{where}: printed less than {lines} lines:\n{printed.read_text()[-2000:]}"
                       f"{errors.read_text()[-2000:]}")
     end(process)
-
-
-def await_port(port):
-    until = time.monotonic() + 60
-    while time.monotonic() < until:
-        try:
-            return socket.create_connection(("127.0.0.1", port)).close()
-        except OSError:
-            time.sleep(0.1)
 
 
 def end(process):
@@ -132,7 +127,8 @@ def run_document(document, folder):
     def start(command):
         running.append(shell(f"exec {command}", folder, start_new_session=True,
                              stdout=subprocess.DEVNULL))
-        await_port(int(re.search(r"--port (\d+)", command)[1]))
+        port = int(re.search(r"--port (\d+)", command)[1])
+        eventually(lambda: socket.socket().connect_ex(("127.0.0.1", port)) == 0, 60)
 
     for kind, words, code in all_blocks:
         where = f"{document.name}: {kind} {words}".rstrip()
