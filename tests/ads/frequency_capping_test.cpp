@@ -96,6 +96,7 @@ TEST_F(FrequencyCapping, StoresOnlyShownPlansWithAnOpenWindow) {
   EXPECT_EQ(h.defaults.writes(), writes);
   for (int i = 0; i < 80; ++i) impress(1, std::to_string(i).c_str());
   h.time.advance(2 * 86400);
+  restart();
   for (const auto left : {82 - 64 + 1, 1}) {
     impress(1, "last");
     EXPECT_EQ(stored().size(), left) << "an impression drops a limited number";

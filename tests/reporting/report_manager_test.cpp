@@ -164,6 +164,7 @@ TEST_F(Reports, WaitForTheUserToBeRegistered) {
   EXPECT_THAT(stored(Keys::reportsForUpload), ElementsAre("bid"));
   track("bid", {Action::click});
   tick();
+  EXPECT_EQ(Stage::stored(Keys::reportsForUpload)["bid"]["isClicked"], true);
   const int writes = h.defaults.writes();
   tick(10);
   track("bid", {Action::click});
