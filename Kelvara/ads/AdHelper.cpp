@@ -66,7 +66,7 @@ std::string AdHelper::finalize(std::string_view html, const Ad& ad) {
                                            {"[@DESCRIPTION_TEXT]", description},
                                            {"[@TITLE_TEXT]", creative.title},
                                            {"[@CTA_TEXT]", callToAction}});
-  replacements.insert(replacements.end(), std::begin(kEscapes), std::end(kEscapes));
+  replacements.insert(replacements.end(), std::begin(kUnescaped), std::end(kUnescaped));
   return replacingInOrder(html, replacements);
 }
 

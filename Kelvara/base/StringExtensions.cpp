@@ -49,8 +49,6 @@ std::string lowercased(std::string_view text) {
   return lower;
 }
 
-std::string unescaped(std::string_view text) { return replacingInOrder(text, kEscapes); }
-
 bool isValidUUID(std::string_view text) {
   if (text.size() != 36) return false;
   for (std::size_t i = 0; i < text.size(); ++i) {

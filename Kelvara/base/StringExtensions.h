@@ -21,15 +21,12 @@ std::string replacingOccurrences(std::string_view text, std::string_view target,
 /// The text with the letters A to Z in lower case, independent of the locale.
 std::string lowercased(std::string_view text);
 
-/// The backslash escapes \0 \t \n \r \" \' and \\ and their characters, in the order in which they
-/// are replaced.
-inline constexpr Replacement kEscapes[] = {
+/// What makes a text unescaped: the backslash escapes \0 \t \n \r \" \' and \\ and their
+/// characters, in the order in which they are replaced, each in the whole text before the next one.
+inline constexpr Replacement kUnescaped[] = {
     {"\\0", {"\0", 1}}, {"\\t", "\t"}, {"\\n", "\n"},  {"\\r", "\r"},
     {"\\\"", "\""},     {"\\'", "'"},  {"\\\\", "\\"},
 };
-
-/// Replaces the escapes in the whole text, each before the next one.
-std::string unescaped(std::string_view text);
 
 /// True for the 8-4-4-4-12 hexadecimal form with hyphens, in either case.
 bool isValidUUID(std::string_view text);

@@ -41,7 +41,7 @@ TEST(Replacements, InOnePassEqualThoseOneAfterTheOther) {
   for (int i = 0; i < 5000; ++i) {
     const std::string text = someText(20), values[] = {someText(3), someText(3), someText(3)};
     std::vector<Replacement> all{{"[@A]", values[0]}, {"[@B]", values[1]}, {"[@C]", values[2]}};
-    all.insert(all.end(), std::begin(kEscapes), std::end(kEscapes));
+    all.insert(all.end(), std::begin(kUnescaped), std::end(kUnescaped));
     std::string expected = text;
     for (const auto& [target, value] : all)
       expected = replacingOccurrences(expected, target, value);

@@ -194,10 +194,10 @@ std::vector<std::string> rewrittenEscapes(const std::string& html) {
   for (std::size_t i = 0; i < html.size(); ++i) {
     if (html[i] == '\n') ++line;
     if (html[i] != '\\') continue;
-    const auto escape = std::ranges::find_if(kEscapes, [&](const auto& candidate) {
+    const auto escape = std::ranges::find_if(kUnescaped, [&](const auto& candidate) {
       return std::string_view(html).substr(i).starts_with(candidate.target);
     });
-    if (escape == std::end(kEscapes)) continue;
+    if (escape == std::end(kUnescaped)) continue;
     found.push_back("line " + std::to_string(line) + ": " + std::string(escape->target));
     i += escape->target.size() - 1;
   }
