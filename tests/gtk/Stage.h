@@ -9,10 +9,14 @@
 #include <platform/linux/gtk/Application.h>
 #include <stage/Screenshot.h>
 #include "support/MainLoop.h"
+#include "support/Recorders.h"
 
 namespace kva::gtk::test {
 
+using kva::test::ControllerRecorder;
+using kva::test::PageRecorder;
 using kva::test::spinUntil;
+using kva::test::ViewRecorder;
 using stage::drawFrame;
 
 /// An application with one host window on screen: a column of a button and a text entry.

@@ -24,14 +24,8 @@ HostOptions options() {
 }
 
 TEST(Host, TearsDownWhatIsPresentedAndRestoresTheWindow) {
-  struct Listener : ViewControllerDelegate {
-    int tornDown = 0;
-    void viewControllerWasTornDown() override {
-      ++tornDown;
-      Kelvara::isInitialized();  // the runtime still exists
-    }
-  };
-  auto listener = std::make_shared<Listener>();
+  auto listener = std::make_shared<ControllerRecorder>();
+  listener->onTornDown = [] { Kelvara::isInitialized(); };  // the runtime still exists
   auto* window = GTK_WINDOW(gtk_window_new());
   auto* entry = gtk_entry_new();
   gtk_window_set_child(window, entry);

@@ -15,11 +15,6 @@ using stage::pressButton;
 using stage::releaseButton;
 using stage::typeKey;
 
-struct Touches : ViewDelegate {
-  int count = 0;
-  void viewWasTouched() override { ++count; }
-};
-
 /// A host that returns the focus to its widget whenever another widget gets it, has the accelerator
 /// Control+K, and sees every key before its widgets do.
 class DemandingHost {
@@ -77,7 +72,7 @@ class Presentation : public testing::Test {
   Stage stage;
   HostApplication& app = stage.application();
   std::shared_ptr<ViewController> controller = app.makeViewController();
-  std::shared_ptr<Touches> touches = std::make_shared<Touches>();
+  std::shared_ptr<ViewRecorder> touches = std::make_shared<ViewRecorder>();
 };
 
 TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresThem) {
@@ -95,7 +90,7 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresThem) {
   auto control = addButton({500, 400, 60, 60}, actions);
   present();
   stage.tap({320, 200});
-  ASSERT_TRUE(spinUntil([&] { return touches->count == 1; }));
+  ASSERT_TRUE(spinUntil([&] { return touches->touches == 1; }));
   EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
   type(GDK_KEY_k, GDK_KEY_Control_L);
   for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab,
@@ -137,7 +132,7 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNotOnMotion) {
       gtk_widget_get_first_child(std::static_pointer_cast<NativeView>(button->view())->widget());
   auto is = [&](GtkStateFlags flag) { return (gtk_widget_get_state_flags(widget) & flag) != 0; };
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_PRELIGHT); }));
-  EXPECT_EQ(touches->count, 0);
+  EXPECT_EQ(touches->touches, 0);
   auto* faces = GTK_STACK(gtk_button_get_child(GTK_BUTTON(widget)));
   auto* picture = gtk_picture_get_paintable(GTK_PICTURE(gtk_stack_get_visible_child(faces)));
   EXPECT_GE(gdk_paintable_get_intrinsic_width(picture), 40 * gtk_widget_get_scale_factor(widget));
@@ -146,7 +141,7 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNotOnMotion) {
 
   pressButton();
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_ACTIVE); }));
-  EXPECT_EQ(touches->count, 1);
+  EXPECT_EQ(touches->touches, 1);
   movePointer(window, 300, 300);
   releaseButton();
   ASSERT_TRUE(spinUntil([&] { return !is(GTK_STATE_FLAG_ACTIVE); }));
@@ -154,16 +149,16 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNotOnMotion) {
 
   click(window, 130, 130);
   ASSERT_TRUE(spinUntil([&] { return actions == 1; }));
-  EXPECT_EQ(touches->count, 2);
+  EXPECT_EQ(touches->touches, 2);
   type(GDK_KEY_Tab);
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_FOCUS_VISIBLE); }));
-  EXPECT_EQ(touches->count, 2) << "moving the focus is no touch";
+  EXPECT_EQ(touches->touches, 2) << "moving the focus is no touch";
   for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_Return, GDK_KEY_space}) {
     const int before = actions;
     type(key);
     ASSERT_TRUE(spinUntil([&] { return actions == before + 1; }));
   }
-  EXPECT_EQ(touches->count, 4);
+  EXPECT_EQ(touches->touches, 4);
 }
 
 TEST_F(Presentation, FollowsItsWindowAndTheApplicationReportsTheKeyWindow) {
@@ -196,13 +191,9 @@ TEST_F(Presentation, FollowsItsWindowAndTheApplicationReportsTheKeyWindow) {
   EXPECT_EQ(app.keyWindow(), stage.window());
   EXPECT_EQ(stage.shapes.back(), portrait);
 
-  struct Listener : ViewControllerDelegate {
-    std::function<void()> tornDown;
-    void viewControllerWasTornDown() override { tornDown(); }
-  };
-  auto listener = std::make_shared<Listener>();
+  auto listener = std::make_shared<ControllerRecorder>();
   bool hadKeyWindow = true;
-  listener->tornDown = [&] { hadKeyWindow = app.keyWindow() != nullptr; };
+  listener->onTornDown = [&] { hadKeyWindow = app.keyWindow() != nullptr; };
   controller->setDelegate(listener);
   stage.destroyWindow();
   EXPECT_FALSE(hadKeyWindow);

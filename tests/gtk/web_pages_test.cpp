@@ -28,34 +28,6 @@ enum class Pool { empty, ready };
 /// A page in a window, with a delegate that records its calls. Its view comes from a pool.
 class WebPages : public testing::TestWithParam<Pool> {
  protected:
-  struct Listener : WebViewDelegate {
-    void webViewDidFinishNavigation() override { ++finished; }
-    void webViewDidFailNavigation(const Error&) override { ++failed; }
-    void webViewProcessDidTerminate(const Error&) override {}
-    bool webViewDecidePolicy(const NavigationAction& action) override {
-      asked.push_back(
-          (action.request ? action.request->url.absoluteString() : "no URL") +
-          (action.target == NavigationAction::TargetFrame::none ? " in a new window" : ""));
-      if (onQuestion) onQuestion();
-      return allows;
-    }
-    void webViewCreateWebView(const NavigationAction& action) override {
-      windows.push_back(action.request->url.absoluteString());
-      if (onQuestion) onQuestion();
-    }
-    ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog&) override {
-      ++dialogs;
-      if (onQuestion) onQuestion();
-      return {};
-    }
-    auto asksFor(const std::string& url) const { return std::ranges::count(asked, url); }
-
-    int finished = 0, failed = 0, dialogs = 0;
-    bool allows = true;
-    std::vector<std::string> asked, windows;
-    std::function<void()> onQuestion;
-  };
-
   bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
   void make(Rect frame, WebViewConfiguration configuration = {}) {
     if (GetParam() == Pool::ready) {
@@ -93,7 +65,7 @@ class WebPages : public testing::TestWithParam<Pool> {
 
   Stage stage;
   HostApplication& app = stage.application();
-  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::shared_ptr<PageRecorder> listener = std::make_shared<PageRecorder>();
   std::shared_ptr<WebView> webView;
 };
 
@@ -219,7 +191,7 @@ TEST_P(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
   webView->view()->removeFromSuperview();
   webView.reset();
   EXPECT_TRUE(spinUntil([&] { return received.get().size() == 3; }));
-  EXPECT_EQ(listener->dialogs + listener->asksFor("kva://late"), 0) << "the delegate is gone";
+  EXPECT_EQ(listener->dialogs.size() + listener->asked.size(), 0u) << "the delegate is gone";
   EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u);
 }
 
@@ -289,15 +261,11 @@ TEST_P(WebPages, MayBeReleasedByTheirDelegateInAnyCall) {
 }
 
 TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
-  struct Ad : ViewDelegate, ViewControllerDelegate {
-    void viewWasTouched() override { ++touches; }
-    void viewControllerDidRequestCancel() override { ++cancels; }
-    int touches = 0, cancels = 0;
-  };
   auto controller = app.makeViewController();
-  auto ad = std::make_shared<Ad>();
+  auto touches = std::make_shared<ViewRecorder>();
+  auto ad = std::make_shared<ControllerRecorder>();
   controller->setDelegate(ad);
-  controller->view()->setDelegate(ad);
+  controller->view()->setDelegate(touches);
   int closed = 0;
   auto button = app.makeButton(), another = app.makeButton();
   button->setAction([&] { ++closed; });
@@ -323,10 +291,10 @@ TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   EXPECT_TRUE(focusComesTo(webView->view()));
   type(GDK_KEY_Tab);
   ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'A'"));
-  EXPECT_EQ(ad->touches, 0);
+  EXPECT_EQ(touches->touches, 0);
   type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return listener->asksFor("kva://followed") == 1; }));
-  EXPECT_EQ(ad->touches, 1);
+  EXPECT_EQ(touches->touches, 1);
   type(GDK_KEY_Escape);
   ASSERT_TRUE(spinUntil([&] { return ad->cancels == 1; }));
   EXPECT_EQ(evaluate("lastKey"), "\"Enter\"") << "the page must not get Escape";
@@ -372,7 +340,7 @@ TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   ASSERT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 1; }));
   open("<script>alert('here'); while (true);</script>");
   EXPECT_EQ(pagesIn(stage.gtkWindow), 1) << "the pooled view, which still loads";
-  ASSERT_TRUE(spinUntil([&] { return listener->dialogs == 1; }));
+  ASSERT_TRUE(spinUntil([&] { return listener->dialogs.size() == 1; }));
   EXPECT_EQ(listener->finished, 0);
   ASSERT_TRUE(spinUntil([&] { return hasReady(); })) << "the next one, although the page loads";
 

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <Kelvara/platform/HostApplication.h>
+#include <support/Recorders.h>
 
 namespace kva::test {
 
@@ -29,22 +30,6 @@ namespace kva::test {
 template <class Subject>
 class ViewContract : public testing::Test {
  protected:
-  struct Listener : ViewDelegate {
-    std::function<void()> moved = [] {}, touched = [] {};
-    int moves = 0;
-    void viewDidMoveToWindow() override {
-      ++moves;
-      moved();
-    }
-    void viewWasTouched() override { touched(); }
-  };
-  struct ControllerListener : ViewControllerDelegate {
-    int cancels = 0, screenChanges = 0, tornDown = 0;
-    void viewControllerDidChangeOnScreen() override { ++screenChanges; }
-    void viewControllerDidRequestCancel() override { ++cancels; }
-    void viewControllerWasTornDown() override { ++tornDown; }
-  };
-
   ViewContract() : app(subject.application()), root(subject.window()->view()) {
     EXPECT_TRUE(subject.spinUntil([this] { return windowSize().width > 0; }));
     root->addSubview(stage, Layout::edges(Layout::Area::plain));
@@ -158,8 +143,8 @@ TYPED_TEST_P(ViewContract, LaysOutByEdgesAndCornersAndFollowsTheWindow) {
 TYPED_TEST_P(ViewContract, NotifiesASubtreeOfItsWindowAndOwnsSubviews) {
   auto parent = this->app.makeView({});
   auto child = this->add(parent, Layout::frame({0, 0, 10, 10}));
-  auto parentEvents = std::make_shared<typename TestFixture::Listener>();
-  auto childEvents = std::make_shared<typename TestFixture::Listener>();
+  auto parentEvents = std::make_shared<ViewRecorder>();
+  auto childEvents = std::make_shared<ViewRecorder>();
   bool hadWindow = false;
   childEvents->moved = [&] { hadWindow = child->window() != nullptr; };
   parent->setDelegate(parentEvents);
@@ -195,7 +180,7 @@ TYPED_TEST_P(ViewContract, NotifiesASubtreeOfItsWindowAndOwnsSubviews) {
 
 TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostViewAndItsSuperviews) {
   std::vector<std::string> order;
-  auto touched = std::make_shared<typename TestFixture::Listener>();
+  auto touched = std::make_shared<ViewRecorder>();
   touched->touched = [&] { order.push_back("touched"); };
   this->stage->setDelegate(touched);
   auto makeButton = [&](const char* name) {
@@ -232,8 +217,8 @@ TYPED_TEST_P(ViewContract, ATouchReachesTheTopmostViewAndItsSuperviews) {
 }
 
 TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndDismisses) {
-  using Events = typename TestFixture::ControllerListener;
-  auto lower = std::make_shared<Events>(), upper = std::make_shared<Events>();
+  auto lower = std::make_shared<ControllerRecorder>(),
+       upper = std::make_shared<ControllerRecorder>();
   auto controller = this->present(this->subject.host(), lower);
   auto another = this->present(controller, upper);
   this->subject.pressEscape();
@@ -253,7 +238,7 @@ TYPED_TEST_P(ViewContract, PresentsOverTheWindowAndDismisses) {
 }
 
 TYPED_TEST_P(ViewContract, PresentationWaitsForItsWindowToBeOnScreen) {
-  auto delegate = std::make_shared<typename TestFixture::ControllerListener>();
+  auto delegate = std::make_shared<ControllerRecorder>();
   auto controller = this->app.makeViewController(), dismissed = this->app.makeViewController();
   controller->setDelegate(delegate);
   bool completed = false;
@@ -277,9 +262,9 @@ TYPED_TEST_P(ViewContract, PresentationWaitsForItsWindowToBeOnScreen) {
 }
 
 TYPED_TEST_P(ViewContract, DestroyingAWindowTearsDownItsControllers) {
-  std::vector<std::shared_ptr<typename TestFixture::ControllerListener>> listeners;
+  std::vector<std::shared_ptr<ControllerRecorder>> listeners;
   const auto listener = [&] {
-    return listeners.emplace_back(std::make_shared<typename TestFixture::ControllerListener>());
+    return listeners.emplace_back(std::make_shared<ControllerRecorder>());
   };
   const auto allAreTornDown = [&] {
     return std::ranges::all_of(listeners, [](const auto& one) { return one->tornDown == 1; });

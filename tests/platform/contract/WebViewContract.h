@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <Kelvara/platform/HostApplication.h>
+#include <support/Recorders.h>
 
 namespace kva::test {
 
@@ -25,28 +26,6 @@ namespace kva::test {
 template <class Subject>
 class WebViewContract : public testing::Test {
  protected:
-  struct Listener : WebViewDelegate {
-    int finished = 0, failed = 0;
-    bool allows = true;
-    std::vector<std::string> asked, dialogs;
-    ScriptDialogAnswer answer;
-
-    void webViewDidFinishNavigation() override { ++finished; }
-    void webViewDidFailNavigation(const Error&) override { ++failed; }
-    void webViewProcessDidTerminate(const Error&) override {}
-    bool webViewDecidePolicy(const NavigationAction& action) override {
-      EXPECT_EQ(action.target, NavigationAction::TargetFrame::main);
-      EXPECT_EQ(action.request->method, "GET");
-      asked.push_back(action.request->url.absoluteString());
-      return allows;
-    }
-    void webViewCreateWebView(const NavigationAction&) override {}
-    ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog& dialog) override {
-      dialogs.push_back(dialog.message + "|" + dialog.defaultText);
-      return answer;
-    }
-  };
-
   WebViewContract() {
     webView = subject.application().makeWebView(
         {0, 0, 200, 200},
@@ -73,7 +52,7 @@ class WebViewContract : public testing::Test {
   }
 
   Subject subject;
-  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::shared_ptr<PageRecorder> listener = std::make_shared<PageRecorder>();
   std::shared_ptr<WebView> webView;
 };
 TYPED_TEST_SUITE_P(WebViewContract);
