@@ -23,32 +23,6 @@ HostOptions options() {
   return made;
 }
 
-TEST(Host, TearsDownWhatIsPresentedAndRestoresTheWindow) {
-  auto listener = std::make_shared<ControllerRecorder>();
-  listener->onTornDown = [] { Kelvara::isInitialized(); };  // the runtime still exists
-  auto* window = GTK_WINDOW(gtk_window_new());
-  auto* entry = gtk_entry_new();
-  gtk_window_set_child(window, entry);
-  gtk_window_present(window);
-  gtk_widget_grab_focus(entry);
-  auto* focus = gtk_window_get_focus(window);
-  {
-    Host host(options());
-    auto controller = Runtime::current().platform().application->makeViewController();
-    controller->setDelegate(listener);
-    bool presented = false;
-    host.viewController(window)->present(controller, [&] { presented = true; });
-    ASSERT_TRUE(spinUntil([&] { return presented; }));
-    EXPECT_FALSE(gtk_widget_get_child_visible(entry));
-  }
-  EXPECT_EQ(listener->tornDown, 1);
-  EXPECT_TRUE(gtk_widget_get_child_visible(entry));
-  EXPECT_EQ(gtk_window_get_focus(window), focus);
-  EXPECT_EQ(gtk_widget_get_next_sibling(entry), nullptr);
-  drawFrame(window);
-  gtk_window_destroy(window);
-}
-
 TEST(Host, LogsToItsSinkWhatItsLevelAllows) {
   using Level = gtk::LogLevel;
   const std::pair<Level, std::string> cases[] = {{Level::none, ""},

@@ -1,4 +1,3 @@
-#include <Kelvara/base/Guarded.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gtest/gtest.h>
 #include <platform/linux/gtk/NativeWebView.h>
@@ -6,10 +5,8 @@
 #include <stage/RealInput.h>
 
 #include <filesystem>
-#include <set>
 
 #include "gtk/Stage.h"
-#include "platform/linux_support.h"
 
 namespace kva::gtk::test {
 namespace {
@@ -169,84 +166,6 @@ TEST_P(WebPages, CannotUseTheHostsURISchemes) {
       "</script><iframe src='private://y'></iframe>");
   EXPECT_TRUE(comesTrue("got === false"));
   EXPECT_EQ(asked, 0);
-}
-
-TEST_P(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
-  Guarded<std::set<std::string>> received;
-  kva::test::LoopbackServer server([&](httplib::Server& answers) {
-    const auto receive = [&](const auto& request, auto&) {
-      received.with([&](auto& paths) { paths.insert(request.path); });
-    };
-    answers.Get("/image", receive);
-    for (auto* path : {"/fetch", "/beacon"}) answers.Post(path, receive);
-  });
-  openAndFinish(
-      "<script>base = '" + server.url("").absoluteString() +
-      "'; leave = () => {"
-      "new Image().src = base + '/image';"
-      "fetch(base + '/fetch', {method: 'POST', body: 'x', mode: 'no-cors', keepalive: true});"
-      "navigator.sendBeacon(base + '/beacon', 'x');"
-      "print(); alert(1); location = 'kva://late' }</script>");
-  webView->evaluateJavaScript("leave(); for (;;);", nullptr);
-  webView->view()->removeFromSuperview();
-  webView.reset();
-  EXPECT_TRUE(spinUntil([&] { return received.get().size() == 3; }));
-  EXPECT_EQ(listener->dialogs.size() + listener->asked.size(), 0u) << "the delegate is gone";
-  EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u);
-}
-
-TEST_P(WebPages, AskBeforeEveryNewWindowAndEveryCommandOfAnyFrame) {
-  openAndFinish(
-      "<a href='https://example.test/blank' target=_blank style='position:fixed;inset:0'>a</a>");
-  EXPECT_EQ(evaluate("window.open('https://example.test/opened')"), "null");
-  stage.tap({100, 100});
-  const std::vector<std::string> both = {"https://example.test/opened",
-                                         "https://example.test/blank"};
-  ASSERT_TRUE(spinUntil([&] { return listener->windows == both; }));
-  EXPECT_EQ(listener->asksFor(both[1] + " in a new window"), 1);
-  EXPECT_EQ(evaluate("location.href"), "\"about:blank\"");
-
-  listener->allows = false;
-  stage.tap({100, 100});
-  ASSERT_TRUE(spinUntil([&] { return listener->asksFor(both[1] + " in a new window") == 2; }));
-  EXPECT_EQ(listener->windows.size(), 2u) << "refused before its creation";
-
-  evaluate(
-      "document.body.append(Object.assign(document.createElement('iframe'), {src: 'kva://inner'}));"
-      "location = 'mraid://open?url=a%20b|{}'; 0");
-  ASSERT_TRUE(spinUntil([&] { return listener->asksFor("mraid://open?url=a%20b%7C%7B%7D") == 1; }));
-  EXPECT_EQ(listener->asksFor("kva://inner"), 1);
-  EXPECT_EQ(listener->failed, 0);
-}
-
-TEST_P(WebPages, SaveNoAttachmentAndAskForNoPassword) {
-  std::atomic<int> files = 0;
-  kva::test::LoopbackServer server([&](httplib::Server& answers) {
-    answers.Get("/locked", [](const auto&, auto& answer) {
-      answer.status = 401;
-      answer.set_header("WWW-Authenticate", "Basic realm=\"locked\"");
-      answer.set_content("<p>locked", "text/html");
-    });
-    answers.Get("/attached", [&](const auto&, auto& answer) {
-      ++files;
-      answer.set_header("Content-Disposition", "attachment; filename=kelvara-refused.txt");
-      answer.set_content("text", "text/plain");
-    });
-  });
-  auto* downloads = g_get_user_special_dir(G_USER_DIRECTORY_DOWNLOAD);
-  const auto saved =
-      std::filesystem::path(downloads ? downloads : g_get_home_dir()) / "kelvara-refused.txt";
-  openAndFinish("");
-  webView->load({server.url("/locked"), "GET", {}, {}});
-  ASSERT_TRUE(spinUntil([&] { return listener->finished == 2; }));
-  EXPECT_EQ(evaluate("document.body.innerText"), "\"locked\"");
-  EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u) << "a dialog for a password";
-  evaluate("location = '/attached'; 0");
-  ASSERT_TRUE(spinUntil([&] { return files == 1; }));
-  kva::test::spinFor(0.3);
-  EXPECT_EQ(evaluate("location.pathname"), "\"/locked\"");
-  EXPECT_FALSE(std::filesystem::exists(saved));
-  EXPECT_EQ(listener->failed, 0);
 }
 
 TEST_P(WebPages, MayBeReleasedByTheirDelegateInAnyCall) {

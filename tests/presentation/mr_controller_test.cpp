@@ -71,26 +71,6 @@ TEST_F(MRControllers, SendNothingBeforeThePageHasLoadedAndAllPropertiesToTheNext
   }
 }
 
-TEST_F(MRControllers, NotifyThePageOnceThatItsAdCloses) {
-  const std::pair<const char*, std::function<void()>> ways[] = {
-      {"control", [&] { tap("icon.close"); }},
-      {"Escape", [&] { window->pressEscape(); }},
-      {"window", [&] { window->destroy(); }},
-      {"runtime", [&] { runtime.reset(); }},
-  };
-  for (const auto& [way, close] : ways) {
-    SCOPED_TRACE(way);
-    show();
-    const auto closing = page();
-    closing->clearScripts();
-    close();
-    h.time.advance(2);
-    EXPECT_THAT(closing->scripts(),
-                ElementsAre(kIsNotViewable, testing::EndsWith("state: 'hidden'});")));
-    if (way == std::string("window")) window = h.application.makeWindow();
-  }
-}
-
 TEST_F(MRControllers, ReportTheAdAsViewableOnlyWhereTheUserSeesIt) {
   using State = HostApplication::State;
   show();

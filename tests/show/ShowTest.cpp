@@ -65,6 +65,10 @@ void ShowTest::SetUp() {
   options.networkPolicy = gtk::NetworkPolicy::assumeReachable;
   options.openURL = [this](const std::string& url) { opened.push_back(url); };
   host = std::make_unique<gtk::Host>(options);
+  openWindow();
+}
+
+void ShowTest::openWindow() {
   window = GTK_WINDOW(gtk_window_new());
   gtk_window_set_default_size(window, 800, 600);
   gtk_window_set_child(window, gtk_label_new("The host's own content"));

@@ -31,6 +31,8 @@ class ShowTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;
 
+  /// Opens the host's window. The first is open already.
+  void openWindow();
   /// Starts the SDK and waits for it. Fails the test if it cannot start.
   void start();
   std::shared_ptr<KVAAd> makeAd(KVABidType kind);
