@@ -10,7 +10,7 @@
 
 #include <Kelvara/base/Guarded.h>
 #include <platform/NetworkNamespace.h>
-#include <platform/linux/CurlSession.h>
+#include <platform/Requests.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ModemTelephony.h>
 #include <platform/linux/RouteMonitor.h>
@@ -19,38 +19,29 @@
 namespace kva::test {
 namespace {
 
-/// Sends requests and records their ends in order: "<what> <code of the error, or 0>".
-struct Requests {
-  void send(const std::string& what, const URL& url, double timeout = 60) {
-    session.send(get(url, timeout), noting(what));
-  }
+/// Records the ends of requests in order: "<what> <code of the error, or 0>".
+struct Ends {
   URLSession::Done noting(const std::string& what) {
     return [this, what](const URLSession::Outcome& outcome) {
       const auto code = outcome.error ? outcome.error->code() : 0;
-      ended.with([&](auto& all) { all.push_back(what + " " + std::to_string(code)); });
+      all.with([&](auto& ends) { ends.push_back(what + " " + std::to_string(code)); });
     };
   }
   bool waitFor(std::size_t count) {
-    return spinUntil([&] { return ended.get().size() == count; });
+    return spinUntil([&] { return all.get().size() == count; });
   }
-  Guarded<std::vector<std::string>> ended;
-  CurlSession session;
+  Guarded<std::vector<std::string>> all;
 };
 
 TEST(LinuxNetwork, WithoutNetworkOnlyLoopbackIsReachable) {
   if (!isInNamespaceOfItsOwn()) return;
   Requests requests;
   for (const char* unreachable :
-       {"http://192.0.2.77/", "http://[2001:db8::1]/", "http://host.example/"}) {
-    requests.ended.set({});
-    requests.send(unreachable, *URL::parse(unreachable));
-    EXPECT_TRUE(requests.waitFor(1));
-    EXPECT_EQ(requests.ended.get().front(), std::string(unreachable) + " 1009");
-  }
+       {"http://192.0.2.77/", "http://[2001:db8::1]/", "http://host.example/"})
+    EXPECT_EQ(requests.errorOf(get(*URL::parse(unreachable))), URLError::notConnectedToInternet)
+        << unreachable;
   ASSERT_TRUE(ip("link set lo up"));
-  requests.send("this machine", *URL::parse("http://127.0.0.1:9/"));
-  EXPECT_TRUE(requests.waitFor(2));
-  EXPECT_EQ(requests.ended.get().back(), "this machine 1004");
+  EXPECT_EQ(requests.errorOf(get(refusingUrl())), URLError::cannotConnectToHost);
 
   constexpr auto kReachable = static_cast<std::uint32_t>(ReachabilityFlag::reachable);
   SystemBus bus;
@@ -87,17 +78,18 @@ TEST(LinuxNetwork, ASilentNameServerBlocksNoOtherRequestAndAChildInheritsNothing
   const auto platform = launchPlatform(folder);
   platform.ports.userDefaults->set("key", "value");
   Requests requests;
+  Ends ends;
   const auto begun = std::chrono::steady_clock::now();
   const URL unknown = *URL::parse("http://host.example/");
-  requests.send("short", unknown, 0.3);
-  requests.send("long", unknown);
-  requests.send("other", server->url("/ok"));
-  EXPECT_TRUE(requests.waitFor(2));
+  requests.session.send(get(unknown, 0.3), ends.noting("short"));
+  requests.session.send(get(unknown), ends.noting("long"));
+  requests.session.send(get(server->url("/ok")), ends.noting("other"));
+  EXPECT_TRUE(ends.waitFor(2));
   server.reset();  // closes the server's descriptors, which a child inherits
   EXPECT_EQ(descriptorsOfAChild(), inheritedBefore);
   requests.session.invalidate();
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
-  EXPECT_EQ(requests.ended.get(), (std::vector<std::string>{"other 0", "short 1001", "long 999"}));
+  EXPECT_EQ(ends.all.get(), (std::vector<std::string>{"other 0", "short 1001", "long 999"}));
   EXPECT_LT(taken.count(), 4) << "it waited for the name server";
   close(silent);
 }
@@ -132,14 +124,10 @@ TEST(LinuxNetwork, RefusesARedirectFromHttpsToHttp) {
   std::jthread listening([&] { encrypted.listen_after_bind(); });
 
   Requests requests;
-  std::size_t count = 0;
-  for (const auto& [from, ending] : {std::pair{origin + "/stays", " 0"},
-                                     {origin + "/leaves", " 1002"},
-                                     {first.base() + "/leaves", " 1002"}}) {
-    requests.session.send(post(*URL::parse(from), "secret"), requests.noting(from));
-    EXPECT_TRUE(requests.waitFor(++count));
-    EXPECT_EQ(requests.ended.get().back(), from + ending);
-  }
+  EXPECT_EQ(requests.textOf(post(*URL::parse(origin + "/stays"), "secret")), "ok");
+  for (const auto& from : {origin + "/leaves", first.base() + "/leaves"})
+    EXPECT_EQ(requests.errorOf(post(*URL::parse(from), "secret")), URLError::unsupportedURL)
+        << from;
   EXPECT_EQ(bodies.get(), "secret ");
   encrypted.stop();
 }
@@ -200,15 +188,15 @@ TEST(LinuxNetwork, ANewAddressOpensNewConnectionsAndADeadPeerEndsARequest) {
   });
   TemporaryFolder folder;
   const auto platform = launchPlatform(folder);
-  Requests requests;
+  Ends ends;
   std::size_t count = 0;
   const auto send = [&](const std::string& path) {
-    platform.ports.urlSession->send(get(server.url(path)), requests.noting(path));
+    platform.ports.urlSession->send(get(server.url(path)), ends.noting(path));
     ++count;
   };
   const auto isAnswered = [&] {
     send("/ok");
-    return requests.waitFor(count);
+    return ends.waitFor(count);
   };
   for (int i = 0; i < 3; ++i) ASSERT_TRUE(isAnswered());
   EXPECT_EQ(ports.get().size(), 1U);
@@ -225,8 +213,8 @@ TEST(LinuxNetwork, ANewAddressOpensNewConnectionsAndADeadPeerEndsARequest) {
   send("/never");
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   ASSERT_TRUE(ip("link set lo down"));
-  EXPECT_TRUE(requests.waitFor(count));
-  EXPECT_EQ(requests.ended.get().back(), "/never 1005");
+  EXPECT_TRUE(ends.waitFor(count));
+  EXPECT_EQ(ends.all.get().back(), "/never 1005");
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begun;
   EXPECT_LT(taken.count(), 12);
   EXPECT_GT(taken.count(), 5);
