@@ -329,7 +329,7 @@ TEST_F(KillStory, LosesAndInventsNothingWheneverItIsKilled) {
   const std::size_t kills = fromEnvironment("KELVARA_KILLS", 20);
   std::cout << "KELVARA_SEED=" << seed << " KELVARA_KILLS=" << kills << std::endl;
   std::size_t uploadsMet = 0, uploadsOfDeliveries = 0, accepted = 0;
-  const auto newUploads = [&, last = std::int64_t{0}]() mutable {
+  auto newUploads = [&, last = std::int64_t{0}]() mutable {
     std::size_t count = 0;
     for (const auto& upload : server.exchanges("/bid/stats")) {
       if (upload.number <= last) continue;
