@@ -42,11 +42,19 @@ constexpr std::size_t kKillsUntilDelivery = 20;
 
 bool covers(const Facts& all, const Facts& some) { return std::ranges::includes(all, some); }
 
-Facts factsOf(const Json& report) {
+/// `happened` is in the order of kActions.
+Facts factsOf(std::initializer_list<bool> happened) {
   Facts facts;
-  for (const char* action : kActions)
-    if (report[action] == true) facts.insert(action);
+  for (auto* action = kActions; const bool one : happened) {
+    if (one) facts.insert(*action);
+    ++action;
+  }
   return facts;
+}
+
+Facts factsOf(const sandbox::ReportRecord& report) {
+  return factsOf(
+      {report.impression, report.clicked, report.completed, report.dismissed, report.failToShow});
 }
 
 /// What the host was told to do with a bid or a plan, and what it answered.
@@ -214,20 +222,24 @@ class KillStory : public testing::Test {
   }
 
   void expectReports(const std::shared_ptr<UserDefaults>& defaults) {
-    Json reports = server.state().toJson().at("reports");
+    std::map<std::string, Facts> found;
+    const auto note = [&, latest = now() + 5000](const std::string& bid, const Facts& facts,
+                                                 std::int64_t impressionAt) {
+      found[bid].insert(facts.begin(), facts.end());
+      const bool isInTheTest = begunAt - 5000 < impressionAt && impressionAt < latest;
+      EXPECT_TRUE(facts.contains("imp") ? isInTheTest : impressionAt == 0) << bid;
+    };
     for (const char* key : {Keys::reports, Keys::reportsForUpload}) {
       const ReportStore stored(defaults, key);
-      for (const auto& [bid, report] : stored.reports())
-        reports.push_back(report.dictionaryValue());
+      for (const auto& [bid, report] : stored.reports()) {
+        note(bid,
+             factsOf({report.isShown, report.isClicked, report.isCompleted, report.isDismissed,
+                      report.isFailToShow}),
+             report.impressionAt);
+      }
     }
-    std::map<std::string, Facts> found;
-    for (const Json& report : reports) {
-      const Facts facts = factsOf(report);
-      found[report["bid"]].insert(facts.begin(), facts.end());
-      const std::int64_t impressionAt = report["time"];
-      const bool isInTheTest = begunAt - 5000 < impressionAt && impressionAt < now() + 5000;
-      EXPECT_TRUE(facts.contains("imp") ? isInTheTest : impressionAt == 0) << report;
-    }
+    const auto state = server.state();
+    for (const auto& report : state.reports) note(report.bid, factsOf(report), report.impressionAt);
 
     for (const auto& [bid, facts] : found)
       EXPECT_TRUE(commands.contains(bid) && covers(commands[bid].sent, facts))
@@ -278,8 +290,8 @@ class KillStory : public testing::Test {
   /// Whether the server has every answered action.
   bool serverHasAll() const {
     std::map<std::string, Facts> there;
-    const Json state = server.state().toJson();
-    for (const Json& report : state["reports"]) there[report["bid"]] = factsOf(report);
+    const auto state = server.state();
+    for (const auto& report : state.reports) there[report.bid] = factsOf(report);
     return std::ranges::all_of(commands, [&](const auto& each) {
       return covers(there[each.first], each.second.answered);
     });
