@@ -306,12 +306,18 @@ class KillStory : public testing::Test {
     ASSERT_TRUE(last.host->ask("bid " + std::string(kInterstitialAdUnit), "").starts_with("bid "));
     // An action that is tracked during an upload waits for the next action.
     const auto limit = std::chrono::steady_clock::now() + 20s;
-    for (bool complete = false; !complete;) {
+    // The device has removed what one upload delivered when the next one begins.
+    std::int64_t delivery = 0;
+    const auto isNextUpload = [&](const std::vector<sandbox::Exchange>& uploads) {
+      if (uploads.empty() || !serverHasAll()) return false;
+      if (delivery == 0) delivery = uploads.back().number;
+      return uploads.back().number > delivery;
+    };
+    for (bool isEmpty = false; !isEmpty;) {
       ASSERT_LT(std::chrono::steady_clock::now(), limit) << "reports stay on the device";
       sendAction(last);
       ASSERT_FALSE(last.host->await("tracked").empty());
-      complete = server.waitForExchanges(
-          "/bid/stats", [this](const auto&) { return serverHasAll(); }, 500ms);
+      isEmpty = server.waitForExchanges("/bid/stats", isNextUpload, 500ms);
     }
     killNow(last);
     examineCopy();
