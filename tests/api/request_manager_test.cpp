@@ -41,7 +41,7 @@ TEST_F(RequestManagerTest, HasABodyForAPostOnlyAndAbortsWithoutAURL) {
   Request get("/template", RequestMethod::get);
   get.body = {{"ignored", true}};
   EXPECT_FALSE(get.urlRequest().body);
-  get.parameters["c"] = "\xff";
+  get.parameters["c"] = std::string("\xff");  // g++ 12 warns of an overlap without it
   EXPECT_DEATH(get.urlRequest(), "Unexpectedly found nil while unwrapping an Optional value");
 
   Request post("/track", RequestMethod::post);
