@@ -95,23 +95,23 @@ void run() {
   }
 
   constexpr Target kFlat{.ratio = 1.5, .atLeast = {}};
-  const auto name = [](const char* what, int count) {
-    return what + std::string(", stored: ") + std::to_string(count);
+  const auto name = [](const char* what, int count, const char* compared) {
+    return what + std::string(" with ") + std::to_string(count) + " " + compared;
   };
-  printRow("trackAction, 100 live reports; floor: one row in bare SQLite", "us",
+  printRow("trackAction with 100 live reports, against one row in bare SQLite", "us",
            costs[100].track.median(), bare.median(), {.ratio = {}, .atLeast = {}, .plus = 40});
   for (const int count : {10, 100, 1000}) {
-    printRow(name("trackAction; floor: 1 stored", count), "us", costs[count].track.median(),
-             costs[1].track.median(), kFlat);
-    printRow(name("trackAction; floor: 1 stored", count), "bytes", costs[count].trackBytes.median(),
-             costs[1].trackBytes.median(), kFlat);
+    printRow(name("trackAction", count, "live reports, against 1"), "us",
+             costs[count].track.median(), costs[1].track.median(), kFlat);
+    printRow(name("trackAction", count, "live reports, against 1: written"), "bytes",
+             costs[count].trackBytes.median(), costs[1].trackBytes.median(), kFlat);
   }
   for (const int count : {1000, 100'000}) {
-    printRow(name("shouldShow; floor: 10 stored", count), "us", costs[count].shouldShow.median(),
-             costs[10].shouldShow.median(), kFlat);
-    printRow(name("impression of a plan; floor: 10 stored", count), "us",
+    printRow(name("shouldShow", count, "known plans, against 10"), "us",
+             costs[count].shouldShow.median(), costs[10].shouldShow.median(), kFlat);
+    printRow(name("impression", count, "known plans, against 10"), "us",
              costs[count].impression.median(), costs[10].impression.median(), kFlat);
-    printRow(name("impression of a plan; floor: 10 stored", count), "bytes",
+    printRow(name("impression", count, "known plans, against 10: written"), "bytes",
              costs[count].impressionBytes.median(), costs[10].impressionBytes.median(), kFlat);
   }
 }
