@@ -3,6 +3,7 @@
 //   link_host idle   the memory and the child processes of a window with an idle main loop; with
 //                    Kelvara, also of a `Host` that is not started
 #include <gtk/gtk.h>
+#include <malloc.h>
 
 #include <chrono>
 #include <cstdio>
@@ -18,7 +19,8 @@
 
 namespace {
 
-/// The process's memory in MB: `Rss`, or `Private` for what it shares with no other process.
+/// The process's memory in MB: `Rss`, or `Private_Dirty` for what it has written to and shares with
+/// no other process.
 double megabytes(const std::string& what) {
   std::ifstream file("/proc/self/smaps_rollup");
   double kilobytes = 0;
@@ -55,9 +57,10 @@ int main(int, char** arguments) {
   const std::chrono::duration<double> entered = std::chrono::steady_clock::now().time_since_epoch();
   const bool isIdle = std::string(arguments[1]) == "idle";
   if (isIdle) idle();
+  malloc_trim(0);
   std::puts(nlohmann::json{{"entered", entered.count()},
                            {"rss", megabytes("Rss")},
-                           {"private", megabytes("Private")},
+                           {"private", megabytes("Private_Dirty")},
                            {"children", children()}}
                 .dump()
                 .c_str());
