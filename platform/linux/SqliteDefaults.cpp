@@ -18,7 +18,7 @@ constexpr int kPagesToWaitAt = 16000;
 
 using Clock = SqliteStore::Clock;
 /// The limit for waiting for other processes while the file is opened.
-constexpr std::chrono::seconds kLongestWait(1);
+constexpr std::chrono::seconds kLockTimeout(1);
 
 /// Locks the folder while the file is opened or set aside, so that only one of two processes
 /// replaces a damaged file.
@@ -146,7 +146,7 @@ std::unique_ptr<SqliteStore> SqliteDefaults::openStore() {
   };
   for (const char* companion : {"", "-wal", "-shm"})
     if (isNoFile(file_.native() + companion)) return inMemory("it is no regular file");
-  const auto deadline = Clock::now() + kLongestWait;
+  const auto deadline = Clock::now() + kLockTimeout;
   const FolderLock lock(folder, deadline);
   if (lock.isHeldByAnother()) return inMemory("another process locks the folder");
   using Access = SqliteStore::Access;
@@ -247,7 +247,7 @@ void SqliteDefaults::committed(State& state, int pagesInLog) {
 
 void SqliteDefaults::checkpoint() {
   SqliteStore store;
-  if (store.open(file_, SqliteStore::Access::readWrite, Clock::now() + kLongestWait) == SQLITE_OK)
+  if (store.open(file_, SqliteStore::Access::readWrite, Clock::now() + kLockTimeout) == SQLITE_OK)
     store.checkpoint();
   state_.with([](State& state) { state.checkpointing = false; });
 }
