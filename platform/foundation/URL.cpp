@@ -1,6 +1,7 @@
 #include <Kelvara/base/URL.h>
 
 #include <algorithm>
+#include <array>
 
 #include <Kelvara/base/Text.h>
 #include <glib.h>
@@ -8,23 +9,40 @@
 namespace kva {
 namespace {
 
-/// The characters that a URI may contain, besides letters and digits.
-constexpr std::string_view kUnescaped = "-._~:/?#[]@!$&'()*+,;=%";
-/// Those of them that a query's value may contain unescaped.
-constexpr std::string_view kUnescapedInValue = "-._~:/?@!$'()*,";
+using namespace std::string_view_literals;
+
+/// A set of ASCII characters.
+class CharacterSet {
+ public:
+  /// Letters, digits and `others`.
+  constexpr explicit CharacterSet(std::string_view others) {
+    for (const char c : "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"sv) add(c);
+    for (const char c : others) add(c);
+  }
+  constexpr bool contains(char c) const { return members_[static_cast<unsigned char>(c)]; }
+
+ private:
+  constexpr void add(char c) { members_[static_cast<unsigned char>(c)] = true; }
+  std::array<bool, 256> members_{};
+};
+
+/// What a URI may contain.
+constexpr CharacterSet kUnescaped("-._~:/?#[]@!$&'()*+,;=%");
+/// What a query's value may contain unescaped.
+constexpr CharacterSet kUnescapedInValue("-._~:/?@!$'()*,");
 constexpr std::string_view kForbiddenInHost = " \"#%/<>?@[\\]^`{|}\x7f";
 
-std::string escaped(std::string_view text, std::string_view unescaped) {
+std::string escaped(std::string_view text, const CharacterSet& unescaped) {
   constexpr const char* digits = "0123456789ABCDEF";
   std::string all;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (g_ascii_isalnum(c) || unescaped.contains(c))
-      all += c;
-    else
-      all += {'%', digits[byte / 16], digits[byte % 16]};
+  while (true) {
+    const auto end = std::ranges::find_if_not(text, [&](char c) { return unescaped.contains(c); });
+    all.append(text.begin(), end);
+    if (end == text.end()) return all;
+    const auto byte = static_cast<unsigned char>(*end);
+    all += {'%', digits[byte / 16], digits[byte % 16]};
+    text = {end + 1, text.end()};
   }
-  return all;
 }
 
 bool isEscape(std::string_view text) {
@@ -49,7 +67,7 @@ bool isWeb(const std::string& text) {
 
 /// Percent-encodes each character that a URI may not contain.
 std::string wellFormed(std::string text) {
-  if (isWeb(text)) {
+  if (text.contains('\\') && isWeb(text)) {
     const auto resource =
         text.begin() + static_cast<std::ptrdiff_t>(std::min(text.find_first_of("?#"), text.size()));
     std::replace(text.begin(), resource, '\\', '/');
