@@ -172,6 +172,7 @@ TEST_F(MainThread, InTheLifeOfAnAd) {
   timed("Kelvara::start",
         [] { Kelvara::start(std::string(sandbox::kApplicationId), [](auto) {}); });
   ASSERT_TRUE(spinUntil([] { return Kelvara::isInitialized(); }));
+  spinFor(2);  // the pool creates its first view, and WebKit starts the view's process
   for (const auto kind : {KVABidType::interstitial, KVABidType::rewarded}) {
     const bool isVideo = kind == KVABidType::rewarded;
     const int times = isVideo ? 2 : 1;

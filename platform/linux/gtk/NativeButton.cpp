@@ -33,18 +33,13 @@ int pixels(double length) { return static_cast<int>(std::lround(length)); }
 }  // namespace
 
 NativeButton::NativeButton()
-    : picture_(gtk_picture_new()),
-      symbol_(gtk_label_new(nullptr)),
-      faces_(gtk_stack_new()),
+    : picture_(sink(gtk_picture_new())),
+      symbol_(sink(gtk_label_new(nullptr))),
       button_(gtk_button_new()),
       view_(std::make_shared<NativeView>(Rect{}, button_)) {
   addStyleOnce(gtk_widget_get_display(button_));
   gtk_widget_add_css_class(button_, kStyleClass);
-  gtk_picture_set_can_shrink(GTK_PICTURE(picture_), TRUE);
-  gtk_widget_add_css_class(symbol_, "kelvara-symbol");
-  gtk_stack_add_child(GTK_STACK(faces_), picture_);
-  gtk_stack_add_child(GTK_STACK(faces_), symbol_);
-  gtk_button_set_child(GTK_BUTTON(button_), faces_);
+  gtk_widget_add_css_class(symbol_.get(), "kelvara-symbol");
   clicked_ = connect<void()>(button_, "clicked", [this] {
     auto self = shared_from_this();
     if (auto action = action_) action();
@@ -57,11 +52,13 @@ NativeButton::NativeButton()
 
 bool NativeButton::setImage(Image image, EdgeInsets insets) {
   image_ = std::move(image);
-  gtk_label_set_text(GTK_LABEL(symbol_), image_.symbol.c_str());
-  gtk_widget_set_margin_top(faces_, pixels(insets.top));
-  gtk_widget_set_margin_bottom(faces_, pixels(insets.bottom));
-  gtk_widget_set_margin_start(faces_, pixels(insets.left));
-  gtk_widget_set_margin_end(faces_, pixels(insets.right));
+  gtk_label_set_text(GTK_LABEL(symbol_.get()), image_.symbol.c_str());
+  for (auto* face : {picture_.get(), symbol_.get()}) {
+    gtk_widget_set_margin_top(face, pixels(insets.top));
+    gtk_widget_set_margin_bottom(face, pixels(insets.bottom));
+    gtk_widget_set_margin_start(face, pixels(insets.left));
+    gtk_widget_set_margin_end(face, pixels(insets.right));
+  }
   return showImage();
 }
 
@@ -72,11 +69,11 @@ bool NativeButton::showImage() {
   for (const auto& file : {dense ? twice : once, dense ? once : twice}) {
     auto texture = GObjectPtr<GdkTexture>(gdk_texture_new_from_filename(file.c_str(), nullptr));
     if (!texture) continue;
-    gtk_picture_set_paintable(GTK_PICTURE(picture_), GDK_PAINTABLE(texture.get()));
-    gtk_stack_set_visible_child(GTK_STACK(faces_), picture_);
+    gtk_picture_set_paintable(GTK_PICTURE(picture_.get()), GDK_PAINTABLE(texture.get()));
+    gtk_button_set_child(GTK_BUTTON(button_), picture_.get());
     return true;
   }
-  gtk_stack_set_visible_child(GTK_STACK(faces_), symbol_);
+  gtk_button_set_child(GTK_BUTTON(button_), symbol_.get());
   return false;
 }
 

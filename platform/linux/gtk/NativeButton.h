@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <Kelvara/platform/View.h>
+#include <platform/linux/gtk/GObject.h>
 #include <platform/linux/gtk/NativeView.h>
 
 namespace kva::gtk {
@@ -23,9 +24,7 @@ class NativeButton final : public kva::Button, public std::enable_shared_from_th
  private:
   bool showImage();
 
-  GtkWidget* picture_;
-  GtkWidget* symbol_;
-  GtkWidget* faces_;  ///< a stack of the picture and the symbol
+  GObjectPtr<GtkWidget> picture_, symbol_;  ///< one of them is the button's child
   GtkWidget* button_;
   std::shared_ptr<NativeView> view_;
   Image image_;

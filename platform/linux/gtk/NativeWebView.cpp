@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <initializer_list>
 #include <string_view>
 
 #include <Kelvara/platform/ErrorTable.h>
@@ -92,16 +91,6 @@ void refuseQuestions(WebKitWebView* page, std::vector<SignalConnection>& answers
       page, "script-dialog", [](WebKitScriptDialog*) { return TRUE; }));
 }
 
-/// Switches off features that an ad can use without a permission request.
-void withhold(WebKitSettings* settings, std::initializer_list<std::string_view> features) {
-  g_autoptr(WebKitFeatureList) all = webkit_settings_get_all_features();
-  for (gsize i = 0; i < webkit_feature_list_get_length(all); ++i) {
-    auto* feature = webkit_feature_list_get(all, i);
-    if (std::ranges::find(features, webkit_feature_get_identifier(feature)) != features.end())
-      webkit_settings_set_feature_enabled(settings, feature, FALSE);
-  }
-}
-
 }  // namespace
 
 std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> page,
@@ -154,10 +143,7 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
   g_object_set(settings, "media-playback-allows-inline",
                gboolean{configuration.allowsInlineMediaPlayback},
                "media-playback-requires-user-gesture",
-               gboolean{configuration.requiresUserActionForMediaPlayback}, "enable-fullscreen",
-               FALSE, "enable-page-cache", FALSE, nullptr);
-  // MediaSession would register a player on the session bus for each medium.
-  withhold(settings, {"MediaSession", "AsyncClipboardAPI"});
+               gboolean{configuration.requiresUserActionForMediaPlayback}, nullptr);
   auto* script =
       webkit_user_script_new(configuration.userScript.c_str(), WEBKIT_USER_CONTENT_INJECT_TOP_FRAME,
                              WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr);

@@ -1,5 +1,9 @@
 #include <platform/linux/gtk/WebViewPool.h>
 
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
 #include <platform/linux/gtk/NativeWebView.h>
 
 namespace kva::gtk {
@@ -11,6 +15,22 @@ namespace {
 constexpr guint kPauseMilliseconds = 1000;
 /// How long to wait for the end of an animation.
 constexpr guint kAnimationMilliseconds = 50;
+
+/// Settings without the features that an ad could use without a permission request. MediaSession
+/// would register a player on the session bus for each medium.
+GObjectPtr<WebKitSettings> makeSettings() {
+  constexpr std::string_view kWithheld[] = {"MediaSession", "AsyncClipboardAPI"};
+  auto settings = GObjectPtr<WebKitSettings>(webkit_settings_new_with_settings(
+      "enable-fullscreen", FALSE, "enable-page-cache", FALSE, nullptr));
+  g_autoptr(WebKitFeatureList) all = webkit_settings_get_all_features();
+  for (gsize i = 0; i < webkit_feature_list_get_length(all); ++i) {
+    auto* feature = webkit_feature_list_get(all, i);
+    const std::string_view name = webkit_feature_get_identifier(feature);
+    if (std::ranges::find(kWithheld, name) != std::end(kWithheld))
+      webkit_settings_set_feature_enabled(settings.get(), feature, FALSE);
+  }
+  return settings;
+}
 
 }  // namespace
 
@@ -69,9 +89,11 @@ WebViewPool::Made WebViewPool::make(Rect frame) const {
   auto policies = GObjectPtr<WebKitWebsitePolicies>(
       webkit_website_policies_new_with_policies("autoplay", WEBKIT_AUTOPLAY_ALLOW, nullptr));
   auto scripts = GObjectPtr<WebKitUserContentManager>(webkit_user_content_manager_new());
-  auto page = sink(static_cast<WebKitWebView*>(g_object_new(
-      WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session_.get(),
-      "website-policies", policies.get(), "user-content-manager", scripts.get(), nullptr)));
+  auto settings = makeSettings();
+  auto page = sink(static_cast<WebKitWebView*>(
+      g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session",
+                   session_.get(), "website-policies", policies.get(), "user-content-manager",
+                   scripts.get(), "settings", settings.get(), nullptr)));
   auto view = surroundings_.makeView(frame, GTK_WIDGET(page.get()));
   return {std::move(page), std::move(view)};
 }
