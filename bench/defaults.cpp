@@ -5,11 +5,15 @@
 int main() {
   using namespace kva;
   const bench::Folder folder;
-  const auto file = folder.file("defaults.sqlite");
   bench::Series first, again, large, small, readLarge, readSmall;
   std::unique_ptr<SqliteDefaults> store;
+  std::filesystem::path file;
   const auto open = [&] { store = std::make_unique<SqliteDefaults>(file, bench::complain); };
-  first.time(open);
+  for (int i = 0; i < 20; ++i) {
+    store.reset();
+    file = folder.file(std::to_string(i));
+    first.time(open);
+  }
   for (int i = 0; i < 100; ++i) store->set("ballast " + std::to_string(i), Bytes(5'000));
   for (int i = 0; i < 20; ++i) {
     store.reset();

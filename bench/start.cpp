@@ -25,10 +25,9 @@ double microsecondsSince(Clock::time_point began) {
   return std::chrono::duration<double, std::micro>(Clock::now() - began).count();
 }
 
-/// Iterates the main loop until `done`, and for the time that the window needs to settle.
-void iterateUntil(const std::atomic<bool>& done) {
-  while (!done) g_main_context_iteration(nullptr, TRUE);
-  const auto until = Clock::now() + std::chrono::milliseconds(100);
+/// Iterates the main loop, so that windows and web processes come and go before the next sample.
+void settle() {
+  const auto until = Clock::now() + std::chrono::milliseconds(300);
   while (Clock::now() < until)
     if (!g_main_context_iteration(nullptr, FALSE)) g_usleep(1000);
 }
@@ -47,7 +46,8 @@ double besideNewWindow(const std::function<void(std::function<void()>)>& timed) 
     done = true;
     g_main_context_wakeup(nullptr);
   });
-  iterateUntil(done);
+  while (!done) g_main_context_iteration(nullptr, TRUE);
+  settle();
   gtk_window_destroy(GTK_WINDOW(window));
   return taken;
 }
@@ -71,6 +71,7 @@ void measure(const std::filesystem::path& folder) {
                             .logLevel = gtk::LogLevel::error});
       ours.add(besideNewWindow([](auto done) { start(done); }));
     }
+    settle();
     bench::BareRequest bare(server.base(), server.lastRequest("/init"));
     bench::BareThread thread;
     floor.add(besideNewWindow([&](auto done) { thread.async(bare, done); }));
