@@ -265,14 +265,13 @@ CurlSession::CurlSession(const HostIdentity& host) {
   static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
   if (ready != CURLE_OK) fatal("libcurl could not be initialised");
   worker_ = std::make_unique<Worker>(host);
-  thread_ = startThread("kva-session", [worker = worker_.get()] { worker->run(); });
 }
 
-CurlSession::~CurlSession() {
-  invalidate();
-  worker_->stop();
-  thread_.join();
-}
+CurlSession::~CurlSession() = default;
+
+void CurlSession::run() { worker_->run(); }
+
+void CurlSession::stop() { worker_->stop(); }
 
 void CurlSession::send(URLRequest request, Done done) {
   worker_->send({std::move(request), std::move(done)});

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <thread>
 
 #include "platform/linux/NetworkSession.h"
 
@@ -18,12 +17,14 @@ namespace kva {
 class CurlSession final : public NetworkSession {
  public:
   explicit CurlSession(const HostIdentity& host = {});
-  /// Invalidates the session. Must not run on the session's own thread.
+  /// After `run` has ended.
   ~CurlSession() override;
 
   void send(URLRequest request, Done done) override;
   void invalidate() override;
 
+  void run() override;
+  void stop() override;
   void dropIdleConnections() override;
   bool isSessionThread() const override;
   TimerQueue& timers() override;
@@ -31,7 +32,6 @@ class CurlSession final : public NetworkSession {
  private:
   class Worker;
   std::unique_ptr<Worker> worker_;
-  std::thread thread_;
 };
 
 }  // namespace kva

@@ -9,7 +9,12 @@ namespace kva {
 LazySession::LazySession(HostIdentity host, std::function<void(const std::string&)> logError)
     : host_(std::move(host)), logError_(std::move(logError)) {}
 
-LazySession::~LazySession() { invalidate(); }
+LazySession::~LazySession() {
+  invalidate();
+  if (auto* session = loaded_.load()) session->stop();
+  auto thread = state_.with([](State& state) { return std::move(state.thread); });
+  if (thread.joinable()) thread.join();
+}
 
 void LazySession::send(URLRequest request, Done done) {
   if (auto* session = loaded_.load()) return session->send(std::move(request), std::move(done));
@@ -18,14 +23,15 @@ void LazySession::send(URLRequest request, Done done) {
     if (state.refusal) return refuse(state, std::move(done));
     const bool isFirst = state.waiting.empty();
     state.waiting.push_back({std::move(request), std::move(done)});
-    if (isFirst) state.loader = startThread("kva-loader", [this] { load(); });
+    if (isFirst) state.thread = startThread("kva-session", [this] { run(); });
   });
 }
 
-void LazySession::load() {
+void LazySession::run() {
   const auto make = loadNetwork();
-  std::unique_ptr<NetworkSession> session(make ? (*make)(host_) : nullptr);
+  std::unique_ptr<NetworkSession> made(make ? (*make)(host_) : nullptr);
   if (!make) logError_(make.error().localizedDescription());
+  auto* const session = made.get();
   state_.with([&](State& state) {
     if (!make) state.refusal = make.error();
     for (auto& [request, done] : std::exchange(state.waiting, {})) {
@@ -34,9 +40,11 @@ void LazySession::load() {
       else
         refuse(state, std::move(done));
     }
-    state.session = std::move(session);
-    loaded_ = state.session.get();
+    state.session = std::move(made);
+    loaded_ = session;
   });
+  loading_.set_value();
+  if (session) session->run();
 }
 
 void LazySession::refuse(State& state, Done done) {
@@ -49,11 +57,11 @@ void LazySession::refuse(State& state, Done done) {
 }
 
 void LazySession::invalidate() {
-  auto loader = state_.with([](State& state) {
+  const bool isLoading = state_.with([](State& state) {
     if (state.waiting.empty()) state.refusal = urlError(URLError::cancelled);
-    return std::exchange(state.loader, {});
+    return !state.waiting.empty();
   });
-  if (loader.joinable()) loader.join();
+  if (isLoading) isLoaded_.wait();
   if (auto* session = loaded_.load()) return session->invalidate();
   state_.with([](State& state) { state.refusal = urlError(URLError::cancelled); });
   // A refused request's `done` may send the next one.

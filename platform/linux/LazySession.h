@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,10 +16,10 @@
 
 namespace kva {
 
-/// A session that loads the network code at the first request, on a thread that ends afterwards.
-/// Until then the process has neither libcurl nor the session's thread. If the code cannot be
-/// loaded, it logs an error and fails every request with it, on a thread for these calls.
-class LazySession final : public NetworkSession {
+/// A session that starts its thread at the first request, and loads the network code there. Until
+/// then the process has neither libcurl nor the thread. If the code cannot be loaded, it logs an
+/// error and fails every request with it, on a thread for these calls.
+class LazySession final : public URLSession {
  public:
   LazySession(HostIdentity host, std::function<void(const std::string&)> logError);
   /// Invalidates the session. Must not run on the session's own thread.
@@ -26,9 +27,11 @@ class LazySession final : public NetworkSession {
 
   void send(URLRequest request, Done done) override;
   void invalidate() override;
-  void dropIdleConnections() override;
-  bool isSessionThread() const override;
-  TimerQueue& timers() override { return loaded_.load()->timers(); }
+  /// Later requests use new connections. Thread-safe.
+  void dropIdleConnections();
+  bool isSessionThread() const;
+  /// The timers that fire on the session's thread. Only after a call on that thread.
+  TimerQueue& timers() { return loaded_.load()->timers(); }
 
  private:
   struct Exchange {
@@ -37,19 +40,21 @@ class LazySession final : public NetworkSession {
   };
   struct State {
     std::unique_ptr<NetworkSession> session;
-    std::thread loader;
+    std::thread thread;
     std::vector<Exchange> waiting;       ///< while the code is loaded
     std::optional<Error> refusal;        ///< of every request from now on
     std::unique_ptr<ThreadQueue> queue;  ///< calls the refused requests' `done`
     std::size_t refused = 0;             ///< calls that `queue` has not finished
   };
 
-  void load();
+  void run();
   void refuse(State& state, Done done);
 
   const HostIdentity host_;
   const std::function<void(const std::string&)> logError_;
-  std::atomic<NetworkSession*> loaded_ = nullptr;  ///< `State::session`
+  std::promise<void> loading_;
+  std::shared_future<void> isLoaded_ = loading_.get_future().share();  ///< or has failed to load
+  std::atomic<NetworkSession*> loaded_ = nullptr;                      ///< `State::session`
   Guarded<State> state_;
 };
 

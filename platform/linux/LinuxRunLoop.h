@@ -3,15 +3,15 @@
 #include <memory>
 #include <utility>
 
+#include "platform/linux/LazySession.h"
 #include "platform/linux/MainLoop.h"
-#include "platform/linux/NetworkSession.h"
 
 namespace kva {
 
 /// The session's timers on the session's thread, the main loop's on every other.
 class LinuxRunLoop final : public RunLoop {
  public:
-  LinuxRunLoop(std::shared_ptr<MainLoop> main, std::shared_ptr<NetworkSession> session)
+  LinuxRunLoop(std::shared_ptr<MainLoop> main, std::shared_ptr<LazySession> session)
       : main_(std::move(main)), session_(std::move(session)) {}
 
   Timer schedule(double seconds, Repeats repeats, std::move_only_function<void()> fire) override {
@@ -32,7 +32,7 @@ class LinuxRunLoop final : public RunLoop {
 
  private:
   std::shared_ptr<MainLoop> main_;
-  std::shared_ptr<NetworkSession> session_;
+  std::shared_ptr<LazySession> session_;
 };
 
 }  // namespace kva

@@ -17,6 +17,11 @@ struct HostIdentity {
 /// A session whose thread also runs timers.
 class NetworkSession : public URLSession {
  public:
+  /// Makes the calling thread the session's own: runs its transfers, completions and timers there
+  /// until `stop`. Call it once.
+  virtual void run() = 0;
+  /// Ends `run`. Only after `invalidate`.
+  virtual void stop() = 0;
   /// Later requests use new connections. Thread-safe.
   virtual void dropIdleConnections() = 0;
   virtual bool isSessionThread() const = 0;

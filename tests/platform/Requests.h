@@ -5,19 +5,19 @@
 
 #include <gtest/gtest.h>
 
-#include <platform/linux/CurlSession.h>
+#include <platform/linux/LazySession.h>
 
 namespace kva::test {
 
 /// Sends requests, one after another.
 struct Requests {
-  static URLSession::Outcome answerTo(CurlSession& session, URLRequest request) {
+  static URLSession::Outcome answerTo(URLSession& session, URLRequest request) {
     std::promise<URLSession::Outcome> promise;
     session.send(std::move(request),
                  [&](URLSession::Outcome outcome) { promise.set_value(std::move(outcome)); });
     return promise.get_future().get();
   }
-  static std::string textOf(CurlSession& session, URLRequest request) {
+  static std::string textOf(URLSession& session, URLRequest request) {
     const auto outcome = answerTo(session, std::move(request));
     return outcome.error  ? outcome.error->localizedDescription()
            : outcome.data ? std::string(asText(*outcome.data))
@@ -30,7 +30,7 @@ struct Requests {
     if (!outcome.error) return URLError::unknown;
     return static_cast<URLError>(outcome.error->code());
   }
-  CurlSession session;
+  LazySession session{{}, nullptr};
 };
 
 }  // namespace kva::test

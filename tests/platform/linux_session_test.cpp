@@ -203,7 +203,7 @@ TEST_F(LinuxSession, ReusesConnectionsAndRetriesOnce) {
       SocketServer::sendAll(peer, ok);
       readRequest(peer);  // and close without an answer
     });
-    CurlSession one;
+    LazySession one({}, nullptr);
     for (int i = 0; i < kSize; ++i)
       one.send(post(breaking.url(), "body"), [&](Outcome) { ++answers; });
     ASSERT_TRUE(spinUntil([&] { return answers == kSize; }));
@@ -268,7 +268,7 @@ TEST_F(LinuxSession, UserAgentNamesTheSdkAndTheHost) {
         {HostIdentity{"org.example.app", {}}, " org.example.app"},
         {HostIdentity{"org.example.app", "2.0 (45)"}, " org.example.app/2.0%20%2845%29"},
         {HostIdentity{"a/b", "1\r\nX: y"}, " a%2Fb/1%0D%0AX%3A%20y"}}) {
-    CurlSession one(host);
+    LazySession one(host, nullptr);
     EXPECT_THAT(
         textOf(one, get(echo.url())),
         testing::HasSubstr("\r\nUser-Agent: Kelvara/" + Kelvara::sdkVersion() + agent + "\r\n"));

@@ -4,7 +4,7 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <platform/headless/Application.h>
-#include <platform/linux/CurlSession.h>
+#include <platform/linux/LazySession.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <support/AdRecorder.h>
 
@@ -93,7 +93,7 @@ class Life {
   }
 
   Ledger ledger{
-      [this] { return static_cast<NetworkSession&>(*platform_.urlSession).isSessionThread(); },
+      [this] { return static_cast<LazySession&>(*platform_.urlSession).isSessionThread(); },
       [this] { return platform_.mainQueue->isMainThread(); }};
 
  private:
