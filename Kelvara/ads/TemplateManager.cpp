@@ -17,8 +17,7 @@ namespace kva {
 TemplateManager& TemplateManager::shared() { return Runtime::current().get<TemplateManager>(); }
 
 TemplateManager::TemplateManager()
-    : state_({.templates = storedTemplates(*Runtime::current().platform().userDefaults),
-              .templateVersions = {}}) {}
+    : state_({.templates = storedTemplates(userDefaults()), .templateVersions = {}}) {}
 
 void TemplateManager::setTemplateVersions(std::map<std::string, std::int64_t> templateVersions) {
   state_.with([&](State& state) { state.templateVersions = std::move(templateVersions); });
@@ -55,7 +54,7 @@ void TemplateManager::keep(const std::string& id, Template fetched) {
   auto shared = std::make_shared<const Template>(std::move(fetched));
   state_.with([&](State& state) { state.templates[id] = shared; });
   // Keep the templates of other processes. If storing fails, a later launch fetches this one again.
-  std::ignore = Runtime::current().platform().userDefaults->edit([&](KeyedValues& stored) {
+  std::ignore = userDefaults().edit([&](KeyedValues& stored) {
     Json json = Json::object();
     for (const auto& [key, kept] : storedTemplates(stored)) json[key] = kept->toJson();
     json[id] = shared->toJson();

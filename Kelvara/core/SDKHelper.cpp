@@ -41,6 +41,8 @@ struct MRAIDScript {
 
 }  // namespace
 
+UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
+
 std::vector<std::filesystem::path> kvaBundlePaths() {
   auto paths = mainBundle().resourceFolders();
   for (auto& path : paths) path /= std::string(kvaBundleName) + ".bundle";

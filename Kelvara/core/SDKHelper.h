@@ -10,6 +10,7 @@
 
 #include <Kelvara/Error.h>
 #include <Kelvara/KVAErrorCodes.h>
+#include <Kelvara/platform/UserDefaults.h>
 
 namespace kva {
 
@@ -68,6 +69,9 @@ struct SDKHelper {
     static constexpr std::int64_t internalServerError = 500;
   };
 };
+
+/// The host's user defaults, in which the SDK stores the values of `UserDefaultKeys`.
+UserDefaults& userDefaults();
 
 inline constexpr const char* kvaBundleName = "KelvaraResources";
 

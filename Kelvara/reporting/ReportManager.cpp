@@ -32,7 +32,7 @@ constexpr double kShortestInterval = 1;
 const Platform& platform() { return Runtime::current().platform(); }
 
 std::optional<double> storedNumber(const char* key) {
-  const auto value = platform().userDefaults->value(key);
+  const auto value = userDefaults().value(key);
   if (!value) return {};
   if (const auto* number = std::get_if<double>(&*value)) return *number;
   if (const auto* number = std::get_if<std::int64_t>(&*value)) return static_cast<double>(*number);
@@ -154,7 +154,7 @@ void ReportManager::startUpload() {
 bool ReportManager::claimUpload() {
   return state_.with([](State& state) {
     if (state.upload) return false;
-    state.upload = platform().userDefaults->claim(UserDefaults::Task::upload);
+    state.upload = userDefaults().claim(UserDefaults::Task::upload);
     return state.upload != nullptr;
   });
 }
@@ -246,7 +246,7 @@ void ReportManager::resetReports() {
 void ReportManager::setLastReportUploaded(State& state) {
   const Clock& clock = *platform().clock;
   state.lastReportUploadedAt = clock.monotonicNow();
-  platform().userDefaults->set(Keys::lastReportUploadedAt, clock.now());
+  userDefaults().set(Keys::lastReportUploadedAt, clock.now());
 }
 
 }  // namespace kva

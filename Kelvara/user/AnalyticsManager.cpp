@@ -17,8 +17,6 @@ namespace {
 
 using Keys = SDKHelper::UserDefaultKeys;
 
-UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
-
 constexpr double kSecondsBetweenAttempts = 0.05;
 /// After this, the other process has exceeded the time limit of a request, and this one registers.
 constexpr int kAttempts = static_cast<int>(70 / kSecondsBetweenAttempts);

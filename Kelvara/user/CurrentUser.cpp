@@ -1,7 +1,6 @@
 #include <Kelvara/user/CurrentUser.h>
 
 #include <Kelvara/Kelvara.h>
-#include <Kelvara/core/Runtime.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/core/SDKManager.h>
 #include <Kelvara/user/Device.h>
@@ -9,12 +8,6 @@
 #include <nlohmann/json.hpp>
 
 namespace kva {
-namespace {
-
-UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
-
-}  // namespace
-
 User currentUser() {
   return {.applicationId = SDKManager::shared().appId().value_or(""),
           .sdkVersion = Kelvara::sdkVersion(),

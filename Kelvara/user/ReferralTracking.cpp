@@ -17,8 +17,6 @@ namespace {
 
 using Keys = SDKHelper::UserDefaultKeys;
 
-UserDefaults& userDefaults() { return *Runtime::current().platform().userDefaults; }
-
 /// The server expects the key "dmod" here; in the user record it is "dmob".
 Json reportBody(const std::optional<std::string>& idfa) {
   using Device = SDKHelper::Device;
