@@ -75,6 +75,8 @@ TEST_F(Ads, FillEveryPlaceholderInOrderAndUnescapeLast) {
   ad.creative.title = "Title";
   EXPECT_EQ(AdHelper::finalize("[@TITLE_[@CLICK_URL]TEXT]\\[@CLICK_URL]n", ad), "Title\n")
       << "a replacement may complete a later placeholder or escape";
+  for (const char* unfinished : {"[@TITLE_TEXT", "\\", "[@TITLE_TEX[@", "[[@CTA_TEXT"})
+    EXPECT_EQ(AdHelper::finalize(unfinished, ad), unfinished);
 }
 
 TEST_F(Ads, ChooseForEachTypeTheLastFileForTheOrientationElseTheFirst) {

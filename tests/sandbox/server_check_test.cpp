@@ -9,28 +9,31 @@
 namespace kva::sandbox {
 namespace {
 
-/// Returns the findings of the check: "/bid/init data.bid: missing, ...".
-std::vector<std::string> findingsOf(const Server& server) {
-  for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
-    post(server.port(), "/control/plan", {{"plan", plan.id}, {"on", false}});
-  const check::Options options = {.baseURL = server.baseURL(),
-                                  .application = std::string(kApplicationId),
-                                  .interstitial = std::string(kInterstitialAdUnit),
-                                  .rewarded = std::string(kRewardedAdUnit),
-                                  .unitWithoutDemand = std::string(kPlayableAdUnit),
-                                  .timeoutSeconds = 1};
-  std::vector<std::string> all;
-  for (const check::Step& step : check::checkServer(options)) {
-    for (const check::Finding& finding : step.findings) {
-      EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
-      all.push_back(finding.call + " " + finding.problem);
+class ServerCheck : public SandboxTest {
+ protected:
+  /// Returns the findings of the check: "/bid/init data.bid: missing, ...".
+  std::vector<std::string> findings() const {
+    for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
+      control("plan", {{"plan", plan.id}, {"on", false}});
+    const check::Options options = {.baseURL = server.baseURL(),
+                                    .application = std::string(kApplicationId),
+                                    .interstitial = std::string(kInterstitialAdUnit),
+                                    .rewarded = std::string(kRewardedAdUnit),
+                                    .unitWithoutDemand = std::string(kPlayableAdUnit),
+                                    .timeoutSeconds = 1};
+    std::vector<std::string> all;
+    for (const check::Step& step : check::checkServer(options)) {
+      for (const check::Finding& finding : step.findings) {
+        EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
+        all.push_back(finding.call + " " + finding.problem);
+      }
     }
+    return all;
   }
-  return all;
-}
+};
 
-TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
-  using testing::Contains, testing::Each, testing::HasSubstr, testing::StartsWith;
+TEST_F(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
+  using testing::AllOf, testing::Contains, testing::Each, testing::HasSubstr, testing::StartsWith;
   const struct {
     const char* endpoint;
     const char* fault;
@@ -64,20 +67,17 @@ TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
       {"*", "truncated", "no answer: The network connection was lost."},
       {"*", "reset", "no answer: The network connection was lost."},
   };
-  Server server;
-  ASSERT_TRUE(server.start());
-  EXPECT_THAT(findingsOf(server), testing::IsEmpty());
+  EXPECT_THAT(findings(), testing::IsEmpty());
   for (const auto& row : table) {
     SCOPED_TRACE(std::string(row.endpoint) + " " + row.fault);
     server.reset();
-    const std::string known = registeredUser(server.port());
-    const auto scenario = Scenario::parse(replacingOccurrences(row.fault, "KNOWN", known));
+    const auto scenario =
+        Scenario::parse(replacingOccurrences(row.fault, "KNOWN", registeredUser()));
     ASSERT_TRUE(scenario) << scenario.error();
     ASSERT_TRUE(server.setScenario(row.endpoint, *scenario));
-    const auto findings = findingsOf(server);
-    EXPECT_THAT(findings, Contains(HasSubstr(row.finding)));
     // No finding names another endpoint.
-    EXPECT_THAT(findings, Each(StartsWith(row.endpoint[0] == '/' ? row.endpoint : "/")));
+    const auto* endpoint = row.endpoint[0] == '/' ? row.endpoint : "/";
+    EXPECT_THAT(findings(), AllOf(Contains(HasSubstr(row.finding)), Each(StartsWith(endpoint))));
   }
 }
 

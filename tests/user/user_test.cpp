@@ -339,14 +339,20 @@ TEST_F(Registration, StoresTheDifferenceToTheServersClock) {
   }
   launch();
   EXPECT_EQ(stored(), 501);
-  h.time.setNow(1'700'000'060.25);
-  EXPECT_EQ(analytics().serverTime(), 1'700'000'060'751);
+  // Halves of a millisecond are rounded away from zero.
+  for (const auto& [now, serverTime] :
+       {std::pair(-1.0005, -500LL), {1.0005, 1502}, {1'700'000'060.25, 1'700'000'060'751}}) {
+    h.time.setNow(now);
+    EXPECT_EQ(analytics().serverTime(), serverTime) << now;
+  }
 
   using Limits = std::numeric_limits<std::int64_t>;
   EXPECT_DEATH(analytics().setDeltaTime(Limits::min()), "Kelvara: fatal: the difference");
   analytics().setDeltaTime(Limits::max());
   h.time.advance(1);
   EXPECT_DEATH(analytics().serverTime(), "Kelvara: fatal: the server's time");
+  h.time.setNow(1e300);
+  EXPECT_DEATH(analytics().serverTime(), "Kelvara: fatal: a date beyond 64 bits");
 }
 
 TEST_F(Registration, IsReportedToACampaignUntilItIsAttributedOrTheReportIsBad) {
