@@ -101,6 +101,9 @@ TEST_F(SandboxServer, IsControlledOverHttp) {
                             Json{{"endpoint", "/init"}, {"scenario", "missing"}},
                             Json{{"endpoint", "/init"}, {"scenario", 5}}})
     EXPECT_EQ(control("scenario", wrong), 400) << wrong;
+  for (const char* wrong : {"none", "missing", "hang:data", "error:x", "delay:soon", "times:0",
+                            "normal,delay:-1", "replace:time:{"})
+    EXPECT_EQ(control("scenario", {{"endpoint", "/init"}, {"text", wrong}}), 400) << wrong;
   EXPECT_EQ(control("clock", Json::array()), 400);
   EXPECT_TRUE(get("/control/log").body.contains("GET /init  ok  [http-500]"));
   // The log stays readable after invalid UTF-8 and a body with a GET.

@@ -85,21 +85,7 @@ TEST(Plan, RequiresAllFourMembers) {
   }
 }
 
-class PrivacyState : public testing::Test {
- protected:
-  Lines linesOf(const std::vector<Tester>& testers) {
-    h.output.clear();
-    admin.setTesters(testers);
-    return h.output.lines();
-  }
-
-  headless::Headless h;
-  Runtime runtime{h.platform()};
-  PrivacyManager& privacy = PrivacyManager::shared();
-  AdminManager& admin = AdminManager::shared();
-};
-
-TEST_F(PrivacyState, HasOneStatusForBothRegulations) {
+TEST(PrivacyState, HasOneStatusForBothRegulations) {
   // Each letter is a step: GDPR or CCPA, set to true in upper case and to false in lower case.
   const std::pair<const char*, int> cases[] = {{"", -1},  {"g", 0},  {"Gg", 0}, {"Gc", 1},
                                                {"GC", 2}, {"Cg", 2}, {"CcG", 1}};
@@ -116,7 +102,16 @@ TEST_F(PrivacyState, HasOneStatusForBothRegulations) {
   }
 }
 
-TEST_F(PrivacyState, IdentifiesATestDeviceByTheDigestOfAnIdentifierThatMayLeave) {
+TEST(PrivacyState, IdentifiesATestDeviceByTheDigestOfAnIdentifierThatMayLeave) {
+  headless::Headless h;
+  Runtime runtime{h.platform()};
+  auto& privacy = PrivacyManager::shared();
+  auto& admin = AdminManager::shared();
+  const auto linesOf = [&](const std::vector<Tester>& testers) {
+    h.output.clear();
+    admin.setTesters(testers);
+    return h.output.lines();
+  };
   const std::string hint = "<KVA> [I]: Send your IDFA to your account manager to become tester: ";
   const std::string match = "<KVA> [I]: This is a test device.";
   const Tester other{.testerId = "other", .isLogsEnabled = true};
