@@ -1,6 +1,5 @@
 // The console and the contract's page in a real browser, which WebDriver controls.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <httplib.h>
 #include <unistd.h>
 

@@ -124,17 +124,5 @@ TEST_F(SandboxScenario, SpoilsTheBytesAsItsNameSays) {
   }
 }
 
-TEST_F(SandboxScenario, HoldsForItsNumberOfRequestsAfterItsDelay) {
-  server.setScenario("*", *Scenario::parse("error:404:Gone,delay:120,times:2"));
-  for (const char* expected : {"404 Gone", "404 Gone", "ok"})
-    EXPECT_EQ(get(kInitPath).verdict(), expected);
-  const auto logged = server.exchanges("/init");
-  ASSERT_EQ(logged.size(), 3u) << "an endpoint's own 404 is one exchange";
-  EXPECT_GE(logged[1].micros, 120'000);
-  EXPECT_EQ(call("/register", request("/register")).verdict(), "404 Gone");
-  server.clearScenarios();
-  EXPECT_EQ(call("/register", request("/register")).verdict(), "ok");
-}
-
 }  // namespace
 }  // namespace kva::sandbox

@@ -1,7 +1,6 @@
 #include "server-check/ServerCheck.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Kelvara/base/StringExtensions.h"
 #include "sandbox/Client.h"
