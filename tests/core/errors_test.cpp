@@ -49,10 +49,7 @@ TEST(Errors, AreDocumentedWithTheirRemedies) {
 }
 
 TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
-  const struct {
-    Error error;
-    const char* remedy;
-  } cases[] = {
+  const std::pair<Error, const char*> cases[] = {
       {{"Kelvara", 8, "Wait 12 seconds for ad request."}, "when this time has passed"},
       {{"Kelvara", 5, "No plan."}, "Nobody bids"},
       {{"Kelvara", 5, "No active plan."}, "frequency cap"},

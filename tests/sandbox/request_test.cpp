@@ -17,11 +17,7 @@ using testing::Truly;
 
 /// The wrong fields that the table of kelvara-server-check's test lacks.
 TEST(SandboxRequest, NamesTheWrongFieldAndTheExpectedValue) {
-  const struct {
-    const char* endpoint;
-    Json changes;  // of a good body
-    const char* message;
-  } table[] = {
+  const std::tuple<const char*, Json, const char*> table[] = {
       {"/register", {{"aid", "x"}}, "aid: expected a UUID, got \"x\""},
       {"/register", {{"sdkv", "1.2."}}, "sdkv: expected a version such as \"1.2.0\", got \"1.2.\""},
       {"/register", {{"cnst", 2}}, "cnst: expected an integer from -1 to 1, got 2"},
@@ -43,10 +39,7 @@ TEST(SandboxRequest, NamesTheWrongFieldAndTheExpectedValue) {
 
 TEST(SandboxRequest, ChecksMethodPathHeadersAndQuery) {
   const std::string json = "application/json", aid = kSomeUUID, good = request("/track").dump();
-  const struct {
-    RawRequest request;
-    std::string problem;
-  } table[] = {
+  const std::pair<RawRequest, std::string> table[] = {
       {{"POST", "/nowhere", {}, json, json, good}, "path: no endpoint /nowhere"},
       {{"GET", "/track", {}, json, json, good}, "method: expected POST, got GET"},
       {{"POST", "/track", {}, "*/*", json, good}, "Accept: expected application/json, got \"*/*\""},

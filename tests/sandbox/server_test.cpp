@@ -175,9 +175,11 @@ TEST(SandboxServerLife, KeepsUsersInItsFileAndExplainsWhyItCannotStart) {
     Server second({.port = server.port()});
     EXPECT_TRUE(second.start().error().contains("another program listens there"));
   }
-  Server again({.database = file});
+  const auto busy = Scenario::parse("error:503:Busy,times:1").value();
+  Server again({.database = file, .scenarios = {{"/bid/init", busy}}});
   ASSERT_TRUE(again.start());
-  EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), "ok");
+  for (const char* verdict : {"503 Busy", "ok"})
+    EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), verdict);
 
   EXPECT_TRUE(Server({.data = "/nowhere"}).start().error().contains("cannot read"));
   EXPECT_TRUE(Server({.database = "/proc/nowhere/at/all"}).start().error().contains("database"));

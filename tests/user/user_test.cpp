@@ -320,11 +320,8 @@ TEST(DeviceModel, NamesTheHardwareAndTheDeviceThatIsSimulated) {
 TEST_F(Registration, StoresTheDifferenceToTheServersClock) {
   h.time.setNow(1'700'000'000);
   const auto stored = [&] { return h.defaults.get<std::int64_t>(Keys::deltaTime); };
-  struct Answer {
-    std::int64_t serverTime, stored;
-  };
   // A small change, as each answer brings one, is stored when the runtime ends.
-  for (const auto& [serverTime, expected] : {Answer{1'700'000'000'500, 500},
+  for (const auto& [serverTime, expected] : {std::pair(1'700'000'000'500, 500),
                                              {1'700'000'001'499, 500},
                                              {1'700'000'001'500, 1500},
                                              {1'700'000'000'501, 1500}}) {
