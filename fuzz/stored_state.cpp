@@ -47,20 +47,12 @@ T number(std::string_view text) {
 }
 
 std::optional<UserDefaults::Value> valueOf(char type, std::string_view text) {
-  switch (type) {
-    case 's':
-      return std::string(text);
-    case 'b':
-      return toBytes(text);
-    case 't':
-      return text == "true";
-    case 'i':
-      return number<std::int64_t>(text);
-    case 'd':
-      return number<double>(text);
-    default:
-      return {};
-  }
+  if (type == 's') return std::string(text);
+  if (type == 'b') return toBytes(text);
+  if (type == 't') return text == "true";
+  if (type == 'i') return number<std::int64_t>(text);
+  if (type == 'd') return number<double>(text);
+  return {};
 }
 
 /// A clock or a counter at the limit of 64 bits stops the process when it changes, as documented.

@@ -75,6 +75,8 @@ TEST_F(Ads, FillEveryPlaceholderInOrderAndUnescapeLast) {
   ad.creative.title = "Title";
   EXPECT_EQ(AdHelper::finalize("[@TITLE_[@CLICK_URL]TEXT]\\[@CLICK_URL]n", ad), "Title\n")
       << "a replacement may complete a later placeholder or escape";
+  for (const char* unfinished : {"[@TITLE_TEXT", "\\", "[@TITLE_TEX[@", "[[@CTA_TEXT"})
+    EXPECT_EQ(AdHelper::finalize(unfinished, ad), unfinished);
 }
 
 TEST_F(Ads, ChooseForEachTypeTheLastFileForTheOrientationElseTheFirst) {
@@ -133,7 +135,7 @@ class TemplateFetching : public Stage {
   using Versions = std::vector<std::int64_t>;
 };
 
-TEST_F(TemplateFetching, UsesTheStoredCopyOnlyForAnAnnouncedVersion) {
+TEST_F(TemplateFetching, UsesTheStoredCopyOnlyForAnAnnouncedVersionAlsoAfterARestart) {
   serve(3);
   EXPECT_EQ(versions(), Versions{3});
   EXPECT_EQ(versions(), Versions{3});
@@ -155,21 +157,16 @@ TEST_F(TemplateFetching, UsesTheStoredCopyOnlyForAnAnnouncedVersion) {
   EXPECT_EQ(h.output.count("<KVA> [E]: Get template error: no such template"), 1);
   announce(4);
   EXPECT_EQ(versions(), Versions{4}) << "a failure keeps the stored copy";
-}
 
-TEST_F(TemplateFetching, StoresTemplatesUnderTheRequestedIdentifierAcrossARestart) {
-  serve(3);
-  versions();
-  const Json valid = {{"t", templateJson(3)}};
-  EXPECT_EQ(stored(kTemplates), valid);
-
-  serve(9);
+  const Json valid = {{"t", templateJson(4)}};
+  EXPECT_EQ(stored(kTemplates), valid) << "stored under the requested identifier";
   Json malformed = valid;
   malformed["u"] = templateJson("3");
-  for (const auto& [templates, answer] : {std::pair(valid, 3), std::pair(malformed, 9)}) {
+  serve(9);
+  for (const auto& [templates, answer] : {std::pair(valid, 4), std::pair(malformed, 9)}) {
     h.defaults.set(kTemplates, toBytes(templates.dump()));
     launch();
-    announce(3);
+    announce(4);
     EXPECT_EQ(versions(), Versions{answer});
   }
   restart();

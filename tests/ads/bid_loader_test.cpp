@@ -6,6 +6,7 @@ namespace kva {
 namespace {
 
 using test::describe;
+using testing::ElementsAre;
 
 const std::string kAdUnit = "0b6f3f0e-1d6c-4f6e-8a0e-5a0c6b1d2e3f";
 
@@ -117,64 +118,36 @@ TEST_F(BidLoader, SendsLostBidsAndOnlyLogsTheResponse) {
   EXPECT_EQ(h.output.count("<KVA> [D]: SendLost error: unknown bid"), 1);
 }
 
-struct Listener : AdLoaderDelegate {
-  std::string outcome;
-  void adLoaderDidReceiveAd(AdLoader& adLoader) override {
-    outcome += "ad of " + adLoader.adData().value().bidId;
-  }
-  void adLoaderDidFailToReceiveAd(AdLoader&, const Error& error) override {
-    outcome += describe(error);
-  }
-};
-
-class AdLoading : public Stage {
+class AdLoading : public AdStage {
  protected:
-  AdLoading() {
-    loader->setDelegate(listener);
-    serveAd({});
+  /// Loads an ad. Returns the host's events before the call returns.
+  std::vector<std::string> load(const std::shared_ptr<KVABidResponse>& response) {
+    makeAd();
+    ad->loadAd(response, 1.2345);
+    return host->events();
   }
-  /// Loads an ad. Returns the outcome if it is known before the call returns.
-  std::string load(const std::shared_ptr<KVABidResponse>& response) {
-    loader->load(response, 1.2345);
-    return std::exchange(listener->outcome, "");
-  }
-  std::string laterOutcome() {
-    h.time.advance(1);
-    return std::exchange(listener->outcome, "");
-  }
-  const std::shared_ptr<KVABidResponse> first = bid(), second = bid(), third = bid();
-  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
-  std::shared_ptr<AdLoader> loader = AdLoader::create();
 };
 
 TEST_F(AdLoading, RefusesInOrderAndUsesUpABidOnlyWithItsRequest) {
+  const auto first = bid();
   const auto noBidId = std::make_shared<KVABidResponse>(kPlanId, "b", 1);
   const auto noPlanId = std::make_shared<KVABidResponse>("p", first->bidId(), 1);
   restart();
-  EXPECT_EQ(load(noBidId), "2 SDK isn't initialized.");
+  EXPECT_THAT(load(noBidId), ElementsAre("didFailToReceive 2 SDK isn't initialized."));
   launch();
   setNetwork(Network::down);
   for (const auto& invalid : {noBidId, noPlanId, std::shared_ptr<KVABidResponse>()})
-    EXPECT_EQ(load(invalid), "7 Bid response isn't valid.");
-  EXPECT_EQ(load(first), "4 No internet connection.");
+    EXPECT_THAT(load(invalid), ElementsAre("didFailToReceive 7 Bid response isn't valid."));
+  EXPECT_THAT(load(first), ElementsAre("didFailToReceive 4 No internet connection."));
   setNetwork(Network::up);
-  EXPECT_EQ(load(first), "");
-  EXPECT_EQ(load(first), "9 Bid response already used.");
-  EXPECT_EQ(laterOutcome(), "ad of " + first->bidId());
+  refuse("/bid/load", 3, "gone");
+  EXPECT_THAT(load(first), testing::IsEmpty());
+  h.time.advance(1);
+  EXPECT_THAT(host->events(), ElementsAre("didFailToReceive 3 gone"));
+  EXPECT_THAT(load(first), ElementsAre("didFailToReceive 9 Bid response already used."));
   EXPECT_EQ(h.server.count("/bid/load"), 1);
   EXPECT_EQ(h.server.lastRequest("/bid/load").json(),
             Json({{"aid", kAppId}, {"bid", first->bidId()}, {"plan", kPlanId}, {"recpm", 1234}}));
-
-  refuse("/bid/load", 3, "gone");
-  load(second);
-  EXPECT_EQ(laterOutcome(), "3 gone");
-  EXPECT_TRUE(loader->adData()) << "the ad of the last success";
-  EXPECT_EQ(load(second), "9 Bid response already used.");
-  load(third);
-  const std::weak_ptr<AdLoader> weak = std::exchange(loader, nullptr);
-  EXPECT_FALSE(weak.expired()) << "lives until its request is done";
-  EXPECT_EQ(laterOutcome(), "3 gone");
-  EXPECT_TRUE(weak.expired());
 }
 
 }  // namespace

@@ -41,19 +41,6 @@ TEST_F(FrequencyCapping, AppliesTheHourlyCapForAnHourFromTheWindowsFirstImpressi
   EXPECT_FALSE(shouldShow(hourly));
 }
 
-TEST_F(FrequencyCapping, AppliesTheDailyCapInTheFirstHourAndCountsAllDay) {
-  impress(3);
-  EXPECT_FALSE(shouldShow(daily));
-  h.time.advance(7200);
-  EXPECT_TRUE(shouldShow(daily));
-  impress();
-  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 4);
-  EXPECT_TRUE(shouldShow(daily));
-  h.time.advance(86400 - 7200 + 1);
-  impress();
-  EXPECT_EQ(stored()[0]["dailyImpressionCount"], 1);
-}
-
 TEST_F(FrequencyCapping, StoresCountersInOrderOfFirstImpressionAndReadsThemAfterARestart) {
   const double began = h.time.now();
   impress(1, "other");

@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <Kelvara/KVAErrorCodes.h>
@@ -14,40 +12,35 @@
 namespace kva {
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
+using testing::EndsWith;
 using testing::Field;
 using testing::HasSubstr;
 using testing::UnorderedElementsAreArray;
 
-/// Domain, code, text ("" for the server's), remedy.
-using Row = std::tuple<std::string, std::int64_t, std::string, std::string>;
-
-/// The rows of docs/errors.md: | `name` (code) | text | cause | remedy |, under a heading that
-/// names the domain. Remedies are without their marks.
-std::vector<Row> documented() {
+/// The rows of docs/errors.md, each after the heading that names its domain:
+/// "## ...: domain Kelvara| name (code) | text | cause | remedy |". Without the marks of code.
+std::vector<std::string> documented() {
   std::ifstream document(KELVARA_TEST_DATA "/../docs/errors.md");
-  std::vector<Row> rows;
-  std::string domain;
+  std::vector<std::string> rows;
+  std::string heading;
   for (std::string line; std::getline(document, line);) {
-    if (const auto name = line.find('`') + 1; line.starts_with("## ") && name > 0)
-      domain = line.substr(name, line.find('`', name) - name);
-    std::vector<std::string> cells;
-    std::istringstream row(line);
-    for (std::string cell; std::getline(row, cell, '|');)
-      cells.push_back(cell.size() < 2 ? "" : cell.substr(1, cell.size() - 2));
-    const auto code = cells.size() == 5 ? cells[1].find("` (") : std::string::npos;
-    if (code == std::string::npos) continue;
-    rows.emplace_back(domain, std::stoll(cells[1].substr(code + 3)),
-                      cells[2] == "the server's" ? "" : cells[2],
-                      replacingOccurrences(cells[4], "`", ""));
+    const bool isRow = line.starts_with("| `");
+    line = replacingOccurrences(line, "`", "");
+    if (line.starts_with("## ")) heading = line;
+    if (isRow) rows.push_back(heading + line);
   }
   return rows;
 }
 
 TEST(Errors, AreDocumentedWithTheirRemedies) {
-  std::vector<Row> known;
+  std::vector<testing::Matcher<std::string>> known;
   for (const auto& [domain, code, text, hint] : knownErrors())
-    known.emplace_back(domain, code, text, hint);
+    known.push_back(AllOf(HasSubstr("domain " + std::string(domain) + "| "),
+                          HasSubstr(" (" + std::to_string(code) + ") | " +
+                                    std::string(text.empty() ? "the server's" : text) + " | "),
+                          EndsWith(" | " + std::string(hint) + " |")));
   EXPECT_THAT(documented(), UnorderedElementsAreArray(known));
   for (int code = -1; const auto value = errorCodeFromRawValue(code); ++code) {
     if (value == KVAErrorCodes::unassigned) continue;  // never reported
@@ -56,10 +49,7 @@ TEST(Errors, AreDocumentedWithTheirRemedies) {
 }
 
 TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
-  const struct {
-    Error error;
-    const char* remedy;
-  } cases[] = {
+  const std::pair<Error, const char*> cases[] = {
       {{"Kelvara", 8, "Wait 12 seconds for ad request."}, "when this time has passed"},
       {{"Kelvara", 5, "No plan."}, "Nobody bids"},
       {{"Kelvara", 5, "No active plan."}, "frequency cap"},
@@ -75,8 +65,6 @@ TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
   const auto lost = errorWithRemedy(kURLErrorDomain, 1005);
   EXPECT_EQ(lost.localizedDescription(), "The network connection was lost. Retry.");
   EXPECT_EQ(lost.hint(), "");
-  const auto page = errorWithRemedy(kURLErrorDomain, 1001, "The page has not loaded in time.");
-  EXPECT_THAT(page.localizedDescription(), HasSubstr("in time. Load the ad of a new bid."));
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include <random>
-
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
@@ -26,34 +24,6 @@ TEST(Completion, AbortsWhenCalledTwiceOrDropped) {
 #ifndef NDEBUG
   EXPECT_DEATH(Completion<int>([](int) {}), "helpers_test.*dropped");
 #endif
-}
-
-TEST(Replacements, InOnePassEqualThoseOneAfterTheOther) {
-  constexpr const char* pieces[] = {"[@A]", "[@B]", "[@C]", "[", "[@", "[@A", "@", "A]",
-                                    "]",    "\\",   "\\\\", "n", "0",  "\"",  "x"};
-  std::mt19937 random(1);
-  const auto someText = [&](unsigned most) {
-    std::string text;
-    for (auto left = random() % (most + 1); left > 0; --left)
-      text += pieces[random() % std::size(pieces)];
-    return text;
-  };
-  for (int i = 0; i < 5000; ++i) {
-    const std::string text = someText(20), values[] = {someText(3), someText(3), someText(3)};
-    std::vector<Replacement> all{{"[@A]", values[0]}, {"[@B]", values[1]}, {"[@C]", values[2]}};
-    all.insert(all.end(), std::begin(kUnescaped), std::end(kUnescaped));
-    std::string expected = text;
-    for (const auto& [target, value] : all)
-      expected = replacingOccurrences(expected, target, value);
-    ASSERT_EQ(replacingInOrder(text, all), expected) << text;
-  }
-}
-
-TEST(MillisecondsSince1970, RoundsHalvesAwayFromZero) {
-  EXPECT_EQ(millisecondsSince1970(1.0005), 1001);
-  EXPECT_EQ(millisecondsSince1970(-1.0005), -1001);
-  EXPECT_EQ(millisecondsSince1970(1700000000.4994), 1700000000499);
-  EXPECT_DEATH(millisecondsSince1970(1e300), "64 bits");
 }
 
 TEST(URL, IsParsedAsInBrowsers) {

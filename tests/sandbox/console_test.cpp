@@ -1,6 +1,5 @@
 // The console and the contract's page in a real browser, which WebDriver controls.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <httplib.h>
 #include <unistd.h>
 
@@ -80,28 +79,19 @@ class Browser {
   std::string session_;
 };
 
-Json catalogued(const Server& server) {
-  return get(server.port(), "/control/catalogue").json()["adUnits"][0]["plans"][0];
-}
+using SandboxConsole = SandboxTest;
 
-TEST(SandboxConsole, ShowsExchangesAndSwitchesPlansAndScenarios) {
+TEST_F(SandboxConsole, ShowsExchangesAndSwitchesPlansAndScenarios) {
   Browser browser;
   if (!browser.exists()) GTEST_SKIP() << "needs the Debian packages chromium and chromium-driver";
-  Server server;
-  ASSERT_TRUE(server.start());
-  const std::string uid = registeredUser(server.port());
   browser.open(server.origin() + "/");
 
   // New exchanges appear while the page is open.
-  const auto send = [&](const std::string& endpoint, const Json& body) {
-    return post(server.port(), "/api/v1" + endpoint, body).json()["data"];
-  };
-  const Json offer = send("/bid/init", bidRequest(uid));
-  send("/bid/load", loadRequest(offer["bid"], offer["plans"][0]["plan"]));
-  Json shown = report(offer["bid"]);
-  shown.update({{"imp", true}, {"clck", true}});
-  send("/bid/stats", statsRequest(uid, {shown}));
-  send("/bid/init", bidRequest(kSomeUUID));
+  const Json offer = data("/bid/init", bidRequest(uid));
+  call("/bid/load", loadRequest(offer["bid"], offer["plans"][0]["plan"]));
+  const Json shown = report(offer["bid"], {{"imp", true}, {"clck", true}});
+  call("/bid/stats", statsRequest(uid, {shown}));
+  call("/bid/init", bidRequest(kSomeUUID));
   ASSERT_TRUE(browser.waitFor("document.querySelectorAll('#exchanges tr.line').length === 5"));
   EXPECT_THAT(browser.text("#why"), HasSubstr("does not know the user " + kSomeUUID));
   ASSERT_TRUE(browser.waitFor("document.querySelectorAll('#chart rect').length === 2"));
@@ -123,17 +113,14 @@ TEST(SandboxConsole, ShowsExchangesAndSwitchesPlansAndScenarios) {
   browser.click(plan + "input[name=on]");
   browser.click("#scenarios [data-endpoint='/bid/init'] option:nth-child(3)");
   browser.type("#scenarios tr:first-child input", "503:Busy\n");
-  const auto scenario = [&] {
-    return get(server.port(), "/control/scenarios").json()["/bid/init"];
-  };
-  spinUntil([&] {
-    return catalogued(server)["on"] == false && scenario().value("message", "") == "Busy";
-  });
-  EXPECT_EQ(catalogued(server), Json({{"plan", adUnits()[0].plans[0].id},
-                                      {"ecpm", 777},
-                                      {"caph", 9},
-                                      {"capd", adUnits()[0].plans[0].capDaily},
-                                      {"on", false}}));
+  const auto terms = [&] { return get("/control/catalogue").json()["adUnits"][0]["plans"][0]; };
+  const auto scenario = [&] { return get("/control/scenarios").json()["/bid/init"]; };
+  spinUntil([&] { return terms()["on"] == false && scenario().value("message", "") == "Busy"; });
+  EXPECT_EQ(terms(), Json({{"plan", adUnits()[0].plans[0].id},
+                           {"ecpm", 777},
+                           {"caph", 9},
+                           {"capd", adUnits()[0].plans[0].capDaily},
+                           {"on", false}}));
   EXPECT_EQ(scenario(),
             Json({{"scenario", "error"}, {"code", 503}, {"message", "Busy"}, {"delay", 0}}));
 

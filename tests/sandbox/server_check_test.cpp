@@ -1,7 +1,6 @@
 #include "server-check/ServerCheck.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Kelvara/base/StringExtensions.h"
 #include "sandbox/Client.h"
@@ -9,33 +8,32 @@
 namespace kva::sandbox {
 namespace {
 
-/// Returns the findings of the check: "/bid/init data.bid: missing, ...".
-std::vector<std::string> findingsOf(const Server& server) {
-  for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
-    post(server.port(), "/control/plan", {{"plan", plan.id}, {"on", false}});
-  const check::Options options = {.baseURL = server.baseURL(),
-                                  .application = std::string(kApplicationId),
-                                  .interstitial = std::string(kInterstitialAdUnit),
-                                  .rewarded = std::string(kRewardedAdUnit),
-                                  .unitWithoutDemand = std::string(kPlayableAdUnit),
-                                  .timeoutSeconds = 1};
-  std::vector<std::string> all;
-  for (const check::Step& step : check::checkServer(options)) {
-    for (const check::Finding& finding : step.findings) {
-      EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
-      all.push_back(finding.call + " " + finding.problem);
+class ServerCheck : public SandboxTest {
+ protected:
+  /// Returns the findings of the check: "/bid/init data.bid: missing, ...".
+  std::vector<std::string> findings() const {
+    for (const CataloguePlan& plan : findAdUnit(kPlayableAdUnit)->plans)
+      control("plan", {{"plan", plan.id}, {"on", false}});
+    const check::Options options = {.baseURL = server.baseURL(),
+                                    .application = std::string(kApplicationId),
+                                    .interstitial = std::string(kInterstitialAdUnit),
+                                    .rewarded = std::string(kRewardedAdUnit),
+                                    .unitWithoutDemand = std::string(kPlayableAdUnit),
+                                    .timeoutSeconds = 1};
+    std::vector<std::string> all;
+    for (const check::Step& step : check::checkServer(options)) {
+      for (const check::Finding& finding : step.findings) {
+        EXPECT_FALSE(finding.sentence.empty()) << finding.problem;
+        all.push_back(finding.call + " " + finding.problem);
+      }
     }
+    return all;
   }
-  return all;
-}
+};
 
-TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
-  using testing::Contains, testing::Each, testing::HasSubstr, testing::StartsWith;
-  const struct {
-    const char* endpoint;
-    const char* fault;
-    const char* finding;
-  } table[] = {
+TEST_F(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
+  using testing::AllOf, testing::Contains, testing::Each, testing::HasSubstr, testing::StartsWith;
+  const std::tuple<std::string, std::string, const char*> table[] = {
       {"/init", "missing:data.pp", "data.pp: missing, expected an absolute URL"},
       {"/init", "wrong-type:data.tmpv", "data.tmpv: expected an object, got"},
       {"/init", "replace:data.sett.dip:4", "data.sett.dip: below 100"},
@@ -64,20 +62,16 @@ TEST(ServerCheck, PassesTheSandboxAndNamesEveryPlantedFault) {
       {"*", "truncated", "no answer: The network connection was lost."},
       {"*", "reset", "no answer: The network connection was lost."},
   };
-  Server server;
-  ASSERT_TRUE(server.start());
-  EXPECT_THAT(findingsOf(server), testing::IsEmpty());
-  for (const auto& row : table) {
-    SCOPED_TRACE(std::string(row.endpoint) + " " + row.fault);
+  EXPECT_THAT(findings(), testing::IsEmpty());
+  for (const auto& [endpoint, fault, finding] : table) {
+    SCOPED_TRACE(endpoint + " " + fault);
     server.reset();
-    const std::string known = registeredUser(server.port());
-    const auto scenario = Scenario::parse(replacingOccurrences(row.fault, "KNOWN", known));
+    const auto scenario = Scenario::parse(replacingOccurrences(fault, "KNOWN", registeredUser()));
     ASSERT_TRUE(scenario) << scenario.error();
-    ASSERT_TRUE(server.setScenario(row.endpoint, *scenario));
-    const auto findings = findingsOf(server);
-    EXPECT_THAT(findings, Contains(HasSubstr(row.finding)));
+    ASSERT_TRUE(server.setScenario(endpoint, *scenario));
     // No finding names another endpoint.
-    EXPECT_THAT(findings, Each(StartsWith(row.endpoint[0] == '/' ? row.endpoint : "/")));
+    const auto start = endpoint == "*" ? "/" : endpoint;
+    EXPECT_THAT(findings(), AllOf(Contains(HasSubstr(finding)), Each(StartsWith(start))));
   }
 }
 

@@ -1,14 +1,11 @@
 #include "sandbox/Server.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <map>
 #include <set>
 #include <thread>
 
 #include "Kelvara/base/Digest.h"
-#include "platform/linux_support.h"
 #include "sandbox/Client.h"
 #include "sandbox/WhyNoAd.h"
 
@@ -17,29 +14,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class SandboxServer : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(server.start());
-    uid = registeredUser(server.port());
-  }
-  Reply call(const std::string& endpoint, const Json& body) {
-    return post(server.port(), "/api/v1" + endpoint, body);
-  }
-  int control(const std::string& what, const Json& body) {
-    return post(server.port(), "/control/" + what, body).status;
-  }
-  Json data(const std::string& endpoint, const Json& body) {
-    return call(endpoint, body).json()["data"];
-  }
-  Server server;
-  std::string uid;
-};
+using SandboxServer = SandboxTest;
 
 TEST_F(SandboxServer, StoresBidsReportsAndTracksAndClosesBids) {
   server.setClockSkew(1h);
   const auto before = std::chrono::system_clock::now().time_since_epoch();
-  const Json application = get(server.port(), initPath()).json();
+  const Json application = get(kInitPath).json();
   const auto ahead = std::chrono::milliseconds(application["time"].get<std::int64_t>()) - before;
   EXPECT_TRUE(ahead > 59min && ahead < 61min);
   EXPECT_EQ(application["data"]["tids"][0]["idfa"], md5Hex(kTesterIDFA));
@@ -55,9 +35,8 @@ TEST_F(SandboxServer, StoresBidsReportsAndTracksAndClosesBids) {
   const Json again = {{"bid", bid}, {"lecpm", 1}}, unknown = {{"bid", kSomeUUID}, {"lecpm", 1}};
   EXPECT_EQ(call("/bid/lost", again).verdict(), "409 bid: already loaded");
   EXPECT_EQ(call("/bid/lost", unknown).verdict(), "400 bid: no such bid");
-  Json first = report(bid), second = report(bid);
-  first.update({{"imp", true}, {"time", 1700000000000}, {"quar", 3}});
-  second.update({{"dism", true}, {"clck", true}, {"quar", 2}});
+  const Json first = report(bid, {{"imp", true}, {"time", 1700000000000}, {"quar", 3}});
+  const Json second = report(bid, {{"dism", true}, {"clck", true}, {"quar", 2}});
   EXPECT_EQ(call("/bid/stats", statsRequest(uid, {first})).verdict(), "ok");
   EXPECT_EQ(call("/bid/stats", statsRequest(uid, {second, report(kSomeUUID)})).verdict(), "ok");
 
@@ -86,60 +65,55 @@ TEST_F(SandboxServer, ServesEveryFileOfItsAds) {
       EXPECT_TRUE(path(file["furl"]).contains(file["ornt"].get<std::string>())) << file;
     }
     paths.insert(path(ad["crea"]["icon"]));
-    const Json page = get(server.port(), "/api/v1/template?aid=" + std::string(kApplicationId) +
-                                             "&tmpl=" + ad["tmpl"].get<std::string>())
-                          .json()["data"];
-    const std::string html = page["html"];
+    const std::string id = ad["tmpl"];
+    const std::string html = get(templatePath(id)).json()["data"]["html"];
     for (const char* placeholder :
          {"[@CLICK_URL]", "[@MAIN_ASSET]", "[@END_CARD_IMAGE]", "[@ICON_IMAGE]",
           "[@DESCRIPTION_TEXT]", "[@TITLE_TEXT]", "[@CTA_TEXT]"})
-      EXPECT_TRUE(html.contains(placeholder)) << placeholder << " in " << page["tmpl"];
+      EXPECT_TRUE(html.contains(placeholder)) << placeholder << " in " << id;
     // The SDK unescapes the document, which would break a script with a backslash.
-    EXPECT_FALSE(html.contains('\\')) << page["tmpl"];
+    EXPECT_FALSE(html.contains('\\')) << id;
   }
   EXPECT_EQ(paths.size(), 15u);
-  const std::map<std::string, std::string> types = {{".mp4", "video/mp4"},
-                                                    {".webm", "video/webm"},
-                                                    {".html", "text/html"},
-                                                    {".svg", "image/svg+xml"}};
   for (const std::string& name : paths) {
-    const Reply whole = get(server.port(), name);
-    const auto& type = types.at(std::filesystem::path(name).extension());
-    EXPECT_TRUE(whole.head.contains("Content-Type: " + type)) << name << "\n" << whole.head;
-    const Reply part = get(server.port(), name, "Range: bytes=100-199\r\n");
+    const Reply whole = get(name);
+    const Reply part = get(name, "Range: bytes=100-199\r\n");
     EXPECT_EQ(part.status, 206) << name;
     EXPECT_EQ(part.body, whole.body.substr(100, 100)) << name;
   }
-  EXPECT_EQ(get(server.port(), "/creatives/../templates/playable.html").status, 404);
+  EXPECT_EQ(get("/creatives/../templates/playable.html").status, 404);
 }
 
 TEST_F(SandboxServer, IsControlledOverHttp) {
-  EXPECT_EQ(control("scenario", {{"endpoint", "/init"}, {"scenario", "http-500"}, {"times", 1}}),
-            200);
-  EXPECT_EQ(get(server.port(), initPath()).status, 500);
-  EXPECT_EQ(get(server.port(), initPath()).status, 200);
+  const Json failsOnce = {
+      {"endpoint", "/init"}, {"scenario", "http-500"}, {"delay", 120}, {"times", 1}};
+  EXPECT_EQ(control("scenario", failsOnce), 200);
+  EXPECT_EQ(get(kInitPath).status, 500);
+  EXPECT_GE(server.exchanges("/init")[0].micros, 120'000);
+  EXPECT_EQ(get(kInitPath).status, 200);
   for (const Json& wrong : {Json{{"endpoint", "/nowhere"}, {"scenario", "hang"}},
                             Json{{"endpoint", "/init"}, {"scenario", "missing"}},
                             Json{{"endpoint", "/init"}, {"scenario", 5}}})
     EXPECT_EQ(control("scenario", wrong), 400) << wrong;
+  for (const char* wrong : {"none", "missing", "hang:data", "error:x", "delay:soon", "times:0",
+                            "normal,delay:-1", "replace:time:{"})
+    EXPECT_EQ(control("scenario", {{"endpoint", "/track"}, {"text", wrong}}), 400) << wrong;
   EXPECT_EQ(control("clock", Json::array()), 400);
-  EXPECT_TRUE(get(server.port(), "/control/log").body.contains("GET /init  ok  [http-500]"));
+  EXPECT_TRUE(get("/control/log").body.contains("GET /init  ok  [http-500]"));
   // The log stays readable after invalid UTF-8 and a body with a GET.
-  EXPECT_EQ(get(server.port(), "/api/v1/init?aid=%ff%fe").status, 400);
-  EXPECT_EQ(get(server.port(), initPath(), "Content-Length: 2\r\n\r\n{}").verdict(),
+  EXPECT_EQ(get("/api/v1/init?aid=%ff%fe").status, 400);
+  EXPECT_EQ(get(kInitPath, "Content-Length: 2\r\n\r\n{}").verdict(),
             "400 body: expected none with GET");
-  EXPECT_EQ(get(server.port(), "/control/exchanges?since=3").json().size(), 2u);
-  EXPECT_EQ(get(server.port(), "/control/exchanges?endpoint=/register").json().size(), 1u);
-  EXPECT_EQ(get(server.port(), "/control/log").status, 200);
+  EXPECT_EQ(get("/control/exchanges?since=3").json().size(), 2u);
+  EXPECT_EQ(get("/control/exchanges?endpoint=/register").json().size(), 1u);
+  EXPECT_EQ(get("/control/log").status, 200);
 
-  const auto page = [&](const std::string& query) {
-    return get(server.port(), "/api/v1/template?aid=" + std::string(kApplicationId) + query);
-  };
   EXPECT_EQ(control("template", {{"tmpl", "playable"}, {"html", "<p>new"}}), 200);
-  EXPECT_EQ(get(server.port(), initPath()).json()["data"]["tmpv"]["playable"], 3);
-  EXPECT_EQ(page("&tmpl=playable").json()["data"]["html"], "<p>new");
-  EXPECT_EQ(page("&tmpl=playable&tver=2").json()["data"]["tver"], 2);
-  EXPECT_EQ(page("&tmpl=playable&tver=4").verdict(), "400 tver: this template has no such version");
+  EXPECT_EQ(get(kInitPath).json()["data"]["tmpv"]["playable"], 3);
+  EXPECT_EQ(get(templatePath("playable")).json()["data"]["html"], "<p>new");
+  EXPECT_EQ(get(templatePath("playable") + "&tver=2").json()["data"]["tver"], 2);
+  EXPECT_EQ(get(templatePath("playable") + "&tver=4").verdict(),
+            "400 tver: this template has no such version");
 
   const Reply reset = exchangeBytes(server.port(),
                                     "POST /control/reset HTTP/1.1\r\nHost: a\r\n"
@@ -162,15 +136,15 @@ TEST_F(SandboxServer, ChangesPlansAndExplainsWhyThereIsNoAd) {
                                           {"ecpm", 5},
                                           {"caph", 1},
                                           {"capd", unit.plans[1].capDaily}}}));
-  call("/bid/load", loadRequest(offer["bid"], kSomeUUID));
-  call("/bid/load", loadRequest(offer["bid"], std::string(unit.plans[1].id)));
-  call("/bid/load", loadRequest(offer["bid"], std::string(unit.plans[1].id)));
+  for (const Json& plan : {Json(kSomeUUID), Json(unit.plans[1].id), Json(unit.plans[1].id)})
+    call("/bid/load", loadRequest(offer["bid"], plan));
   call("/bid/init", bidRequest(kSomeUUID));
-  Json otherKind = bidRequest(uid), otherUnit = bidRequest(uid), broken = bidRequest(uid);
-  otherKind["adt"] = "rewarded";
-  otherUnit["adid"] = kSomeUUID;
-  broken.erase("osv");
-  for (const Json& body : {otherKind, otherUnit, broken}) call("/bid/init", body);
+  for (const Json& change :
+       {Json{{"adt", "rewarded"}}, Json{{"adid", kSomeUUID}}, Json{{"osv", nullptr}}}) {
+    Json body = bidRequest(uid);
+    body.merge_patch(change);
+    call("/bid/init", body);
+  }
   for (const char* text : {"no-fill", "error:503:Busy", "missing:data.bid", "http-500"}) {
     server.setScenario("/bid/init", *Scenario::parse(text));
     call("/bid/init", bidRequest(uid));
@@ -197,31 +171,31 @@ TEST(SandboxServerLife, KeepsUsersInItsFileAndExplainsWhyItCannotStart) {
   {
     Server server({.database = file});
     ASSERT_TRUE(server.start());
-    uid = registeredUser(server.port());
+    uid = post(server.port(), "/api/v1/register", request("/register")).json()["data"]["uid"];
     Server second({.port = server.port()});
     EXPECT_TRUE(second.start().error().contains("another program listens there"));
   }
-  Server again({.database = file});
+  const auto busy = Scenario::parse("error:503:Busy,times:1").value();
+  Server again({.database = file, .scenarios = {{"/bid/init", busy}}});
   ASSERT_TRUE(again.start());
-  EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), "ok");
+  for (const char* verdict : {"503 Busy", "ok"})
+    EXPECT_EQ(post(again.port(), "/api/v1/bid/init", bidRequest(uid)).verdict(), verdict);
 
   EXPECT_TRUE(Server({.data = "/nowhere"}).start().error().contains("cannot read"));
   EXPECT_TRUE(Server({.database = "/proc/nowhere/at/all"}).start().error().contains("database"));
   EXPECT_FALSE(Server({.scenarios = {{"/nowhere", {}}}}).start());
 }
 
-TEST(SandboxServerLife, EndsPromptlyWhileClientsHang) {
-  Server server;
-  ASSERT_TRUE(server.start());
+TEST_F(SandboxServer, EndsPromptlyWhileClientsHang) {
   server.setScenario("/register", {.behaviour = Behaviour::hang});
   server.setScenario("/init", {.delay = 1h});
   std::vector<std::jthread> clients;
   for (int i = 0; i < 20; ++i) {
-    clients.emplace_back([&] { get(server.port(), initPath()); });
-    clients.emplace_back([&] { post(server.port(), "/api/v1/register", request("/register")); });
+    clients.emplace_back([&] { get(kInitPath); });
+    clients.emplace_back([&] { call("/register", request("/register")); });
   }
   EXPECT_TRUE(server.waitForExchanges(
-      "/register", [](const auto& all) { return all.size() == 20; }, 10s));
+      "/register", [](const auto& all) { return all.size() == 21; }, 10s));
   const auto begun = std::chrono::steady_clock::now();
   server.stop();
   EXPECT_LT(std::chrono::steady_clock::now() - begun, 1s);

@@ -85,21 +85,7 @@ TEST(Plan, RequiresAllFourMembers) {
   }
 }
 
-class PrivacyState : public testing::Test {
- protected:
-  Lines linesOf(const std::vector<Tester>& testers) {
-    h.output.clear();
-    admin.setTesters(testers);
-    return h.output.lines();
-  }
-
-  headless::Headless h;
-  Runtime runtime{h.platform()};
-  PrivacyManager& privacy = PrivacyManager::shared();
-  AdminManager& admin = AdminManager::shared();
-};
-
-TEST_F(PrivacyState, HasOneStatusForBothRegulations) {
+TEST(PrivacyState, HasOneStatusForBothRegulations) {
   // Each letter is a step: GDPR or CCPA, set to true in upper case and to false in lower case.
   const std::pair<const char*, int> cases[] = {{"", -1},  {"g", 0},  {"Gg", 0}, {"Gc", 1},
                                                {"GC", 2}, {"Cg", 2}, {"CcG", 1}};
@@ -116,7 +102,16 @@ TEST_F(PrivacyState, HasOneStatusForBothRegulations) {
   }
 }
 
-TEST_F(PrivacyState, IdentifiesATestDeviceByTheDigestOfAnIdentifierThatMayLeave) {
+TEST(PrivacyState, IdentifiesATestDeviceByTheDigestOfAnIdentifierThatMayLeave) {
+  headless::Headless h;
+  Runtime runtime{h.platform()};
+  auto& privacy = PrivacyManager::shared();
+  auto& admin = AdminManager::shared();
+  const auto linesOf = [&](const std::vector<Tester>& testers) {
+    h.output.clear();
+    admin.setTesters(testers);
+    return h.output.lines();
+  };
   const std::string hint = "<KVA> [I]: Send your IDFA to your account manager to become tester: ";
   const std::string match = "<KVA> [I]: This is a test device.";
   const Tester other{.testerId = "other", .isLogsEnabled = true};
@@ -325,11 +320,8 @@ TEST(DeviceModel, NamesTheHardwareAndTheDeviceThatIsSimulated) {
 TEST_F(Registration, StoresTheDifferenceToTheServersClock) {
   h.time.setNow(1'700'000'000);
   const auto stored = [&] { return h.defaults.get<std::int64_t>(Keys::deltaTime); };
-  struct Answer {
-    std::int64_t serverTime, stored;
-  };
   // A small change, as each answer brings one, is stored when the runtime ends.
-  for (const auto& [serverTime, expected] : {Answer{1'700'000'000'500, 500},
+  for (const auto& [serverTime, expected] : {std::pair(1'700'000'000'500, 500),
                                              {1'700'000'001'499, 500},
                                              {1'700'000'001'500, 1500},
                                              {1'700'000'000'501, 1500}}) {
@@ -339,14 +331,20 @@ TEST_F(Registration, StoresTheDifferenceToTheServersClock) {
   }
   launch();
   EXPECT_EQ(stored(), 501);
-  h.time.setNow(1'700'000'060.25);
-  EXPECT_EQ(analytics().serverTime(), 1'700'000'060'751);
+  // Halves of a millisecond are rounded away from zero.
+  for (const auto& [now, serverTime] :
+       {std::pair(-1.0005, -500LL), {1.0005, 1502}, {1'700'000'060.25, 1'700'000'060'751}}) {
+    h.time.setNow(now);
+    EXPECT_EQ(analytics().serverTime(), serverTime) << now;
+  }
 
   using Limits = std::numeric_limits<std::int64_t>;
   EXPECT_DEATH(analytics().setDeltaTime(Limits::min()), "Kelvara: fatal: the difference");
   analytics().setDeltaTime(Limits::max());
   h.time.advance(1);
   EXPECT_DEATH(analytics().serverTime(), "Kelvara: fatal: the server's time");
+  h.time.setNow(1e300);
+  EXPECT_DEATH(analytics().serverTime(), "Kelvara: fatal: a date beyond 64 bits");
 }
 
 TEST_F(Registration, IsReportedToACampaignUntilItIsAttributedOrTheReportIsBad) {
