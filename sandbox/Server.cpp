@@ -350,7 +350,6 @@ void Server::Impl::routeControl() {
 
 void Server::Impl::routeCreatives() {
   http.set_mount_point("/creatives", (options.data / "creatives").string());
-  http.set_file_extension_and_mimetype_mapping("webm", "video/webm");
   http.set_file_request_handler([](const httplib::Request&, httplib::Response& response) {
     response.set_header("Accept-Ranges", "bytes");
     // A creative's page has no origin, so each of its requests is a cross-origin one.
