@@ -170,7 +170,7 @@ class BareThread {
 inline constexpr const char* kAppId = "7f1a1b60-0f6e-4d8e-9a64-3f2b8c1d0e55";
 inline constexpr const char* kAdUnit = "0e9b7b3a-5f0c-4f6b-8a53-6f0f4a9c7d21";
 
-/// The answers to a start, a registration and a bid.
+/// The answers to a start, a registration, a bid and the request for its ad.
 inline std::map<std::string, std::string> typicalAnswers() {
   const auto answer = [](const std::string& data) {
     return nlohmann::json::parse(R"({"ok":true,"err":null,"time":1700000000000,"data":)" + data +
@@ -185,7 +185,19 @@ inline std::map<std::string, std::string> typicalAnswers() {
           {"/register", answer(R"({"aid":null,"uid":"5d1b6f5e-6d8b-4a39-9a5e-2d0f4f3e9b77"})")},
           {"/bid/init", answer(R"({"bid":"b1d00000-0000-4000-8000-000000000001","plans":[
         {"plan":"91a00000-0000-4000-8000-000000000001","capd":10,"caph":4,"ecpm":2350},
-        {"plan":"91a00000-0000-4000-8000-000000000002","capd":0,"caph":0,"ecpm":1200}]})")}};
+        {"plan":"91a00000-0000-4000-8000-000000000002","capd":0,"caph":0,"ecpm":1200}]})")},
+          {"/bid/load", answer(R"({"bid":"b1d00000-0000-4000-8000-000000000001",
+        "tmpl":"interstitial","fls":[
+        {"id":"f1e00000-0000-4000-8000-000000000001","ornt":"portrait","ftyp":"main",
+         "furl":"https://cdn.example/creatives/2024/summer/clip-720p.mp4"},
+        {"id":"f1e00000-0000-4000-8000-000000000001","ornt":"portrait","ftyp":"end_card",
+         "furl":"https://cdn.example/creatives/2024/summer/clip-720p.mp4"}],
+        "crea":{"id":"c1ea0000-0000-4000-8000-000000000001","adt":"interstitial","ctyp":"video",
+        "adur":15000,"titl":"A game for the summer",
+        "curl":"https://shop.example/games/summer?campaign=42&source=ad",
+        "icon":"https://cdn.example/icons/summer.png",
+        "bton":"{\"en\":\"Install\",\"tr\":\"Kur\"}",
+        "deta":"{\"en\":\"Play it now\",\"tr\":\"Hemen oyna\"}"}})")}};
 }
 
 }  // namespace kva::bench

@@ -1,7 +1,10 @@
 // One micro cost, for scripts/bench --instructions: runs `measured` kCalls times.
-//   micro trackAction COUNT | shouldShow COUNT | impression COUNT | assembly BYTES
+//   micro trackAction COUNT | shouldShow COUNT | impression COUNT | assembly BYTES | decodeAd 1 |
+//         parseAd 1
 #include <Kelvara/ads/AdHelper.h>
 
+#include "bench/Decode.h"
+#include "bench/Loopback.h"
 #include "bench/Store.h"
 
 namespace {
@@ -24,6 +27,7 @@ int main(int words, char** arguments) {
   auto& caps = FrequencyCappingManager::shared();
   auto& reports = ReportManager::shared();
   const Ad ad{.bidId = "bid", .creative = {}, .templateId = "template", .files = {{}}};
+  const std::string answer = bench::typicalAnswers().at("/bid/load");
   std::string html(static_cast<std::size_t>(count), 'x');
   for (std::size_t at = 0; at + 10 < html.size(); at += 100) html.replace(at, 4, "\"\\n[");
 
@@ -34,6 +38,8 @@ int main(int words, char** arguments) {
       if (what == "shouldShow") caps.shouldShow({id, 100'000, 100'000});
       if (what == "impression") caps.trackImpression(id);
       if (what == "assembly") AdHelper::finalize(html, ad);
+      if (what == "decodeAd") bench::decode<Ad>(answer);
+      if (what == "parseAd" && Json::parse(answer).empty()) fatal("empty");
     };
     i == 0 ? call() : measured(call);  // the first one prepares
   }
