@@ -50,7 +50,7 @@ class Builder {
   bool end_object() { return close(); }
   bool end_array() { return close(); }
   bool key(const std::string& name) {
-    member_ = &(*open_.back())[name];
+    member_ = &open_.back()->get_ref<Json::object_t&>()[name];
     return true;
   }
   bool parse_error(std::size_t, const std::string&, const std::exception& error) {
@@ -184,7 +184,7 @@ void Reader::fail(const char* key) {
 
 const Json* Reader::member(const char* key) const {
   if (!object_.is_object()) return nullptr;
-  auto found = object_.find(key);
+  const auto found = object_.find(std::string_view(key));
   return found == object_.end() ? nullptr : &*found;
 }
 

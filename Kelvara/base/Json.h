@@ -80,6 +80,7 @@ class Reader {
     const Json* list = member(key);
     if (!list || !isArray(*list)) return std::nullopt;
     std::vector<T> records;
+    records.reserve(sizeOf(*list));
     for (std::size_t i = 0; i < sizeOf(*list); ++i) {
       auto record = T::decode(element(*list, i));
       if (!record) return std::nullopt;
