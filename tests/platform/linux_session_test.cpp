@@ -1,9 +1,6 @@
 // The URL session against correct and faulty servers on loopback.
-#include <platform/linux/CurlSession.h>
-
 #include <atomic>
 #include <csignal>
-#include <future>
 #include <set>
 
 #include <gmock/gmock.h>
@@ -11,15 +8,12 @@
 
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/base/Guarded.h>
+#include <platform/SessionTest.h>
 #include <platform/linux/RouteMonitor.h>
 #include <platform/linux/Threads.h>
-#include <platform/linux_support.h>
 
 namespace kva::test {
 namespace {
-
-using testing::HasSubstr;
-using Outcome = URLSession::Outcome;
 
 /// Accepts connections on loopback and serves each on a thread; closes it when `serve` returns.
 class SocketServer {
@@ -69,45 +63,18 @@ class SocketServer {
 /// `tail` until the peer closes, up to 300 MB.
 struct RawServer : SocketServer {
   explicit RawServer(std::string answer, bool reset = false, std::string tail = {})
-      : RawServer(answer, reset, tail, std::make_shared<Guarded<std::string>>()) {}
-  std::shared_ptr<Guarded<std::string>> head;  ///< of the last request
-
- private:
-  RawServer(std::string answer, bool reset, std::string tail,
-            std::shared_ptr<Guarded<std::string>> lastHead)
       : SocketServer([=](int peer, int) {
-          lastHead->set(readUntil(peer, "\r\n\r\n"));
+          readUntil(peer, "\r\n\r\n");
           sendAll(peer, answer);
           for (std::size_t sent = 0; !tail.empty() && sent < 300'000'000; sent += tail.size())
             if (!sendAll(peer, tail)) break;
           const linger abort{.l_onoff = 1, .l_linger = 0};
           if (reset) setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-        }),
-        head(lastHead) {}
+        }) {}
 };
 
-struct LinuxSession : testing::Test {
-  static Outcome answerTo(CurlSession& session, URLRequest request) {
-    std::promise<Outcome> promise;
-    session.send(std::move(request),
-                 [&](Outcome outcome) { promise.set_value(std::move(outcome)); });
-    return promise.get_future().get();
-  }
-  static std::string textOf(CurlSession& session, URLRequest request) {
-    const auto outcome = answerTo(session, std::move(request));
-    return outcome.error  ? outcome.error->localizedDescription()
-           : outcome.data ? std::string(asText(*outcome.data))
-                          : "(neither data nor error)";
-  }
-  std::string textOf(URLRequest request) { return textOf(session, std::move(request)); }
-  URLError errorOf(URLRequest request) {
-    const auto outcome = answerTo(session, std::move(request));
-    EXPECT_FALSE(outcome.data);
-    if (!outcome.error) return URLError::unknown;
-    return static_cast<URLError>(outcome.error->code());
-  }
-  CurlSession session;
-};
+using LinuxSession = SessionTest;
+using Outcome = URLSession::Outcome;
 
 TEST_F(LinuxSession, NamesWhatWentWrong) {
   using enum URLError;
@@ -292,16 +259,18 @@ TEST_F(LinuxSession, ARequestOfACompletionStartsAtOnceAndAChainLeavesRoomForOthe
 }
 
 TEST_F(LinuxSession, UserAgentNamesTheSdkAndTheHost) {
-  const RawServer server("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
-  const std::string sdk = "Kelvara/" + Kelvara::sdkVersion();
+  const SocketServer echo([](int peer, int) {
+    const std::string head = SocketServer::readUntil(peer, "\r\n\r\n");
+    SocketServer::sendAll(peer, "HTTP/1.1 200 OK\r\n\r\n" + head);
+  });
+  const std::string sdk = "\r\nUser-Agent: Kelvara/" + Kelvara::sdkVersion();
   for (const auto& [host, agent] :
        {std::pair{HostIdentity{}, ""},
         {HostIdentity{"org.example.app", {}}, " org.example.app"},
         {HostIdentity{"org.example.app", "2.0 (45)"}, " org.example.app/2.0%20%2845%29"},
         {HostIdentity{"a/b", "1\r\nX: y"}, " a%2Fb/1%0D%0AX%3A%20y"}}) {
     CurlSession one(host);
-    EXPECT_EQ(textOf(one, get(server.url())), "ok");
-    EXPECT_THAT(server.head->get(), HasSubstr("\r\nUser-Agent: " + sdk + agent + "\r\n"));
+    EXPECT_THAT(textOf(one, get(echo.url())), testing::HasSubstr(sdk + agent + "\r\n"));
   }
 }
 
@@ -328,26 +297,6 @@ TEST_F(LinuxSession, ItsThreadsBlockAllSignalsButFaults) {
   pthread_setattr_default_np(&usual);
   const sigset_t after = mask();
   EXPECT_FALSE(sigismember(&after, SIGTERM)) << "the mask of a caller whose thread was refused";
-}
-
-TEST_F(LinuxSession, RefusesAnUntrustedCertificate) {
-  TemporaryFolder folder;
-  const auto certificate = makeCertificate(folder);
-  if (!certificate) GTEST_SKIP() << "no openssl command to make a certificate";
-  httplib::SSLServer server(certificate->file.c_str(), certificate->key.c_str());
-  std::atomic<bool> served{false};
-  server.Get("/", [&](const auto&, auto&) { served = true; });
-  const int port = server.bind_to_any_port("127.0.0.1");
-  std::jthread listening([&] { server.listen_after_bind(); });
-  const auto address = "127.0.0.1:" + std::to_string(port) + "/";
-  EXPECT_EQ(errorOf(get(*URL::parse("https://" + address))), URLError::serverCertificateUntrusted);
-  const RawServer redirecting("HTTP/1.1 302 Found\r\nLocation: https://" + address + "\r\n\r\n");
-  EXPECT_EQ(errorOf(get(redirecting.url())), URLError::serverCertificateUntrusted);
-  const LoopbackServer plain;
-  EXPECT_EQ(errorOf(get(*URL::parse("https" + plain.base().substr(4)))),
-            URLError::secureConnectionFailed);
-  EXPECT_FALSE(served);
-  server.stop();
 }
 
 TEST_F(LinuxSession, BypassesTheProxyForLoopbackOnly) {
