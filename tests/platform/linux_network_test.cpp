@@ -62,13 +62,7 @@ TEST_F(LinuxNetwork, ASilentNameServerBlocksNoOtherRequestAndAChildInheritsNothi
   if (!replaceFile("/etc/resolv.conf", servers))
     GTEST_SKIP() << "the list of name servers cannot be replaced";
   ip("link set lo up");
-  const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(53);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-
+  const LoopbackSocket silent(SOCK_DGRAM, 53);
   std::optional<LoopbackServer> server(std::in_place);
   const auto inheritedBefore = descriptorsOfAChild();
   const auto platform = launchPlatform(folder);
@@ -87,7 +81,6 @@ TEST_F(LinuxNetwork, ASilentNameServerBlocksNoOtherRequestAndAChildInheritsNothi
   session.invalidate();
   EXPECT_EQ(errorOf(std::move(patient)), URLError::cancelled);
   EXPECT_LT(steady_clock::now() - begun, 4s) << "it waited for the name server";
-  close(silent);
 }
 
 TEST_F(LinuxNetwork, TrustsTheSystemsCertificatesAloneAndRefusesARedirectFromHttpsToHttp) {

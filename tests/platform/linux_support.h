@@ -56,12 +56,14 @@ inline URLRequest post(URL url, std::string_view body) {
           .body = toBytes(body)};
 }
 
-/// A socket on a free port of 127.0.0.1.
+/// A socket on a port of 127.0.0.1; 0 picks a free one.
 struct LoopbackSocket {
-  LoopbackSocket() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit LoopbackSocket(int type = SOCK_STREAM, std::uint16_t port = 0)
+      : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     socklen_t size = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
   }

@@ -55,10 +55,9 @@ void HostProcess::killAfter(std::chrono::microseconds delay) {
   });
 }
 
-std::vector<std::string> HostProcess::kill() {
+void HostProcess::kill() {
   g_subprocess_force_exit(process_);
   finish();
-  return answers_;
 }
 
 }  // namespace kva::story

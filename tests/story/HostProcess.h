@@ -31,8 +31,8 @@ class HostProcess {
   const std::vector<std::string>& answers() const { return answers_; }
   /// Sends SIGKILL after `delay`, on another thread.
   void killAfter(std::chrono::microseconds delay);
-  /// Sends SIGKILL and returns all answers of the process.
-  std::vector<std::string> kill();
+  /// Sends SIGKILL, and reads the answers that are left.
+  void kill();
 
  private:
   void finish();
