@@ -37,16 +37,10 @@ struct Page : Stage {
   }
   void navigatePage(WebView& webView, const std::string& url) { fake(webView).navigate(url); }
   std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
+    using enum ScriptDialog::Kind;
     const auto answer = fake(webView).dialog(dialog);
-    switch (dialog.kind) {
-      case ScriptDialog::Kind::alert:
-        return "null";
-      case ScriptDialog::Kind::confirm:
-        return answer.confirmed ? "true" : "false";
-      case ScriptDialog::Kind::prompt:
-        return answer.text ? "\"" + *answer.text + "\"" : "null";
-    }
-    return {};
+    if (dialog.kind == confirm) return answer.confirmed ? "true" : "false";
+    return dialog.kind == prompt && answer.text ? "\"" + *answer.text + "\"" : "null";
   }
   static inline const URLSession::Outcome refused_ = failure(URLError::cannotConnectToHost);
 };

@@ -34,16 +34,17 @@ struct TemporaryFolder {
 };
 
 /// A host with its settings in `folder` and its ads from `apiBase`.
-inline LinuxOptions hostOptions(const TemporaryFolder& folder, const std::string& apiBase = {}) {
+inline LinuxOptions hostOptions(const std::filesystem::path& folder,
+                                const std::string& apiBase = {}) {
   LinuxOptions options;
   options.bundleId = "org.example.host";
   options.appVersion = "3.2.1";
-  options.userDefaults = folder.path / "defaults.sqlite";
+  options.userDefaults = folder / "defaults.sqlite";
   options.apiBases = {.production = apiBase, .sandbox = apiBase};
   return options;
 }
 inline LinuxPlatform launchPlatform(const TemporaryFolder& folder) {
-  return makeLinuxPlatform(hostOptions(folder));
+  return makeLinuxPlatform(hostOptions(folder.path));
 }
 
 inline URLRequest get(URL url, double timeout = 60) {

@@ -58,9 +58,8 @@ class Privacy : public testing::Test {
 
   void launch(const std::string& appVersion) {
     runtime = nullptr;
-    auto options = test::hostOptions(folder, server.baseURL());
+    auto options = test::hostOptions(home, server.baseURL());
     options.appVersion = appVersion;
-    options.userDefaults = home / "defaults.sqlite";
     options.reachability = ReachabilityPolicy::assumeReachable;
     options.advertisingIdentifier = sandbox::kTesterIDFA;
     options.trackingAuthorized = true;

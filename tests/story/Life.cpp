@@ -1,6 +1,7 @@
 #include "story/Life.h"
 
 #include <Kelvara/Kelvara.h>
+#include <platform/headless/Device.h>
 #include <platform/linux/CurlSession.h>
 
 #include <algorithm>
@@ -8,10 +9,6 @@
 
 namespace kva::story {
 namespace {
-
-struct Silence : LogOutput {
-  void print(LogLevel, std::string_view) override {}
-};
 
 std::set<std::int64_t> with(std::set<std::int64_t> codes, std::int64_t code) {
   codes.insert(code);
@@ -74,12 +71,8 @@ Platform Life::platform(const std::filesystem::path& folder, const std::string& 
   const auto bundle = folder / "KelvaraResources.bundle";
   if (!std::filesystem::exists(bundle))
     std::filesystem::create_directory_symlink(KELVARA_RESOURCES, bundle);
-  LinuxOptions options;
-  options.bundleId = "org.kelvara.life";
-  options.appVersion = "1.0";
+  auto options = test::hostOptions(folder, apiBase);
   options.mainBundle = folder;
-  options.userDefaults = folder / "defaults.sqlite";
-  options.apiBases = {.production = apiBase, .sandbox = apiBase};
   options.reachability = ReachabilityPolicy::assumeReachable;
   return makeLinuxPlatform(options).ports;
 }
@@ -100,7 +93,7 @@ Life::Life(const std::filesystem::path& folder, const std::string& apiBase,
       show_{.name = "show", .succeedsOnMainThread = true},
       dismissal_{.name = "dismissal", .succeedsOnMainThread = true},
       platform_(platform(folder, apiBase)) {
-  platform_.logOutput = std::make_shared<Silence>();
+  platform_.logOutput = std::make_shared<headless::HeadlessOutput>();
   platform_.application = {std::shared_ptr<void>(), &application_};
   runtime_ = std::make_unique<Runtime>(platform_);
 }

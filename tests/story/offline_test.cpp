@@ -31,7 +31,7 @@ TEST(OfflineStory, StartsByItselfWhenTheNetworkAppearsAndFollowsItWithinHalfASec
   sandbox::Server server;
   ASSERT_TRUE(server.start());
   const test::TemporaryFolder folder;
-  const Runtime runtime(makeLinuxPlatform(test::hostOptions(folder, server.baseURL())).ports);
+  const Runtime runtime(makeLinuxPlatform(test::hostOptions(folder.path, server.baseURL())).ports);
   std::vector<std::int64_t> starts;
   Kelvara::start(std::string(sandbox::kApplicationId),
                  [&](const auto& error) { starts.push_back(error ? error->code() : 0); });
