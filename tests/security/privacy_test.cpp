@@ -114,7 +114,7 @@ class Privacy : public testing::Test {
 
 TEST_F(Privacy, WithoutConsentTheIdentifierIsInNoRequestAndNoLogLineAndOnlyTheOwnerReadsTheStore) {
   using std::filesystem::perms;
-  umask(0);
+  const mode_t before = umask(0);
   const auto expectNoIdentifier = [this](const char* when) {
     EXPECT_FALSE(haveTheIdentifier(wire->texts.get())) << when;
     EXPECT_FALSE(haveTheIdentifier(log->lines())) << when;
@@ -147,6 +147,7 @@ TEST_F(Privacy, WithoutConsentTheIdentifierIsInNoRequestAndNoLogLineAndOnlyTheOw
   liveOn();
   expectNoIdentifier("the launch after");
 
+  umask(before);
   EXPECT_EQ(status(home).permissions(), perms::owner_all);
   int files = 0;
   for (const auto& file : std::filesystem::directory_iterator(home)) {
