@@ -4,18 +4,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <optional>
-#include <set>
 #include <string>
 #include <thread>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <platform/linux/LinuxPlatform.h>
@@ -37,52 +33,18 @@ struct TemporaryFolder {
   std::filesystem::path path;
 };
 
-/// The files that a child process inherits, without the standard streams.
-inline std::multiset<std::string> descriptorsOfAChild() {
-  std::multiset<std::string> open;
-  int kept[2];  // the child reads from it, so it runs until this end is closed
-  EXPECT_EQ(pipe2(kept, O_CLOEXEC), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(kept[0], STDIN_FILENO);
-    execlp("cat", "cat", nullptr);
-    _exit(127);
-  }
-  const auto proc = std::filesystem::path("/proc") / std::to_string(child);
-  std::error_code gone;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe");
-  while (std::filesystem::read_symlink(proc / "exe", gone) == self) std::this_thread::yield();
-  for (const auto& entry : std::filesystem::directory_iterator(proc / "fd"))
-    if (std::stoi(entry.path().filename()) > STDERR_FILENO)
-      open.insert(std::filesystem::read_symlink(entry.path()));
-  for (const int fd : kept) close(fd);
-  waitpid(child, nullptr, 0);
-  return open;
+/// A host with its settings in `folder` and its ads from `apiBase`.
+inline LinuxOptions hostOptions(const std::filesystem::path& folder,
+                                const std::string& apiBase = {}) {
+  LinuxOptions options;
+  options.bundleId = "org.example.host";
+  options.appVersion = "3.2.1";
+  options.userDefaults = folder / "defaults.sqlite";
+  options.apiBases = {.production = apiBase, .sandbox = apiBase};
+  return options;
 }
-
-struct Certificate {
-  std::filesystem::path file, key;
-};
-/// A self-signed certificate for 127.0.0.1; nothing without the openssl command.
-inline std::optional<Certificate> makeCertificate(const TemporaryFolder& folder) {
-  Certificate made{folder.path / "cert.pem", folder.path / "key.pem"};
-  const std::string command =
-      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-      " -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1"
-      " -keyout " +
-      made.key.native() + " -out " + made.file.native() + " 2>/dev/null";
-  if (std::system(command.c_str()) != 0) return std::nullopt;
-  return made;
-}
-
-/// The Linux platform with its settings in `folder`.
 inline LinuxPlatform launchPlatform(const TemporaryFolder& folder) {
-  return makeLinuxPlatform({.bundleId = "org.example.host",
-                            .appVersion = "3.2.1",
-                            .mainBundle = {},
-                            .userDefaults = folder.path / "defaults.sqlite",
-                            .apiBases = {},
-                            .advertisingIdentifier = {}});
+  return makeLinuxPlatform(hostOptions(folder.path));
 }
 
 inline URLRequest get(URL url, double timeout = 60) {
@@ -95,12 +57,14 @@ inline URLRequest post(URL url, std::string_view body) {
           .body = toBytes(body)};
 }
 
-/// A socket on a free port of 127.0.0.1.
+/// A socket on a port of 127.0.0.1; 0 picks a free one.
 struct LoopbackSocket {
-  LoopbackSocket() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit LoopbackSocket(int type = SOCK_STREAM, std::uint16_t port = 0)
+      : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     socklen_t size = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
   }

@@ -57,14 +57,23 @@ class WebViewContract : public testing::Test {
 };
 TYPED_TEST_SUITE_P(WebViewContract);
 
-TYPED_TEST_P(WebViewContract, NotifiesOnceThatAPageLoadedOrFailed) {
+TYPED_TEST_P(WebViewContract, AsksBeforeEachNavigationAndNotifiesOnceThatAPageLoadedOrFailed) {
   EXPECT_EQ(this->webView->view()->window(), this->subject.window());
   this->loadPage();
+  this->listener->allows = false;
+  for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
+                                "https://example.test/elsewhere?q=%20"}) {
+    this->subject.navigatePage(*this->webView, url);
+    EXPECT_TRUE(this->subject.spinUntil([&] {
+      return !this->listener->asked.empty() && this->listener->asked.back() == url;
+    })) << url;
+  }
   this->settle();
-  EXPECT_EQ(this->listener->finished, 1);
+  EXPECT_EQ(this->listener->finished, 1) << "the page did not navigate";
   EXPECT_EQ(this->listener->failed, 0);
 
   // Nothing listens on port 9, and browsers refuse it.
+  this->listener->allows = true;
   this->webView->load({.url = *URL::parse("http://127.0.0.1:9/"), .headers = {}, .body = {}});
   EXPECT_EQ(this->listener->failed, 0);
   this->subject.letFail(*this->webView);
@@ -87,20 +96,6 @@ TYPED_TEST_P(WebViewContract, AnswersScriptsLaterInTheirOrder) {
   EXPECT_TRUE(order.empty());
   ASSERT_TRUE(this->subject.spinUntil([&] { return order.size() == 4; }));
   EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
-}
-
-TYPED_TEST_P(WebViewContract, AsksTheDelegateBeforeEachNavigation) {
-  this->loadPage();
-  this->listener->allows = false;
-  for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
-                                "https://example.test/elsewhere?q=%20"}) {
-    this->subject.navigatePage(*this->webView, url);
-    EXPECT_TRUE(this->subject.spinUntil([&] {
-      return !this->listener->asked.empty() && this->listener->asked.back() == url;
-    })) << url;
-  }
-  this->settle();
-  EXPECT_EQ(this->listener->finished, 1) << "the page did not navigate";
 }
 
 TYPED_TEST_P(WebViewContract, PassesTheDelegatesAnswersToDialogs) {
@@ -140,9 +135,9 @@ TYPED_TEST_P(WebViewContract, OutlivesItsDelegateAndIsDestroyedWithPendingAnswer
   EXPECT_TRUE(this->subject.spinUntil([&] { return answered; })) << "with a result or an error";
 }
 
-REGISTER_TYPED_TEST_SUITE_P(WebViewContract, NotifiesOnceThatAPageLoadedOrFailed,
-                            AnswersScriptsLaterInTheirOrder, AsksTheDelegateBeforeEachNavigation,
-                            PassesTheDelegatesAnswersToDialogs,
+REGISTER_TYPED_TEST_SUITE_P(WebViewContract,
+                            AsksBeforeEachNavigationAndNotifiesOnceThatAPageLoadedOrFailed,
+                            AnswersScriptsLaterInTheirOrder, PassesTheDelegatesAnswersToDialogs,
                             OutlivesItsDelegateAndIsDestroyedWithPendingAnswers);
 
 }  // namespace kva::test
