@@ -11,7 +11,6 @@
 #include <sys/wait.h>
 
 #include <Kelvara/reporting/ReportStore.h>
-#include <platform/OwnNamespace.h>
 #include <platform/linux_support.h>
 #include <nlohmann/json.hpp>
 

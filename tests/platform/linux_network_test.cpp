@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <Kelvara/base/Guarded.h>
-#include <platform/OwnNamespace.h>
-#include <platform/SessionTest.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ModemTelephony.h>
 #include <platform/linux/RouteMonitor.h>
@@ -168,35 +166,25 @@ TEST_F(LinuxNetwork, ANewAddressOpensNewConnectionsAndADeadPeerEndsARequest) {
   EXPECT_TRUE(5s < taken && taken < 12s) << taken / 1ms;
 }
 
-/// A service on the bus with one interface of one object. Values are in GVariant's text format. The
-/// service exits when this value is destroyed. Main thread.
+/// A service on the bus with one object of one interface, which is in D-Bus's XML and has one
+/// method. Values are in GVariant's text format. The service exits when this value is destroyed.
+/// Main thread.
 class TestService {
  public:
-  struct Target {
-    const char *name, *path, *interface;
-    const char* method;            ///< of the interface; a call of it counts in `calls`
-    const char* result = nullptr;  ///< the type that it returns
-  };
-  TestService(const char* bus, Target target)
-      : target_(target),
+  TestService(const char* bus, const char* name, const char* path, const std::string& interface)
+      : name_(name),
+        path_(path),
+        node_(g_dbus_node_info_new_for_xml(("<node>" + interface + "</node>").c_str(), nullptr)),
         connection_(g_dbus_connection_new_for_address_sync(
             bus,
             static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, nullptr, nullptr)) {
-    const auto result = target.result
-                            ? std::string("<arg direction='out' type='") + target.result + "'/>"
-                            : std::string();
-    const auto xml = std::string("<node><interface name='") + target.interface +
-                     "'><method name='" + target.method + "'>" + result +
-                     "</method><property name='P' type='s' access='read'/></interface></node>";
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(xml.c_str(), nullptr);
     // Without property functions, GLib passes GetAll to the method's function too.
     static const GDBusInterfaceVTable functions{
         .method_call = called, .get_property = nullptr, .set_property = nullptr, .padding = {}};
-    g_dbus_connection_register_object(connection_.get(), target.path, node->interfaces[0],
-                                      &functions, this, nullptr, nullptr);
-    g_dbus_node_info_unref(node);
+    g_dbus_connection_register_object(connection_.get(), path_, interface_, &functions, this,
+                                      nullptr, nullptr);
   }
   ~TestService() { g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr); }
   TestService(const TestService&) = delete;
@@ -208,32 +196,34 @@ class TestService {
   void begin() {
     EXPECT_TRUE(GVariantPtr(g_dbus_connection_call_sync(
         connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", target_.name, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
+        "RequestName", g_variant_new("(su)", name_, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
         nullptr, nullptr)));
   }
   /// Emits PropertiesChanged for the interface.
   void change(const std::string& properties) {
-    const auto body = std::string("('") + target_.interface + "', " + properties + ", @as [])";
-    g_dbus_connection_emit_signal(connection_.get(), nullptr, target_.path,
+    const auto body = std::string("('") + interface_->name + "', " + properties + ", @as [])";
+    g_dbus_connection_emit_signal(connection_.get(), nullptr, path_,
                                   "org.freedesktop.DBus.Properties", "PropertiesChanged",
                                   g_variant_new_parsed(body.c_str()), nullptr);
   }
+  /// Counts the calls of the interface's method.
   int calls() const { return calls_; }
 
  private:
   static void called(GDBusConnection*, const char*, const char*, const char*, const char* method,
                      GVariant*, GDBusMethodInvocation* invocation, gpointer data) {
     auto& self = *static_cast<TestService*>(data);
-    if (method == std::string_view(self.target_.method)) ++self.calls_;
-    const auto reply = self.replies_.find(method);
+    self.calls_ += method == std::string_view(self.interface_->methods[0]->name);
+    const auto& body = self.replies_[method];
     g_dbus_method_invocation_return_value(
-        invocation,
-        reply == self.replies_.end() ? nullptr : g_variant_new_parsed(reply->second.c_str()));
+        invocation, body.empty() ? nullptr : g_variant_new_parsed(body.c_str()));
   }
 
-  const Target target_;
+  const char *name_, *path_;
+  std::unique_ptr<GDBusNodeInfo, Release<g_dbus_node_info_unref>> node_;
+  GDBusInterfaceInfo* interface_ = node_->interfaces[0];
   GObjectPtr<GDBusConnection> connection_;
-  std::map<std::string, std::string, std::less<>> replies_;
+  std::map<std::string, std::string> replies_;
   int calls_ = 0;
 };
 
@@ -255,8 +245,14 @@ struct LinuxServices : testing::Test {
 
 TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
   using enum DeviceOrientation;
-  constexpr TestService::Target kSensor{"net.hadess.SensorProxy", "/net/hadess/SensorProxy",
-                                        "net.hadess.SensorProxy", "ClaimAccelerometer"};
+  const auto runSensor = [this](std::optional<TestService>& sensor) {
+    sensor.emplace(
+        bus(), "net.hadess.SensorProxy", "/net/hadess/SensorProxy",
+        "<interface name='net.hadess.SensorProxy'><method name='ClaimAccelerometer'/>"
+        "<property name='AccelerometerOrientation' type='s' access='read'/></interface>");
+    sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
+    sensor->begin();
+  };
   auto center = std::make_shared<NotificationCenter>();
   SystemBus system;
   LinuxDevice desktop(center, system, "/nonexistent");
@@ -272,8 +268,8 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
   connect("card0-HDMI-A-1", "1920x1080\n");
   connect("card0-DSI-1", "720x1440\n");
   LinuxDevice device(center, system, displays.path);
-  const auto becomes = [&](DeviceOrientation wanted) {
-    return spinUntil([&] { return device.orientation() == wanted; });
+  const auto becomes = [](const LinuxDevice& one, DeviceOrientation wanted) {
+    return spinUntil([&] { return one.orientation() == wanted; });
   };
   EXPECT_EQ(device.orientation(), unknown);
   device.setWindowOrientation(landscapeLeft);
@@ -281,11 +277,10 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
   EXPECT_EQ(device.orientation(), landscapeLeft);
   EXPECT_EQ(changes, 0) << "the first known orientation is not a change";
 
+  std::optional<TestService> sensor;
   for (int life = 0; life < 2; ++life) {
-    std::optional<TestService> sensor(std::in_place, bus(), kSensor);
-    sensor->answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
-    sensor->begin();
-    EXPECT_TRUE(becomes(portrait));
+    runSensor(sensor);
+    EXPECT_TRUE(becomes(device, portrait));
     EXPECT_TRUE(spinUntil([&] { return sensor->calls() == 2; }));
     for (const auto& [edge, orientation] : {std::pair{"left-up", landscapeRight},
                                             {"bottom-up", portraitUpsideDown},
@@ -294,26 +289,21 @@ TEST_F(LinuxServices, OrientationFollowsTheSensorOrElseTheWindow) {
                                             {"undefined", landscapeLeft},
                                             {"normal", portrait}}) {
       sensor->change(std::string("{'AccelerometerOrientation': <'") + edge + "'>}");
-      EXPECT_TRUE(becomes(orientation)) << edge;
+      EXPECT_TRUE(becomes(device, orientation)) << edge;
     }
     sensor.reset();
-    EXPECT_TRUE(becomes(landscapeLeft)) << "the service exited";
+    EXPECT_TRUE(becomes(device, landscapeLeft)) << "the service exited";
   }
   EXPECT_EQ(changes, 2 * 8);
 
-  TestService sensor(bus(), kSensor);
-  sensor.answer("GetAll", "({'AccelerometerOrientation': <'normal'>},)");
-  sensor.begin();
-  EXPECT_TRUE(becomes(portrait));
+  runSensor(sensor);
+  EXPECT_TRUE(becomes(device, portrait));
   connect("card0-DSI-1", "1280x800\n800x600\n");
   SystemBus laptopsBus;
   const LinuxDevice laptop(center, laptopsBus, displays.path);
-  const auto laptopBecomes = [&](DeviceOrientation wanted) {
-    return spinUntil([&] { return laptop.orientation() == wanted; });
-  };
-  EXPECT_TRUE(laptopBecomes(landscapeLeft)) << "the panel is wider than high";
-  sensor.change("{'AccelerometerOrientation': <'left-up'>}");
-  EXPECT_TRUE(laptopBecomes(portrait));
+  EXPECT_TRUE(becomes(laptop, landscapeLeft)) << "the panel is wider than high";
+  sensor->change("{'AccelerometerOrientation': <'left-up'>}");
+  EXPECT_TRUE(becomes(laptop, portrait));
   EXPECT_EQ(desktop.orientation(), landscapeRight) << "it has no panel";
 }
 
@@ -322,10 +312,9 @@ TEST_F(LinuxServices, TelephonyReportsTheFirstRegisteredModem) {
   SystemBus system;
   ModemTelephony telephony(system);
   std::optional<TestService> service(
-      std::in_place, bus(),
-      TestService::Target{"org.freedesktop.ModemManager1", "/org/freedesktop/ModemManager1",
-                          "org.freedesktop.DBus.ObjectManager", "GetManagedObjects",
-                          "a{oa{sa{sv}}}"});
+      std::in_place, bus(), "org.freedesktop.ModemManager1", "/org/freedesktop/ModemManager1",
+      "<interface name='org.freedesktop.DBus.ObjectManager'><method name='GetManagedObjects'>"
+      "<arg direction='out' type='a{oa{sa{sv}}}'/></method></interface>");
   const auto modem = [](const char* number, int state, const std::string& carrier,
                         std::uint32_t bits) {
     return "objectpath '/org/freedesktop/ModemManager1/Modem/" + std::string(number) +
@@ -366,8 +355,9 @@ TEST_F(LinuxServices, TelephonyReportsTheFirstRegisteredModem) {
 TEST_F(LinuxServices, NetworkManagerReportsModemsAndPortals) {
   if (routesToInternet().empty()) GTEST_SKIP() << "this machine has no network";
   constexpr auto kWWAN = static_cast<std::uint32_t>(ReachabilityFlag::isWWAN);
-  TestService manager(bus(), {"org.freedesktop.NetworkManager", "/org/freedesktop/NetworkManager",
-                              "org.freedesktop.NetworkManager", "Reload"});
+  TestService manager(bus(), "org.freedesktop.NetworkManager", "/org/freedesktop/NetworkManager",
+                      "<interface name='org.freedesktop.NetworkManager'><method name='Reload'/>"
+                      "<property name='Connectivity' type='u' access='read'/></interface>");
   manager.answer("GetAll", "({'PrimaryConnectionType': <'gsm'>},)");
   manager.begin();
   SystemBus system;

@@ -8,9 +8,9 @@
 
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/base/Guarded.h>
-#include <platform/SessionTest.h>
 #include <platform/linux/RouteMonitor.h>
 #include <platform/linux/Threads.h>
+#include <platform/linux_support.h>
 
 namespace kva::test {
 namespace {
@@ -44,12 +44,7 @@ class SocketServer {
     return text;
   }
   static bool sendAll(int peer, std::string_view bytes) {
-    while (!bytes.empty()) {
-      const ssize_t sent = send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (sent < 0) return false;
-      bytes.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    return true;
+    return send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL) == std::ssize(bytes);
   }
 
  private:

@@ -3,17 +3,25 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <future>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <platform/linux/LazySession.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <support/MainLoop.h>
 
@@ -126,5 +134,74 @@ class LoopbackServer {
   std::thread thread_;
   LoopbackSocket silent_;
 };
+
+/// Sends requests on `session`, or on another, and names what came of them.
+struct SessionTest : testing::Test {
+  using Outcome = URLSession::Outcome;
+
+  static std::future<Outcome> send(URLSession& session, URLRequest request) {
+    auto promise = std::make_shared<std::promise<Outcome>>();
+    session.send(std::move(request),
+                 [promise](Outcome outcome) { promise->set_value(std::move(outcome)); });
+    return promise->get_future();
+  }
+  static std::string textOf(URLSession& session, URLRequest request) {
+    const auto outcome = send(session, std::move(request)).get();
+    return outcome.error  ? outcome.error->localizedDescription()
+           : outcome.data ? std::string(asText(*outcome.data))
+                          : "(neither data nor error)";
+  }
+  std::string textOf(URLRequest request) { return textOf(session, std::move(request)); }
+  static URLError errorOf(std::future<Outcome> future) {
+    const auto outcome = future.get();
+    EXPECT_FALSE(outcome.data);
+    return outcome.error ? static_cast<URLError>(outcome.error->code()) : URLError::unknown;
+  }
+  URLError errorOf(URLRequest request) { return errorOf(send(session, std::move(request))); }
+
+  LazySession session{{}, nullptr};
+};
+
+/// Runs the ip command. A failure fails the test.
+inline void ip(const std::string& arguments) {
+  EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
+}
+
+/// Makes a link with a default route, without IPv6.
+inline void makeLink() {
+  std::ofstream("/proc/sys/net/ipv6/conf/all/disable_ipv6") << "1";
+  for (const char* step : {"link set lo up", "link add outside type veth peer name inside",
+                           "link set inside up", "address add 192.0.2.2/24 dev outside",
+                           "link set outside up", "route add default via 192.0.2.1"})
+    ip(step);
+}
+
+/// True in a process with a network that has only its loopback, and with mounts of its own.
+/// Elsewhere, runs the calling test again in such a process, and returns false.
+inline bool isInNamespaceOfItsOwn() {
+  if (std::getenv("KELVARA_TEST_NAMESPACE")) return true;
+  const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+  const std::string filter =
+      std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr int kOwn = CLONE_NEWNET | CLONE_NEWNS;
+    if ((unshare(kOwn) != 0 && unshare(CLONE_NEWUSER | kOwn) != 0) ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      _exit(77);
+    setenv("KELVARA_TEST_NAMESPACE", "1", 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    execl("/proc/self/exe", "tests", "--gtest_brief=1", filter.c_str(), nullptr);
+    _exit(78);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
+    [] { GTEST_SKIP() << "namespaces are refused here"; }();
+  } else {
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "it failed in the namespace";
+  }
+  return false;
+}
 
 }  // namespace kva::test

@@ -3,7 +3,6 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <gmock/gmock.h>
-#include <platform/OwnNamespace.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Server.h>
 

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <Kelvara/base/Guarded.h>
-#include <platform/OwnNamespace.h>
 #include <platform/headless/Headless.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/SqliteDefaults.h>
