@@ -126,6 +126,7 @@ TEST_P(WebPages, PassDialogsToTheirDelegateAndOutliveIt) {
   for (const auto& [call, asked, answer, result] : cases) {
     listener->answer = answer;
     EXPECT_EQ(evaluate(call), result) << call;
+    ASSERT_FALSE(listener->dialogs.empty());
     EXPECT_EQ(listener->dialogs.back(), asked);
   }
   listener.reset();

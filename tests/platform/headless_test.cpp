@@ -37,7 +37,7 @@ TEST(HeadlessWebView, PassesThePagesEventsToItsDelegateAndAnswersScriptsLater) {
   webView.finishNavigation();
   EXPECT_EQ(delegate->finished, 1);
   EXPECT_EQ(webView.dialog({ScriptDialog::Kind::prompt, "name?", "default"}).text, "text");
-  EXPECT_EQ(delegate->dialogs.back(), "name?|default");
+  EXPECT_THAT(delegate->dialogs, testing::ElementsAre("name?|default"));
   Result<std::string> answer = "none";
   webView.evaluateJavaScript("1", [&](Result<std::string> value) { answer = value; });
   EXPECT_EQ(answer, "none");
