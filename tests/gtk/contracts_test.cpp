@@ -1,39 +1,12 @@
-// The contracts of the view ports, with GTK's views and WebKit's pages.
+// The contract of the view ports with GTK's views.
 #include "gtk/Stage.h"
 
 #include <platform/contract/ViewContract.h>
-#include <platform/contract/WebViewContract.h>
 
 namespace kva::test {
 namespace {
 
-using gtk::test::Stage;
-INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, ViewContract, Stage);
-
-struct Page : Stage {
-  void letLoad(WebView&) {}
-  void letFail(WebView&) {}
-  void navigatePage(WebView& webView, const std::string& url) {
-    webView.evaluateJavaScript("location.href = '" + url + "'", nullptr);
-  }
-  std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
-    using enum ScriptDialog::Kind;
-    const std::string call = dialog.kind == alert ? "alert('" + dialog.message + "')"
-                             : dialog.kind == confirm
-                                 ? "confirm('" + dialog.message + "')"
-                                 : "prompt('" + dialog.message + "', '" + dialog.defaultText + "')";
-    return evaluate(webView, call);
-  }
-};
-struct PageFromPool : Page {
-  PageFromPool() {
-    application().prepareWebView();
-    EXPECT_TRUE(spinUntil(
-        [this] { return static_cast<gtk::Application&>(application()).hasReadyWebView(); }));
-  }
-};
-using Pages = testing::Types<Page, PageFromPool>;
-INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, WebViewContract, Pages);
+INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, ViewContract, gtk::test::Stage);
 
 }  // namespace
 }  // namespace kva::test

@@ -87,6 +87,60 @@ TEST_P(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
   EXPECT_EQ(listener->asksFor("about:blank"), 0) << "not a navigation of the page";
 }
 
+TEST_P(WebPages, AskBeforeEachNavigationAndNotifyOnceThatTheyLoadedOrFailed) {
+  openAndFinish("");
+  EXPECT_EQ(webView->view()->window(), stage.window());
+  listener->allows = false;
+  for (const std::string url : {"mraid://open?url=http%3A%2F%2Fexample.test%2F", "kva://x",
+                                "https://example.test/elsewhere?q=%20"}) {
+    evaluate("location.href = '" + url + "'");
+    EXPECT_TRUE(spinUntil([&] { return listener->asksFor(url) == 1; })) << url;
+  }
+  evaluate("the earlier commands are complete");
+  EXPECT_EQ(listener->finished, 1) << "the page did not navigate";
+  EXPECT_EQ(listener->failed, 0);
+
+  // Nothing listens on port 9, and browsers refuse it.
+  listener->allows = true;
+  webView->load({.url = *URL::parse("http://127.0.0.1:9/"), .headers = {}, .body = {}});
+  EXPECT_EQ(listener->failed, 0);
+  ASSERT_TRUE(spinUntil([&] { return listener->failed > 0; }));
+  evaluate("the earlier commands are complete");
+  EXPECT_EQ(listener->failed, 1);
+  EXPECT_EQ(listener->finished, 1);
+}
+
+TEST_P(WebPages, PassDialogsToTheirDelegateAndOutliveIt) {
+  const struct {
+    const char *call, *asked;
+    ScriptDialogAnswer answer;
+    const char* result;
+  } cases[] = {
+      {"alert('hello')", "hello|", {false, {}}, "null"},
+      {"confirm('sure?')", "sure?|", {false, {}}, "false"},
+      {"confirm('really?')", "really?|", {true, {}}, "true"},
+      {"prompt('name?', 'default')", "name?|default", {false, {}}, "null"},
+      {"prompt('name!', 'default')", "name!|default", {true, "text"}, "\"text\""},
+  };
+  openAndFinish("");
+  for (const auto& [call, asked, answer, result] : cases) {
+    listener->answer = answer;
+    EXPECT_EQ(evaluate(call), result) << call;
+    ASSERT_FALSE(listener->dialogs.empty());
+    EXPECT_EQ(listener->dialogs.back(), asked);
+  }
+  listener.reset();
+  EXPECT_EQ(evaluate("location.href = 'about:blank#somewhere'; prompt(1)"), "null");
+
+  bool answered = false;
+  webView->evaluateJavaScript("1", [&](Result<std::string>) { answered = true; });
+  const std::weak_ptr<WebView> watched = webView;
+  webView.reset();
+  EXPECT_TRUE(watched.expired());
+  EXPECT_FALSE(answered);
+  EXPECT_TRUE(spinUntil([&] { return answered; })) << "with a result or an error";
+}
+
 TEST_P(WebPages, ShowWhatIsBehindATransparentPage) {
   stage.window()->view()->setBackgroundColor(Color::black);
   openAndFinish("<div style='position:fixed;inset:0 50% 0 0;background:#f00'></div>",

@@ -1,6 +1,5 @@
-// The contracts of the view ports on the headless platform.
+// The contract of the view ports on the headless platform.
 #include <platform/contract/ViewContract.h>
-#include <platform/contract/WebViewContract.h>
 #include <platform/headless/Headless.h>
 
 namespace kva::test {
@@ -27,23 +26,24 @@ struct Stage {
 };
 INSTANTIATE_TYPED_TEST_SUITE_P(Headless, ViewContract, Stage);
 
-struct Page : Stage {
-  static HeadlessWebView& fake(WebView& webView) { return dynamic_cast<HeadlessWebView&>(webView); }
-  void letLoad(WebView& webView) {
-    h.time.after(0.05, [&webView] { fake(webView).finishNavigation(); });
-  }
-  void letFail(WebView& webView) {
-    h.time.after(0.05, [&webView] { fake(webView).failNavigation(*refused_.error); });
-  }
-  void navigatePage(WebView& webView, const std::string& url) { fake(webView).navigate(url); }
-  std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
-    const auto answer = fake(webView).dialog(dialog);
-    if (dialog.kind == ScriptDialog::Kind::confirm) return answer.confirmed ? "true" : "false";
-    return answer.text ? "\"" + *answer.text + "\"" : "null";
-  }
-  static inline const URLSession::Outcome refused_ = failure(URLError::cannotConnectToHost);
-};
-INSTANTIATE_TYPED_TEST_SUITE_P(Headless, WebViewContract, Page);
+// A test plays the page of this view, so its contract is small.
+TEST(HeadlessWebView, PassesThePagesEventsToItsDelegateAndAnswersScriptsLater) {
+  headless::Headless h;
+  const auto page = h.application.makeWebView({}, {});
+  auto& webView = dynamic_cast<HeadlessWebView&>(*page);
+  const auto delegate = std::make_shared<PageRecorder>();
+  delegate->answer = {true, "text"};
+  webView.setDelegate(delegate);
+  webView.finishNavigation();
+  EXPECT_EQ(delegate->finished, 1);
+  EXPECT_EQ(webView.dialog({ScriptDialog::Kind::prompt, "name?", "default"}).text, "text");
+  EXPECT_THAT(delegate->dialogs, testing::ElementsAre("name?|default"));
+  Result<std::string> answer = "none";
+  webView.evaluateJavaScript("1", [&](Result<std::string> value) { answer = value; });
+  EXPECT_EQ(answer, "none");
+  h.time.run();
+  EXPECT_EQ(answer, "null");
+}
 
 }  // namespace
 }  // namespace kva::test

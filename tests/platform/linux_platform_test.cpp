@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <map>
 #include <set>
 
 #include <fcntl.h>
@@ -54,32 +55,27 @@ TEST(LinuxPlatform, StartsWithoutAMainLoopAndLeavesNoThread) {
 
 TEST(LinuxPlatform, ReadsTheLanguagesOfTheEnvironment) {
   const struct {
-    const char *language, *all, *messages, *lang;
+    std::map<std::string, std::string> environment;
     std::vector<std::string> preferred;
     std::optional<std::string> code, country;
   } cases[] = {
-      {nullptr, nullptr, nullptr, "en_US.UTF-8", {"en-US", "en"}, "en", "US"},
-      {nullptr, nullptr, "tr_TR.UTF-8", "en_US.UTF-8", {"tr-TR", "tr"}, "tr", "TR"},
-      {nullptr, "de_AT@euro", "tr_TR", "en_US", {"de-AT", "de"}, "de", "AT"},
-      {"fr_CA:de", nullptr, nullptr, "tr_TR.UTF-8", {"fr-CA", "fr", "de"}, "tr", "TR"},
-      {nullptr, nullptr, nullptr, "eo", {"eo"}, "eo", std::nullopt},
-      {nullptr, nullptr, nullptr, "C.UTF-8", {"en"}, std::nullopt, std::nullopt},
-      {nullptr, nullptr, nullptr, nullptr, {"en"}, std::nullopt, std::nullopt},
-      {nullptr, "POSIX", nullptr, "en_US", {"en"}, std::nullopt, std::nullopt},
-  };
-  const auto set = [](const char* name, const char* value) {
-    value ? setenv(name, value, 1) : unsetenv(name);
+      {{{"LANG", "en_US.UTF-8"}}, {"en-US", "en"}, "en", "US"},
+      {{{"LANG", "en_US"}, {"LC_MESSAGES", "tr_TR.UTF-8"}}, {"tr-TR", "tr"}, "tr", "TR"},
+      {{{"LC_MESSAGES", "tr_TR"}, {"LC_ALL", "de_AT@euro"}}, {"de-AT", "de"}, "de", "AT"},
+      {{{"LANG", "tr_TR.UTF-8"}, {"LANGUAGE", "fr_CA:de"}}, {"fr-CA", "fr", "de"}, "tr", "TR"},
+      {{{"LANG", "eo"}}, {"eo"}, "eo", {}},
+      {{{"LANG", "C.UTF-8"}}, {"en"}, {}, {}},
+      {{}, {"en"}, {}, {}},
+      {{{"LANG", "en_US"}, {"LC_ALL", "POSIX"}}, {"en"}, {}, {}},
   };
   for (const auto& one : cases) {
-    set("LANGUAGE", one.language);
-    set("LC_ALL", one.all);
-    set("LC_MESSAGES", one.messages);
-    set("LANG", one.lang);
+    for (const char* name : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"}) unsetenv(name);
+    for (const auto& [name, value] : one.environment) setenv(name.c_str(), value.c_str(), 1);
+    SCOPED_TRACE(testing::PrintToString(one.environment));
     const LinuxLocale locale;
-    const std::string what = one.preferred.front() + " " + one.code.value_or("-");
-    EXPECT_EQ(locale.preferredLanguages(), one.preferred) << what;
-    EXPECT_EQ(locale.languageCode(), one.code) << what;
-    EXPECT_EQ(locale.countryCode(), one.country) << what;
+    EXPECT_EQ(locale.preferredLanguages(), one.preferred);
+    EXPECT_EQ(locale.languageCode(), one.code);
+    EXPECT_EQ(locale.countryCode(), one.country);
   }
 }
 

@@ -3,21 +3,25 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
-#include <optional>
-#include <set>
+#include <future>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <platform/linux/LazySession.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <support/MainLoop.h>
 
@@ -37,52 +41,18 @@ struct TemporaryFolder {
   std::filesystem::path path;
 };
 
-/// The files that a child process inherits, without the standard streams.
-inline std::multiset<std::string> descriptorsOfAChild() {
-  std::multiset<std::string> open;
-  int kept[2];  // the child reads from it, so it runs until this end is closed
-  EXPECT_EQ(pipe2(kept, O_CLOEXEC), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(kept[0], STDIN_FILENO);
-    execlp("cat", "cat", nullptr);
-    _exit(127);
-  }
-  const auto proc = std::filesystem::path("/proc") / std::to_string(child);
-  std::error_code gone;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe");
-  while (std::filesystem::read_symlink(proc / "exe", gone) == self) std::this_thread::yield();
-  for (const auto& entry : std::filesystem::directory_iterator(proc / "fd"))
-    if (std::stoi(entry.path().filename()) > STDERR_FILENO)
-      open.insert(std::filesystem::read_symlink(entry.path()));
-  for (const int fd : kept) close(fd);
-  waitpid(child, nullptr, 0);
-  return open;
+/// A host with its settings in `folder` and its ads from `apiBase`.
+inline LinuxOptions hostOptions(const std::filesystem::path& folder,
+                                const std::string& apiBase = {}) {
+  LinuxOptions options;
+  options.bundleId = "org.example.host";
+  options.appVersion = "3.2.1";
+  options.userDefaults = folder / "defaults.sqlite";
+  options.apiBases = {.production = apiBase, .sandbox = apiBase};
+  return options;
 }
-
-struct Certificate {
-  std::filesystem::path file, key;
-};
-/// A self-signed certificate for 127.0.0.1; nothing without the openssl command.
-inline std::optional<Certificate> makeCertificate(const TemporaryFolder& folder) {
-  Certificate made{folder.path / "cert.pem", folder.path / "key.pem"};
-  const std::string command =
-      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes"
-      " -days 2 -subj /CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1"
-      " -keyout " +
-      made.key.native() + " -out " + made.file.native() + " 2>/dev/null";
-  if (std::system(command.c_str()) != 0) return std::nullopt;
-  return made;
-}
-
-/// The Linux platform with its settings in `folder`.
 inline LinuxPlatform launchPlatform(const TemporaryFolder& folder) {
-  return makeLinuxPlatform({.bundleId = "org.example.host",
-                            .appVersion = "3.2.1",
-                            .mainBundle = {},
-                            .userDefaults = folder.path / "defaults.sqlite",
-                            .apiBases = {},
-                            .advertisingIdentifier = {}});
+  return makeLinuxPlatform(hostOptions(folder.path));
 }
 
 inline URLRequest get(URL url, double timeout = 60) {
@@ -95,12 +65,14 @@ inline URLRequest post(URL url, std::string_view body) {
           .body = toBytes(body)};
 }
 
-/// A socket on a free port of 127.0.0.1.
+/// A socket on a port of 127.0.0.1; 0 picks a free one.
 struct LoopbackSocket {
-  LoopbackSocket() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit LoopbackSocket(int type = SOCK_STREAM, std::uint16_t port = 0)
+      : fd(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     socklen_t size = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
   }
@@ -162,5 +134,74 @@ class LoopbackServer {
   std::thread thread_;
   LoopbackSocket silent_;
 };
+
+/// Sends requests on `session`, or on another, and names what came of them.
+struct SessionTest : testing::Test {
+  using Outcome = URLSession::Outcome;
+
+  static std::future<Outcome> send(URLSession& session, URLRequest request) {
+    auto promise = std::make_shared<std::promise<Outcome>>();
+    session.send(std::move(request),
+                 [promise](Outcome outcome) { promise->set_value(std::move(outcome)); });
+    return promise->get_future();
+  }
+  static std::string textOf(URLSession& session, URLRequest request) {
+    const auto outcome = send(session, std::move(request)).get();
+    return outcome.error  ? outcome.error->localizedDescription()
+           : outcome.data ? std::string(asText(*outcome.data))
+                          : "(neither data nor error)";
+  }
+  std::string textOf(URLRequest request) { return textOf(session, std::move(request)); }
+  static URLError errorOf(std::future<Outcome> future) {
+    const auto outcome = future.get();
+    EXPECT_FALSE(outcome.data);
+    return outcome.error ? static_cast<URLError>(outcome.error->code()) : URLError::unknown;
+  }
+  URLError errorOf(URLRequest request) { return errorOf(send(session, std::move(request))); }
+
+  LazySession session{{}, nullptr};
+};
+
+/// Runs the ip command. A failure fails the test.
+inline void ip(const std::string& arguments) {
+  EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
+}
+
+/// Makes a link with a default route, without IPv6.
+inline void makeLink() {
+  std::ofstream("/proc/sys/net/ipv6/conf/all/disable_ipv6") << "1";
+  for (const char* step : {"link set lo up", "link add outside type veth peer name inside",
+                           "link set inside up", "address add 192.0.2.2/24 dev outside",
+                           "link set outside up", "route add default via 192.0.2.1"})
+    ip(step);
+}
+
+/// True in a process with a network that has only its loopback, and with mounts of its own.
+/// Elsewhere, runs the calling test again in such a process, and returns false.
+inline bool isInNamespaceOfItsOwn() {
+  if (std::getenv("KELVARA_TEST_NAMESPACE")) return true;
+  const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+  const std::string filter =
+      std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr int kOwn = CLONE_NEWNET | CLONE_NEWNS;
+    if ((unshare(kOwn) != 0 && unshare(CLONE_NEWUSER | kOwn) != 0) ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+      _exit(77);
+    setenv("KELVARA_TEST_NAMESPACE", "1", 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    execl("/proc/self/exe", "tests", "--gtest_brief=1", filter.c_str(), nullptr);
+    _exit(78);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
+    [] { GTEST_SKIP() << "namespaces are refused here"; }();
+  } else {
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "it failed in the namespace";
+  }
+  return false;
+}
 
 }  // namespace kva::test

@@ -1,19 +1,15 @@
 #pragma once
 
-#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
-#include <string_view>
 
 namespace kva::story {
 
 /// Reads a whole number from the environment: the length of a long run, or a seed.
 inline std::uint64_t fromEnvironment(const char* name, std::uint64_t otherwise) {
   const char* text = std::getenv(name);
-  std::uint64_t value = otherwise;
-  if (text) std::from_chars(text, text + std::string_view(text).size(), value);
-  return value;
+  return text ? std::strtoull(text, nullptr, 10) : otherwise;
 }
 
 /// Random choices. The same seed makes the same choices.

@@ -4,8 +4,8 @@
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <platform/headless/Application.h>
+#include <platform/headless/Device.h>
 #include <platform/linux/LazySession.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <support/AdRecorder.h>
 
 #include <algorithm>
@@ -30,10 +30,7 @@ class Life {
   /// Stores settings in `folder`.
   Life(const std::filesystem::path& folder, const std::string& apiBase)
       : platform_(platform(folder, apiBase)) {
-    struct Silence : LogOutput {
-      void print(LogLevel, std::string_view) override {}
-    };
-    platform_.logOutput = std::make_shared<Silence>();
+    platform_.logOutput = std::make_shared<headless::HeadlessOutput>();
     platform_.application = {std::shared_ptr<void>(), &application_};
     runtime_ = std::make_unique<Runtime>(platform_);
   }
@@ -126,12 +123,8 @@ class Life {
     const auto bundle = folder / "KelvaraResources.bundle";
     if (!std::filesystem::exists(bundle))
       std::filesystem::create_directory_symlink(KELVARA_RESOURCES, bundle);
-    LinuxOptions options;
-    options.bundleId = "org.kelvara.life";
-    options.appVersion = "1.0";
+    auto options = test::hostOptions(folder, apiBase);
     options.mainBundle = folder;
-    options.userDefaults = folder / "defaults.sqlite";
-    options.apiBases = {.production = apiBase, .sandbox = apiBase};
     options.reachability = ReachabilityPolicy::assumeReachable;
     return makeLinuxPlatform(options).ports;
   }

@@ -64,14 +64,12 @@ void run(const std::string& line) {
     answer("impression");
   } else if (command == "track") {
     track(id, words);
-  } else if (command == "initialized") {
-    answer(Kelvara::isInitialized() ? "yes" : "no");
   }
 }
 
 }  // namespace
 
-/// host_process API_BASE DEFAULTS_FILE [follow]
+/// host_process API_BASE DEFAULTS_FILE
 int main(int count, char** arguments) {
   if (count < 3) return 2;
   LinuxOptions options;
@@ -79,8 +77,7 @@ int main(int count, char** arguments) {
   options.appVersion = "1.0";
   options.userDefaults = arguments[2];
   options.apiBases = {.production = arguments[1], .sandbox = arguments[1]};
-  options.reachability =
-      count > 3 ? ReachabilityPolicy::followSystem : ReachabilityPolicy::assumeReachable;
+  options.reachability = ReachabilityPolicy::assumeReachable;
   Runtime runtime(makeLinuxPlatform(options).ports);
   answer("ready");
 

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <Kelvara/base/Guarded.h>
-#include <platform/NetworkNamespace.h>
 #include <platform/headless/Headless.h>
 #include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/SqliteDefaults.h>
@@ -47,9 +46,8 @@ struct Headless {
   }
   static bool canChangeTheNetwork() { return true; }
   /// Adds or removes the route to the Internet.
-  bool setReachable(bool reachable) {
+  void setReachable(bool reachable) {
     h.reachability.setFlags(reachable ? headless::HeadlessReachability::kReachable : 0);
-    return true;
   }
 
   headless::Headless h;
@@ -74,27 +72,17 @@ struct Linux {
                                             [](const std::string& line) { ADD_FAILURE() << line; });
   }
   static bool canChangeTheNetwork() { return isInNamespaceOfItsOwn(); }
-  bool setReachable(bool reachable) {
-    if (!reachable) return ip("link set kva0 down");
-    const bool made =
-        ip("link show kva0") || (ip("link add kva0 type veth peer name kva1") &&
-                                 ip("addr add 192.0.2.2/24 dev kva0") && ip("link set kva1 up"));
-    return made && ip("link set kva0 up") && ip("route add default via 192.0.2.1 dev kva0");
+  void setReachable(bool reachable) {
+    if (!std::exchange(hasLink, true)) makeLink();
+    ip(std::string("link set outside ") + (reachable ? "up" : "down"));
+    if (reachable) ip("route replace default via 192.0.2.1");
   }
 
+  bool hasLink = false;
   TemporaryFolder folder;
   LoopbackServer server{[](httplib::Server& s) { s.set_keep_alive_max_count(1); }};
   Platform ports = launchPlatform(folder).ports;
 };
-
-/// The suffixes of the suites' names.
-struct SubjectNames {
-  template <class Subject>
-  static const char* GetName(int) {
-    return Subject::kName;
-  }
-};
-using Subjects = testing::Types<Headless, Linux>;
 
 /// The base of a port's contract. The calls of the port leave notes, on any thread.
 template <class Subject>
@@ -108,5 +96,14 @@ struct Contract : testing::Test {
   Guarded<std::vector<std::string>> notes;
   Subject subject;
 };
+
+/// The suffixes of the suites' names.
+struct SubjectNames {
+  template <class Subject>
+  static const char* GetName(int) {
+    return Subject::kName;
+  }
+};
+using Subjects = testing::Types<Headless, Linux>;
 
 }  // namespace kva::test

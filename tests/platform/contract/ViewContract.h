@@ -1,14 +1,13 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <Kelvara/platform/HostApplication.h>
 #include <support/Recorders.h>
@@ -43,15 +42,16 @@ class ViewContract : public testing::Test {
     return view;
   }
   void expectFrame(const std::shared_ptr<View>& view, Rect wanted) {
-    const auto near = [](double a, double b) { return std::abs(a - b) < 1; };
+    using testing::DoubleNear, testing::Matches;
+    const auto isThere =
+        testing::FieldsAre(DoubleNear(wanted.x, 1), DoubleNear(wanted.y, 1),
+                           DoubleNear(wanted.width, 1), DoubleNear(wanted.height, 1));
     Rect place{};
-    EXPECT_TRUE(subject.spinUntil([&] {
+    subject.spinUntil([&] {
       place = view->frameInWindow().value_or(Rect{});
-      return near(place.x, wanted.x) && near(place.y, wanted.y) &&
-             near(place.width, wanted.width) && near(place.height, wanted.height);
-    })) << place.x
-        << " " << place.y << " " << place.width << " " << place.height << " is not at " << wanted.x
-        << " " << wanted.y << " " << wanted.width << " " << wanted.height;
+      return Matches(isThere)(place);
+    });
+    EXPECT_THAT(place, isThere);
   }
 
   /// Presents a new controller over `from` and waits for the completion.
