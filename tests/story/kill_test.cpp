@@ -305,7 +305,7 @@ class KillStory : public testing::Test {
     ASSERT_TRUE(starts(last));
     ASSERT_TRUE(last.host->ask("bid " + std::string(kInterstitialAdUnit), "").starts_with("bid "));
     // An action that is tracked during an upload waits for the next action.
-    const auto limit = std::chrono::steady_clock::now() + 20s;
+    const auto limit = std::chrono::steady_clock::now() + 60s;
     // The device has removed what one upload delivered when the next one begins.
     std::int64_t delivery = 0;
     const auto isNextUpload = [&](const std::vector<sandbox::Exchange>& uploads) {
