@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <set>
 
-#include "gtk/Stage.h"
+#include "gtk/WebPage.h"
 #include "platform/linux_support.h"
 
 namespace kva::gtk::test {
@@ -25,61 +25,24 @@ int count(GType type, GtkWidget* widget) {
 
 enum class Pool { empty, ready };
 
-/// A page in a window, with a delegate that records its calls. Its view comes from a pool.
-class WebPages : public testing::TestWithParam<Pool> {
+/// A page whose view comes from a pool.
+class WebPages : public WebPage, public testing::WithParamInterface<Pool> {
  protected:
-  struct Listener : WebViewDelegate {
-    void webViewDidFinishNavigation() override { ++finished; }
-    void webViewDidFailNavigation(const Error&) override { ++failed; }
-    void webViewProcessDidTerminate(const Error&) override {}
-    bool webViewDecidePolicy(const NavigationAction& action) override {
-      asked.push_back(
-          (action.request ? action.request->url.absoluteString() : "no URL") +
-          (action.target == NavigationAction::TargetFrame::none ? " in a new window" : ""));
-      if (onQuestion) onQuestion();
-      return allows;
-    }
-    void webViewCreateWebView(const NavigationAction& action) override {
-      windows.push_back(action.request->url.absoluteString());
-      if (onQuestion) onQuestion();
-    }
-    ScriptDialogAnswer webViewRunScriptDialog(const ScriptDialog&) override {
-      ++dialogs;
-      if (onQuestion) onQuestion();
-      return {};
-    }
-    auto asksFor(const std::string& url) const { return std::ranges::count(asked, url); }
-
-    int finished = 0, failed = 0, dialogs = 0;
-    bool allows = true;
-    std::vector<std::string> asked, windows;
-    std::function<void()> onQuestion;
-  };
-
-  bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
-  void make(Rect frame, WebViewConfiguration configuration = {}) {
+  void make(Rect frame, WebViewConfiguration configuration = {}) override {
     if (GetParam() == Pool::ready) {
       app.prepareWebView();
       ASSERT_TRUE(spinUntil([this] { return hasReady(); }));
     }
-    webView = app.makeWebView(frame, std::move(configuration));
-    webView->setDelegate(listener);
+    WebPage::make(frame, std::move(configuration));
   }
-  void open(const std::string& html, WebViewConfiguration configuration = {}) {
-    make({0, 0, 300, 200}, std::move(configuration));
-    stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
-    webView->loadHTML("<!doctype html>" + html, std::nullopt);
+  /// Destroys the view and waits for the end of its page.
+  void destroyView() {
+    gpointer page = std::static_pointer_cast<NativeWebView>(webView)->page();
+    g_object_add_weak_pointer(G_OBJECT(page), &page);
+    webView.reset();
+    EXPECT_TRUE(spinUntil([&] { return !page; }));
   }
-  void openAndFinish(const std::string& html, WebViewConfiguration configuration = {}) {
-    const int before = listener->finished;
-    open(html, std::move(configuration));
-    ASSERT_TRUE(spinUntil([&] { return listener->finished > before; }));
-    drawFrame(stage.gtkWindow);
-  }
-  std::string evaluate(const std::string& script) { return stage.evaluate(*webView, script); }
-  bool comesTrue(const std::string& condition) {
-    return spinUntil([&] { return evaluate("!!(" + condition + ")") == "true"; });
-  }
+  bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
 
   /// The red of the pixel in the window's first row.
   int redAt(int x) { return redAt(x, stage.gtkWindow); }
@@ -90,11 +53,6 @@ class WebPages : public testing::TestWithParam<Pool> {
     std::filesystem::remove(file);
     return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
   }
-
-  Stage stage;
-  HostApplication& app = stage.application();
-  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
-  std::shared_ptr<WebView> webView;
 };
 
 TEST_P(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
@@ -217,7 +175,7 @@ TEST_P(WebPages, RunTheirLastScriptAndSendItsRequestsAfterTheViewIsDestroyed) {
       "print(); alert(1); location = 'kva://late' }</script>");
   webView->evaluateJavaScript("leave(); for (;;);", nullptr);
   webView->view()->removeFromSuperview();
-  webView.reset();
+  destroyView();
   EXPECT_TRUE(spinUntil([&] { return received.get().size() == 3; }));
   EXPECT_EQ(listener->dialogs + listener->asksFor("kva://late"), 0) << "the delegate is gone";
   EXPECT_EQ(g_list_model_get_n_items(gtk_window_get_toplevels()), 1u);
@@ -370,13 +328,14 @@ TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "made before the SDK asked for it";
   app.prepareWebView();
   ASSERT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 1; }));
-  open("<script>alert('here'); while (true);</script>");
+  add();
+  load("<script>alert('here'); while (true);</script>");
   EXPECT_EQ(pagesIn(stage.gtkWindow), 1) << "the pooled view, which still loads";
   ASSERT_TRUE(spinUntil([&] { return listener->dialogs == 1; }));
   EXPECT_EQ(listener->finished, 0);
   ASSERT_TRUE(spinUntil([&] { return hasReady(); })) << "the next one, although the page loads";
 
-  webView.reset();
+  destroyView();
   stage.tap({320, 200});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the warm view took the press";
   auto* other = GTK_WINDOW(gtk_window_new());

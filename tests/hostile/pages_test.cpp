@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "show/ShowTest.h"
+#include "support/PageScript.h"
 
 namespace kva::show {
 namespace {
@@ -138,21 +139,15 @@ class HostilePages : public ShowTest {
     events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(eventsBefore));
     return events;
   }
-  bool areReported(const sandbox::State& state) {
-    return std::ranges::all_of(closed, [&](auto& bid) {
-      const auto* report = state.report(bid);
-      return report && report->dismissed;
-    });
-  }
   /// Waits for the reports of all closed ads. Fails unless each was seen and dismissed, none was
   /// clicked, and nothing was opened.
   void expectReportsWithoutClicks() {
-    // An action tracked during an upload is uploaded after the next action.
-    if (!spinUntil([&] { return areReported(server.state()); })) {
-      present("");
-      close();
-    }
-    EXPECT_TRUE(spinUntil([&] { return areReported(server.state()); }, 20));
+    EXPECT_TRUE(reportsCome([&](const sandbox::State& state) {
+      return std::ranges::all_of(closed, [&](const std::string& bid) {
+        const auto* report = state.report(bid);
+        return report && report->dismissed;
+      });
+    }));
     const auto state = server.state();
     EXPECT_EQ(state.reports.size(), closed.size()) << "reports of ads that were not shown";
     for (const auto& report : state.reports) {
@@ -167,22 +162,7 @@ class HostilePages : public ShowTest {
   std::string address() { return page() ? webkit_web_view_get_uri(page()) : "no page"; }
   /// The script's value in the page's own world, as JSON. "no answer" if the page is busy.
   std::string evaluate(const std::string& script) {
-    if (!page()) return "no page";
-    // Shared, because a busy page may answer after this returns.
-    using Answer = std::shared_ptr<std::optional<std::string>>;
-    auto answer = std::make_shared<std::optional<std::string>>();
-    webkit_web_view_evaluate_javascript(
-        page(), script.data(), static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
-        [](GObject* from, GAsyncResult* result, gpointer data) {
-          std::unique_ptr<Answer> kept(static_cast<Answer*>(data));
-          g_autoptr(GError) error = nullptr;
-          g_autoptr(JSCValue) value =
-              webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(from), result, &error);
-          g_autofree char* json = value ? jsc_value_to_json(value, 0) : nullptr;
-          **kept = json ? json : error ? error->message : "null";
-        },
-        new Answer(answer));
-    return spinUntil([&] { return answer->has_value(); }) ? **answer : "no answer";
+    return page() ? test::runInPage(page(), "return " + script) : "no page";
   }
   bool comesTrue(const std::string& condition, int seconds = 20) {
     return spinUntil([&] { return evaluate("!!(" + condition + ")") == "true"; }, seconds);

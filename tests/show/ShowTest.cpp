@@ -129,21 +129,22 @@ void ShowTest::clickPage() {
                gtk_widget_get_height(GTK_WIDGET(window)) * 0.5);
 }
 
+bool ShowTest::reportsCome(const std::function<bool(const sandbox::State&)>& areComplete) {
+  const auto areReported = [&] { return areComplete(server.state()); };
+  // An action tracked during an upload is uploaded after the next action.
+  if (!spinUntil(areReported))
+    ReportManager::shared().trackAction(lastBid->bidId(), {BidReportAction::impression});
+  return spinUntil(areReported);
+}
+
 sandbox::ReportRecord ShowTest::reportWhen(
     const std::function<bool(const sandbox::ReportRecord&)>& isComplete) {
-  const auto awaited = lastBid->bidId();
   sandbox::ReportRecord last;
-  const auto isReported = [&] {
-    const auto state = server.state();
-    const auto* report = state.report(awaited);
+  EXPECT_TRUE(reportsCome([&](const sandbox::State& state) {
+    const auto* report = state.report(lastBid->bidId());
     if (report) last = *report;
     return report && isComplete(last);
-  };
-  // An action tracked during an upload is uploaded after the next action of any bid.
-  if (!spinUntil(isReported))
-    ReportManager::shared().trackAction(bid(KVABidType::interstitial)->bidId(),
-                                        {BidReportAction::failToShow});
-  EXPECT_TRUE(spinUntil(isReported));
+  }));
   return last;
 }
 

@@ -47,6 +47,8 @@ class ShowTest : public testing::Test {
   bool waitFor(const std::string& event, int times = 1, int seconds = 10) {
     return spinUntil([&] { return recorder->count(event) >= times; }, seconds);
   }
+  /// Waits until `areComplete` holds for the reports of the server's state.
+  bool reportsCome(const std::function<bool(const sandbox::State&)>& areComplete);
   /// Waits for the merged report of the last bid, until `isComplete` holds for it.
   sandbox::ReportRecord reportWhen(
       const std::function<bool(const sandbox::ReportRecord&)>& isComplete);
