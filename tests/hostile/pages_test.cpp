@@ -5,6 +5,7 @@
 #include <iterator>
 #include <set>
 
+#include <Kelvara/base/StringExtensions.h>
 #include <gmock/gmock.h>
 #include <stage/RealInput.h>
 #include <stage/Screenshot.h>
@@ -35,11 +36,6 @@ WebKitWebView* lastPageIn(GtkWidget* widget, Owner owner) {
        child = gtk_widget_get_prev_sibling(child))
     if (auto* found = lastPageIn(child, owner)) return found;
   return nullptr;
-}
-
-void replace(std::string& text, const std::string& from, const std::string& to) {
-  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
 }
 
 /// Shows the pages of pages/ as ads, one after another in one process. A page sets `window.acted`
@@ -80,12 +76,11 @@ class HostilePages : public ShowTest {
         page + "});</script>";
     std::ifstream in(KELVARA_TEST_DATA "/hostile/pages/" + page + ".html");
     if (in) html.assign(std::istreambuf_iterator<char>(in), {});
-    replace(html, "$OTHER", server.origin() + "/creatives/privacy.html");
-    replace(html, "$SILENT", unanswering.base() + "/");
-    replace(html, "$REFUSED", test::refusingUrl().absoluteString());
+    html = replacingOccurrences(html, "$OTHER", server.origin() + "/creatives/privacy.html");
+    html = replacingOccurrences(html, "$SILENT", unanswering.base() + "/");
+    html = replacingOccurrences(html, "$REFUSED", test::refusingUrl().absoluteString());
     const char* commands = g_getenv("KELVARA_HOSTILE_COMMANDS");
-    replace(html, "$COMMANDS", commands ? commands : "100000");
-    return html;
+    return replacingOccurrences(html, "$COMMANDS", commands ? commands : "100000");
   }
   /// Bids for an ad with this page and starts to load it. The ad can be closed after `countdown`
   /// seconds.
@@ -190,7 +185,17 @@ TEST_F(HostilePages, MayNavigateTheirViewButOpenNothing) {
   const auto elsewhere = server.origin() + "/creatives/privacy.html";
   const auto isElsewhere = [&] { return address().starts_with(elsewhere); };
   const auto acts = [&] { return hasActed(); };
+  const auto actsInPlace = [&] { return hasActed() && evaluate("document.title") == "\"ad\""; };
   const std::pair<const char*, std::function<bool()>> cases[] = {
+      {"ways-out", actsInPlace},
+      {"schemes", actsInPlace},
+      {"malformed-commands", actsInPlace},
+      {"synthetic-taps",
+       [&] {
+         // Motion of the pointer is no tap.
+         for (double x = 300; x < 400; x += 10) stage::movePointer(window, x, 300);
+         return actsInPlace();
+       }},
       {"redirect-while-loading", isElsewhere},
       {"redirect-from-frame", isElsewhere},
       {"location = '$OTHER'", isElsewhere},
@@ -210,20 +215,6 @@ TEST_F(HostilePages, MayNavigateTheirViewButOpenNothing) {
     SCOPED_TRACE(name);
     present(name);
     EXPECT_TRUE(spinUntil(hasLed)) << address();
-    close();
-  }
-  expectReportsWithoutClicks();
-}
-
-TEST_F(HostilePages, OpenNothingWithoutATap) {
-  for (const std::string name : {"ways-out", "schemes", "synthetic-taps", "malformed-commands"}) {
-    SCOPED_TRACE(name);
-    present(name);
-    // Motion of the pointer is no tap.
-    for (double x = 300; name == "synthetic-taps" && x < 400; x += 10)
-      stage::movePointer(window, x, 300);
-    EXPECT_TRUE(hasActed());
-    EXPECT_EQ(evaluate("document.title"), "\"ad\"") << address();
     close();
   }
   expectReportsWithoutClicks();
@@ -251,6 +242,8 @@ TEST_F(HostilePages, BlockNeitherTheUserNorTheHost) {
       {"setInterval(() => { for (let i = 0; i < 1e4; i++) {"
        "document.title = i; console.log(i); location.hash = i } })",
        nullptr},
+      {"overlay", acts},
+      {"overwrites", acts},
       {"memory", acts},
       {"command-flood", floods},
       {"unload-trap", isTrapped},
@@ -304,14 +297,7 @@ TEST_F(HostilePages, MayDieAtAnyTime) {
   expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, CannotCoverTheControls) {
-  for (const std::string name : {"overlay", "overwrites"}) {
-    SCOPED_TRACE(name);
-    present(name, 1);
-    EXPECT_TRUE(hasActed());
-    close();
-  }
-
+TEST_F(HostilePages, MayOpenAListThatTakesTheFirstPress) {
   present("list");
   clickPage();
   EXPECT_TRUE(hasActed());
@@ -319,7 +305,7 @@ TEST_F(HostilePages, CannotCoverTheControls) {
   EXPECT_TRUE(spinUntil([&] {
     clickTopTrailing();
     spinFor(0.3);
-    return recorder->count("didDismiss") == 3;
+    return recorder->count("didDismiss") == 1;
   }));
   wasClosed();
   expectReportsWithoutClicks();
