@@ -52,7 +52,8 @@ class Stage {
     drawFrame(gtkWindow);  // lays out what was just added
     stage::click(gtkWindow, point.x, point.y);
   }
-  void pressEscape() { stage::typeKey(gtkWindow, GDK_KEY_Escape); }
+  void type(unsigned key, unsigned held = 0) { stage::typeKey(gtkWindow, key, held); }
+  void pressEscape() { type(GDK_KEY_Escape); }
   void hideWindow() { gtk_widget_set_visible(GTK_WIDGET(gtkWindow), FALSE); }
   void showWindow() { gtk_window_present(gtkWindow); }
   void destroyWindow() {

@@ -23,11 +23,10 @@ struct Page : Stage {
   }
   std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
     using enum ScriptDialog::Kind;
-    const std::string call = dialog.kind == alert ? "alert('" + dialog.message + "')"
-                             : dialog.kind == confirm
-                                 ? "confirm('" + dialog.message + "')"
-                                 : "prompt('" + dialog.message + "', '" + dialog.defaultText + "')";
-    return evaluate(webView, call);
+    const std::string function = dialog.kind == alert     ? "alert"
+                                 : dialog.kind == confirm ? "confirm"
+                                                          : "prompt";
+    return evaluate(webView, function + "('" + dialog.message + "', '" + dialog.defaultText + "')");
   }
 };
 struct PageFromPool : Page {

@@ -1,7 +1,6 @@
 #include <Kelvara/base/Guarded.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gtest/gtest.h>
-#include <platform/linux/gtk/NativeWebView.h>
 #include <platform/linux/gtk/WebViewPool.h>
 #include <stage/RealInput.h>
 
@@ -35,20 +34,10 @@ class WebPages : public WebPage, public testing::WithParamInterface<Pool> {
     }
     WebPage::make(frame, std::move(configuration));
   }
-  /// Destroys the view and waits for the end of its page.
-  void destroyView() {
-    gpointer page = std::static_pointer_cast<NativeWebView>(webView)->page();
-    g_object_add_weak_pointer(G_OBJECT(page), &page);
-    webView.reset();
-    EXPECT_TRUE(spinUntil([&] { return !page; }));
-  }
-  bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
-
   /// The red of the pixel in the window's first row.
-  int redAt(int x) { return redAt(x, stage.gtkWindow); }
-  static int redAt(int x, GtkWindow* window) {
+  int redAt(int x, GtkWindow* window = nullptr) {
     const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
-    EXPECT_TRUE(stage::saveScreenshot(window, file));
+    EXPECT_TRUE(stage::saveScreenshot(window ? window : stage.gtkWindow, file));
     GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
     std::filesystem::remove(file);
     return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
@@ -260,9 +249,6 @@ TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   controller->view()->addSubview(another->view(), Layout::frame({300, 200, 60, 60}));
   stage.present(controller);
 
-  const auto type = [&](unsigned key, unsigned held = 0) {
-    stage::typeKey(stage.gtkWindow, key, held);
-  };
   const auto focusComesTo = [&](const std::shared_ptr<View>& view) {
     auto* widget = std::static_pointer_cast<NativeView>(view)->widget();
     return spinUntil([&] {
@@ -272,36 +258,36 @@ TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   };
   listener->allows = false;
   EXPECT_TRUE(focusComesTo(webView->view()));
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'A'"));
   EXPECT_EQ(ad->touches, 0);
-  type(GDK_KEY_Return);
+  stage.type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return listener->asksFor("kva://followed") == 1; }));
   EXPECT_EQ(ad->touches, 1);
-  type(GDK_KEY_Escape);
+  stage.type(GDK_KEY_Escape);
   ASSERT_TRUE(spinUntil([&] { return ad->cancels == 1; }));
   EXPECT_EQ(evaluate("lastKey"), "\"Enter\"") << "the page must not get Escape";
 
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'INPUT'"));
-  type(GDK_KEY_Menu);
-  type(GDK_KEY_F10, GDK_KEY_Shift_L);
-  type(GDK_KEY_period, GDK_KEY_Control_L);
-  type(GDK_KEY_semicolon, GDK_KEY_Control_L);
-  type(GDK_KEY_x);
+  stage.type(GDK_KEY_Menu);
+  stage.type(GDK_KEY_F10, GDK_KEY_Shift_L);
+  stage.type(GDK_KEY_period, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_semicolon, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_x);
   EXPECT_TRUE(comesTrue("document.activeElement.value === 'x'"));
   stage.pass(0.3);
   EXPECT_EQ(count(GTK_TYPE_POPOVER, GTK_WIDGET(stage.gtkWindow)), 0);
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(focusComesTo(button->view()));
-  type(GDK_KEY_space);
+  stage.type(GDK_KEY_space);
   ASSERT_TRUE(spinUntil([&] { return closed == 1; }));
   for (auto& next : {another->view(), webView->view()}) {
-    type(GDK_KEY_Tab);
+    stage.type(GDK_KEY_Tab);
     ASSERT_TRUE(focusComesTo(next));
   }
   evaluate("document.querySelector('a').focus(); 0");
-  type(GDK_KEY_Tab, GDK_KEY_Shift_L);
+  stage.type(GDK_KEY_Tab, GDK_KEY_Shift_L);
   ASSERT_TRUE(focusComesTo(another->view()));
 }
 
@@ -310,13 +296,12 @@ INSTANTIATE_TEST_SUITE_P(Pool, WebPages, testing::Values(Pool::empty, Pool::read
                            return std::string(pool.param == Pool::empty ? "Cold" : "Warm");
                          });
 
-class WebViewPools : public WebPages {
+class WebViewPools : public WebPage {
  protected:
   int pagesIn(GtkWindow* window) { return count(WEBKIT_TYPE_WEB_VIEW, GTK_WIDGET(window)); }
 };
-INSTANTIATE_TEST_SUITE_P(Pool, WebViewPools, testing::Values(Pool::empty));
 
-TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
+TEST_F(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   kva::test::spinFor(0.1);
   EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "made before the SDK asked for it";
   app.prepareWebView();
@@ -338,7 +323,7 @@ TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   gtk_window_destroy(other);
 }
 
-TEST_P(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
+TEST_F(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
   bool isAnimating = true;
   const WebSurroundings surroundings{
       .makeView = [](Rect frame,

@@ -5,7 +5,6 @@
 // each line of the page's <script type="text/bridge"> after the page has loaded, as the SDK would.
 // The line "leave" loads another page instead.
 #include <gmock/gmock.h>
-#include <platform/linux/gtk/NativeWebView.h>
 
 #include <filesystem>
 #include <fstream>
