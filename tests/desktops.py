@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """desktops.py BIN_DIR DESKTOP [FOLDER]: plays an interstitial in example-gtk on one kind of desktop.
+desktops.py BIN_DIR example-NAME [FOLDER]: plays both formats in that example by keys alone.
 
-Checks with AT-SPI what assistive technology sees, with the page itself its size and scale, and in a
-picture of the screen that the page is drawn there. Closes the ad by a key or the pointer.
+On a desktop, checks with AT-SPI what assistive technology sees, with the page itself its size and
+scale, and in a picture of the screen that the page is drawn there. Closes the ad by a key or the
+pointer.
 Saves the picture in FOLDER. Runs in a network namespace and session bus of its own. Exits 77 where
 the system refuses namespaces or a tool is missing.
 """
@@ -33,6 +35,7 @@ class Desktop:
     settings: str = ""    # GTK's
     close: str = "escape"
     scheme: str = "light"
+    example: str = "gtk"
 
 
 DESKTOPS = {
@@ -44,6 +47,7 @@ DESKTOPS = {
     "dark": Desktop(settings="gtk-application-prefer-dark-theme=1", scheme="dark"),
     "wayland": Desktop(display="wayland", language="tr", close="pointer"),
     "wayland-scale-2": Desktop(display="wayland", scale=2, close="pointer"),
+    **{f"example-{name}": Desktop(example=name) for name in ("gtk", "gtkmm", "qt", "sdl")},
 }
 
 # Marks the middle of each edge of the page in a colour that nothing else has.
@@ -73,7 +77,7 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         run = Run(binaries, desktop, pathlib.Path(work))
         try:
-            run.play()
+            run.play_both() if name.startswith("example-") else run.play()
             folder = sys.argv[3] if len(sys.argv) > 3 else None
             if folder:
                 shutil.copy(run.picture, f"{folder}/desktop-{name}.png")
@@ -84,7 +88,7 @@ def main():
 
 def enter(binaries, desktop):
     """Starts this script again in a namespace with a session bus. Does not return."""
-    tools = ["convert", "import", "xdotool", "Xvfb", binaries / "example-gtk"]
+    tools = ["convert", "import", "xdotool", "Xvfb", binaries / f"example-{desktop.example}"]
     tools += ["openbox"] + ["weston"] * (desktop.display == "wayland")
     missing = [str(tool) for tool in tools if not shutil.which(tool)]
     try:
@@ -140,12 +144,29 @@ class Run:
         os.environ.update(XDG_RUNTIME_DIR=str(work), XDG_DATA_HOME=str(work), XDG_CONFIG_HOME=str(work),
                           GSETTINGS_BACKEND="memory", LC_ALL="C.UTF-8", LANGUAGE=desktop.language, TZ="UTC")
 
-    def play(self):
+    def start_host(self):
         self.start_display()
         self.start_server()
         if self.desktop.display == "wayland":
             self.check_warning()
-        self.start(self.binaries / "example-gtk", file="host", **self.environment())
+        self.start(self.binaries / f"example-{self.desktop.example}", file="host", **self.environment())
+
+    def play_both(self):
+        self.start_host()
+        eventually("the host is ready", lambda: "Application initalized" in (self.work / "host").read_text())
+        eventually("an active window", lambda: subprocess.run(["xdotool", "getactivewindow"],
+                                                              capture_output=True).stdout)
+        # The SDL example has no buttons.
+        modifier = "" if self.desktop.example == "sdl" else "alt+"
+        for shown, key in enumerate("ir", 1):
+            self.key(modifier + key)
+            eventually("the countdown's end", lambda: self.reports("comp") == shown)
+            subprocess.run(["import", "-window", "root", self.picture], check=True)
+            eventually("the end of the ad", lambda: self.reports("dism") == shown or self.key("Escape"))
+            expect("reports of an impression", self.reports("imp"), shown)
+
+    def play(self):
+        self.start_host()
         import gi
         gi.require_version("Atspi", "2.0")
         from gi.repository import Atspi
@@ -165,7 +186,7 @@ class Run:
         control = eventually("the close control", lambda: self.find(close, Atspi.Role.PUSH_BUTTON))
         self.check_places(dialog, {close: "top", privacy: "bottom"})
         x, y = self.check_picture()
-        expect("reports of a dismissal", self.dismissals(), 0)
+        expect("reports of a dismissal", self.reports("dism"), 0)
 
         def closed():
             if not self.find(ad):
@@ -178,7 +199,7 @@ class Run:
                 self.key("Escape")
 
         eventually("the end of the ad", closed)
-        eventually("the report of the dismissal", self.dismissals)
+        eventually("the report of the dismissal", lambda: self.reports("dism"))
         eventually("the focus in the host", lambda: self.focused(self.find("Interstitial", Atspi.Role.PUSH_BUTTON)))
 
     # --- the desktop ---
@@ -279,8 +300,8 @@ class Run:
         accessible and accessible.clear_cache()
         return accessible and accessible.get_state_set().contains(self.atspi.StateType.FOCUSED)
 
-    def dismissals(self):
-        return json.dumps(sandbox("state")).count('"dism": true')
+    def reports(self, event):
+        return json.dumps(sandbox("state")).count(f'"{event}": true')
 
     def check_places(self, dialog, controls):
         def place(accessible):

@@ -7,6 +7,11 @@
 namespace kva::test {
 namespace {
 
+class Display : public testing::Environment {
+  void SetUp() override { ASSERT_TRUE(gtk_init_check()) << "these tests need a display"; }
+};
+[[maybe_unused]] auto* const display = testing::AddGlobalTestEnvironment(new Display);
+
 using gtk::test::Stage;
 INSTANTIATE_TYPED_TEST_SUITE_P(Gtk, ViewContract, Stage);
 
@@ -18,11 +23,10 @@ struct Page : Stage {
   }
   std::string runDialog(WebView& webView, const ScriptDialog& dialog) {
     using enum ScriptDialog::Kind;
-    const std::string call = dialog.kind == alert ? "alert('" + dialog.message + "')"
-                             : dialog.kind == confirm
-                                 ? "confirm('" + dialog.message + "')"
-                                 : "prompt('" + dialog.message + "', '" + dialog.defaultText + "')";
-    return evaluate(webView, call);
+    const std::string function = dialog.kind == alert     ? "alert"
+                                 : dialog.kind == confirm ? "confirm"
+                                                          : "prompt";
+    return evaluate(webView, function + "('" + dialog.message + "', '" + dialog.defaultText + "')");
   }
 };
 struct PageFromPool : Page {

@@ -13,7 +13,6 @@ using stage::click;
 using stage::movePointer;
 using stage::pressButton;
 using stage::releaseButton;
-using stage::typeKey;
 
 /// A host that returns the focus to its widget whenever another widget gets it, has the accelerator
 /// Control+K, and sees every key before its widgets do.
@@ -66,7 +65,6 @@ class Presentation : public testing::Test {
   }
   void present() { stage.present(controller); }
   void dismiss() { stage.dismiss(controller); }
-  void type(unsigned key, unsigned held = 0) { typeKey(stage.gtkWindow, key, held); }
   std::string entryText() { return gtk_editable_get_text(GTK_EDITABLE(stage.entry)); }
 
   Stage stage;
@@ -92,12 +90,12 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresThem) {
   stage.tap({320, 200});
   ASSERT_TRUE(spinUntil([&] { return touches->touches == 1; }));
   EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
-  type(GDK_KEY_k, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_k, GDK_KEY_Control_L);
   for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_x, GDK_KEY_Tab, GDK_KEY_Tab,
                                                       GDK_KEY_Tab, GDK_KEY_Left})
-    type(key);
-  type(GDK_KEY_h, GDK_KEY_Alt_L);
-  type(GDK_KEY_Return);
+    stage.type(key);
+  stage.type(GDK_KEY_h, GDK_KEY_Alt_L);
+  stage.type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return actions == 1; })) << "the only control with the focus";
   EXPECT_EQ(entryText(), "abcdef");
   EXPECT_EQ(stage.hostClicks, 1);
@@ -113,9 +111,9 @@ TEST_F(Presentation, KeepsPointerAndKeyboardFromTheHostAndRestoresThem) {
   EXPECT_EQ(gtk_window_get_child(stage.gtkWindow), child);
   EXPECT_STREQ(gtk_window_get_title(stage.gtkWindow), "Host");
   EXPECT_TRUE(gtk_widget_get_mapped(stage.entry));
-  type(GDK_KEY_x);
+  stage.type(GDK_KEY_x);
   EXPECT_TRUE(spinUntil([&] { return entryText() == "axdef"; })) << entryText();
-  type(GDK_KEY_k, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_k, GDK_KEY_Control_L);
   EXPECT_TRUE(spinUntil([&] { return demanding.accelerated == 1; }));
   stage.tap({320, 200});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 2; }));
@@ -150,12 +148,12 @@ TEST_F(Presentation, AButtonActsOnAReleaseInsideAndOnKeysButNotOnMotion) {
   click(window, 130, 130);
   ASSERT_TRUE(spinUntil([&] { return actions == 1; }));
   EXPECT_EQ(touches->touches, 2);
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(spinUntil([&] { return is(GTK_STATE_FLAG_FOCUS_VISIBLE); }));
   EXPECT_EQ(touches->touches, 2) << "moving the focus is no touch";
   for (unsigned key : std::initializer_list<unsigned>{GDK_KEY_Return, GDK_KEY_space}) {
     const int before = actions;
-    type(key);
+    stage.type(key);
     ASSERT_TRUE(spinUntil([&] { return actions == before + 1; }));
   }
   EXPECT_EQ(touches->touches, 4);
@@ -176,9 +174,9 @@ TEST_F(Presentation, FollowsItsWindowAndTheApplicationReportsTheKeyWindow) {
   EXPECT_EQ(app.keyWindow(), stage.window()) << "the other window was never shown";
   gtk_window_present(other);
   ASSERT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
-  type(GDK_KEY_x);  // makes the first window active
+  stage.type(GDK_KEY_x);  // makes the first window active
   EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == portrait; }));
-  typeKey(other, GDK_KEY_x);
+  stage::typeKey(other, GDK_KEY_x);
   EXPECT_TRUE(spinUntil([&] { return stage.shapes.back() == landscapeLeft; }));
   EXPECT_EQ(app.keyWindow()->frame(), (Rect{0, 0, 500, 200}));
   EXPECT_FALSE(gtk_widget_get_first_child(GTK_WIDGET(other)));

@@ -5,13 +5,14 @@
 #include <iterator>
 #include <set>
 
-#include <Kelvara/base/Guarded.h>
+#include <Kelvara/base/StringExtensions.h>
 #include <gmock/gmock.h>
 #include <stage/RealInput.h>
 #include <stage/Screenshot.h>
 #include <nlohmann/json.hpp>
 
 #include "show/ShowTest.h"
+#include "support/PageScript.h"
 
 namespace kva::show {
 namespace {
@@ -35,11 +36,6 @@ WebKitWebView* lastPageIn(GtkWidget* widget, Owner owner) {
        child = gtk_widget_get_prev_sibling(child))
     if (auto* found = lastPageIn(child, owner)) return found;
   return nullptr;
-}
-
-void replace(std::string& text, const std::string& from, const std::string& to) {
-  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
 }
 
 /// Shows the pages of pages/ as ads, one after another in one process. A page sets `window.acted`
@@ -80,12 +76,11 @@ class HostilePages : public ShowTest {
         page + "});</script>";
     std::ifstream in(KELVARA_TEST_DATA "/hostile/pages/" + page + ".html");
     if (in) html.assign(std::istreambuf_iterator<char>(in), {});
-    replace(html, "$OTHER", server.origin() + "/creatives/privacy.html");
-    replace(html, "$SILENT", unanswering.base() + "/");
-    replace(html, "$REFUSED", test::refusingUrl().absoluteString());
+    html = replacingOccurrences(html, "$OTHER", server.origin() + "/creatives/privacy.html");
+    html = replacingOccurrences(html, "$SILENT", unanswering.base() + "/");
+    html = replacingOccurrences(html, "$REFUSED", test::refusingUrl().absoluteString());
     const char* commands = g_getenv("KELVARA_HOSTILE_COMMANDS");
-    replace(html, "$COMMANDS", commands ? commands : "100000");
-    return html;
+    return replacingOccurrences(html, "$COMMANDS", commands ? commands : "100000");
   }
   /// Bids for an ad with this page and starts to load it. The ad can be closed after `countdown`
   /// seconds.
@@ -138,21 +133,15 @@ class HostilePages : public ShowTest {
     events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(eventsBefore));
     return events;
   }
-  bool areReported(const sandbox::State& state) {
-    return std::ranges::all_of(closed, [&](auto& bid) {
-      const auto* report = state.report(bid);
-      return report && report->dismissed;
-    });
-  }
   /// Waits for the reports of all closed ads. Fails unless each was seen and dismissed, none was
   /// clicked, and nothing was opened.
   void expectReportsWithoutClicks() {
-    // An action tracked during an upload is uploaded after the next action.
-    if (!spinUntil([&] { return areReported(server.state()); })) {
-      present("");
-      close();
-    }
-    EXPECT_TRUE(spinUntil([&] { return areReported(server.state()); }, 20));
+    EXPECT_TRUE(reportsCome([&](const sandbox::State& state) {
+      return std::ranges::all_of(closed, [&](const std::string& bid) {
+        const auto* report = state.report(bid);
+        return report && report->dismissed;
+      });
+    }));
     const auto state = server.state();
     EXPECT_EQ(state.reports.size(), closed.size()) << "reports of ads that were not shown";
     for (const auto& report : state.reports) {
@@ -167,22 +156,7 @@ class HostilePages : public ShowTest {
   std::string address() { return page() ? webkit_web_view_get_uri(page()) : "no page"; }
   /// The script's value in the page's own world, as JSON. "no answer" if the page is busy.
   std::string evaluate(const std::string& script) {
-    if (!page()) return "no page";
-    // Shared, because a busy page may answer after this returns.
-    using Answer = std::shared_ptr<std::optional<std::string>>;
-    auto answer = std::make_shared<std::optional<std::string>>();
-    webkit_web_view_evaluate_javascript(
-        page(), script.data(), static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
-        [](GObject* from, GAsyncResult* result, gpointer data) {
-          std::unique_ptr<Answer> kept(static_cast<Answer*>(data));
-          g_autoptr(GError) error = nullptr;
-          g_autoptr(JSCValue) value =
-              webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(from), result, &error);
-          g_autofree char* json = value ? jsc_value_to_json(value, 0) : nullptr;
-          **kept = json ? json : error ? error->message : "null";
-        },
-        new Answer(answer));
-    return spinUntil([&] { return answer->has_value(); }) ? **answer : "no answer";
+    return page() ? test::runInPage(page(), "return " + script) : "no page";
   }
   bool comesTrue(const std::string& condition, int seconds = 20) {
     return spinUntil([&] { return evaluate("!!(" + condition + ")") == "true"; }, seconds);
@@ -211,7 +185,17 @@ TEST_F(HostilePages, MayNavigateTheirViewButOpenNothing) {
   const auto elsewhere = server.origin() + "/creatives/privacy.html";
   const auto isElsewhere = [&] { return address().starts_with(elsewhere); };
   const auto acts = [&] { return hasActed(); };
+  const auto actsInPlace = [&] { return hasActed() && evaluate("document.title") == "\"ad\""; };
   const std::pair<const char*, std::function<bool()>> cases[] = {
+      {"ways-out", actsInPlace},
+      {"schemes", actsInPlace},
+      {"malformed-commands", actsInPlace},
+      {"synthetic-taps",
+       [&] {
+         // Motion of the pointer is no tap.
+         for (double x = 300; x < 400; x += 10) stage::movePointer(window, x, 300);
+         return actsInPlace();
+       }},
       {"redirect-while-loading", isElsewhere},
       {"redirect-from-frame", isElsewhere},
       {"location = '$OTHER'", isElsewhere},
@@ -231,30 +215,6 @@ TEST_F(HostilePages, MayNavigateTheirViewButOpenNothing) {
     SCOPED_TRACE(name);
     present(name);
     EXPECT_TRUE(spinUntil(hasLed)) << address();
-    close();
-  }
-  expectReportsWithoutClicks();
-}
-
-TEST_F(HostilePages, OpenNothingWithoutATapAndGetErrorsForBadCommands) {
-  for (const std::string name : {"ways-out", "schemes", "synthetic-taps", "malformed-commands"}) {
-    SCOPED_TRACE(name);
-    present(name);
-    // Motion of the pointer is no tap.
-    for (double x = 300; name == "synthetic-taps" && x < 400; x += 10)
-      stage::movePointer(window, x, 300);
-    EXPECT_TRUE(hasActed());
-    EXPECT_EQ(evaluate("document.title"), "\"ad\"") << address();
-    if (name == "malformed-commands") {
-      EXPECT_EQ(evaluate("[...new Set(errors)].sort()"),
-                R"(["%00: Command not found!","%6fpen: Command not found!",)"
-                R"("%C3%BC: Command not found!","Open: Command not found!",)"
-                R"("VIDEOEVENT: Command not found!","close: Command not found!",)"
-                R"("expand: Command not found!","hhhhhhhhhhhhhhhhhhhh: Command not found!",)"
-                R"("open: Scheme not supported: sms","open: Scheme not supported: tel",)"
-                R"("open: URL not found!","resize: Size parameters not found!",)"
-                R"("unload: Command not found!","videoevent: Command not found!"])");
-    }
     close();
   }
   expectReportsWithoutClicks();
@@ -282,6 +242,8 @@ TEST_F(HostilePages, BlockNeitherTheUserNorTheHost) {
       {"setInterval(() => { for (let i = 0; i < 1e4; i++) {"
        "document.title = i; console.log(i); location.hash = i } })",
        nullptr},
+      {"overlay", acts},
+      {"overwrites", acts},
       {"memory", acts},
       {"command-flood", floods},
       {"unload-trap", isTrapped},
@@ -335,14 +297,7 @@ TEST_F(HostilePages, MayDieAtAnyTime) {
   expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, CannotCoverTheControls) {
-  for (const std::string name : {"overlay", "overwrites"}) {
-    SCOPED_TRACE(name);
-    present(name, 1);
-    EXPECT_TRUE(hasActed());
-    close();
-  }
-
+TEST_F(HostilePages, MayOpenAListThatTakesTheFirstPress) {
   present("list");
   clickPage();
   EXPECT_TRUE(hasActed());
@@ -350,7 +305,7 @@ TEST_F(HostilePages, CannotCoverTheControls) {
   EXPECT_TRUE(spinUntil([&] {
     clickTopTrailing();
     spinFor(0.3);
-    return recorder->count("didDismiss") == 3;
+    return recorder->count("didDismiss") == 1;
   }));
   wasClosed();
   expectReportsWithoutClicks();
@@ -396,7 +351,7 @@ TEST_F(HostilePages, GetNoPermissionAndNoDownload) {
   expectReportsWithoutClicks();
 }
 
-TEST_F(HostilePages, OpenALinkTappedInAFrameButNothingForAPressOnAControl) {
+TEST_F(HostilePages, OpenALinkTappedInAFrame) {
   const std::string link = "position:fixed;inset:0";
   for (const std::string target : {"_blank", "_top", "_self"}) {
     SCOPED_TRACE(target);
@@ -419,12 +374,6 @@ TEST_F(HostilePages, OpenALinkTappedInAFrameButNothingForAPressOnAControl) {
     ASSERT_TRUE(waitFor("didDismiss"));
     recorder = std::make_shared<test::AdRecorder>();
   }
-
-  opened.clear();
-  present("setInterval(() => mraid.open('https://example.test/polled'), 5); window.acted = true");
-  EXPECT_TRUE(hasActed());
-  close();
-  EXPECT_THAT(opened, IsEmpty());
 }
 
 TEST_F(HostilePages, AreNotifiedOfEveryKindOfCloseAndMaySendRequests) {

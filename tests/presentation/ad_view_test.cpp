@@ -73,13 +73,20 @@ TEST_F(AdViews, NameTheControlsInTheUsersLanguage) {
   }
 }
 
-TEST_F(AdViews, OfAnImageShowCloseAtOnceWithoutACountdown) {
-  for (const int duration : {0, -5}) {
-    makeAd();
-    show({.arcDuration = duration});
-    EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << duration;
-    close();
-  }
+TEST_F(AdViews, OfAnImageShowCloseAfterTheCountdown) {
+  show({.arcDuration = 3});
+  h.time.advance(2);
+  EXPECT_THAT(seen(), ElementsAre("icon.adchoices"));
+  window->pressEscape();
+  EXPECT_FALSE(tap("icon.close"));
+  h.time.advance(1);
+  EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices"));
+  window->pressEscape();
+  h.time.advance(0.5);
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didDismiss"))
+      << "and no reward";
+  show({.arcDuration = -5});
+  EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "without a countdown";
 }
 
 TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {

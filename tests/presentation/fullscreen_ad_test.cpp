@@ -27,8 +27,23 @@ TEST_F(FullscreenAds, NotifyTheHostFirstAndLeaveNothingBehind) {
   host->onEvent = nullptr;
   EXPECT_EQ(stored(kCounters)[0]["planId"], kPlanId);
 
+  // The page may open addresses only after the first tap. The click counts once.
+  const auto open = [&](const char* name) {
+    page()->navigate(std::string("mraid://open?url=https%3A%2F%2Fexample.org%2F") + name);
+  };
+  open("a");
+  EXPECT_THAT(h.application.openedURLs(), IsEmpty());
+  EXPECT_TRUE(window->tap({200, 400}));
+  for (const char* name : {"a", "b"}) open(name);
+  EXPECT_THAT(h.application.openedURLs(),
+              ElementsAre("https://example.org/a", "https://example.org/b"));
   close();
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didClick", "didDismiss"));
   expectNothingLeft();
+  present();
+  EXPECT_EQ(host->events().back(), "didFailToPresent 0 Ad isn't ready.");
+  const auto reports = uploadedReports();
+  EXPECT_TRUE(reports[0]["imp"] && reports[0]["clck"] && reports[0]["dism"]) << reports;
 }
 
 TEST_F(FullscreenAds, EarnTheRewardAfterTheCountdownAndReportTheVideosProgress) {

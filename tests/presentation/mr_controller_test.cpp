@@ -120,13 +120,17 @@ TEST_F(MRControllers, SendTheSafeAreaOrTheBannersPosition) {
 
 TEST_F(MRControllers, CarryOutCommandsAndBlockTheirNavigations) {
   const std::vector<std::pair<const char*, std::string>> refused = {
+      {"mraid://close?a=b", "'close', 'Command not found!'"},
+      {"mraid://Open?url=https://example.org", "'Open', 'Command not found!'"},
       {"mraid://open?URL=https://example.org", "'open', 'URL not found!'"},
+      {"mraid://open?url=sms%3A112", "'open', 'Scheme not supported: sms'"},
       {"mraid://open?url=TEL%3A112", "'open', 'Scheme not supported: tel'"},
       {"mraid://open?url=file%3A%2F%2F%2Fetc%2Fpasswd", "'open', 'Scheme not supported: file'"},
       {"mraid://open?url=JavaScript%3A1", "'open', 'Scheme not supported: javascript'"},
       {"mraid://open?url=data%3Atext%2Fhtml%2C1", "'open', 'Scheme not supported: data'"},
       {"mraid://open?url=ssh%3A%2F%2F-oProxyCommand", "'open', 'Scheme not supported: ssh'"},
       {"mraid://open?url=kva%3A%2F%2FvideoComplete", "'open', 'Scheme not supported: kva'"},
+      {"mraid://resize?width=1&height=2&offsetX=3", "'resize', 'Size parameters not found!'"},
       {"kva://close", "'close', 'Command not found!'"},
       {"kva://open?url=x", "'open', 'Command not found!'"},
   };
