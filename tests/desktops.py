@@ -1,23 +1,21 @@
 #!/usr/bin/python3
-"""desktops.py BIN_DIR DESKTOP [FOLDER]: plays an interstitial in example-gtk on one kind of desktop.
-desktops.py BIN_DIR example-NAME [FOLDER]: plays both formats in that example by keys alone.
+"""desktops.py BIN_DIR DESKTOP: plays an interstitial in example-gtk on one kind of desktop.
+desktops.py BIN_DIR example-NAME: plays both formats in that example by keys alone.
 
 On a desktop, checks with AT-SPI what assistive technology sees, with the page itself its size and
 scale, and in a picture of the screen that the page is drawn there. Closes the ad by a key or the
-pointer.
-Saves the picture in FOLDER. Runs in a network namespace and session bus of its own. Exits 77 where
-the system refuses namespaces or a tool is missing.
+pointer. Runs in a network namespace and session bus of its own. Exits 77 where the system refuses
+namespaces or a tool is missing.
 """
 import dataclasses
-import http.server
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import urllib.parse
 import urllib.request
@@ -78,9 +76,6 @@ def main():
         run = Run(binaries, desktop, pathlib.Path(work))
         try:
             run.play_both() if name.startswith("example-") else run.play()
-            folder = sys.argv[3] if len(sys.argv) > 3 else None
-            if folder:
-                shutil.copy(run.picture, f"{folder}/desktop-{name}.png")
         finally:
             run.end()
     print(f"{name}: the ad is as it should be")
@@ -136,7 +131,7 @@ def sandbox(path, body=None):
 class Run:
     def __init__(self, binaries, desktop, work):
         self.binaries, self.desktop, self.work = binaries, desktop, work
-        self.processes, self.measured, self.picture = [], {}, work / "picture.png"
+        self.processes = []
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         os.chmod(work, 0o700)
         (work / "gtk-4.0").mkdir()
@@ -161,7 +156,6 @@ class Run:
         for shown, key in enumerate("ir", 1):
             self.key(modifier + key)
             eventually("the countdown's end", lambda: self.reports("comp") == shown)
-            subprocess.run(["import", "-window", "root", self.picture], check=True)
             eventually("the end of the ad", lambda: self.reports("dism") == shown or self.key("Escape"))
             expect("reports of an impression", self.reports("imp"), shown)
 
@@ -234,24 +228,19 @@ class Run:
         os.environ["WAYLAND_DISPLAY"] = "weston"
 
     def start_server(self):
-        run = self
-
-        class Probe(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):
-                run.measured = dict(urllib.parse.parse_qsl(urllib.parse.urlparse(self.path).query))
-                self.send_response(204)
-                self.end_headers()
-
-            def log_message(self, *arguments):
-                pass
-
-        threading.Thread(target=http.server.HTTPServer(("127.0.0.1", 8001), Probe).serve_forever, daemon=True).start()
+        self.start(sys.executable, "-m", "http.server", "8001", "--bind", "127.0.0.1", file="measured")
         self.start(self.binaries / "kelvara-sandbox", "--memory", "--quiet", file="sandbox")
         eventually("the sandbox", lambda: "http" in (self.work / "sandbox").read_text())
         template = pathlib.Path(__file__).parents[1] / "sandbox/templates/image-with-end-card.html"
         html = template.read_text().replace("</body>", PROBE + "</body>")
         sandbox("template", {"tmpl": "image-with-end-card", "html": html})
         sandbox("scenario", {"endpoint": "/bid/load", "scenario": "replace", "key": "data.crea.adur", "value": 2})
+
+    @property
+    def measured(self):
+        """What the page measured last, as its requests to the server at port 8001 say."""
+        requests = re.findall(r'"GET /\?(\S*)', (self.work / "measured").read_text())
+        return dict(urllib.parse.parse_qsl(requests[-1])) if requests else {}
 
     def start(self, *command, file=None, pass_fds=(), **environment):
         output = open(self.work / file, "w") if file else subprocess.DEVNULL
@@ -324,8 +313,9 @@ class Run:
     def check_picture(self):
         """Returns the place of the page's origin on the screen."""
         def marked():
-            subprocess.run(["import", "-window", "root", self.picture], check=True)
-            box = subprocess.run(["convert", self.picture, "-fill", "black", "+opaque", MARK, "-format", "%@", "info:"],
+            picture = self.work / "picture.png"
+            subprocess.run(["import", "-window", "root", picture], check=True)
+            box = subprocess.run(["convert", picture, "-fill", "black", "+opaque", MARK, "-format", "%@", "info:"],
                                  capture_output=True, text=True).stdout
             size, x, y = box.split("+")
             wanted = [int(float(self.measured[side]) * self.desktop.scale) for side in ("width", "height")]

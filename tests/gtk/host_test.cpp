@@ -52,10 +52,7 @@ TEST(HostDeathTest, AbortsAtMisuse) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   using HostPtr = std::unique_ptr<Host>;
   const char* inCallback = "destroyed in a callback";
-  const struct {
-    const char* message;
-    std::function<void(HostPtr&)> misuse;
-  } cases[] = {
+  const std::pair<const char*, std::function<void(HostPtr&)>> cases[] = {
       {"make a kva::gtk::Host", [](HostPtr& host) { host.reset(), Kelvara::isInitialized(); }},
       {"there is a runtime already", [](HostPtr&) { Host second(options()); }},
       {"a kva::gtk::Host belongs on the main thread",
@@ -81,16 +78,16 @@ TEST(HostDeathTest, AbortsAtMisuse) {
          ad->showAdFrom(host->viewController(GTK_WINDOW(gtk_window_new())));
        }},
   };
-  for (const auto& one : cases) {
+  for (const auto& [message, misuse] : cases) {
     EXPECT_DEATH(
         {
           static HostPtr host;
           auto hostOptions = options();
           hostOptions.openURL = [](const std::string&) { host.reset(); };
           host = std::make_unique<Host>(hostOptions);
-          one.misuse(host);
+          misuse(host);
         },
-        one.message);
+        message);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
+#include <webkit/webkit.h>
 
 #include <filesystem>
 #include <fstream>
@@ -67,6 +68,19 @@ inline std::vector<pid_t> pageProcesses() {
       found.push_back(std::stoi(process));
   }
   return found;
+}
+
+/// The newest page of an ad in the widget. The pool's view is a child of the SDK's layer in a
+/// window.
+inline WebKitWebView* lastPageIn(GtkWidget* widget) {
+  if (WEBKIT_IS_WEB_VIEW(widget)) {
+    auto* layer = gtk_widget_get_parent(gtk_widget_get_parent(widget));
+    return GTK_IS_WINDOW(gtk_widget_get_parent(layer)) ? nullptr : WEBKIT_WEB_VIEW(widget);
+  }
+  for (auto* child = gtk_widget_get_last_child(widget); child;
+       child = gtk_widget_get_prev_sibling(child))
+    if (auto* found = lastPageIn(child)) return found;
+  return nullptr;
 }
 
 /// A host with one window, the real SDK, and the sandbox ad server in the same process.
@@ -170,6 +184,8 @@ class ShowTest : public testing::Test {
     }));
     return last;
   }
+  /// The newest page of an ad; null without one.
+  WebKitWebView* page() { return lastPageIn(GTK_WIDGET(window)); }
   bool isOnlyWarmPageLeft() {
     return spinUntil([] { return pageProcesses().size() <= 1; });
   }
