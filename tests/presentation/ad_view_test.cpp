@@ -73,22 +73,6 @@ TEST_F(AdViews, NameTheControlsInTheUsersLanguage) {
   }
 }
 
-TEST_F(AdViews, OfAnImageShowCloseAfterTheCountdown) {
-  show({.arcDuration = 3});
-  h.time.advance(2);
-  EXPECT_THAT(seen(), ElementsAre("icon.adchoices"));
-  window->pressEscape();
-  EXPECT_FALSE(tap("icon.close"));
-  h.time.advance(1);
-  EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices"));
-  window->pressEscape();
-  h.time.advance(0.5);
-  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didDismiss"))
-      << "and no reward";
-  show({.arcDuration = -5});
-  EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << "without a countdown";
-}
-
 TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {
   for (const bool isSkipped : {false, true}) {
     SCOPED_TRACE(isSkipped);

@@ -133,7 +133,7 @@ TEST_F(FullscreenAds, AreNotShownTwiceNorWithoutANetworkOrAPage) {
     setNetwork(Network::up);
   }
   makeAd();
-  show();
+  show({.arcDuration = -5});  // without a countdown
   page()->terminateProcess();
   close();
   EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didDismiss"));
@@ -212,7 +212,7 @@ TEST_F(FullscreenAds, EndWithTheirWindowAtAnyTime) {
   for (const auto& [when, secondsAfterShow, events] : cases) {
     SCOPED_TRACE(when);
     makeAd();
-    loadPage();
+    loadPage({.arcDuration = 1});  // an interstitial earns no reward at the countdown's end
     if (when == "before") window->destroy();
     if (when == "hidden") window->setOnScreen(false);
     ad->showAdFrom(window->viewController());
@@ -253,6 +253,7 @@ TEST_F(FullscreenAds, WaitForTheirWindowToBeOnScreenAndCountDownOnlyWhileItIs) {
   window->setOnScreen(true);
   h.time.advance(1);
   EXPECT_FALSE(sees("icon.close"));
+  window->pressEscape();
   h.time.advance(2);
   EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didComplete"));
   close();

@@ -173,17 +173,6 @@ class ShowTest : public testing::Test {
       ReportManager::shared().trackAction(lastBid->bidId(), {BidReportAction::impression});
     return spinUntil(areReported);
   }
-  /// Waits for the merged report of the last bid, until `isComplete` holds for it.
-  sandbox::ReportRecord reportWhen(
-      const std::function<bool(const sandbox::ReportRecord&)>& isComplete) {
-    sandbox::ReportRecord last;
-    EXPECT_TRUE(reportsCome([&](const sandbox::State& state) {
-      const auto* report = state.report(lastBid->bidId());
-      if (report) last = *report;
-      return report && isComplete(last);
-    }));
-    return last;
-  }
   /// The newest page of an ad; null without one.
   WebKitWebView* page() { return lastPageIn(GTK_WIDGET(window)); }
   bool isOnlyWarmPageLeft() {

@@ -11,6 +11,12 @@ using testing::ElementsAre;
 using enum KVABidType;
 
 TEST_F(ShowTest, AWorkerMayShowAVideoAndReleaseEverythingAfterTheHost) {
+  const auto isReported = [&](const std::function<bool(const sandbox::ReportRecord&)>& isComplete) {
+    return reportsCome([&](const sandbox::State& state) {
+      const auto* report = state.report(lastBid->bidId());
+      return report && isComplete(*report);
+    });
+  };
   start();
   auto ad = loaded(rewarded);
   std::thread([&] { ad->showAdFrom(viewController); }).join();
@@ -19,10 +25,7 @@ TEST_F(ShowTest, AWorkerMayShowAVideoAndReleaseEverythingAfterTheHost) {
   clickTopLeading();  // sound on
   clickPage();        // the clip has no link
   ASSERT_TRUE(waitFor("didComplete", 1, 20));
-  const auto played = reportWhen([](const auto& r) { return r.quarter == 4; });
-  EXPECT_TRUE(played.completed);
-  EXPECT_FALSE(played.clicked);
-
+  ASSERT_TRUE(isReported([](const auto& r) { return r.completed && r.quarter == 4; }));
   clickPage();  // the end card
   ASSERT_TRUE(waitFor("didClick"));
   EXPECT_THAT(opened,
@@ -31,8 +34,7 @@ TEST_F(ShowTest, AWorkerMayShowAVideoAndReleaseEverythingAfterTheHost) {
   ASSERT_TRUE(waitFor("didDismiss"));
   EXPECT_THAT(recorder->events(),
               ElementsAre("didReceive", "didPresent", "didComplete", "didClick", "didDismiss"));
-  const auto report = reportWhen([](const auto& r) { return r.dismissed; });
-  EXPECT_TRUE(report.impression && report.clicked);
+  EXPECT_TRUE(isReported([](const auto& r) { return r.impression && r.clicked && r.dismissed; }));
 
   ad = loaded(interstitial);
   // The threads that destroy the page and the widgets around it.
