@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""verdicts.py BUILD_DIR [FOLDER]: kelvara-preview plays good creatives, the sandbox's among them,
-and bad ones, each bad for another reason, and names exactly that reason. Keeps its output in FOLDER."""
+"""verdicts.py BUILD_DIR: kelvara-preview plays good creatives, the sandbox's among them,
+and bad ones, each bad for another reason, and names exactly that reason."""
 import functools
 import http.server
 import json
@@ -14,18 +14,16 @@ from concurrent.futures import ThreadPoolExecutor
 
 build = pathlib.Path(sys.argv[1]).resolve()
 temporary = tempfile.TemporaryDirectory()
-output = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else temporary.name).resolve()
+output = pathlib.Path(temporary.name)
 creatives = pathlib.Path(__file__).parent / "creatives"
 templates = build / "share/kelvara/sandbox/templates"
 clips = build / "share/kelvara/sandbox/creatives"
 
 video = output / "video.json"
-output.mkdir(parents=True, exist_ok=True)
 video.write_text(json.dumps({
     "crea": {"adt": "rewarded", "ctyp": "video", "adur": 2, "titl": "Paper Comets",
              "bton": {"en": "Play free"}, "curl": "https://landing.example/"},
     "fls": [{"ftyp": "main", "ornt": "portrait", "furl": "comets-portrait.webm"}]}))
-(output / "comets-portrait.webm").unlink(missing_ok=True)
 (output / "comets-portrait.webm").symlink_to((clips / "comets-portrait.webm").resolve())
 
 handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=creatives)
@@ -93,7 +91,7 @@ def play(row):
     """Returns the faults of one row."""
     number, (arguments, broken, said) = row
     folder = output / f"{number}-{pathlib.Path(arguments[0]).stem}"
-    folder.mkdir(exist_ok=True)
+    folder.mkdir()
     report, junit = folder / "report.json", folder / "junit.xml"
     # A busy machine draws less often than the default limit.
     run = subprocess.run([build / "bin/kelvara-preview", *arguments, "--min-frame-rate", "5",
