@@ -1,21 +1,21 @@
 #!/usr/bin/python3
-"""desktops.py BIN_DIR DESKTOP [FOLDER]: plays an interstitial in example-gtk on one kind of desktop.
+"""desktops.py BIN_DIR DESKTOP: plays an interstitial in example-gtk on one kind of desktop.
+desktops.py BIN_DIR example-NAME: plays both formats in that example by keys alone.
 
-Checks with AT-SPI what assistive technology sees, with the page itself its size and scale, and in a
-picture of the screen that the page is drawn there. Closes the ad by a key or the pointer.
-Saves the picture in FOLDER. Runs in a network namespace and session bus of its own. Exits 77 where
-the system refuses namespaces or a tool is missing.
+On a desktop, checks with AT-SPI what assistive technology sees, with the page itself its size and
+scale, and in a picture of the screen that the page is drawn there. Closes the ad by a key or the
+pointer. Runs in a network namespace and session bus of its own. Exits 77 where the system refuses
+namespaces or a tool is missing.
 """
 import dataclasses
-import http.server
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import urllib.parse
 import urllib.request
@@ -33,6 +33,7 @@ class Desktop:
     settings: str = ""    # GTK's
     close: str = "escape"
     scheme: str = "light"
+    example: str = "gtk"
 
 
 DESKTOPS = {
@@ -44,6 +45,7 @@ DESKTOPS = {
     "dark": Desktop(settings="gtk-application-prefer-dark-theme=1", scheme="dark"),
     "wayland": Desktop(display="wayland", language="tr", close="pointer"),
     "wayland-scale-2": Desktop(display="wayland", scale=2, close="pointer"),
+    **{f"example-{name}": Desktop(example=name) for name in ("gtk", "gtkmm", "qt", "sdl")},
 }
 
 # Marks the middle of each edge of the page in a colour that nothing else has.
@@ -73,10 +75,7 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         run = Run(binaries, desktop, pathlib.Path(work))
         try:
-            run.play()
-            folder = sys.argv[3] if len(sys.argv) > 3 else None
-            if folder:
-                shutil.copy(run.picture, f"{folder}/desktop-{name}.png")
+            run.play_both() if name.startswith("example-") else run.play()
         finally:
             run.end()
     print(f"{name}: the ad is as it should be")
@@ -84,7 +83,7 @@ def main():
 
 def enter(binaries, desktop):
     """Starts this script again in a namespace with a session bus. Does not return."""
-    tools = ["convert", "import", "xdotool", "Xvfb", binaries / "example-gtk"]
+    tools = ["convert", "import", "xdotool", "Xvfb", binaries / f"example-{desktop.example}"]
     tools += ["openbox"] + ["weston"] * (desktop.display == "wayland")
     missing = [str(tool) for tool in tools if not shutil.which(tool)]
     try:
@@ -132,7 +131,7 @@ def sandbox(path, body=None):
 class Run:
     def __init__(self, binaries, desktop, work):
         self.binaries, self.desktop, self.work = binaries, desktop, work
-        self.processes, self.measured, self.picture = [], {}, work / "picture.png"
+        self.processes = []
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         os.chmod(work, 0o700)
         (work / "gtk-4.0").mkdir()
@@ -140,12 +139,28 @@ class Run:
         os.environ.update(XDG_RUNTIME_DIR=str(work), XDG_DATA_HOME=str(work), XDG_CONFIG_HOME=str(work),
                           GSETTINGS_BACKEND="memory", LC_ALL="C.UTF-8", LANGUAGE=desktop.language, TZ="UTC")
 
-    def play(self):
+    def start_host(self):
         self.start_display()
         self.start_server()
         if self.desktop.display == "wayland":
             self.check_warning()
-        self.start(self.binaries / "example-gtk", file="host", **self.environment())
+        self.start(self.binaries / f"example-{self.desktop.example}", file="host", **self.environment())
+
+    def play_both(self):
+        self.start_host()
+        eventually("the host is ready", lambda: "Application initalized" in (self.work / "host").read_text())
+        eventually("an active window", lambda: subprocess.run(["xdotool", "getactivewindow"],
+                                                              capture_output=True).stdout)
+        # The SDL example has no buttons.
+        modifier = "" if self.desktop.example == "sdl" else "alt+"
+        for shown, key in enumerate("ir", 1):
+            self.key(modifier + key)
+            eventually("the countdown's end", lambda: self.reports("comp") == shown)
+            eventually("the end of the ad", lambda: self.reports("dism") == shown or self.key("Escape"))
+            expect("reports of an impression", self.reports("imp"), shown)
+
+    def play(self):
+        self.start_host()
         import gi
         gi.require_version("Atspi", "2.0")
         from gi.repository import Atspi
@@ -165,7 +180,7 @@ class Run:
         control = eventually("the close control", lambda: self.find(close, Atspi.Role.PUSH_BUTTON))
         self.check_places(dialog, {close: "top", privacy: "bottom"})
         x, y = self.check_picture()
-        expect("reports of a dismissal", self.dismissals(), 0)
+        expect("reports of a dismissal", self.reports("dism"), 0)
 
         def closed():
             if not self.find(ad):
@@ -178,7 +193,7 @@ class Run:
                 self.key("Escape")
 
         eventually("the end of the ad", closed)
-        eventually("the report of the dismissal", self.dismissals)
+        eventually("the report of the dismissal", lambda: self.reports("dism"))
         eventually("the focus in the host", lambda: self.focused(self.find("Interstitial", Atspi.Role.PUSH_BUTTON)))
 
     # --- the desktop ---
@@ -213,24 +228,19 @@ class Run:
         os.environ["WAYLAND_DISPLAY"] = "weston"
 
     def start_server(self):
-        run = self
-
-        class Probe(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):
-                run.measured = dict(urllib.parse.parse_qsl(urllib.parse.urlparse(self.path).query))
-                self.send_response(204)
-                self.end_headers()
-
-            def log_message(self, *arguments):
-                pass
-
-        threading.Thread(target=http.server.HTTPServer(("127.0.0.1", 8001), Probe).serve_forever, daemon=True).start()
+        self.start(sys.executable, "-m", "http.server", "8001", "--bind", "127.0.0.1", file="measured")
         self.start(self.binaries / "kelvara-sandbox", "--memory", "--quiet", file="sandbox")
         eventually("the sandbox", lambda: "http" in (self.work / "sandbox").read_text())
         template = pathlib.Path(__file__).parents[1] / "sandbox/templates/image-with-end-card.html"
         html = template.read_text().replace("</body>", PROBE + "</body>")
         sandbox("template", {"tmpl": "image-with-end-card", "html": html})
         sandbox("scenario", {"endpoint": "/bid/load", "scenario": "replace", "key": "data.crea.adur", "value": 2})
+
+    @property
+    def measured(self):
+        """What the page measured last, as its requests to the server at port 8001 say."""
+        requests = re.findall(r'"GET /\?(\S*)', (self.work / "measured").read_text())
+        return dict(urllib.parse.parse_qsl(requests[-1])) if requests else {}
 
     def start(self, *command, file=None, pass_fds=(), **environment):
         output = open(self.work / file, "w") if file else subprocess.DEVNULL
@@ -279,8 +289,8 @@ class Run:
         accessible and accessible.clear_cache()
         return accessible and accessible.get_state_set().contains(self.atspi.StateType.FOCUSED)
 
-    def dismissals(self):
-        return json.dumps(sandbox("state")).count('"dism": true')
+    def reports(self, event):
+        return json.dumps(sandbox("state")).count(f'"{event}": true')
 
     def check_places(self, dialog, controls):
         def place(accessible):
@@ -303,8 +313,9 @@ class Run:
     def check_picture(self):
         """Returns the place of the page's origin on the screen."""
         def marked():
-            subprocess.run(["import", "-window", "root", self.picture], check=True)
-            box = subprocess.run(["convert", self.picture, "-fill", "black", "+opaque", MARK, "-format", "%@", "info:"],
+            picture = self.work / "picture.png"
+            subprocess.run(["import", "-window", "root", picture], check=True)
+            box = subprocess.run(["convert", picture, "-fill", "black", "+opaque", MARK, "-format", "%@", "info:"],
                                  capture_output=True, text=True).stdout
             size, x, y = box.split("+")
             wanted = [int(float(self.measured[side]) * self.desktop.scale) for side in ("width", "height")]

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
 #include <memory>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include <platform/linux/gtk/Application.h>
+#include <stage/RealInput.h>
 #include <stage/Screenshot.h>
 #include "support/MainLoop.h"
 #include "support/Recorders.h"
@@ -22,7 +24,23 @@ using stage::drawFrame;
 /// An application with one host window on screen: a column of a button and a text entry.
 class Stage {
  public:
-  Stage();
+  Stage() {
+    g_object_add_weak_pointer(G_OBJECT(gtkWindow), reinterpret_cast<gpointer*>(&gtkWindow));
+    auto* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_box_append(GTK_BOX(column), button);
+    gtk_box_append(GTK_BOX(column), entry);
+    gtk_widget_set_vexpand(button, TRUE);
+    g_signal_connect_swapped(button, "clicked",
+                             G_CALLBACK(+[](Stage* stage) { ++stage->hostClicks; }), this);
+    gtk_window_set_child(gtkWindow, column);
+    gtk_window_set_default_widget(gtkWindow, button);
+    gtk_window_set_decorated(gtkWindow, FALSE);
+    gtk_window_set_default_size(gtkWindow, 640, 480);
+    gtk_window_present(gtkWindow);
+    application_.viewController(gtkWindow);
+    window_ = application_.keyWindow();
+    EXPECT_TRUE(spinUntil([this] { return window_->frame().width > 0; }));
+  }
   ~Stage() { destroyWindow(); }
 
   HostApplication& application() { return application_; }
@@ -30,17 +48,43 @@ class Stage {
   std::shared_ptr<ViewController> host() { return application_.viewController(gtkWindow); }
   bool spinUntil(const std::function<bool()>& done) { return test::spinUntil(done); }
   void pass(double seconds) { kva::test::spinFor(seconds); }
-  void resize(Size size);
-  void tap(Point point);
-  void pressEscape();
+  void resize(Size size) {
+    gtk_window_set_default_size(gtkWindow, static_cast<int>(size.width),
+                                static_cast<int>(size.height));
+  }
+  void tap(Point point) {
+    drawFrame(gtkWindow);  // lays out what was just added
+    stage::click(gtkWindow, point.x, point.y);
+  }
+  void type(unsigned key, unsigned held = 0) { stage::typeKey(gtkWindow, key, held); }
+  void pressEscape() { type(GDK_KEY_Escape); }
   void hideWindow() { gtk_widget_set_visible(GTK_WIDGET(gtkWindow), FALSE); }
   void showWindow() { gtk_window_present(gtkWindow); }
-  void destroyWindow();
+  void destroyWindow() {
+    if (gtkWindow) gtk_window_destroy(gtkWindow);
+  }
   /// Presents or dismisses `controller`, waits for the completion, and draws a frame.
-  void present(const std::shared_ptr<ViewController>& controller);
-  void dismiss(const std::shared_ptr<ViewController>& controller);
+  void present(const std::shared_ptr<ViewController>& controller) {
+    bool completed = false;
+    host()->present(controller, [&] { completed = true; });
+    ASSERT_TRUE(spinUntil([&] { return completed; }));
+    drawFrame(gtkWindow);
+  }
+  void dismiss(const std::shared_ptr<ViewController>& controller) {
+    bool completed = false;
+    controller->dismiss([&] { completed = true; });
+    ASSERT_TRUE(spinUntil([&] { return completed; }));
+    drawFrame(gtkWindow);
+  }
   /// The script's value as JSON, or the error's description.
-  std::string evaluate(WebView& webView, const std::string& script);
+  std::string evaluate(WebView& webView, const std::string& script) {
+    // Shared, because a busy page may answer after this returns.
+    auto answer = std::make_shared<std::optional<std::string>>();
+    webView.evaluateJavaScript(script, [answer](Result<std::string> value) {
+      *answer = value ? *value : value.error().localizedDescription();
+    });
+    return spinUntil([&] { return answer->has_value(); }) ? **answer : "no answer";
+  }
 
   GtkWindow* gtkWindow = GTK_WINDOW(gtk_window_new());
   GtkWidget *button = gtk_button_new_with_mnemonic("_Host"), *entry = gtk_entry_new();
@@ -48,7 +92,12 @@ class Stage {
   std::vector<DeviceOrientation> shapes;
 
  private:
-  Application application_;
+  Application application_{
+      {.safeAreaInsets = {.top = 20, .left = 5, .bottom = 10, .right = 15},
+       .openURL = {},
+       .shapeChanged = [this](DeviceOrientation shape) { shapes.push_back(shape); },
+       .logError = {},
+       .stateChanged = [this] { ++stateChanges; }}};
   std::shared_ptr<kva::Window> window_;
 };
 

@@ -1,12 +1,11 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gtest/gtest.h>
-#include <platform/linux/gtk/NativeWebView.h>
 #include <platform/linux/gtk/WebViewPool.h>
 #include <stage/RealInput.h>
 
 #include <filesystem>
 
-#include "gtk/Stage.h"
+#include "gtk/WebPage.h"
 
 namespace kva::gtk::test {
 namespace {
@@ -22,48 +21,24 @@ int count(GType type, GtkWidget* widget) {
 
 enum class Pool { empty, ready };
 
-/// A page in a window, with a delegate that records its calls. Its view comes from a pool.
-class WebPages : public testing::TestWithParam<Pool> {
+/// A page whose view comes from a pool.
+class WebPages : public WebPage, public testing::WithParamInterface<Pool> {
  protected:
-  bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
-  void make(Rect frame, WebViewConfiguration configuration = {}) {
+  void make(Rect frame, WebViewConfiguration configuration = {}) override {
     if (GetParam() == Pool::ready) {
       app.prepareWebView();
       ASSERT_TRUE(spinUntil([this] { return hasReady(); }));
     }
-    webView = app.makeWebView(frame, std::move(configuration));
-    webView->setDelegate(listener);
+    WebPage::make(frame, std::move(configuration));
   }
-  void open(const std::string& html, WebViewConfiguration configuration = {}) {
-    make({0, 0, 300, 200}, std::move(configuration));
-    stage.window()->view()->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
-    webView->loadHTML("<!doctype html>" + html, std::nullopt);
-  }
-  void openAndFinish(const std::string& html, WebViewConfiguration configuration = {}) {
-    const int before = listener->finished;
-    open(html, std::move(configuration));
-    ASSERT_TRUE(spinUntil([&] { return listener->finished > before; }));
-    drawFrame(stage.gtkWindow);
-  }
-  std::string evaluate(const std::string& script) { return stage.evaluate(*webView, script); }
-  bool comesTrue(const std::string& condition) {
-    return spinUntil([&] { return evaluate("!!(" + condition + ")") == "true"; });
-  }
-
   /// The red of the pixel in the window's first row.
-  int redAt(int x) { return redAt(x, stage.gtkWindow); }
-  static int redAt(int x, GtkWindow* window) {
+  int redAt(int x, GtkWindow* window = nullptr) {
     const auto file = std::filesystem::path(testing::TempDir()) / "kelvara-pixel.png";
-    EXPECT_TRUE(stage::saveScreenshot(window, file));
+    EXPECT_TRUE(stage::saveScreenshot(window ? window : stage.gtkWindow, file));
     GObjectPtr<GdkPixbuf> image(gdk_pixbuf_new_from_file(file.c_str(), nullptr));
     std::filesystem::remove(file);
     return gdk_pixbuf_read_pixels(image.get())[x * gdk_pixbuf_get_n_channels(image.get())];
   }
-
-  Stage stage;
-  HostApplication& app = stage.application();
-  std::shared_ptr<PageRecorder> listener = std::make_shared<PageRecorder>();
-  std::shared_ptr<WebView> webView;
 };
 
 TEST_P(WebPages, RunTheUserScriptFirstAndInTheMainFrameOnly) {
@@ -160,8 +135,8 @@ TEST_P(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
       "for (const event of ['resize', 'focus', 'blur', 'mousemove', 'click'])"
       "  addEventListener(event, () => noticed.push(event));"
       "(function frame() { ++frames_; requestAnimationFrame(frame) })();"
-      "timer = setInterval(() => { ++ticks; document.querySelector('input').focus() }, "
-      "20)</script>",
+      "timer = setInterval(() => { const input = document.querySelector('input'); ++ticks;"
+      "window.focus(); input.focus(); input.blur(); input.focus() }, 20)</script>",
       std::nullopt);
   ASSERT_TRUE(spinUntil([&] { return listener->finished == 1; }));
   EXPECT_EQ(evaluate("size"), "\"640x480\"") << "the size before it is in a window";
@@ -169,10 +144,9 @@ TEST_P(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
   holder->addSubview(webView->view(), Layout::edges(Layout::Area::plain));
   EXPECT_TRUE(comesTrue("frames_ > 10 && ticks > 10 && !document.hidden")) << evaluate("frames_");
   EXPECT_FALSE(holder->window() || webView->view()->window());
+  EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
   stage.tap({320, 100});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the page took the press";
-  gtk_widget_grab_focus(stage.entry);
-  EXPECT_EQ(gtk_window_get_focus(stage.gtkWindow), focus);
   EXPECT_EQ(evaluate("noticed"), "[]");
   EXPECT_NE(redAt(320), 0xff);
 
@@ -250,9 +224,6 @@ TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   controller->view()->addSubview(another->view(), Layout::frame({300, 200, 60, 60}));
   stage.present(controller);
 
-  const auto type = [&](unsigned key, unsigned held = 0) {
-    stage::typeKey(stage.gtkWindow, key, held);
-  };
   const auto focusComesTo = [&](const std::shared_ptr<View>& view) {
     auto* widget = std::static_pointer_cast<NativeView>(view)->widget();
     return spinUntil([&] {
@@ -262,36 +233,36 @@ TEST_P(WebPages, ShareTheKeyboardWithTheControlsAboveThemButOpenNoMenuOfGtk) {
   };
   listener->allows = false;
   EXPECT_TRUE(focusComesTo(webView->view()));
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'A'"));
   EXPECT_EQ(touches->touches, 0);
-  type(GDK_KEY_Return);
+  stage.type(GDK_KEY_Return);
   ASSERT_TRUE(spinUntil([&] { return listener->asksFor("kva://followed") == 1; }));
   EXPECT_EQ(touches->touches, 1);
-  type(GDK_KEY_Escape);
+  stage.type(GDK_KEY_Escape);
   ASSERT_TRUE(spinUntil([&] { return ad->cancels == 1; }));
   EXPECT_EQ(evaluate("lastKey"), "\"Enter\"") << "the page must not get Escape";
 
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(comesTrue("document.activeElement.tagName == 'INPUT'"));
-  type(GDK_KEY_Menu);
-  type(GDK_KEY_F10, GDK_KEY_Shift_L);
-  type(GDK_KEY_period, GDK_KEY_Control_L);
-  type(GDK_KEY_semicolon, GDK_KEY_Control_L);
-  type(GDK_KEY_x);
+  stage.type(GDK_KEY_Menu);
+  stage.type(GDK_KEY_F10, GDK_KEY_Shift_L);
+  stage.type(GDK_KEY_period, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_semicolon, GDK_KEY_Control_L);
+  stage.type(GDK_KEY_x);
   EXPECT_TRUE(comesTrue("document.activeElement.value === 'x'"));
   stage.pass(0.3);
   EXPECT_EQ(count(GTK_TYPE_POPOVER, GTK_WIDGET(stage.gtkWindow)), 0);
-  type(GDK_KEY_Tab);
+  stage.type(GDK_KEY_Tab);
   ASSERT_TRUE(focusComesTo(button->view()));
-  type(GDK_KEY_space);
+  stage.type(GDK_KEY_space);
   ASSERT_TRUE(spinUntil([&] { return closed == 1; }));
   for (auto& next : {another->view(), webView->view()}) {
-    type(GDK_KEY_Tab);
+    stage.type(GDK_KEY_Tab);
     ASSERT_TRUE(focusComesTo(next));
   }
   evaluate("document.querySelector('a').focus(); 0");
-  type(GDK_KEY_Tab, GDK_KEY_Shift_L);
+  stage.type(GDK_KEY_Tab, GDK_KEY_Shift_L);
   ASSERT_TRUE(focusComesTo(another->view()));
 }
 
@@ -300,24 +271,24 @@ INSTANTIATE_TEST_SUITE_P(Pool, WebPages, testing::Values(Pool::empty, Pool::read
                            return std::string(pool.param == Pool::empty ? "Cold" : "Warm");
                          });
 
-class WebViewPools : public WebPages {
+class WebViewPools : public WebPage {
  protected:
   int pagesIn(GtkWindow* window) { return count(WEBKIT_TYPE_WEB_VIEW, GTK_WIDGET(window)); }
 };
-INSTANTIATE_TEST_SUITE_P(Pool, WebViewPools, testing::Values(Pool::empty));
 
-TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
+TEST_F(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   kva::test::spinFor(0.1);
   EXPECT_EQ(pagesIn(stage.gtkWindow), 0) << "made before the SDK asked for it";
   app.prepareWebView();
   ASSERT_TRUE(spinUntil([&] { return pagesIn(stage.gtkWindow) == 1; }));
-  open("<script>alert('here'); while (true);</script>");
+  add();
+  load("<script>alert('here'); while (true);</script>");
   EXPECT_EQ(pagesIn(stage.gtkWindow), 1) << "the pooled view, which still loads";
   ASSERT_TRUE(spinUntil([&] { return listener->dialogs.size() == 1; }));
   EXPECT_EQ(listener->finished, 0);
   ASSERT_TRUE(spinUntil([&] { return hasReady(); })) << "the next one, although the page loads";
 
-  webView.reset();
+  destroyView();
   stage.tap({320, 200});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the warm view took the press";
   auto* other = GTK_WINDOW(gtk_window_new());
@@ -327,7 +298,7 @@ TEST_P(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   gtk_window_destroy(other);
 }
 
-TEST_P(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
+TEST_F(WebViewPools, DropTheViewWhenMemoryRunsLowOrNoAdComes) {
   bool isAnimating = true;
   const WebSurroundings surroundings{
       .makeView = [](Rect frame,

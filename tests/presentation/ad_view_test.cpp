@@ -73,15 +73,6 @@ TEST_F(AdViews, NameTheControlsInTheUsersLanguage) {
   }
 }
 
-TEST_F(AdViews, OfAnImageShowCloseAtOnceWithoutACountdown) {
-  for (const int duration : {0, -5}) {
-    makeAd();
-    show({.arcDuration = duration});
-    EXPECT_THAT(seen(), ElementsAre("icon.close", "icon.adchoices")) << duration;
-    close();
-  }
-}
-
 TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {
   for (const bool isSkipped : {false, true}) {
     SCOPED_TRACE(isSkipped);

@@ -8,24 +8,27 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
-class MRControllers : public AdStage {
- protected:
-  /// The page has just loaded and has got exactly its first properties.
-  void expectFirstProperties() {
+using MRControllers = AdStage;
+
+constexpr const char* kIsViewable = "mraidbridge.fireChangeEvent({viewable: true});";
+constexpr const char* kIsNotViewable = "mraidbridge.fireChangeEvent({viewable: false});";
+
+TEST_F(MRControllers, SendEachLoadedPageAllPropertiesAndThenOnlyChanges) {
+  serveAd({});
+  load();
+  h.device.setOrientation(DeviceOrientation::landscapeRight);
+  for (const auto state : {HostApplication::State::inactive, HostApplication::State::active})
+    h.application.setState(state);
+  h.time.run();
+  EXPECT_THAT(takeScripts(), IsEmpty()) << "no page has loaded";
+  for (int time = 0; time < 2; ++time) {
+    page()->finishNavigation();
     EXPECT_THAT(takeScripts(),
                 ElementsAre("mraidbridge.setCurrentPosition(0.0, 0.0, 400.0, 800.0);",
                             "mraidbridge.setScreenSize(1280.0, 1024.0);",
                             "mraidbridge.setMaxSize(400.0, 800.0);",
                             "window.mraidbridge.fireReadyEvent();"));
   }
-};
-
-constexpr const char* kIsViewable = "mraidbridge.fireChangeEvent({viewable: true});";
-constexpr const char* kIsNotViewable = "mraidbridge.fireChangeEvent({viewable: false});";
-
-TEST_F(MRControllers, SendThePageOnlyChanges) {
-  loadPage();
-  expectFirstProperties();
   ad->showAdFrom(window->viewController());
   h.application.setScreenSize({1024, 1280});
   h.device.setOrientation(DeviceOrientation::landscapeLeft);
@@ -55,20 +58,6 @@ TEST_F(MRControllers, SendThePageOnlyChanges) {
   EXPECT_THAT(takeScripts(),
               ElementsAre(MatchesRegex("mraidbridge.setScreenSize.-759.0, -1[0-9]+.0.;"),
                           "mraidbridge.fireChangeEvent({orientationDegree: 0});"));
-}
-
-TEST_F(MRControllers, SendNothingBeforeThePageHasLoadedAndAllPropertiesToTheNextPage) {
-  serveAd({});
-  load();
-  h.device.setOrientation(DeviceOrientation::landscapeLeft);
-  for (const auto state : {HostApplication::State::inactive, HostApplication::State::active})
-    h.application.setState(state);
-  h.time.run();
-  EXPECT_THAT(takeScripts(), IsEmpty());
-  for (int time = 0; time < 2; ++time) {
-    page()->finishNavigation();
-    expectFirstProperties();
-  }
 }
 
 TEST_F(MRControllers, ReportTheAdAsViewableOnlyWhereTheUserSeesIt) {
@@ -120,13 +109,17 @@ TEST_F(MRControllers, SendTheSafeAreaOrTheBannersPosition) {
 
 TEST_F(MRControllers, CarryOutCommandsAndBlockTheirNavigations) {
   const std::vector<std::pair<const char*, std::string>> refused = {
+      {"mraid://close?a=b", "'close', 'Command not found!'"},
+      {"mraid://Open?url=https://example.org", "'Open', 'Command not found!'"},
       {"mraid://open?URL=https://example.org", "'open', 'URL not found!'"},
+      {"mraid://open?url=sms%3A112", "'open', 'Scheme not supported: sms'"},
       {"mraid://open?url=TEL%3A112", "'open', 'Scheme not supported: tel'"},
       {"mraid://open?url=file%3A%2F%2F%2Fetc%2Fpasswd", "'open', 'Scheme not supported: file'"},
       {"mraid://open?url=JavaScript%3A1", "'open', 'Scheme not supported: javascript'"},
       {"mraid://open?url=data%3Atext%2Fhtml%2C1", "'open', 'Scheme not supported: data'"},
       {"mraid://open?url=ssh%3A%2F%2F-oProxyCommand", "'open', 'Scheme not supported: ssh'"},
       {"mraid://open?url=kva%3A%2F%2FvideoComplete", "'open', 'Scheme not supported: kva'"},
+      {"mraid://resize?width=1&height=2&offsetX=3", "'resize', 'Size parameters not found!'"},
       {"kva://close", "'close', 'Command not found!'"},
       {"kva://open?url=x", "'open', 'Command not found!'"},
   };
@@ -148,7 +141,6 @@ TEST_F(MRControllers, CarryOutCommandsAndBlockTheirNavigations) {
     EXPECT_FALSE(page()->navigate(url)) << url;
   EXPECT_THAT(takeScripts(), IsEmpty());
   EXPECT_TRUE(page()->navigate("https://example.org/page"));
-  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didClick"));
 
   // Links that the bridge script does not handle, such as those in frames.
   using enum NavigationAction::TargetFrame;
@@ -162,6 +154,7 @@ TEST_F(MRControllers, CarryOutCommandsAndBlockTheirNavigations) {
   EXPECT_THAT(h.application.openedURLs(),
               ElementsAre("https://example.org/a?b=c", "https://example.org/blank",
                           "https://example.org/top"));
+  EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didClick")) << "one click";
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""verdicts.py BUILD_DIR [FOLDER]: kelvara-preview plays good creatives, the sandbox's among them,
-and bad ones, each bad for another reason, and names exactly that reason. Keeps its output in FOLDER."""
+"""verdicts.py BUILD_DIR: kelvara-preview plays good creatives, the sandbox's among them,
+and bad ones, each bad for another reason, and names exactly that reason."""
 import functools
 import http.server
 import json
@@ -14,50 +14,45 @@ from concurrent.futures import ThreadPoolExecutor
 
 build = pathlib.Path(sys.argv[1]).resolve()
 temporary = tempfile.TemporaryDirectory()
-output = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else temporary.name).resolve()
+output = pathlib.Path(temporary.name)
 creatives = pathlib.Path(__file__).parent / "creatives"
 templates = build / "share/kelvara/sandbox/templates"
 clips = build / "share/kelvara/sandbox/creatives"
 
 video = output / "video.json"
-output.mkdir(parents=True, exist_ok=True)
 video.write_text(json.dumps({
     "crea": {"adt": "rewarded", "ctyp": "video", "adur": 2, "titl": "Paper Comets",
              "bton": {"en": "Play free"}, "curl": "https://landing.example/"},
     "fls": [{"ftyp": "main", "ornt": "portrait", "furl": "comets-portrait.webm"}]}))
-(output / "comets-portrait.webm").unlink(missing_ok=True)
 (output / "comets-portrait.webm").symlink_to((clips / "comets-portrait.webm").resolve())
 
 handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=creatives)
 web = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
 threading.Thread(target=web.serve_forever, daemon=True).start()
 
-# The rule that a fault breaks, and the fault, at the end of a good page.
+# The rules that a page breaks, and their faults, at the end of a good page. Rules that judge alike
+# are broken by different pages: a rule that named the fault of the other would show.
 FAULTS = {
-    "listeners": """<script>
+    ("listeners", "commands", "corners"): """<script>
   mraid.addEventListener('viewableChange', function () { undefinedFunction(); });
-</script>""",
-    "errors": """<script>
+  mraid.addEventListener('ready', function () { mraid.expand(); });
+</script>
+<a style="position: absolute; right: 8px; top: 8px" href="https://landing.example/">More</a>""",
+    ("errors", "escapes", "sound"): r"""<script>
   mraid.addEventListener('ready', function () {
     setTimeout(function () { document.querySelector('.missing').textContent = 'late'; }, 0);
   });
-</script>""",
-    "taps": """<script>
-  mraid.addEventListener('viewableChange', function (isViewable) {
-    if (isViewable) mraid.open('https://landing.example/untapped');
-  });
-</script>""",
-    "commands": "<script> mraid.addEventListener('ready', function () { mraid.expand(); }); </script>",
-    "escapes": r"<script> document.querySelector('h1').textContent = `two\nlines`; </script>",
-    "corners": """<a style="position: absolute; right: 8px; top: 8px" href="https://landing.example/">More</a>""",
-    "sound": """<script>
+  document.querySelector('h1').textContent = `two\nlines`;
   var context = new AudioContext();
   var tone = context.createOscillator();
   tone.connect(context.destination);
   tone.start();
 </script>""",
-    "files": """<img alt="" src="picture.png" width="40">""",
-    "frame-rate": """<script>
+    ("taps", "files", "frame-rate"): """<img alt="" src="picture.png" width="40">
+<script>
+  mraid.addEventListener('viewableChange', function (isViewable) {
+    if (isViewable) mraid.open('https://landing.example/untapped');
+  });
   setInterval(function () {
     var end = performance.now() + 900;
     while (performance.now() < end);
@@ -67,14 +62,17 @@ FAULTS = {
 plain = (creatives / "good/plain.html").read_text()
 
 
-def bad(rule):
-    page = output / f"bad-{rule}.html"
-    page.write_text(plain + FAULTS[rule] + "\n")
-    return [page], [rule], {}
+def bad(rules):
+    page = output / f"bad-{'-'.join(rules)}.html"
+    page.write_text(f"{plain}{FAULTS[rules]}\n")
+    return [page], list(rules), {}
 
 
-# Arguments, the broken rules, and what the report says was opened and reported.
+# Arguments, the broken rules, and what the report says was opened and reported. The longest is first.
 rows = [
+    ([templates / "rewarded-video.html", "--ad", video], [],
+     {"reported": {"impression": True, "clicked": False, "completed": True, "dismissed": True,
+                   "quarter": 4, "failedToShow": False}}),
     (["good/plain.html"], [], {"opened": ["https://landing.example/"]}),
     (["good/playable"], [], {"opened": ["https://landing.example/?taps=1"]}),
     ([f"http://127.0.0.1:{web.server_port}/good/playable/index.html"], [],
@@ -82,9 +80,8 @@ rows = [
     (["good/offer", "--language", "de", "--safe-area", "30,0,20,0"], [],
      {"opened": ["https://landing.example/offer?text=Zum%20Angebot"]}),
     ([templates / "playable.html", "--ad", "good/offer/ad.json"], [], {}),
-    ([templates / "rewarded-video.html", "--ad", video], [],
-     {"reported": {"impression": True, "clicked": False, "completed": True, "dismissed": True,
-                   "quarter": 4, "failedToShow": False}}),
+    ([templates / "image-with-end-card.html", "--ad", "good/offer/ad.json"], [],
+     {"opened": ["https://landing.example/offer"]}),
     *map(bad, FAULTS),
     (["good/offer", "--max-ready", "0.001", "--max-weight", "500"], ["ready-time", "weight"], {}),
 ]
@@ -94,7 +91,7 @@ def play(row):
     """Returns the faults of one row."""
     number, (arguments, broken, said) = row
     folder = output / f"{number}-{pathlib.Path(arguments[0]).stem}"
-    folder.mkdir(exist_ok=True)
+    folder.mkdir()
     report, junit = folder / "report.json", folder / "junit.xml"
     # A busy machine draws less often than the default limit.
     run = subprocess.run([build / "bin/kelvara-preview", *arguments, "--min-frame-rate", "5",

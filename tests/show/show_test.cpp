@@ -1,9 +1,59 @@
+#include <gmock/gmock.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include "show/ShowTest.h"
 
 namespace kva::show {
 namespace {
+
+using testing::ElementsAre;
+using enum KVABidType;
+
+TEST_F(ShowTest, AWorkerMayShowAVideoAndReleaseEverythingAfterTheHost) {
+  const auto isReported = [&](const std::function<bool(const sandbox::ReportRecord&)>& isComplete) {
+    return reportsCome([&](const sandbox::State& state) {
+      const auto* report = state.report(lastBid->bidId());
+      return report && isComplete(*report);
+    });
+  };
+  start();
+  auto ad = loaded(rewarded);
+  std::thread([&] { ad->showAdFrom(viewController); }).join();
+  ASSERT_TRUE(waitFor("didPresent"));
+  spinFor(1);
+  clickTopLeading();  // sound on
+  clickPage();        // the clip has no link
+  ASSERT_TRUE(waitFor("didComplete", 1, 20));
+  ASSERT_TRUE(isReported([](const auto& r) { return r.completed && r.quarter == 4; }));
+  clickPage();  // the end card
+  ASSERT_TRUE(waitFor("didClick"));
+  EXPECT_THAT(opened,
+              ElementsAre(sandbox::findAdUnit(sandbox::kRewardedAdUnit)->creative->clickUrl));
+  clickTopTrailing();
+  ASSERT_TRUE(waitFor("didDismiss"));
+  EXPECT_THAT(recorder->events(),
+              ElementsAre("didReceive", "didPresent", "didComplete", "didClick", "didDismiss"));
+  EXPECT_TRUE(isReported([](const auto& r) { return r.impression && r.clicked && r.dismissed; }));
+
+  ad = loaded(interstitial);
+  // The threads that destroy the page and the widgets around it.
+  std::vector<pid_t> threads;
+  std::size_t watched = 0;
+  for (auto* widget = GTK_WIDGET(page()); !GTK_IS_WINDOW(widget);
+       widget = gtk_widget_get_parent(widget), ++watched)
+    g_object_weak_ref(
+        G_OBJECT(widget),
+        [](gpointer all, GObject*) { static_cast<decltype(threads)*>(all)->push_back(gettid()); },
+        &threads);
+  host.reset();
+  std::thread([ad = std::move(ad), controller = std::move(viewController)]() mutable {
+    ad.reset();
+    controller.reset();
+  }).join();
+  EXPECT_TRUE(spinUntil([&] { return threads.size() == watched; })) << threads.size();
+  EXPECT_THAT(threads, testing::Each(getpid()));
+}
 
 /// What this process has allocated and not freed, in MiB. Resident memory is no measure: it moves
 /// by 15 MiB with the gaps that the software renderer leaves in the heap.
@@ -36,7 +86,7 @@ TEST_F(ShowTest, TwentyAdsInOneProcessLeaveNothingBehind) {
   double memoryAfterThird = 0;
   std::vector<std::weak_ptr<KVAAd>> ads;
   for (int shown = 1; shown <= 20; ++shown) {
-    auto ad = loaded(KVABidType::interstitial);
+    auto ad = loaded(interstitial);
     show(*ad);
     clickTopTrailing();
     ASSERT_TRUE(waitFor("didDismiss", shown)) << "ad " << shown;
