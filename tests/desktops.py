@@ -138,6 +138,8 @@ class Run:
         (work / "gtk-4.0/settings.ini").write_text(f"[Settings]\n{desktop.settings}\n")
         os.environ.update(XDG_RUNTIME_DIR=str(work), XDG_DATA_HOME=str(work), XDG_CONFIG_HOME=str(work),
                           GSETTINGS_BACKEND="memory", LC_ALL="C.UTF-8", LANGUAGE=desktop.language, TZ="UTC")
+        # The session bus starts the accessibility bus, whose socket is in XDG_RUNTIME_DIR.
+        subprocess.run(["dbus-update-activation-environment", "--all"], check=True)
 
     def start_host(self):
         self.start_display()
@@ -216,8 +218,12 @@ class Run:
     def start_display(self):
         desktop = self.desktop
         read, write = os.pipe()
-        self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "2000x1500x24", pass_fds=[write])
-        os.environ["DISPLAY"] = ":" + os.read(read, 9).decode().strip()
+        # Servers in two network namespaces would both take the first number, and share the socket's
+        # file, which web processes use.
+        os.environ["DISPLAY"] = f":{1000 + os.getpid() % 50000}"
+        self.start("Xvfb", os.environ["DISPLAY"], "-displayfd", str(write), "-screen", "0", "2000x1500x24",
+                   pass_fds=[write])
+        os.read(read, 9)
         if desktop.manager:  # weston takes keys only in a window that has the focus
             self.start("openbox")
         if desktop.display == "x11":
