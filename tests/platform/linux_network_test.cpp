@@ -1,14 +1,8 @@
 // The network in namespaces that the test makes, and system services on a message bus that the test
 // starts. The machine's own network and services do not matter.
-#include <fstream>
 #include <map>
-#include <optional>
 #include <set>
 
-#include <gtest/gtest.h>
-
-#include <Kelvara/base/Guarded.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ModemTelephony.h>
 #include <platform/linux/RouteMonitor.h>
 #include <platform/linux_support.h>
