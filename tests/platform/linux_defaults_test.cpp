@@ -33,16 +33,18 @@ struct LinuxDefaults : testing::Test {
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  /// Makes the file one of an earlier version, which stored JSON as a whole only.
-  void makeOld() {
+  /// Runs statements on a connection of its own, which stands for another process.
+  std::shared_ptr<sqlite3> execute(const char* statements) {
     sqlite3* user = nullptr;
     sqlite3_open(file.c_str(), &user);
-    EXPECT_EQ(sqlite3_exec(user,
-                           "DROP TRIGGER parts_replaced; DROP TRIGGER parts_removed;"
-                           "DROP TABLE parts; PRAGMA wal_checkpoint(TRUNCATE)",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(user);
+    EXPECT_EQ(sqlite3_exec(user, statements, nullptr, nullptr, nullptr), SQLITE_OK);
+    return {user, sqlite3_close};
+  }
+  /// Makes the file one of an earlier version, which stored JSON as a whole only.
+  void makeOld() {
+    execute(
+        "DROP TRIGGER parts_replaced; DROP TRIGGER parts_removed;"
+        "DROP TABLE parts; PRAGMA wal_checkpoint(TRUNCATE)");
   }
 
   TemporaryFolder folder;
@@ -120,16 +122,12 @@ TEST_F(LinuxDefaults, StayInMemoryIfTheFileCannotBeOpened) {
   std::ofstream(noFolder) << "not a folder";
   const auto fifo = folder.path / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  // Another descriptor or connection stands for another process.
+  // Another descriptor stands for another process.
   fs::create_directories(folder.path / "locked");
   const int lock = ::open((folder.path / "locked").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
   open(file)->set("stored", true);
-  sqlite3* user = nullptr;
-  sqlite3_open(file.c_str(), &user);
-  ASSERT_EQ(sqlite3_exec(user, "PRAGMA locking_mode = EXCLUSIVE; DELETE FROM defaults", nullptr,
-                         nullptr, nullptr),
-            SQLITE_OK);
+  const auto user = execute("PRAGMA locking_mode = EXCLUSIVE; DELETE FROM defaults");
   for (const fs::path& hopeless :
        {noFolder / "defaults.sqlite", fs::path("/proc/kelvara/defaults.sqlite"), folder.path, fifo,
         folder.path / "locked" / "defaults.sqlite", file}) {
@@ -149,7 +147,6 @@ TEST_F(LinuxDefaults, StayInMemoryIfTheFileCannotBeOpened) {
     EXPECT_EQ(asText(*store->get<Bytes>("json")), "[1]") << hopeless;
     EXPECT_EQ(lines, 1) << hopeless;
   }
-  sqlite3_close(user);
   close(lock);
 }
 
