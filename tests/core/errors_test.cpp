@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include <Kelvara/KVAErrorCodes.h>
 #include <Kelvara/base/StringExtensions.h>

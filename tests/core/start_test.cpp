@@ -13,7 +13,6 @@ using testing::ElementsAre;
 using testing::Pair;
 
 const std::string kAppId = "E621E1F8-C36C-495A-93fc-0c247a3e6e5f";
-const std::string kApplication = R"({"aid":"app","pp":"https://example.org/privacy"})";
 
 class StartTest : public testing::Test {
  protected:
@@ -86,7 +85,8 @@ TEST_F(StartTest, StartsAgainAtEachChangeOfTheNetworkUntilItSucceeds) {
   EXPECT_EQ(h.output.count("<KVA> [E]: Init error: closed"), 1);
   start();
   h.time.advance(1);
-  h.server.reply("/init", headless::envelope(kApplication));
+  h.server.reply("/init",
+                 headless::envelope(R"({"aid":"app","pp":"https://example.org/privacy"})"));
   setNetwork({false, true});
   EXPECT_TRUE(Kelvara::isInitialized());
   EXPECT_EQ(h.server.count("/init"), 3);

@@ -1,14 +1,8 @@
 // The network in namespaces that the test makes, and system services on a message bus that the test
 // starts. The machine's own network and services do not matter.
-#include <fstream>
 #include <map>
-#include <optional>
 #include <set>
 
-#include <gtest/gtest.h>
-
-#include <Kelvara/base/Guarded.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/ModemTelephony.h>
 #include <platform/linux/RouteMonitor.h>
 #include <platform/linux_support.h>
@@ -37,11 +31,6 @@ TEST_F(LinuxNetwork, WithoutNetworkOnlyLoopbackIsReachable) {
   EXPECT_EQ(service.createWithAddress(0)->flags(), 0U);
 }
 
-/// For this process only; false if the system refuses it.
-bool replaceFile(const char* path, const std::filesystem::path& by) {
-  return mount(by.c_str(), path, nullptr, MS_BIND, nullptr) == 0;
-}
-
 /// What a child process inherits besides its standard streams. The child lists it itself, when its
 /// libraries are loaded and their files closed.
 std::multiset<std::string> descriptorsOfAChild() {
@@ -59,7 +48,7 @@ TEST_F(LinuxNetwork, ASilentNameServerBlocksNoOtherRequestAndAChildInheritsNothi
   TemporaryFolder folder;
   const auto servers = folder.path / "resolv.conf";
   std::ofstream(servers) << "nameserver 127.0.0.1\n";
-  if (!replaceFile("/etc/resolv.conf", servers))
+  if (mount(servers.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
     GTEST_SKIP() << "the list of name servers cannot be replaced";
   ip("link set lo up");
   const LoopbackSocket silent(SOCK_DGRAM, 53);
@@ -119,7 +108,8 @@ TEST_F(LinuxNetwork, TrustsTheSystemsCertificatesAloneAndRefusesARedirectFromHtt
     EXPECT_EQ(errorOf(secretTo(from + "/target")), URLError::serverCertificateUntrusted) << from;
   EXPECT_EQ(errorOf(secretTo("https" + plain.base().substr(4))), URLError::secureConnectionFailed);
   EXPECT_EQ(bodies.get(), "");
-  const bool canTrust = replaceFile("/etc/ssl/certs/ca-certificates.crt", certificate);
+  const bool canTrust = mount(certificate.c_str(), "/etc/ssl/certs/ca-certificates.crt", nullptr,
+                              MS_BIND, nullptr) == 0;
   if (canTrust) {
     LazySession trusting({}, nullptr);
     EXPECT_EQ(textOf(trusting, secretTo(origin + "/stays")), "ok");
@@ -187,17 +177,13 @@ class TestService {
                                       nullptr, nullptr);
   }
   ~TestService() { g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr); }
-  TestService(const TestService&) = delete;
-  TestService& operator=(const TestService&) = delete;
 
   /// Sets the reply to GetAll or to the method.
   void answer(const std::string& method, const std::string& body) { replies_[method] = body; }
   /// Takes the service's name. Set the replies first.
   void begin() {
-    EXPECT_TRUE(GVariantPtr(g_dbus_connection_call_sync(
-        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", name_, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, -1,
-        nullptr, nullptr)));
+    g_bus_own_name_on_connection(connection_.get(), name_, G_BUS_NAME_OWNER_FLAGS_NONE, nullptr,
+                                 nullptr, nullptr, nullptr);
   }
   /// Emits PropertiesChanged for the interface.
   void change(const std::string& properties) {

@@ -1,15 +1,11 @@
 // The platform as a whole, and the facts of the host and the machine.
-#include <platform/linux/LinuxPlatform.h>
 
-#include <atomic>
-#include <fstream>
 #include <map>
 #include <set>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <platform/linux/HostFacts.h>
 #include <platform/linux/ProcessOutput.h>

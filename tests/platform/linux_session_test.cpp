@@ -1,15 +1,10 @@
 // The URL session against correct and faulty servers on loopback.
-#include <atomic>
 #include <csignal>
-#include <set>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Kelvara/Kelvara.h>
-#include <Kelvara/base/Guarded.h>
 #include <platform/linux/RouteMonitor.h>
-#include <platform/linux/Threads.h>
 #include <platform/linux_support.h>
 
 namespace kva::test {

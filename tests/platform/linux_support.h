@@ -1,17 +1,8 @@
 #pragma once
 
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <functional>
-#include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <utility>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>

@@ -1,20 +1,15 @@
 // The contracts of the ports on both platforms. Those of views are in contract/.
-#include <atomic>
 #include <cerrno>
-#include <cmath>
-#include <limits>
-#include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <platform/contract/Contract.h>
 
 namespace kva::test {
 namespace {
 
-using testing::Each, testing::ElementsAre, testing::IsEmpty, testing::MatchesRegex, testing::Not,
-    testing::UnorderedElementsAre;
+using testing::_, testing::Each, testing::ElementsAre, testing::IsEmpty, testing::MatchesRegex,
+    testing::Not, testing::UnorderedElementsAre;
 
 template <class Subject>
 struct FactsContract : Contract<Subject> {};
@@ -148,9 +143,7 @@ TYPED_TEST(QueueContract, ASerialQueueRunsInOrderAndSyncRunsInlineOnTheQueueItse
   queue->sync([this] { this->note("sync"); });
   EXPECT_GE(this->notes.get().size(), 4U) << "sync returns after its task";
   ASSERT_TRUE(this->waitForNotes(5));
-  const auto order = this->notes.get();
-  EXPECT_THAT(std::vector(order.begin(), order.begin() + 3),
-              ElementsAre("innermost", "inline", "ends"));
+  EXPECT_THAT(this->notes.get(), ElementsAre("innermost", "inline", "ends", _, _));
 }
 
 template <class Subject>
@@ -213,10 +206,8 @@ TYPED_TEST(RunLoopContract, DestroyingAHandleCancelsAlsoInItsOwnCallback) {
 TYPED_TEST(RunLoopContract, ARepeatingTimerSkipsMissedIntervals) {
   auto timer = this->schedule(0.05, Repeats::yes, this->count());
   ASSERT_TRUE(this->subject.spinUntil([&] { return this->fired == 3; }));
-  bool passed = false;
-  auto fence = this->schedule(0.4, Repeats::no, [&] { passed = true; });
   this->subject.holdUp(0.5);
-  ASSERT_TRUE(this->subject.spinUntil([&] { return passed; }));
+  this->pass(0.01);
   EXPECT_GE(this->fired, 4);
   EXPECT_LE(this->fired, 5) << "ten intervals were missed";
 }

@@ -1,7 +1,5 @@
 // The contract of the user defaults on both platforms.
-#include <cmath>
 #include <limits>
-#include <thread>
 
 #include <platform/contract/Contract.h>
 
@@ -88,25 +86,22 @@ TYPED_TEST(UserDefaultsContract, ChangesOnePartOfJsonAndReadsTheWhole) {
     const auto bytes = elsewhere->template get<Bytes>("json");
     EXPECT_EQ(bytes ? asText(*bytes) : "none", whole);
   };
-  const auto edit = [&](const std::function<void(EditedValues&)>& change) {
-    EXPECT_TRUE(here.edit(change));
-  };
   using Kind = JsonParts::Kind;
   here.set("json", JsonParts{Kind::object, {{"b", "1"}, {"\"a", "[2]"}}});
   here.set("other", JsonParts{Kind::array, {{"b", "1"}}});
   expect(R"({"\"a":[2],"b":1})");
-  edit([](EditedValues& values) {
+  EXPECT_TRUE(here.edit([](EditedValues& values) {
     values.setPart("json", "c", "3");
     values.setPart("json", "\"a", std::nullopt);
     values.setPart("json", "never set", std::nullopt);
     values.setPart("json", "b", "4");
     EXPECT_EQ(asText(*values.get<Bytes>("json")), R"({"b":4,"c":3})");
-  });
+  }));
   expect(R"({"b":4,"c":3})");
-  edit([](EditedValues& values) {
+  EXPECT_TRUE(here.edit([](EditedValues& values) {
     values.set("json", JsonParts{Kind::array, {{"2", "2"}}});
     values.setPart("json", "1", "1");
-  });
+  }));
   expect("[1,2]");
   for (const bool isRemoved : {true, false}) {
     isRemoved ? here.remove("json") : here.set("json", true);

@@ -3,8 +3,6 @@
 
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/ads/TemplateManager.h>
@@ -14,7 +12,6 @@
 #include <Kelvara/core/Runtime.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <platform/headless/Device.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Server.h>
 

@@ -4,10 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <chrono>
 #include <filesystem>
-#include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 

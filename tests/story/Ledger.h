@@ -5,15 +5,9 @@
 #include <Kelvara/platform/URLSession.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <functional>
-#include <map>
 #include <memory>
-#include <optional>
 #include <set>
-#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace kva::story {

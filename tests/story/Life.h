@@ -5,16 +5,9 @@
 #include <Kelvara/core/Runtime.h>
 #include <platform/headless/Application.h>
 #include <platform/headless/Device.h>
-#include <platform/linux/LazySession.h>
 #include <support/AdRecorder.h>
 
-#include <algorithm>
-#include <functional>
-#include <memory>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "platform/linux_support.h"
 #include "story/Ledger.h"

@@ -3,12 +3,9 @@
 // at any moment.
 #include <glib.h>
 
-#include <cstdio>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <sstream>
-#include <string>
 #include <thread>
 
 #include <Kelvara/KVABidLoader.h>

@@ -5,18 +5,13 @@
 #include <Kelvara/ads/Template.h>
 #include <Kelvara/core/SDKHelper.h>
 #include <Kelvara/reporting/ReportStore.h>
-#include <gtest/gtest.h>
 #include <platform/linux/SqliteDefaults.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Server.h>
 
-#include <algorithm>
 #include <ctime>
 #include <iostream>
-#include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <sstream>
 
 #include "platform/linux_support.h"
@@ -68,12 +63,8 @@ struct Counted {
 /// Milliseconds since 1970, in whole seconds.
 std::int64_t now() { return 1000 * std::time(nullptr); }
 
-struct Fault {
-  const char* endpoint;
-  sandbox::Scenario scenario;
-};
 constexpr microseconds kUntilUpload = 1s;
-const Fault kFaults[] = {
+const std::pair<const char*, sandbox::Scenario> kFaults[] = {
     {"/bid/stats", {.behaviour = Behaviour::reset}},
     {"/bid/stats", {.behaviour = Behaviour::truncated}},
     {"/bid/stats", {.behaviour = Behaviour::serverError, .code = 500}},
@@ -106,8 +97,8 @@ class KillStory : public testing::Test {
   void plantFaults() {
     server.clearScenarios();
     for (int i = 0; i < 2; ++i) {
-      const Fault& fault = chance.oneOf(kFaults);
-      server.setScenario(fault.endpoint, fault.scenario);
+      const auto& [endpoint, scenario] = chance.oneOf(kFaults);
+      server.setScenario(endpoint, scenario);
     }
   }
 

@@ -3,7 +3,6 @@
 //   KELVARA_EXCHANGES  how many requests (400)      KELVARA_SEED  which choices (1)
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/reporting/ReportManager.h>
-#include <gtest/gtest.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Schema.h>
 #include <sandbox/Server.h>

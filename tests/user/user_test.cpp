@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <limits>
 
 #include <gmock/gmock.h>

@@ -1,16 +1,6 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <Kelvara/base/Guarded.h>
 #include <platform/headless/Headless.h>
-#include <platform/linux/LinuxPlatform.h>
 #include <platform/linux/SqliteDefaults.h>
 #include <platform/linux_support.h>
 

@@ -1,15 +1,7 @@
 #pragma once
 
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <gmock/gmock.h>
 
-#include <Kelvara/platform/HostApplication.h>
 #include <support/Recorders.h>
 
 namespace kva::test {
