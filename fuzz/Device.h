@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/core/Runtime.h>
 #include <platform/headless/Headless.h>

@@ -2,10 +2,6 @@
 // Input: "video" or "image", then one event per line: "@show" or another word of Show::happens(),
 // or a URL to which the page navigates.
 
-#include <memory>
-#include <optional>
-#include <string>
-
 #include <Kelvara/KVABidLoader.h>
 #include <fuzz/Device.h>
 #include <fuzz/Target.h>

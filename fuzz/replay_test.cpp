@@ -1,11 +1,8 @@
 // Runs every file of fuzz/corpus/<target> through its target. The corpus keeps every find.
 
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <string>
 
 #include <gtest/gtest.h>
 

@@ -2,11 +2,6 @@
 // Input: "METHOD /path?query", a line with Accept, a line with Content-Type, then the body. The
 // target also reads the whole input as a scenario, and the body as a scenario in JSON.
 
-#include <cstddef>
-#include <string>
-
-#include <nlohmann/json.hpp>
-
 #include <fuzz/Target.h>
 #include <sandbox/Envelope.h>
 #include <sandbox/ReadJson.h>

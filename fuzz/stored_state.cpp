@@ -4,7 +4,6 @@
 
 #include <charconv>
 #include <limits>
-#include <string>
 
 #include <nlohmann/json.hpp>
 

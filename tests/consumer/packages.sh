@@ -5,16 +5,13 @@ set -euo pipefail
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$*"; exit 1; }
-for package in libkelvara1 libkelvara-dev kelvara-tools; do
+declare -A needed=([libkelvara1]="libcurl4 libgtk-4-1 libsqlite3-0 libwebkitgtk-6.0-4"
+  [libkelvara-dev]="libkelvara1 libgtk-4-dev" [kelvara-tools]=libkelvara1)
+for package in "${!needed[@]}"; do
   deb=$(echo "$1"/${package}_*.deb)
   dpkg-deb -x "$deb" "$work/root"
   depends=$(dpkg-deb -f "$deb" Depends)
-  case $package in
-    libkelvara1) needed="libcurl4 libgtk-4-1 libsqlite3-0 libwebkitgtk-6.0-4" ;;
-    libkelvara-dev) needed="libkelvara1 libgtk-4-dev" ;;
-    kelvara-tools) needed="libkelvara1" ;;
-  esac
-  for one in $needed; do
+  for one in ${needed[$package]}; do
     [[ $depends == *"$one"* ]] || fail "$package does not depend on $one: $depends"
   done
 done

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <gtk/gtk.h>
-
-#include <memory>
-#include <string>
-#include <vector>
+#include <gmock/gmock.h>
 
 #include <platform/linux/gtk/Application.h>
 #include <stage/RealInput.h>

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-
 #include <platform/linux/gtk/NativeWebView.h>
 #include "gtk/Stage.h"
 
@@ -33,13 +28,7 @@ class WebPage : public testing::Test {
     add(std::move(configuration));
     loadAndFinish(html);
   }
-  /// Destroys the view and waits for the end of its page.
-  void destroyView() {
-    gpointer page = std::static_pointer_cast<NativeWebView>(webView)->page();
-    g_object_add_weak_pointer(G_OBJECT(page), &page);
-    webView.reset();
-    EXPECT_TRUE(spinUntil([&] { return !page; }));
-  }
+  WebKitWebView* page() { return std::static_pointer_cast<NativeWebView>(webView)->page(); }
   bool hasReady() { return static_cast<Application&>(app).hasReadyWebView(); }
   std::string evaluate(const std::string& script) { return stage.evaluate(*webView, script); }
   bool comesTrue(const std::string& condition) {

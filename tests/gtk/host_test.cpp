@@ -1,14 +1,11 @@
 #include <Kelvara/KVABidLoader.h>
-#include <Kelvara/KVAInterstital.h>
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
 
-#include <filesystem>
 #include <thread>
 
 #include <Kelvara/core/Log.h>
 #include <Kelvara/core/Runtime.h>
-#include <gmock/gmock.h>
 #include "gtk/Stage.h"
 #include "support/AdRecorder.h"
 

@@ -1,6 +1,4 @@
-#include <gtest/gtest.h>
 #include <platform/linux/gtk/NativeViewController.h>
-#include <stage/RealInput.h>
 #include "gtk/Stage.h"
 
 // Last, because of its macros.

@@ -1,7 +1,5 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
-#include <gtest/gtest.h>
 #include <platform/linux/gtk/WebViewPool.h>
-#include <stage/RealInput.h>
 
 #include <filesystem>
 
@@ -155,8 +153,7 @@ TEST_P(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {
   evaluate("noticed = []");
   evaluate("requestAnimationFrame = () => {}; clearInterval(timer)");
   int unmapped = 0;
-  const auto unmaps = connect<void()>(std::static_pointer_cast<NativeWebView>(webView)->page(),
-                                      "unmap", [&] { ++unmapped; });
+  const auto unmaps = connect<void()>(page(), "unmap", [&] { ++unmapped; });
   const gint64 shown = g_get_monotonic_time();
   stage.window()->view()->addSubview(holder, Layout::edges(Layout::Area::plain));
   EXPECT_EQ(webView->view()->window(), stage.window());
@@ -288,7 +285,10 @@ TEST_F(WebViewPools, MakeAViewWhenAnAdIsExpectedAndUseItOnce) {
   EXPECT_EQ(listener->finished, 0);
   ASSERT_TRUE(spinUntil([&] { return hasReady(); })) << "the next one, although the page loads";
 
-  destroyView();
+  gpointer ended = page();
+  g_object_add_weak_pointer(G_OBJECT(ended), &ended);
+  webView.reset();
+  EXPECT_TRUE(spinUntil([&] { return !ended; }));
   stage.tap({320, 200});
   EXPECT_TRUE(spinUntil([&] { return stage.hostClicks == 1; })) << "the warm view took the press";
   auto* other = GTK_WINDOW(gtk_window_new());

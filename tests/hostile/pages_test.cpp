@@ -1,14 +1,11 @@
 #include <signal.h>
 
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Runtime.h>
 #include <gmock/gmock.h>
 #include <platform/linux/gtk/Application.h>
-#include <stage/RealInput.h>
 #include <nlohmann/json.hpp>
 
 #include "show/ShowTest.h"

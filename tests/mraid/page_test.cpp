@@ -4,13 +4,9 @@
 // which it blocks, and compares all lines with the page's <pre id="expected">. The runner evaluates
 // each line of the page's <script type="text/bridge"> after the page has loaded, as the SDK would.
 // The line "leave" loads another page instead.
-#include <gmock/gmock.h>
-
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "gtk/WebPage.h"
 #include "support/PageScript.h"
@@ -50,7 +46,6 @@ class MraidPage : public WebPage, public testing::WithParamInterface<std::string
       if (!address.starts_with("about:")) transcript.push_back("navigation " + address);
     };
   }
-  WebKitWebView* page() { return std::static_pointer_cast<NativeWebView>(webView)->page(); }
   /// Runs a step, the body of an async function, and the timers that are due by its end.
   void run(const std::string& step) {
     EXPECT_EQ(kva::test::runInPage(page(), step), "null") << step;
@@ -59,13 +54,9 @@ class MraidPage : public WebPage, public testing::WithParamInterface<std::string
   }
   /// The lines of an element's text.
   Lines linesOf(const std::string& selector) {
-    const auto text = nlohmann::json::parse(kva::test::runInPage(
-        page(), "return document.querySelector('" + selector + "')?.textContent ?? ''", kRunner));
-    std::istringstream in(text.get<std::string>());
-    Lines lines;
-    for (std::string line; std::getline(in, line);)
-      if (!line.empty()) lines.push_back(line);
-    return lines;
+    const auto text = "(document.querySelector('" + selector + "')?.textContent ?? '')";
+    return nlohmann::json::parse(kva::test::runInPage(
+        page(), "return " + text + ".split('\\n').filter(line => line)", kRunner));
   }
 
   Lines transcript;

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 

@@ -66,20 +66,18 @@ TEST_F(MRControllers, ReportTheAdAsViewableOnlyWhereTheUserSeesIt) {
   const auto shown = adView();
   const auto place = [&](Rect frame) { window->view()->addSubview(shown, Layout::frame(frame)); };
   const Rect whole{0, 0, 400, 800}, outside{0, 800, 400, 800};
-  const std::pair<std::function<void()>, std::function<void()>> changes[] = {
-      {[&] { h.application.setState(State::inactive); },
-       [&] { h.application.setState(State::active); }},
-      {[&] { shown->setHidden(true); }, [&] { shown->setHidden(false); }},
-      {[&] { window->view()->setHidden(true); }, [&] { window->view()->setHidden(false); }},
-      {[&] { place(outside); }, [&] { place(whole); }},
-      {[&] { shown->removeFromSuperview(); }, [&] { place(whole); }},
+  const std::function<void(bool)> changes[] = {
+      [&](bool isSeen) { h.application.setState(isSeen ? State::active : State::inactive); },
+      [&](bool isSeen) { shown->setHidden(!isSeen); },
+      [&](bool isSeen) { window->view()->setHidden(!isSeen); },
+      [&](bool isSeen) { place(isSeen ? whole : outside); },
+      [&](bool isSeen) { isSeen ? place(whole) : shown->removeFromSuperview(); },
   };
   for (std::size_t i = 0; i < std::size(changes); ++i) {
-    const double seconds = i == 0 ? 0.2 : 1.1;  // notified of the state, polled for the rest
-    for (const bool isViewable : {false, true}) {
-      (isViewable ? changes[i].second : changes[i].first)();
-      h.time.advance(seconds);
-      EXPECT_THAT(takeScripts(), Contains(isViewable ? kIsViewable : kIsNotViewable)) << i;
+    for (const bool isSeen : {false, true}) {
+      changes[i](isSeen);
+      h.time.advance(i == 0 ? 0.2 : 1.1);  // notified of the state, polled for the rest
+      EXPECT_THAT(takeScripts(), Contains(isSeen ? kIsViewable : kIsNotViewable)) << i;
     }
   }
   place({0, 799, 400, 800});

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <cerrno>
+#include <gmock/gmock.h>
+
 #include <charconv>
-#include <nlohmann/json.hpp>
-#include <string>
-#include <string_view>
-#include <utility>
 
 #include "api/Contract.h"
 #include "platform/linux_support.h"

@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include "sandbox/Client.h"
 #include "sandbox/Scenario.h"
 #include "sandbox/Schema.h"

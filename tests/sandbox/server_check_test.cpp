@@ -1,7 +1,5 @@
 #include "server-check/ServerCheck.h"
 
-#include <gmock/gmock.h>
-
 #include "Kelvara/base/StringExtensions.h"
 #include "sandbox/Client.h"
 

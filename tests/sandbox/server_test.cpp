@@ -1,7 +1,3 @@
-#include "sandbox/Server.h"
-
-#include <gmock/gmock.h>
-
 #include <set>
 #include <thread>
 

@@ -1,22 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <gtk/gtk.h>
 #include <webkit/webkit.h>
 
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/Kelvara.h>
 #include <Kelvara/KelvaraGtk.h>
-#include <Kelvara/base/Guarded.h>
 #include <Kelvara/reporting/ReportManager.h>
 #include <sandbox/Catalogue.h>
 #include <sandbox/Server.h>
@@ -24,7 +14,6 @@
 
 #include "platform/linux_support.h"
 #include "support/AdRecorder.h"
-#include "support/MainLoop.h"
 
 namespace kva::show {
 

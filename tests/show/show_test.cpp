@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include "show/ShowTest.h"
 

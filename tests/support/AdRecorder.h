@@ -1,10 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include <Kelvara/KVAInterstital.h>
 #include <Kelvara/KVARewarded.h>

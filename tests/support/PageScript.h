@@ -2,9 +2,7 @@
 
 #include <webkit/webkit.h>
 
-#include <memory>
 #include <optional>
-#include <string>
 
 #include "support/MainLoop.h"
 

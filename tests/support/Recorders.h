@@ -1,9 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
-#include <string>
-#include <vector>
 
 #include <Kelvara/platform/HostApplication.h>
 
