@@ -17,8 +17,7 @@ namespace {
 
 using headless::answer;
 using headless::envelope;
-using testing::ElementsAre;
-using testing::Pair;
+using testing::ElementsAre, testing::Pair;
 
 class RequestManagerTest : public testing::Test {
  protected:

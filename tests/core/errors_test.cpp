@@ -10,12 +10,8 @@
 namespace kva {
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::EndsWith;
-using testing::Field;
-using testing::HasSubstr;
-using testing::UnorderedElementsAreArray;
+using testing::AllOf, testing::Contains, testing::EndsWith, testing::Field, testing::HasSubstr,
+    testing::UnorderedElementsAreArray;
 
 /// The rows of docs/errors.md, each after the heading that names its domain:
 /// "## ...: domain Kelvara| name (code) | text | cause | remedy |". Without the marks of code.
@@ -57,9 +53,8 @@ TEST(Errors, GiveTheRemedyOfTheirCodeAndText) {
       {{"Kelvara", 5, "Busy."}, "its message says why"},
       {{"WebKitPolicyError", 103, "Not allowed."}, "could not load the ad's page"},
   };
-  for (const auto& [error, remedy] : cases) {
+  for (const auto& [error, remedy] : cases)
     EXPECT_THAT(std::string(error.hint()), HasSubstr(remedy)) << error.localizedDescription();
-  }
   const auto lost = errorWithRemedy(kURLErrorDomain, 1005);
   EXPECT_EQ(lost.localizedDescription(), "The network connection was lost. Retry.");
   EXPECT_EQ(lost.hint(), "");

@@ -13,8 +13,7 @@ namespace kva {
 namespace {
 
 using namespace std::string_literals;
-using testing::ElementsAre;
-using testing::Pair;
+using testing::ElementsAre, testing::Pair;
 
 TEST(Completion, AbortsWhenCalledTwiceOrDropped) {
   Completion<int> once([](int) {});

@@ -9,8 +9,7 @@
 namespace kva {
 namespace {
 
-using testing::ElementsAre;
-using testing::Pair;
+using testing::ElementsAre, testing::Pair;
 
 const std::string kAppId = "E621E1F8-C36C-495A-93fc-0c247a3e6e5f";
 

@@ -14,12 +14,8 @@
 namespace kva::show {
 namespace {
 
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::Field;
-using testing::IsEmpty;
-using testing::StartsWith;
+using testing::AllOf, testing::Each, testing::ElementsAre, testing::Field, testing::IsEmpty,
+    testing::StartsWith;
 
 /// Shows the pages of pages/ as ads, one after another in one process. A page sets `window.acted`
 /// when its attack is done.

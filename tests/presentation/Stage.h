@@ -116,13 +116,9 @@ class AdStage : public Stage {
  protected:
   AdStage() { makeAd(); }
 
-  void makeAd(AdType adType = AdType::interstitial) {
+  void makeAd(KVABidType kind = KVABidType::interstitial) {
     host = std::make_shared<test::AdRecorder>();
-    const auto use = [this](const auto& made) {
-      made->setDelegate(host);
-      ad = made;
-    };
-    adType == AdType::rewarded ? use(KVARewarded::create()) : use(KVAInterstital::create());
+    ad = test::makeAd(kind, host);
   }
   void load() {
     ad->loadAd(bid(), 1.5);

@@ -76,7 +76,7 @@ TEST_F(AdViews, NameTheControlsInTheUsersLanguage) {
 TEST_F(AdViews, OfAVideoShowSkipUntilItIsOverAndThenClose) {
   for (const bool isSkipped : {false, true}) {
     SCOPED_TRACE(isSkipped);
-    makeAd(AdType::rewarded);
+    makeAd(KVABidType::rewarded);
     show({.contentType = "video", .arcDuration = 5});
     EXPECT_THAT(seen(), ElementsAre("icon.soundonn", "icon.adchoices"));
     if (isSkipped) {

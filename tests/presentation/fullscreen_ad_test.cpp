@@ -3,9 +3,7 @@
 namespace kva {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
+using testing::ElementsAre, testing::IsEmpty, testing::StartsWith;
 
 using FullscreenAds = AdStage;
 using Events = std::vector<std::string>;
@@ -39,7 +37,7 @@ TEST_F(FullscreenAds, NotifyTheHostFirstAndLeaveNothingBehind) {
 }
 
 TEST_F(FullscreenAds, EarnTheRewardAfterTheCountdownAndReportTheVideosProgress) {
-  makeAd(AdType::rewarded);
+  makeAd(KVABidType::rewarded);
   show({.contentType = "video", .arcDuration = 40, .adType = "rewarded"});
   EXPECT_TRUE(uploadedReports()[0]["comp"]);
   EXPECT_THAT(host->events(), ElementsAre("didReceive", "didPresent", "didComplete"));
@@ -96,7 +94,7 @@ TEST_F(FullscreenAds, NotifyTheHostOnceWhyTheyDoNotLoad) {
     serveTemplate("<html></html>");
     prepare();
     h.time.run();
-    makeAd(AdType::rewarded);
+    makeAd(KVABidType::rewarded);
     load();
     h.time.advance(59);
     EXPECT_EQ(host->events().empty(), event == late);
@@ -124,7 +122,7 @@ TEST_F(FullscreenAds, AreNotShownTwiceNorWithoutANetworkOrAPage) {
       {"didFailToPresent 13 No internet connection.", [&] { setNetwork(Network::down); }},
       {"didFailToPresent 0 Ad isn't ready.", [&] { page()->terminateProcess(); }}};
   for (const auto& [event, prepare] : cases) {
-    makeAd(AdType::rewarded);
+    makeAd(KVABidType::rewarded);
     loadPage();
     prepare();
     present();
@@ -231,7 +229,7 @@ TEST_F(FullscreenAds, EndWithTheirWindowAtAnyTime) {
 }
 
 TEST_F(FullscreenAds, WaitForTheirWindowToBeOnScreenAndCountDownOnlyWhileItIs) {
-  makeAd(AdType::rewarded);
+  makeAd(KVABidType::rewarded);
   loadPage({.arcDuration = 5, .adType = "rewarded"});
   window->setOnScreen(false);
   present();

@@ -3,10 +3,7 @@
 namespace kva {
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::MatchesRegex;
+using testing::Contains, testing::ElementsAre, testing::IsEmpty, testing::MatchesRegex;
 
 using MRControllers = AdStage;
 

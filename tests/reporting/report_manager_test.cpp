@@ -6,8 +6,7 @@
 namespace kva {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::ElementsAre, testing::IsEmpty;
 using Action = BidReportAction;
 using Keys = SDKHelper::UserDefaultKeys;
 

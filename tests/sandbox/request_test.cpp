@@ -5,13 +5,8 @@
 namespace kva::sandbox {
 namespace {
 
-using testing::ElementsAre;
-using testing::Field;
-using testing::IsEmpty;
-using testing::Matcher;
-using testing::Property;
-using testing::StartsWith;
-using testing::Truly;
+using testing::ElementsAre, testing::Field, testing::IsEmpty, testing::Matcher, testing::Property,
+    testing::StartsWith, testing::Truly;
 
 /// The wrong fields that the table of kelvara-server-check's test lacks.
 TEST(SandboxRequest, NamesTheWrongFieldAndTheExpectedValue) {

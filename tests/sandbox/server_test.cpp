@@ -146,9 +146,8 @@ TEST_F(SandboxServer, ChangesPlansAndExplainsWhyThereIsNoAd) {
     call("/bid/init", bidRequest(uid));
   }
   std::vector<std::string> reasons;
-  for (const Exchange& exchange : server.exchanges()) {
+  for (const Exchange& exchange : server.exchanges())
     if (exchange.endpoint.starts_with("/bid")) reasons.push_back(whyNoAd(exchange));
-  }
   using testing::HasSubstr;
   EXPECT_THAT(reasons, testing::ElementsAre(
                            HasSubstr("is switched off"), "", HasSubstr("plan: not one"), "",

@@ -109,14 +109,7 @@ class ShowTest : public testing::Test {
     ASSERT_FALSE(completionOf<std::optional<Error>>(
         [](auto done) { Kelvara::start(std::string(sandbox::kApplicationId), done); }));
   }
-  std::shared_ptr<KVAAd> makeAd(KVABidType kind) {
-    const auto recorded = [&](auto ad) -> std::shared_ptr<KVAAd> {
-      ad->setDelegate(recorder);
-      return ad;
-    };
-    return kind == KVABidType::rewarded ? recorded(KVARewarded::create())
-                                        : recorded(KVAInterstital::create());
-  }
+  std::shared_ptr<KVAAd> makeAd(KVABidType kind) { return test::makeAd(kind, recorder); }
   /// Bids for the catalogue's ad unit of this kind, and sets `lastBid`.
   std::shared_ptr<KVABidResponse> bid(KVABidType kind) {
     const std::string adUnit(kind == KVABidType::rewarded ? sandbox::kRewardedAdUnit

@@ -47,15 +47,7 @@ class Life {
   void load(const Bid& bid, KVABidType kind) {
     const auto loading = std::make_shared<Loading>(*this, bid);
     const auto load = loading->load;
-    const auto prepare = [&](const auto& ad) {
-      ad->setDelegate(loading);
-      loading->ad = ad;
-    };
-    if (kind == KVABidType::interstitial) {
-      prepare(KVAInterstital::create());
-    } else {
-      prepare(KVARewarded::create());
-    }
+    loading->ad = test::makeAd(kind, loading);
     loadings_.with([&](auto& all) { all.push_back(loading); });
     loading->ad->loadAd(bid, 1.25);
     load->returned();

@@ -41,6 +41,16 @@ class AdListener : public KVAInterstitialDelegate, public KVARewardedDelegate {
   void rewardedDidComplete(R&) override { happened("didComplete", {}); }
 };
 
+/// An ad that notifies `listener`.
+inline std::shared_ptr<KVAAd> makeAd(KVABidType kind, const std::shared_ptr<AdListener>& listener) {
+  const auto notifying = [&](const auto& ad) -> std::shared_ptr<KVAAd> {
+    ad->setDelegate(listener);
+    return ad;
+  };
+  return kind == KVABidType::rewarded ? notifying(KVARewarded::create())
+                                      : notifying(KVAInterstital::create());
+}
+
 /// Records the calls, such as "didReceive" and "didFailToPresent 0 Ad isn't ready.".
 /// Thread-safe.
 class AdRecorder : public AdListener {
