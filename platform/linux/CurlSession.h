@@ -16,7 +16,7 @@ namespace kva {
 /// 64 MiB, decompressed, fails with `cannotDecodeContentData`.
 class CurlSession final : public NetworkSession {
  public:
-  explicit CurlSession(const HostIdentity& host = {});
+  explicit CurlSession(const HostIdentity& host);
   /// After `run` has ended.
   ~CurlSession() override;
 
