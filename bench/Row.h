@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -58,6 +59,19 @@ inline void printRow(const std::string& what, const std::string& unit, double ou
     row["target"]["plus"] = target.plus;
   std::puts(row.dump().c_str());
   std::fflush(stdout);  // the rows before a failure are kept
+}
+
+/// Prints a row of samples that were taken in turns: the pair whose ratio is the median of all.
+/// What slows the machine for a while slows both samples of a pair.
+inline void printRow(const std::string& what, const std::string& unit, const Series& ours,
+                     const Series& floor, Target target) {
+  std::vector<std::pair<double, double>> pairs;
+  for (std::size_t i = 0; i < ours.size(); ++i)
+    pairs.emplace_back(ours.values()[i], floor.values().at(i));
+  const auto middle = pairs.begin() + static_cast<std::ptrdiff_t>((pairs.size() - 1) / 2);
+  std::ranges::nth_element(pairs, middle, {},
+                           [](const auto& pair) { return pair.first / pair.second; });
+  printRow(what, unit, middle->first, middle->second, target);
 }
 
 }  // namespace kva::bench

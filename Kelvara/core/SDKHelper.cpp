@@ -1,7 +1,7 @@
 #include <Kelvara/core/SDKHelper.h>
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -34,8 +34,9 @@ struct MRAIDScript {
     const auto path = mraidJSFile();
     if (!path) return;
     std::ifstream file(*path, std::ios::binary);
-    std::string contents(std::istreambuf_iterator<char>(file), {});
-    if (file && isUTF8(contents)) text = std::move(contents);
+    std::ostringstream contents;
+    contents << file.rdbuf();
+    if (file && isUTF8(contents.view())) text = std::move(contents).str();
   }
 };
 

@@ -24,10 +24,10 @@ int main() {
     cold.add(hosts.webkit("load 1").at("load").median());
     warm.add(hosts.webkit("load-warm").at("load").median());
   }
-  printRow("first ad, loadAd to DidReceive, against a cold view", "ms", first.median(),
-           cold.median(), {.ratio = 0.15});
-  printRow("first ad, loadAd to DidReceive, against a warm view", "ms", first.median(),
-           warm.median(), {.ratio = 1.2});
+  printRow("first ad, loadAd to DidReceive, against a cold view", "ms", first, cold,
+           {.ratio = 0.15});
+  printRow("first ad, loadAd to DidReceive, against a warm view", "ms", first, warm,
+           {.ratio = 1.2});
 
   Series spaced, spacedFloor, burst, burstFloor;
   addLater(spaced, hosts.kelvara("load 10 2.5").at("load"));

@@ -17,8 +17,7 @@ class StartTest : public testing::Test {
  protected:
   /// Starts and records the code of the completion's error, or 0.
   void start(const std::string& appId = kAppId) {
-    Kelvara::start(
-        appId, [this](std::optional<Error> error) { codes.push_back(error ? error->code() : 0); });
+    Kelvara::start(appId, [this](auto error) { codes.push_back(error ? error->code() : 0); });
   }
   /// Changes the network to each state in turn.
   void setNetwork(std::initializer_list<bool> states) {

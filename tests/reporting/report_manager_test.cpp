@@ -10,9 +10,7 @@ using testing::ElementsAre, testing::IsEmpty;
 using Action = BidReportAction;
 using Keys = SDKHelper::UserDefaultKeys;
 
-constexpr double kPeriod = 60;
-constexpr double kHour = 3600;
-constexpr double kDay = 24 * kHour;
+constexpr double kPeriod = 60, kHour = 3600, kDay = 24 * kHour;
 
 class Reports : public Stage {
  protected:
@@ -103,13 +101,10 @@ TEST_F(Reports, AreUploadedAtAnIntervalThatGrowsByPowersAndStays) {
   constexpr double kSquare = kPeriod * kPeriod, kCube = kSquare * kPeriod;
   // The interval to the next upload, and the error that it gets. Errors other than the server's
   // keep the interval and reset the exponent.
-  for (const auto& [interval, code] : {std::pair(kPeriod, 500),
-                                       {kSquare, 500},
-                                       {kCube, 42},
-                                       {kCube, 500},
-                                       {kSquare, 0},
-                                       {kSquare, 500},
-                                       {kSquare, 0}}) {
+  constexpr std::pair<double, int> kUploads[] = {{kPeriod, 500}, {kSquare, 500}, {kCube, 42},
+                                                 {kCube, 500},   {kSquare, 0},   {kSquare, 500},
+                                                 {kSquare, 0}};
+  for (const auto& [interval, code] : kUploads) {
     track("bid", {Action::click});
     code == 0 ? accept() : refuse(code);
     h.time.advance(interval - 1);

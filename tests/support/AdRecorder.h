@@ -22,20 +22,17 @@ class AdListener : public KVAInterstitialDelegate, public KVARewardedDelegate {
  private:
   using I = KVAInterstital;
   using R = KVARewarded;
+  using E = const Error&;
   void interstitialDidReceive(I&) override { happened("didReceive", {}); }
-  void interstitialDidFailToReceive(I&, const Error& e) override {
-    happened("didFailToReceive", e);
-  }
+  void interstitialDidFailToReceive(I&, E e) override { happened("didFailToReceive", e); }
   void interstitialDidPresent(I&) override { happened("didPresent", {}); }
-  void interstitialDidFailToPresent(I&, const Error& e) override {
-    happened("didFailToPresent", e);
-  }
+  void interstitialDidFailToPresent(I&, E e) override { happened("didFailToPresent", e); }
   void interstitialDidClick(I&) override { happened("didClick", {}); }
   void interstitialDidDismiss(I&) override { happened("didDismiss", {}); }
   void rewardedDidReceive(R&) override { happened("didReceive", {}); }
-  void rewardedDidFailToReceive(R&, const Error& e) override { happened("didFailToReceive", e); }
+  void rewardedDidFailToReceive(R&, E e) override { happened("didFailToReceive", e); }
   void rewardedDidPresent(R&) override { happened("didPresent", {}); }
-  void rewardedDidFailToPresent(R&, const Error& e) override { happened("didFailToPresent", e); }
+  void rewardedDidFailToPresent(R&, E e) override { happened("didFailToPresent", e); }
   void rewardedDidClick(R&) override { happened("didClick", {}); }
   void rewardedDidDismiss(R&) override { happened("didDismiss", {}); }
   void rewardedDidComplete(R&) override { happened("didComplete", {}); }
