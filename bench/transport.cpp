@@ -16,7 +16,7 @@
 namespace kva {
 namespace {
 
-constexpr int kRounds = 50;
+constexpr int kRounds = 200;
 constexpr int kBidsInARound = 200;
 
 double threadMicroseconds() {

@@ -126,6 +126,8 @@ class HostilePages : public ShowTest {
     auto& application = static_cast<gtk::Application&>(*Runtime::current().platform().application);
     EXPECT_TRUE(spinUntil([&] { return application.hasReadyWebView(); }));
     for (const pid_t process : pageProcesses()) kill(process, SIGKILL);
+    // Until the pool notices, it gives its dead view to the next ad.
+    EXPECT_TRUE(spinUntil([&] { return !application.hasReadyWebView(); }));
   }
 
   std::shared_ptr<KVAAd> presented;
