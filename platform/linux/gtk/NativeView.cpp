@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <utility>
 
 #include <platform/linux/gtk/NativeWindow.h>
 
@@ -44,6 +46,23 @@ EdgeInsets overlap(const EdgeInsets& insets, const Rect& frame, Size window) {
   return {std::max(0.0, insets.top - frame.y), std::max(0.0, insets.left - frame.x),
           std::max(0.0, frame.y + frame.height - (window.height - insets.bottom)),
           std::max(0.0, frame.x + frame.width - (window.width - insets.right))};
+}
+
+/// Draws one pixel as a fade draws an ad: black and a picture, as a group. Nobody sees it, because
+/// the group is nearly transparent. A renderer compiles the code for such a drawing at its first
+/// use, and after a pause it runs slowly; both would delay the first frame of an ad.
+void rehearseFade(GtkSnapshot* snapshot) {
+  constexpr double kAlmostTransparent = 1.0 / 255;  // GTK leaves out what is below
+  const std::uint32_t transparent = 0;
+  g_autoptr(GBytes) pixel = g_bytes_new(&transparent, sizeof transparent);
+  g_autoptr(GdkTexture) picture =
+      gdk_memory_texture_new(1, 1, GDK_MEMORY_DEFAULT, pixel, sizeof transparent);
+  const graphene_rect_t bounds{{0, 0}, {1, 1}};
+  const GdkRGBA black{0, 0, 0, 1};
+  gtk_snapshot_push_opacity(snapshot, kAlmostTransparent);
+  gtk_snapshot_append_color(snapshot, &black, &bounds);
+  gtk_snapshot_append_texture(snapshot, picture, &bounds);
+  gtk_snapshot_pop(snapshot);
 }
 
 }  // namespace
@@ -102,6 +121,7 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
     child->leaveSuperview();
   child->layout_ = layout;
   const bool standsBy = layout.kind == Layout::Kind::standby;
+  if (standsBy) rehearses_ = true;
   gtk_widget_set_can_target(child->widget(), !standsBy);
   gtk_widget_set_can_focus(child->widget(), !standsBy);
   gtk_accessible_update_state(GTK_ACCESSIBLE(child->widget()), GTK_ACCESSIBLE_STATE_HIDDEN,
@@ -229,6 +249,7 @@ void NativeView::allocate(Size size) {
 }
 
 void NativeView::snapshot(GtkSnapshot* snapshot) {
+  if (std::exchange(rehearses_, false)) rehearseFade(snapshot);
   if (background_ == Color::clear) return;
   const GdkRGBA black{0, 0, 0, 1};
   const graphene_rect_t bounds{{0, 0},

@@ -70,6 +70,7 @@ class NativeView final : public ContentView,
   Layout layout_;
   double alpha_ = 1, transition_ = 1;
   Color background_ = Color::clear;
+  bool rehearses_ = false;  ///< since a view stands by here; see `rehearseFade`
   GObjectPtr<GtkWidget> widget_;
   GtkWidget* content_ = nullptr;
   SignalConnection presses_;
