@@ -83,6 +83,18 @@ class ThreadPerConnection : public httplib::TaskQueue {
   std::list<Worker> workers_;  // used on the listening thread only
 };
 
+/// Changes headers that the library would handle badly.
+void adapt(httplib::Request& request) {
+  // It reads a POST without a length until the connection ends, but it has no body.
+  if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
+    request.set_header("Content-Length", "0");
+  // It compresses with Brotli's slowest level, for milliseconds even if the answer is short.
+  const bool takesGzip =
+      request.get_header_value("Accept-Encoding").find("gzip") != std::string::npos;
+  request.headers.erase("Accept-Encoding");
+  if (takesGzip) request.set_header("Accept-Encoding", "gzip");
+}
+
 }  // namespace
 
 Connection& Connection::current() { return *currentConnection; }
@@ -163,13 +175,6 @@ HttpServer::HttpServer() {
   set_payload_max_length(kLargestBody);
   set_keep_alive_timeout(kIdleLimit.count() / 1000);  // what the answers announce
   set_keep_alive_max_count(std::numeric_limits<int>::max());
-  // The library reads a POST without a length until the connection ends, but it has no body.
-  set_pre_routing_handler([](const httplib::Request& request, httplib::Response&) {
-    if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) {
-      const_cast<httplib::Request&>(request).set_header("Content-Length", "0");
-    }
-    return HandlerResponse::Unhandled;
-  });
   // By default the library shares the port with other programs. A second sandbox must fail.
   set_socket_options([](socket_t socket) {
     int yes = 1;
@@ -219,7 +224,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     currentConnection = &connection;
     bool over = false;
     while (!over && connection.waitForRequest()) {
-      served = process_request(connection, /*close_connection=*/false, over, nullptr);
+      served = process_request(connection, /*close_connection=*/false, over, adapt);
       connection.sendHeldAnswer();
       // The library also reports success when it fails to write an answer without a body.
       over = over || !served || connection.isAbandoned();

@@ -121,7 +121,9 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
     child->leaveSuperview();
   child->layout_ = layout;
   const bool standsBy = layout.kind == Layout::Kind::standby;
-  if (standsBy) rehearses_ = true;
+  // A page of its own is blank and comes while the main loop is idle. An ad's view comes while its
+  // page loads, which a drawing would delay.
+  if (standsBy && child->content_) rehearses_ = true;
   gtk_widget_set_can_target(child->widget(), !standsBy);
   gtk_widget_set_can_focus(child->widget(), !standsBy);
   gtk_accessible_update_state(GTK_ACCESSIBLE(child->widget()), GTK_ACCESSIBLE_STATE_HIDDEN,
