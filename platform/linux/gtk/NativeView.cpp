@@ -121,9 +121,9 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
     child->leaveSuperview();
   child->layout_ = layout;
   const bool standsBy = layout.kind == Layout::Kind::standby;
-  // A page of its own is blank and comes while the main loop is idle. An ad's view comes while its
-  // page loads, which a drawing would delay.
-  if (standsBy && child->content_) rehearses_ = true;
+  // The next blank page comes when the page of an ad on standby has loaded; drawing would delay the
+  // load. Without an ad, the compiled code would only take memory.
+  if (standsBy && child->content_ && hasStandby()) rehearses_ = true;
   gtk_widget_set_can_target(child->widget(), !standsBy);
   gtk_widget_set_can_focus(child->widget(), !standsBy);
   gtk_accessible_update_state(GTK_ACCESSIBLE(child->widget()), GTK_ACCESSIBLE_STATE_HIDDEN,
@@ -133,6 +133,11 @@ void NativeView::addSubview(std::shared_ptr<View> subview, Layout layout) {
   gtk_widget_insert_before(child->widget(), widget(), nullptr);
   relayout();
   if (child->window() != before) child->notifyOfWindow();
+}
+
+bool NativeView::hasStandby() const {
+  return std::ranges::any_of(
+      subviews_, [](auto& view) { return view->layout_.kind == Layout::Kind::standby; });
 }
 
 void NativeView::removeFromSuperview() {

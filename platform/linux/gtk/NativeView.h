@@ -58,6 +58,7 @@ class NativeView final : public ContentView,
   /// The window whose root view contains this one, even on standby.
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;
+  bool hasStandby() const;
   void leaveSuperview();
   void relayout();
   void notifyOfWindow();
@@ -70,7 +71,7 @@ class NativeView final : public ContentView,
   Layout layout_;
   double alpha_ = 1, transition_ = 1;
   Color background_ = Color::clear;
-  bool rehearses_ = false;  ///< since a view stands by here; see `rehearseFade`
+  bool rehearses_ = false;  ///< at the next drawing; see `rehearseFade`
   GObjectPtr<GtkWidget> widget_;
   GtkWidget* content_ = nullptr;
   SignalConnection presses_;
