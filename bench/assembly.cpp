@@ -68,7 +68,7 @@ void run() {
   const Launch launch(folder.file("defaults.sqlite"));
   const Ad ad = someAd();
   for (const auto& [name, size, times] :
-       {std::tuple("64 KB", 64U << 10, 500), {"4 MB", 4U << 20, 50}}) {
+       {std::tuple("64 KB", 64U << 10, 5000), {"4 MB", 4U << 20, 200}}) {
     const std::string html = templateOf(size);
     Series microseconds;
     double memory = 0;
