@@ -50,7 +50,7 @@ EdgeInsets overlap(const EdgeInsets& insets, const Rect& frame, Size window) {
 
 /// Draws one pixel as a fade draws an ad: black and a picture, as a group. Nobody sees it, because
 /// the group is nearly transparent. A renderer compiles the code for such a drawing at its first
-/// use, and after a pause it runs slowly; both would delay the first frame of an ad.
+/// use, which would delay the first frame of an ad.
 void rehearseFade(GtkSnapshot* snapshot) {
   constexpr double kAlmostTransparent = 1.0 / 255;  // GTK leaves out what is below
   const std::uint32_t transparent = 0;
