@@ -17,7 +17,7 @@ struct WebViewConfiguration {
   bool requiresUserActionForMediaPlayback = false;
   /// Runs at document start, before the page's scripts, in the main frame only.
   std::string userScript;
-  bool isOpaque = true;  ///< false: the content behind the view shows through the page
+  bool isOpaque = true;  ///< false: black, not white, where the page draws nothing
   bool bounces = true;   ///< false: no overscroll
   bool allowsZooming = true;
 };

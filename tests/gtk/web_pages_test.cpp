@@ -114,12 +114,33 @@ TEST_P(WebPages, PassDialogsToTheirDelegateAndOutliveIt) {
   EXPECT_TRUE(spinUntil([&] { return answered; })) << "with a result or an error";
 }
 
-TEST_P(WebPages, ShowWhatIsBehindATransparentPage) {
-  stage.window()->view()->setBackgroundColor(Color::black);
-  openAndFinish("<div style='position:fixed;inset:0 50% 0 0;background:#f00'></div>",
-                {.userScript = "", .isOpaque = false});
-  EXPECT_TRUE(spinUntil([&] { return redAt(20) == 0xff; }));
-  EXPECT_EQ(redAt(600), 0);
+TEST_P(WebPages, FadeTogetherWithTheBlackAroundAndBehindThem) {
+  auto ad = std::static_pointer_cast<NativeView>(app.makeView({}));
+  ad->setBackgroundColor(Color::black);
+  ad->setTransition(0);
+  stage.window()->view()->addSubview(ad, Layout::edges(Layout::Area::plain));
+  make({0, 0, 400, 480}, {.userScript = "", .isOpaque = false});
+  ad->addSubview(webView->view(), Layout::frame({100, 0, 400, 480}));
+  loadAndFinish("<div style='position:fixed;inset:0 50% 0 0;background:#f00'></div>");
+  const auto reds = [&] {
+    return std::vector{redAt(50), redAt(200), redAt(400), redAt(600)};  // the page is at 100 to 500
+  };
+  const int host = redAt(320);
+  ad->setTransition(1);
+  EXPECT_TRUE(spinUntil([&] { return reds() == std::vector{0, 255, 0, 0}; }));
+
+  const auto halfOf = [](int red) {
+    return testing::AllOf(testing::Ge(red / 2 - 1), testing::Le(red / 2 + 1));
+  };
+  ad->setTransition(0.5);
+  EXPECT_THAT(reds(),
+              testing::ElementsAre(halfOf(host), halfOf(host + 255), halfOf(host), halfOf(host)));
+  webkit_web_view_terminate_web_process(page());
+  EXPECT_TRUE(spinUntil([&] {
+    gtk_widget_queue_draw(GTK_WIDGET(page()));
+    return redAt(200) < host;
+  })) << "WebKit draws nothing";
+  EXPECT_THAT(reds(), testing::Each(halfOf(host)));
 }
 
 TEST_P(WebPages, RunAndDrawOnStandbyAndCannotObserveThatTheyAreShown) {

@@ -34,7 +34,6 @@ void sizeAllocate(GtkWidget* widget, int width, int height, int) {
 
 void snapshot(GtkWidget* widget, GtkSnapshot* snapshot) {
   if (auto* client = clientOf(widget)) client->snapshot(snapshot);
-  GTK_WIDGET_CLASS(kva_layout_widget_parent_class)->snapshot(widget, snapshot);
 }
 
 gboolean contains(GtkWidget* widget, double x, double y) {

@@ -14,6 +14,7 @@ class LayoutClient {
   virtual ~LayoutClient() = default;
   /// Places the widget's children. They have been measured.
   virtual void allocate(Size size) = 0;
+  /// Draws the widget and its children.
   virtual void snapshot(GtkSnapshot* snapshot) = 0;
   /// Whether the widget itself accepts presses within its bounds. Its children decide for
   /// themselves.

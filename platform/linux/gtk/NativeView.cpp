@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <tuple>
 #include <utility>
 
 #include <platform/linux/gtk/NativeWindow.h>
@@ -48,9 +49,35 @@ EdgeInsets overlap(const EdgeInsets& insets, const Rect& frame, Size window) {
           std::max(0.0, frame.x + frame.width - (window.width - insets.right))};
 }
 
-/// Draws one pixel as a fade draws an ad: black and a picture, as a group. Nobody sees it, because
-/// the group is nearly transparent. A renderer compiles the code for such a drawing at its first
-/// use, which would delay the first frame of an ad.
+/// Draws each part of the picture with this opacity. As a group, the parts would first be drawn
+/// into a picture of their own in each frame, which takes long on a processor.
+void appendFaded(GtkSnapshot* snapshot, GskRenderNode* picture, double opacity) {
+  switch (gsk_render_node_get_node_type(picture)) {
+    case GSK_CONTAINER_NODE:
+      for (guint i = 0; i < gsk_container_node_get_n_children(picture); ++i)
+        appendFaded(snapshot, gsk_container_node_get_child(picture, i), opacity);
+      return;
+    case GSK_TRANSFORM_NODE:
+      gtk_snapshot_save(snapshot);
+      gtk_snapshot_transform(snapshot, gsk_transform_node_get_transform(picture));
+      appendFaded(snapshot, gsk_transform_node_get_child(picture), opacity);
+      gtk_snapshot_restore(snapshot);
+      return;
+    case GSK_CLIP_NODE:
+      gtk_snapshot_push_clip(snapshot, gsk_clip_node_get_clip(picture));
+      appendFaded(snapshot, gsk_clip_node_get_child(picture), opacity);
+      gtk_snapshot_pop(snapshot);
+      return;
+    default:
+      gtk_snapshot_push_opacity(snapshot, opacity);
+      gtk_snapshot_append_node(snapshot, picture);
+      gtk_snapshot_pop(snapshot);
+  }
+}
+
+/// Draws one pixel as a fade draws a page. Nobody sees it, because it is nearly transparent. A
+/// renderer compiles the code for such a drawing at its first use, which would delay the first
+/// frame of an ad.
 void rehearseFade(GtkSnapshot* snapshot) {
   constexpr double kAlmostTransparent = 1.0 / 255;  // GTK leaves out what is below
   const std::uint32_t transparent = 0;
@@ -58,9 +85,7 @@ void rehearseFade(GtkSnapshot* snapshot) {
   g_autoptr(GdkTexture) picture =
       gdk_memory_texture_new(1, 1, GDK_MEMORY_DEFAULT, pixel, sizeof transparent);
   const graphene_rect_t bounds{{0, 0}, {1, 1}};
-  const GdkRGBA black{0, 0, 0, 1};
   gtk_snapshot_push_opacity(snapshot, kAlmostTransparent);
-  gtk_snapshot_append_color(snapshot, &black, &bounds);
   gtk_snapshot_append_texture(snapshot, picture, &bounds);
   gtk_snapshot_pop(snapshot);
 }
@@ -102,7 +127,7 @@ void NativeView::setRootSize(Size size) { frame_ = {0, 0, size.width, size.heigh
 
 void NativeView::setTransition(double visible) {
   transition_ = visible;
-  gtk_widget_set_opacity(widget(), alpha_ * transition_);
+  gtk_widget_queue_draw(widget());
 }
 
 void NativeView::reportTouch() {
@@ -230,10 +255,7 @@ void NativeView::relayout() {
 
 bool NativeView::isHidden() const { return !gtk_widget_get_visible(widget()); }
 
-void NativeView::setAlpha(double alpha) {
-  alpha_ = alpha;
-  gtk_widget_set_opacity(widget(), alpha_ * transition_);
-}
+void NativeView::setAlpha(double alpha) { gtk_widget_set_opacity(widget(), alpha); }
 
 void NativeView::setBackgroundColor(Color color) {
   background_ = color;
@@ -257,12 +279,51 @@ void NativeView::allocate(Size size) {
 
 void NativeView::snapshot(GtkSnapshot* snapshot) {
   if (std::exchange(rehearses_, false)) rehearseFade(snapshot);
-  if (background_ == Color::clear) return;
+  if (transition_ == 1) return draw(snapshot);
+  auto* picture = gtk_snapshot_new();
+  draw(picture);
+  if (auto* node = gtk_snapshot_free_to_node(picture)) {
+    appendFaded(snapshot, node, transition_);
+    gsk_render_node_unref(node);
+  }
+}
+
+void NativeView::draw(GtkSnapshot* snapshot) {
+  if (background_ == Color::black) drawBackground(snapshot);
+  for (auto* child = gtk_widget_get_first_child(widget()); child;
+       child = gtk_widget_get_next_sibling(child))
+    gtk_widget_snapshot_child(widget(), child, snapshot);
+}
+
+// In a fade, a page has no black below it: pages are opaque, and the black would darken the fade.
+void NativeView::drawBackground(GtkSnapshot* snapshot) {
+  const auto width = static_cast<float>(gtk_widget_get_width(widget()));
+  const auto height = static_cast<float>(gtk_widget_get_height(widget()));
+  graphene_rect_t page{};
+  if (auto* painted = transition_ < 1 ? paintedContent() : nullptr)
+    std::ignore = gtk_widget_compute_bounds(painted, widget(), &page);
+  const float left = page.origin.x, right = left + page.size.width;
+  const float top = page.origin.y, bottom = top + page.size.height;
   const GdkRGBA black{0, 0, 0, 1};
-  const graphene_rect_t bounds{{0, 0},
-                               {static_cast<float>(gtk_widget_get_width(widget())),
-                                static_cast<float>(gtk_widget_get_height(widget()))}};
-  gtk_snapshot_append_color(snapshot, &black, &bounds);
+  for (const graphene_rect_t& bar :
+       {graphene_rect_t{{0, 0}, {width, top}}, graphene_rect_t{{0, top}, {left, bottom - top}},
+        graphene_rect_t{{right, top}, {width - right, bottom - top}},
+        graphene_rect_t{{0, bottom}, {width, height - bottom}}})
+    gtk_snapshot_append_color(snapshot, &black, &bar);
+}
+
+// WebKit paints nothing before a page's first frame and after the end of its process.
+GtkWidget* NativeView::paintedContent() const {
+  if (content_) {
+    auto* picture = gtk_snapshot_new();
+    gtk_widget_snapshot_child(widget(), content_, picture);
+    auto* painted = gtk_snapshot_free_to_node(picture);
+    if (painted) gsk_render_node_unref(painted);
+    return painted ? content_ : nullptr;
+  }
+  for (const auto& subview : subviews_)
+    if (auto* painted = subview->paintedContent()) return painted;
+  return nullptr;
 }
 
 bool NativeView::takesPresses() const {

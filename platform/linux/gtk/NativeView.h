@@ -29,7 +29,7 @@ class NativeView final : public ContentView,
   void becomeRoot(std::weak_ptr<NativeWindow> window);
   /// Sets the root's size in its window.
   void setRootSize(Size size);
-  /// Sets the opacity of a running transition, which multiplies the view's alpha.
+  /// Sets the opacity of a running transition, which multiplies the alpha of the view's parts.
   void setTransition(double visible);
   void reportTouch() override;
 
@@ -58,6 +58,10 @@ class NativeView final : public ContentView,
   /// The window whose root view contains this one, even on standby.
   std::shared_ptr<NativeWindow> nativeWindow() const;
   EdgeInsets safeAreaInsets() const;
+  void draw(GtkSnapshot* snapshot);
+  void drawBackground(GtkSnapshot* snapshot);
+  /// The content of this view or one in it, if it has painted.
+  GtkWidget* paintedContent() const;
   bool hasStandby() const;
   void leaveSuperview();
   void relayout();
@@ -69,7 +73,7 @@ class NativeView final : public ContentView,
   std::weak_ptr<NativeWindow> rootOf_;
   Rect frame_;  ///< while there is no superview
   Layout layout_;
-  double alpha_ = 1, transition_ = 1;
+  double transition_ = 1;
   Color background_ = Color::clear;
   bool rehearses_ = false;  ///< at the next drawing; see `rehearseFade`
   GObjectPtr<GtkWidget> widget_;

@@ -149,8 +149,10 @@ void NativeWebView::configure(const WebViewConfiguration& configuration) {
                              WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr);
   webkit_user_content_manager_add_script(webkit_web_view_get_user_content_manager(page()), script);
   webkit_user_script_unref(script);
+  // Never transparent: what is behind an ad's page is black, and only an opaque page can fade
+  // without it.
   const float shade = configuration.isOpaque ? 1 : 0;
-  const GdkRGBA background{shade, shade, shade, shade};
+  const GdkRGBA background{shade, shade, shade, 1};
   webkit_web_view_set_background_color(page(), &background);
   // WebKit's view contains a text view, which would take the focus behind the page's last element.
   for (auto* inner = gtk_widget_get_first_child(GTK_WIDGET(page())); inner;
