@@ -130,9 +130,11 @@ if(KELVARA_DISPLAY)
   target_compile_features(kelvara INTERFACE cxx_std_20)
   # Hosts need only GTK's headers, for <Kelvara/KelvaraGtk.h>.
   pkg_check_modules(KELVARA_GTK4 REQUIRED IMPORTED_TARGET gtk4)
+  pkg_check_modules(GMODULE REQUIRED IMPORTED_TARGET gmodule-no-export-2.0)
   target_link_libraries(kelvara PUBLIC PkgConfig::KELVARA_GTK4 PRIVATE
     $<BUILD_INTERFACE:kelvara_flags> $<BUILD_INTERFACE:PkgConfig::GTK>
-    $<BUILD_INTERFACE:PkgConfig::GIO> $<BUILD_INTERFACE:PkgConfig::SQLITE>)
+    $<BUILD_INTERFACE:PkgConfig::GIO> $<BUILD_INTERFACE:PkgConfig::GMODULE>
+    $<BUILD_INTERFACE:PkgConfig::SQLITE>)
   target_link_options(kelvara PRIVATE
     -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/kelvara.map -Wl,--no-undefined)
   add_dependencies(kelvara kelvara_resources kelvara_network_module kelvara_web_module)

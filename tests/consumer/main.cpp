@@ -1,8 +1,11 @@
 // A host that is compiled and linked against the installed library alone.
 //   consumer                             makes the SDK's host, which logs missing resources
 //   consumer API_BASE APP_ID AD_UNIT     loads an interstitial; prints the outcome
+#include <dlfcn.h>
+
 #include <atomic>
 #include <cstdio>
+#include <thread>
 
 #include <Kelvara/KVABidLoader.h>
 #include <Kelvara/KVAInterstital.h>
@@ -31,6 +34,15 @@ struct Loading : kva::KVAInterstitialDelegate {
   std::atomic<bool> hasEnded = false;
 };
 
+/// Opens a module again and again, as GTK does for its input methods and the like.
+void openModules(const std::atomic<bool>& hasEnded) {
+  // GTK brings GModule in; a host does not link it.
+  const auto open =
+      reinterpret_cast<void* (*)(const char*, int)>(dlsym(RTLD_DEFAULT, "g_module_open"));
+  const auto close = reinterpret_cast<int (*)(void*)>(dlsym(RTLD_DEFAULT, "g_module_close"));
+  while (!hasEnded) close(open("libgtk-4.so.1", 0));
+}
+
 void load(const std::string& appId, const std::string& adUnit) {
   auto* window = gtk_window_new();
   gtk_window_present(GTK_WINDOW(window));
@@ -44,7 +56,9 @@ void load(const std::string& appId, const std::string& adUnit) {
       ad->loadAd(bid, bid->price());
     });
   });
+  std::thread modules([&] { openModules(delegate->hasEnded); });
   while (!delegate->hasEnded) g_main_context_iteration(nullptr, TRUE);
+  modules.join();
 }
 
 }  // namespace

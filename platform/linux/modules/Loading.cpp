@@ -1,6 +1,7 @@
 // libkelvara.so loads libcurl and WebKit when they are first needed. A module contains the code
 // that uses one of them, and stands in a folder beside the library that is named after its version.
 #include <dlfcn.h>
+#include <gmodule.h>
 
 #include <platform/linux/HostFacts.h>
 #include <platform/linux/NetworkSession.h>
@@ -9,10 +10,14 @@
 namespace kva {
 namespace {
 
+std::filesystem::path fileOf(const std::string& module) {
+  return libraryFile().parent_path() / ("kelvara-" KELVARA_VERSION) / (module + ".so");
+}
+
 /// The module's `function`. The module stays loaded until the process ends.
 template <class Function>
 Result<Function> load(const std::string& module, const char* function) {
-  const auto file = libraryFile().parent_path() / ("kelvara-" KELVARA_VERSION) / (module + ".so");
+  const auto file = fileOf(module);
   void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (library)
     if (void* found = dlvsym(library, function, "KELVARA_" KELVARA_VERSION))
@@ -31,7 +36,14 @@ Result<NetworkSessionMaker> loadNetwork() {
 }
 
 namespace gtk {
-Result<WebEngineMaker> loadWebEngine() { return load<WebEngineMaker>("web", "kelvara_web"); }
+// GModule first: while the system links WebKit's libraries, it holds its own lock, and one of them
+// (libsoup) takes GModule's lock. GTK takes them in the opposite order when it loads a module of
+// its own on another thread, and each thread would wait for the other for ever.
+Result<WebEngineMaker> loadWebEngine() {
+  if (auto* module = g_module_open(fileOf("web").c_str(), G_MODULE_BIND_LOCAL))
+    g_module_make_resident(module);
+  return load<WebEngineMaker>("web", "kelvara_web");
+}
 }  // namespace gtk
 
 }  // namespace kva
