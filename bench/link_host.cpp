@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -43,6 +44,7 @@ void idle() {
 #ifdef WITH_KELVARA
   const auto folder =
       std::filesystem::temp_directory_path() / ("kelvara-link-" + std::to_string(getpid()));
+  const std::shared_ptr<void> removed(nullptr, [&](void*) { std::filesystem::remove_all(folder); });
   kva::gtk::Host host({.userDefaults = folder / "defaults.sqlite"});
   const auto controller = host.viewController(GTK_WINDOW(window));
 #endif

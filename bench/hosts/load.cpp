@@ -14,7 +14,7 @@ void addLater(Series& all, const Series& samples) {
 
 int main() {
   using namespace kva::bench;
-  constexpr int kFirstAds = 30, kColdViews = 10, kBursts = 3;
+  constexpr int kFirstAds = 40, kColdViews = 10, kBursts = 3;
   Hosts hosts(Page::imageAd);
   hosts.kelvara("load 1");  // the template is stored
 
