@@ -24,6 +24,10 @@ void runUntil(const std::function<bool()>& done);
 /// Runs the main loop with one timer, so that the host itself causes no other wake-up.
 void runFor(double seconds);
 
+/// The pause before a host's first ad. The SDK makes its first web view in it. The bare hosts pause
+/// too, because a machine that was idle is slower for a while.
+inline constexpr double kStartSeconds = 3;
+
 /// The window of a host, 800 by 600. Its content has one colour.
 class HostWindow {
  public:

@@ -20,8 +20,6 @@ namespace {
 using namespace kva;
 using namespace kva::bench;
 
-/// Until the SDK has made its first web view.
-constexpr double kStartSeconds = 3;
 /// Until SDK, GTK and WebKit have done what they do after a load; with two views, over five
 /// seconds.
 constexpr double kSettlingSeconds = 8;

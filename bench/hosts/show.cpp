@@ -4,7 +4,7 @@
 
 int main() {
   using namespace kva::bench;
-  constexpr int kShows = 8, kGaps = 6;
+  constexpr int kShows = 16, kGaps = 8;
   // The length of the fade, which the final colour includes, and the time until it starts.
   constexpr double kFade = 200, kFirstPixel = 20;
   Hosts hosts(Page::colour);

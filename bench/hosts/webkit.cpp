@@ -84,6 +84,7 @@ class Application {
 };
 
 void loadCold(Application& application, double count, double pause) {
+  runFor(kStartSeconds);
   for (int i = 0; i < count; ++i) {
     if (i > 0 && pause > 0) runFor(pause);
     const double begin = now();
@@ -99,7 +100,7 @@ void loadWarm(Application& application) {
   auto* view = application.makeView();
   application.cover(view);
   application.loadBlank(view);
-  runFor(1);
+  runFor(kStartSeconds);
   const double begin = now();
   application.loadPage(view);
   report("load", now() - begin);
