@@ -5,9 +5,9 @@ set(KELVARA_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= t
 add_library(kelvara_flags INTERFACE)
 target_compile_options(kelvara_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KELVARA_WERROR}>:-Werror>
-  -fstack-protector-strong
+  -fstack-protector-strong -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
   $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3
-    -ffunction-sections -fdata-sections -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=>)
+    -ffunction-sections -fdata-sections>)
 target_link_options(kelvara_flags INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed
   $<$<CONFIG:Release,RelWithDebInfo>:-Wl,--gc-sections>)
 if(KELVARA_SANITIZE)
