@@ -15,9 +15,14 @@ std::filesystem::path fileOf(const std::string& module) {
 }
 
 /// The module's `function`. The module stays loaded until the process ends.
+// GModule opens it first: while the system links a module's libraries, it holds its own lock, and
+// one of WebKit's (libsoup) takes GModule's lock. GTK takes them in the opposite order when it
+// loads a module of its own on another thread, and each thread would wait for the other for ever.
 template <class Function>
 Result<Function> load(const std::string& module, const char* function) {
   const auto file = fileOf(module);
+  if (auto* opened = g_module_open(file.c_str(), G_MODULE_BIND_LOCAL))
+    g_module_make_resident(opened);
   void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (library)
     if (void* found = dlvsym(library, function, "KELVARA_" KELVARA_VERSION))
@@ -36,14 +41,7 @@ Result<NetworkSessionMaker> loadNetwork() {
 }
 
 namespace gtk {
-// GModule first: while the system links WebKit's libraries, it holds its own lock, and one of them
-// (libsoup) takes GModule's lock. GTK takes them in the opposite order when it loads a module of
-// its own on another thread, and each thread would wait for the other for ever.
-Result<WebEngineMaker> loadWebEngine() {
-  if (auto* module = g_module_open(fileOf("web").c_str(), G_MODULE_BIND_LOCAL))
-    g_module_make_resident(module);
-  return load<WebEngineMaker>("web", "kelvara_web");
-}
+Result<WebEngineMaker> loadWebEngine() { return load<WebEngineMaker>("web", "kelvara_web"); }
 }  // namespace gtk
 
 }  // namespace kva
