@@ -59,7 +59,7 @@ class WebViewDelegate {
 /// One web page with its own script world. It shares no storage, scheme or extension with the
 /// host's pages. It refuses permission prompts, downloads, full screen, pointer lock, file
 /// choosers, media sessions and the asynchronous clipboard, and lets a page leave without a "before
-/// unload" prompt. When it is destroyed, its page stays for 100 ms, invisible and muted, to run the
+/// unload" prompt. When it is destroyed, its page stays for 300 ms, invisible and muted, to run the
 /// scripts that were evaluated before.
 class WebView {
  public:

@@ -18,7 +18,7 @@ constexpr int kFlood = 1000;
 constexpr gint64 kPatienceMicroseconds = 2'000'000;
 
 // How long a page may handle the event that its ad closes.
-constexpr guint kClosingMilliseconds = 100;
+constexpr guint kClosingMilliseconds = 300;
 
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};

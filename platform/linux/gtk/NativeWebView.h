@@ -11,7 +11,7 @@
 
 namespace kva::gtk {
 
-/// A page in WebKit. Its web process is terminated 100 ms after the view is destroyed. WebKit does
+/// A page in WebKit. Its web process is terminated 300 ms after the view is destroyed. WebKit does
 /// not report which frame of a page navigates: a named target counts as a subframe, an unnamed one
 /// as the main frame. Main thread only.
 class NativeWebView final : public kva::WebView,
