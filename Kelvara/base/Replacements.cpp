@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -19,7 +20,8 @@ class Chain {
   Chain(std::span<const Replacement> replacements, std::size_t expectedSize) {
     for (const auto& replacement : replacements) {
       stages_.push_back({replacement});
-      begins_[byte(replacement.target.front())] = true;
+      auto& pairs = pairs_[byte(replacement.target.front())];
+      if (!pairs) pairs = std::make_unique<Pairs>();
     }
     result_.reserve(expectedSize);
   }
@@ -38,28 +40,40 @@ class Chain {
   };
   /// What becomes of two characters that follow when no stage holds anything back.
   struct Pair {
-    enum { unknown, passes, stays } state = unknown;
+    enum : std::uint8_t { unknown, unchanged, changed, stays } state = unknown;
     std::uint8_t size = 0;
     std::array<char, 2> result{};
   };
+  using Pairs = std::array<Pair, 256>;  ///< by the second character
 
   static std::uint8_t byte(char c) { return static_cast<std::uint8_t>(c); }
 
   void write(std::size_t stage, std::string_view text) {
     for (std::size_t at = 0; at < text.size();) {
-      if (holding_ > 0) {
-        writeOne(stage, text[at++]);
-        continue;
+      if (holding_ == 0) {
+        const std::size_t begun = at;
+        at = skip(stage, text, at);
+        result_.append(text, begun, at - begun);
+        if (at == text.size()) return;
+        if (stage == 0 && at + 1 < text.size() && writePair(text[at], text[at + 1])) {
+          at += 2;
+          continue;
+        }
       }
-      const std::size_t begun = at;
-      while (at < text.size() && !begins_[byte(text[at])]) ++at;
-      result_.append(text, begun, at - begun);
-      if (at == text.size()) return;
-      if (at + 1 < text.size() && stage == 0 && writePair(text[at], text[at + 1]))
-        at += 2;
-      else
-        writeOne(stage, text[at++]);
+      writeOne(stage, text[at++]);
     }
+  }
+
+  /// The end of the text from `at` on that the stages leave as it is.
+  std::size_t skip(std::size_t stage, std::string_view text, std::size_t at) const {
+    for (; at < text.size(); ++at) {
+      const auto& pairs = pairs_[byte(text[at])];
+      if (!pairs) continue;
+      if (stage != 0 || at + 1 == text.size()) break;
+      if ((*pairs)[byte(text[at + 1])].state != Pair::unchanged) break;
+      ++at;
+    }
+    return at;
   }
 
   void writeOne(std::size_t i, char c) {
@@ -89,27 +103,27 @@ class Chain {
 
   /// Writes two characters if they leave nothing held back; remembers the outcome of each pair.
   bool writePair(char first, char second) {
-    auto& pairs = pairs_[byte(first)];
-    if (pairs.empty()) pairs.resize(256);
-    Pair& pair = pairs[byte(second)];
-    if (pair.state == Pair::passes) result_.append(pair.result.data(), pair.size);
-    if (pair.state != Pair::unknown) return pair.state == Pair::passes;
+    Pair& pair = (*pairs_[byte(first)])[byte(second)];
+    if (pair.state == Pair::changed) result_.append(pair.result.data(), pair.size);
+    if (pair.state != Pair::unknown) return pair.state == Pair::changed;
 
     const std::size_t before = result_.size();
     writeOne(0, first);
     writeOne(0, second);
-    const std::size_t size = result_.size() - before;
-    pair.state = holding_ == 0 && size <= pair.result.size() ? Pair::passes : Pair::stays;
-    if (pair.state == Pair::passes) {
-      pair.size = static_cast<std::uint8_t>(size);
-      result_.copy(pair.result.data(), size, before);
+    const auto result = std::string_view(result_).substr(before);
+    if (holding_ > 0 || result.size() > pair.result.size())
+      pair.state = Pair::stays;
+    else
+      pair.state = result == std::string{first, second} ? Pair::unchanged : Pair::changed;
+    if (pair.state == Pair::changed) {
+      pair.size = static_cast<std::uint8_t>(result.size());
+      result.copy(pair.result.data(), result.size());
     }
     return true;
   }
 
   std::vector<Stage> stages_;
-  std::array<bool, 256> begins_{};  ///< by character: whether a target begins with it
-  std::array<std::vector<Pair>, 256> pairs_;
+  std::array<std::unique_ptr<Pairs>, 256> pairs_;  ///< by a character that begins a target
   int holding_ = 0;  ///< the number of stages that hold something back
   std::string result_;
 };
