@@ -216,7 +216,10 @@ void Application::prepareWebView() {
   auto loading = GObjectPtr<GTask>(
       g_task_new(nullptr, nullptr, runAsync,
                  asyncData([this, alive = std::weak_ptr(logError_)](GObject*, GAsyncResult*) {
-                   if (alive.lock()) webEngine().prepare();
+                   if (!alive.lock()) return;
+                   // The first button of a process takes longer: it adds the style.
+                   makeButton();
+                   webEngine().prepare();
                  })));
   g_task_run_in_thread(loading.get(), [](GTask* task, gpointer, gpointer, GCancellable*) {
     g_task_return_boolean(task, loadWebEngine().has_value());
