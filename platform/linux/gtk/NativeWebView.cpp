@@ -131,6 +131,7 @@ void NativeWebView::layOut(Size size) {
 // WebKit drops what it drew when its widget moves, and a page that does not change draws nothing by
 // itself. A change of the background makes WebKit draw again; the page cannot observe it.
 void NativeWebView::redraw() {
+  if (startedURI_.empty()) return;  // there is no page yet
   GdkRGBA background;
   webkit_web_view_get_background_color(page(), &background);
   GdkRGBA other = background;
