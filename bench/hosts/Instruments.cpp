@@ -70,7 +70,7 @@ std::map<std::string, double> sleeps() {
   return found;
 }
 
-/// The growth of the values that are in `after`.
+/// The growth of the values that are in `after`; a thread or process that has ended does not count.
 template <class Map>
 double growth(const Map& before, const Map& after) {
   double sum = 0;
