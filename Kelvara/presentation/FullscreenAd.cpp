@@ -52,7 +52,6 @@ void FullscreenAd::loadAd(std::shared_ptr<KVABidResponse> bidResponse, double cl
     state.adLoader = loader;
   });
   loader->load(bidResponse, clearingPrice);
-  SDKHelper::MRAID::mraidJS();  // is read while the server answers
 }
 
 void FullscreenAd::adLoaderDidReceiveAd(AdLoader&) {
