@@ -59,8 +59,9 @@ class WebViewDelegate {
 /// One web page with its own script world. It shares no storage, scheme or extension with the
 /// host's pages. It refuses permission prompts, downloads, full screen, pointer lock, file
 /// choosers, media sessions and the asynchronous clipboard, and lets a page leave without a "before
-/// unload" prompt. When it is destroyed, its page stays for 300 ms, invisible and muted, to run the
-/// scripts that were evaluated before.
+/// unload" prompt. When it is destroyed, its page stays, invisible and muted, to run the scripts
+/// that were evaluated before: for 300 ms, or for up to 2.1 s if these or the page's requests take
+/// longer.
 class WebView {
  public:
   /// The script's value as JSON text, or the exception that it threw.

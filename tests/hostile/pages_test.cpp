@@ -1,6 +1,7 @@
 #include <signal.h>
 
 #include <set>
+#include <thread>
 
 #include <Kelvara/base/StringExtensions.h>
 #include <Kelvara/core/Runtime.h>
@@ -330,13 +331,18 @@ TEST_F(HostilePages, AreNotifiedOfEveryKindOfCloseAndMaySendRequests) {
       received.with([&](auto& all) { all.insert(request.path + " " + request.body); });
     };
     answers.Get("/image", receive);
+    answers.Get("/slow", [](const auto&, auto& answer) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+      answer.set_redirect("/image");
+    });
     for (const char* path : {"/fetch", "/beacon"}) answers.Post(path, receive);
   });
   const auto page =
       "if (window.acted) return; window.acted = true; const seen = [], base = '" + closings.base() +
       "'; mraid.addEventListener('viewableChange', v => seen.push(v));"
       "mraid.addEventListener('stateChange', state => { seen.push(state);"
-      "new Image().src = base + '/image';"
+      "for (const end = Date.now() + 500; Date.now() < end;);"
+      "new Image().src = base + '/slow';"
       "fetch(base + '/fetch', {method: 'POST', body: 'x', mode: 'no-cors', keepalive: true});"
       "navigator.sendBeacon(base + '/beacon', seen.join());"
       "print(); alert(1); location = 'kva://late' })";

@@ -17,8 +17,10 @@ constexpr const char* kBlank = "about:blank";
 constexpr int kFlood = 1000;
 constexpr gint64 kPatienceMicroseconds = 2'000'000;
 
-// How long a page may handle the event that its ad closes.
+// A page has one such period to handle the event that its ad closes, and at most this many if it is
+// still busy or its requests have not ended.
 constexpr guint kClosingMilliseconds = 300;
+constexpr int kClosingPeriods = 7;
 
 Error errorFrom(const GError& error) {
   return {g_quark_to_string(error.domain), error.code, error.message};
@@ -64,19 +66,22 @@ void evaluationEnded(GObject* page, GAsyncResult* result, gpointer data) {
   (*evaluated)(json ? json : "null");  // JSON cannot express "undefined"
 }
 
-/// Terminates the page's web process, even if it is busy, then releases the page. Never before this
-/// returns, because a WebKit callback about the page may be running. At high priority, because a
-/// page that floods the main loop would starve an idle call. `answers` stay connected until then.
-void endAfter(guint milliseconds, GObjectPtr<WebKitWebView> page,
-              std::vector<SignalConnection> answers) {
-  using Ending = std::pair<GObjectPtr<WebKitWebView>, std::vector<SignalConnection>>;
+/// Asks every `milliseconds` whether the page may end. Then terminates its web process, even if it
+/// is busy, and releases the page. Never before this returns, because a WebKit callback about the
+/// page may be running. At high priority, because a page that floods the main loop would starve an
+/// idle call.
+void endWhen(std::move_only_function<bool()> mayEnd, GObjectPtr<WebKitWebView> page,
+             guint milliseconds) {
+  using Ending = std::pair<std::move_only_function<bool()>, GObjectPtr<WebKitWebView>>;
   g_timeout_add_full(
       G_PRIORITY_HIGH, milliseconds,
       [](gpointer data) -> gboolean {
-        webkit_web_view_terminate_web_process(static_cast<Ending*>(data)->first.get());
+        auto& [mayEndNow, ending] = *static_cast<Ending*>(data);
+        if (!mayEndNow()) return G_SOURCE_CONTINUE;
+        webkit_web_view_terminate_web_process(ending.get());
         return G_SOURCE_REMOVE;
       },
-      new Ending(std::move(page), std::move(answers)),
+      new Ending(std::move(mayEnd), std::move(page)),
       [](gpointer data) { delete static_cast<Ending*>(data); });
 }
 
@@ -109,6 +114,7 @@ std::shared_ptr<NativeWebView> NativeWebView::create(GObjectPtr<WebKitWebView> p
 NativeWebView::NativeWebView(GObjectPtr<WebKitWebView> page, std::shared_ptr<ContentView> view)
     : page_(std::move(page)),
       view_(std::move(view)),
+      requests_(std::make_unique<Requests>(page_.get())),
       isWarmingUp_(webkit_web_view_is_loading(page_.get())) {}
 
 NativeWebView::~NativeWebView() {
@@ -116,7 +122,15 @@ NativeWebView::~NativeWebView() {
   view_->removeFromSuperview();
   setMuted(true);
   refuseQuestions(page(), refusals_);
-  endAfter(kClosingMilliseconds, std::move(page_), std::move(refusals_));
+  // The page answers this after all scripts before it.
+  auto hasRunScripts = std::make_shared<bool>(false);
+  NativeWebView::evaluateJavaScript("0", [hasRunScripts](auto&&) { *hasRunScripts = true; });
+  endWhen(
+      [hasRunScripts, periods = 0, refusals = std::move(refusals_),
+       requests = std::move(requests_)]() mutable {
+        return (*hasRunScripts && requests->haveEnded()) || ++periods == kClosingPeriods;
+      },
+      std::move(page_), kClosingMilliseconds);
 }
 
 // Gives the page its size before it is in a window.
@@ -378,7 +392,7 @@ void NativeWebView::watchForFlood() {
   }
   if (++navigationsSinceDrawing_ < kFlood || now - awaitedSince_ < kPatienceMicroseconds) return;
   isDrawingAwaited_ = false;
-  endAfter(0, GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(g_object_ref(page()))), {});
+  endWhen([] { return true; }, GObjectPtr<WebKitWebView>(WEBKIT_WEB_VIEW(g_object_ref(page()))), 0);
 }
 
 bool NativeWebView::runDialog(WebKitScriptDialog* dialog) {

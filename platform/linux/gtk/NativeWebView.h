@@ -2,6 +2,7 @@
 
 #include <webkit/webkit.h>
 
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -11,9 +12,10 @@
 
 namespace kva::gtk {
 
-/// A page in WebKit. Its web process is terminated 300 ms after the view is destroyed. WebKit does
-/// not report which frame of a page navigates: a named target counts as a subframe, an unnamed one
-/// as the main frame. Main thread only.
+/// A page in WebKit. Its web process is terminated 300 ms after the view is destroyed, or up to
+/// 2.1 s after it if the page is busy or its requests have not ended. WebKit does not report
+/// which frame of a page navigates: a named target counts as a subframe, an unnamed one as the main
+/// frame. Main thread only.
 class NativeWebView final : public kva::WebView,
                             public std::enable_shared_from_this<NativeWebView> {
  public:
@@ -36,6 +38,21 @@ class NativeWebView final : public kva::WebView,
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
  private:
+  /// The requests of a page that have not ended.
+  class Requests {
+   public:
+    explicit Requests(WebKitWebView* page)
+        : started_(connect<void(WebKitWebResource*, WebKitURIRequest*)>(
+              page, "resource-load-started", [this](WebKitWebResource* request, WebKitURIRequest*) {
+                running_[request] = connect<void()>(request, "finished",
+                                                    [this, request] { running_.erase(request); });
+              })) {}
+    bool haveEnded() const { return running_.empty(); }
+
+   private:
+    std::map<WebKitWebResource*, SignalConnection> running_;
+    SignalConnection started_;
+  };
   /// The state of the last load, requested or begun by the page itself.
   enum class Load { none, requested, running };
 
@@ -71,6 +88,7 @@ class NativeWebView final : public kva::WebView,
   GObjectPtr<WebKitWebView> page_;
   std::shared_ptr<ContentView> view_;
   std::weak_ptr<WebViewDelegate> delegate_;
+  std::unique_ptr<Requests> requests_;
   bool isWarmingUp_;  ///< until the pooled about:blank has loaded; its events are not the ad's
   std::move_only_function<void()> waitingLoad_;
   Load load_ = Load::none;
