@@ -38,7 +38,8 @@ class NativeWebView final : public kva::WebView,
   void evaluateJavaScript(const std::string& script, Evaluated evaluated) override;
 
  private:
-  /// The requests of a page that have not ended.
+  /// The requests of a page that have not ended. Counted from the start, because a page may send
+  /// the last ones after it was told of its end and before its view is destroyed.
   class Requests {
    public:
     explicit Requests(WebKitWebView* page)
